@@ -1,0 +1,18 @@
+# Warnings and sanitizers that every target of the project is built with.
+add_library(kqft_settings INTERFACE)
+if(MSVC)
+  target_compile_options(kqft_settings INTERFACE /W4 /WX /utf-8)
+else()
+  target_compile_options(kqft_settings INTERFACE
+    -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Werror)
+endif()
+if(KQFT_SANITIZE)
+  target_compile_options(kqft_settings INTERFACE
+    -fsanitize=${KQFT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(kqft_settings INTERFACE -fsanitize=${KQFT_SANITIZE})
+endif()
+if(WIN32)
+  set(KQFT_OS windows)
+else()
+  set(KQFT_OS posix)
+endif()

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "KQFileTransServiceExport.h"
+#include "platform/SharedWord.h"
+
+class IDealNetData;
+
+/// Cuts the byte stream of one link into packets and delivers each to its
+/// owner's DealNetMsg.
+///
+/// Memory grows with the bytes received, never with the length that a head
+/// announces. A packet that lies whole in the received chunk is delivered
+/// from there without a copy.
+///
+/// Threads: DealNetData on one thread at a time; ClearData and the queries on
+/// any thread, also while DealNetData delivers. No lock is held during a
+/// delivery.
+class KQFT_API CNetBuffer {
+ public:
+  CNetBuffer(unsigned int ip, int port);
+  CNetBuffer(const CNetBuffer&) = delete;
+  CNetBuffer& operator=(const CNetBuffer&) = delete;
+  virtual ~CNetBuffer();
+
+  /// Takes received bytes and delivers every packet that they complete.
+  virtual void DealNetData(const char* data, std::uint64_t length);
+
+ protected:
+  /// Delivers the complete packets at the start of `data`.
+  /// @return bytes used up; -1 when a head is malformed.
+  virtual int ParseBuffer(int length, const char* data);
+
+ public:
+  /// Forgets a partial packet and any malformed head. A DealNetData that runs
+  /// meanwhile delivers nothing more.
+  virtual void ClearData();
+
+  /// Looks at the head at the start of `data`.
+  /// @return length of the whole packet; 0 when `length` is less than a head;
+  ///         -1 when the head is malformed.
+  virtual int ParseBuffer_Common(int length, const char* data);
+
+  /// True once a malformed head arrived: nothing more can be read from the
+  /// link. The layer closes it.
+  bool IsBroken() const;
+
+  unsigned int m_nLinkIP;             ///< address of the link served; set before its first byte
+  int m_nLinkPort;                    ///< remote port of that link
+  IDealNetData* m_pOwner = nullptr;   ///< not owned; receives the packets
+
+  /// Serial of the link that the layer serves with this parser. Set and read
+  /// by the layer only.
+  CSharedWord<std::uint64_t> m_ullLinkSerial = 0;
+
+ private:
+  struct SPartial;
+  std::size_t CompletePartial(SPartial& partial, const char* data, std::size_t length);
+  bool Deliver(const char* packet, std::uint64_t generation);
+
+  std::unique_ptr<SPartial> m_pPartial;
+  CSharedWord<std::uint64_t> m_ullGeneration = 0;  // moves on with every ClearData
+  CSharedWord<bool> m_bBroken = false;
+};

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KQFileTransServiceExport.h"
+
+class CIOCPBuffer;
+class CNetWorkCore;
+class IDealNetData;
+class ILinkInfo;
+
+/// The network layer: TCP over IPv4, packets with a 20-byte head, one
+/// delivery thread per link, so that a slow handler delays only links of its
+/// own remote address.
+///
+/// Threads: every operation from any thread, callbacks included. Operations
+/// that wait for callbacks do not wait for one that runs on the calling
+/// thread. The set-up operations come before Init.
+class KQFT_API CNetWorkManageEx {
+ public:
+  CNetWorkManageEx();
+  CNetWorkManageEx(const CNetWorkManageEx&) = delete;
+  CNetWorkManageEx& operator=(const CNetWorkManageEx&) = delete;
+
+  /// Stops the layer. Every ILinkInfo of this manager dies here.
+  ~CNetWorkManageEx();
+
+  /// Probes a silent link after `idleMs`, then every `intervalMs`; it is gone
+  /// after 5 probes without an answer (tcp(7), rounded up to seconds).
+  void SetKeepAlive(int idleMs, int intervalMs);
+
+  /// Accepted and ignored: this layer has one way to transfer.
+  bool SetTransferType(int, bool, int);
+
+  /// Connections go out from this local address, and the listening socket is
+  /// bound to it. "" (the default): the system chooses; listen on all.
+  void SetLocalAddress(const std::string& address);
+
+  /// Starts the layer.
+  /// @param sink     receives every callback; must outlive Stop
+  /// @param port     to listen on; 0 picks a free one (GetListenPort tells).
+  ///                 Not used when m_bConnectOnly is set.
+  /// @param capacity links at the same time; a further one is closed at once
+  /// @return false when it cannot listen, or runs already.
+  bool Init(IDealNetData* sink, int port, int capacity);
+
+  /// The port listened on; 0 when not listening.
+  int GetListenPort() const;
+
+  /// Connects to a dotted address or host name. Returns once CreateNetBuffer
+  /// and code 1 of the new link have been delivered, and after code 0 of
+  /// every link that died before.
+  /// Blocks: up to 10 s; Stop ends the wait.
+  bool ConnectToHost(const std::string& host, int port);
+
+  /// Links that are up, oldest first.
+  std::vector<ILinkInfo*> GetAllLinkInfo() const;
+
+  /// Queues the first m_nDataLen bytes of `buf`. Takes the buffer whatever
+  /// the result; ReleaseIOCPBuffer gives it back once. Never blocks. What is
+  /// queued by DirectSendData and SendText leaves in the order of the calls.
+  /// @return false for a null or malformed buffer or when the link is down.
+  bool DirectSendData(ILinkInfo* link, CIOCPBuffer* buf);
+
+  /// Sends `len` bytes, a complete packet, to the link (ip, port). The bytes
+  /// are sent or copied before it returns. Never blocks.
+  /// @return false when there is no such link, or when more than 64 MiB of
+  ///         such bytes wait on it already.
+  bool SendText(unsigned int ip, int port, const char* data, int len);
+
+  /// Closes every connection; code 0 of each has been delivered on return.
+  bool CloseAllConnect();
+
+  /// Stops listening, closes all connections (their code 0 is not delivered)
+  /// and returns all queued buffers. No callback runs or comes after it.
+  /// Init may be called again. Harmless when not started.
+  void Stop();
+
+  /// An address as dotted text, host byte order.
+  static std::string TransIP(unsigned int ip);
+
+  /// A manager that only connects out: Init opens no listening socket.
+  /// Constant once Init was called.
+  bool m_bConnectOnly = false;
+
+ private:
+  struct SState;
+  std::shared_ptr<CNetWorkCore> Core() const;
+
+  std::unique_ptr<SState> m_pState;
+};

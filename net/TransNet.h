@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+#include "KQFileTransServiceExport.h"
+
+class CIOCPBuffer;
+class ILinkInfo;
+
+/// How a session reaches the server it belongs to.
+///
+/// Threads: every operation from any thread.
+class KQFT_API ITransNet {
+ public:
+  virtual ~ITransNet() = default;
+
+  /// The link with this remote address and port, up or not; null if none.
+  virtual ILinkInfo* GetLinkInfo(unsigned int ip, int port) = 0;
+
+  /// Queues a buffer; it belongs to the network layer from now on, whatever
+  /// the result. Never blocks.
+  virtual bool SendText(ILinkInfo* link, CIOCPBuffer* buf) = 0;
+
+  /// Sends a complete packet; the bytes stay the caller's. Never blocks.
+  virtual bool SendText(unsigned int ip, int port, const char* data, int len) = 0;
+
+  /// The project directory and the suffix of project files.
+  virtual std::string GetFileDir() = 0;
+  virtual std::string GetPrjSuffix() = 0;
+};

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+class CKQPlatForm {
+ public:
+  static void KQSleep(int ms);
+
+  /// The decimal number that `text` begins with, blanks skipped; 0 when there
+  /// is none; the nearest limit when it does not fit.
+  static std::int64_t KQToLONGLONG(const std::string& text);
+
+  /// True for anything that exists under the path, directories included.
+  static bool IsFileExist(const std::string& path);
+};

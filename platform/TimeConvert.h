@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+/// The clock as the library reads and prints it.
+class CTimeConvert {
+ public:
+  /// Whole seconds since 1970. Read for differences: it follows a steady
+  /// clock, so a change of the wall clock while the process runs is not seen.
+  static std::int64_t GetCurTime();
+
+  /// Local time as "YYYY-MM-DD_HH-MM-SS", fit for a file name.
+  static std::string ConvertTimeToString(std::int64_t seconds);
+  static std::string ConvertCurTimeToString();
+};
