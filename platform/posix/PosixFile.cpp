@@ -1,0 +1,145 @@
+// Files on a POSIX system. Only regular files open; no open can hang.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "platform/posix/PosixSystem.h"
+
+namespace {
+
+class CPosixFile final : public ISystemFile {
+ public:
+  CPosixFile(CDescriptor fd, bool append) : m_fd(std::move(fd)), m_bAppend(append) {}
+
+  std::int64_t ReadAt(char* data, std::size_t size, std::int64_t position) override {
+    ssize_t n = -1;
+    do {
+      n = pread(m_fd.Get(), data, size, static_cast<off_t>(position));
+    } while (n < 0 && errno == EINTR);
+    return n;
+  }
+
+  std::int64_t WriteAt(const char* data, std::size_t size, std::int64_t position,
+                       ESystemError& error) override {
+    ssize_t n = -1;
+    do {
+      n = m_bAppend ? write(m_fd.Get(), data, size)
+                    : pwrite(m_fd.Get(), data, size, static_cast<off_t>(position));
+    } while (n < 0 && errno == EINTR);
+    error = n < 0 ? ToSystemError(errno) : ESystemError::kNone;
+    return n;
+  }
+
+  bool Flush() override {
+    int result = -1;
+    do {
+      result = fsync(m_fd.Get());
+    } while (result < 0 && errno == EINTR);
+    return result == 0;
+  }
+
+ private:
+  // Constant after construction.
+  const CDescriptor m_fd;
+  const bool m_bAppend;
+};
+
+static_assert(sizeof(off_t) == sizeof(std::int64_t), "files beyond 2 GiB");
+
+int OpenFlags(EOpenMode mode) {
+  switch (mode) {
+    case EOpenMode::kRead:
+      return O_RDONLY;
+    case EOpenMode::kUpdate:
+      return O_RDWR;
+    case EOpenMode::kCreate:
+      return O_RDWR | O_CREAT;
+    case EOpenMode::kCreateNew:
+      return O_RDWR | O_CREAT | O_EXCL;
+    case EOpenMode::kAppend:
+      return O_RDWR | O_CREAT | O_APPEND;
+  }
+  return O_RDONLY;
+}
+
+ESystemError LastError(int result) {
+  return ToSystemError(result == 0 ? 0 : errno);
+}
+
+}  // namespace
+
+std::unique_ptr<ISystemFile> CPosixSystem::OpenFile(const std::string& path, EOpenMode mode,
+                                                    ESystemError& error) {
+  std::string native;
+  if (!ToNativePath(path, native)) {
+    error = ESystemError::kBadPath;
+    return nullptr;
+  }
+  // O_NONBLOCK: a pipe must be refused below, not waited for. The file is
+  // emptied only once it is known to be one.
+  CDescriptor fd = OpenDescriptor(AT_FDCWD, native.c_str(), OpenFlags(mode) | O_NONBLOCK);
+  struct stat status = {};
+  if (!fd.IsOpen() || fstat(fd.Get(), &status) != 0) {
+    error = ToSystemError(errno);
+    return nullptr;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    error = ESystemError::kNotRegular;
+    return nullptr;
+  }
+  if (mode == EOpenMode::kCreate && status.st_size > 0 && ftruncate(fd.Get(), 0) != 0) {
+    error = ToSystemError(errno);
+    return nullptr;
+  }
+  error = ESystemError::kNone;
+  return std::make_unique<CPosixFile>(std::move(fd), mode == EOpenMode::kAppend);
+}
+
+bool CPosixSystem::QueryFile(const std::string& path, SFileStatus& status) {
+  status = SFileStatus();
+  std::string native;
+  struct stat found = {};
+  if (!ToNativePath(path, native) || stat(native.c_str(), &found) != 0) return false;
+  status.m_bRegular = S_ISREG(found.st_mode);
+  status.m_bDirectory = S_ISDIR(found.st_mode);
+  if (status.m_bRegular) status.m_llSize = found.st_size;
+  return true;
+}
+
+ESystemError CPosixSystem::RemoveFile(const std::string& path) {
+  std::string native;
+  if (!ToNativePath(path, native)) return ESystemError::kBadPath;
+  return LastError(unlink(native.c_str()));
+}
+
+ESystemError CPosixSystem::RenameFile(const std::string& from, const std::string& to) {
+  std::string nativeFrom;
+  std::string nativeTo;
+  if (!ToNativePath(from, nativeFrom) || !ToNativePath(to, nativeTo)) {
+    return ESystemError::kBadPath;
+  }
+  return LastError(rename(nativeFrom.c_str(), nativeTo.c_str()));
+}
+
+ESystemError CPosixSystem::CopyPermissions(const std::string& from, const std::string& to) {
+  constexpr mode_t kPermissionBits = 0777;
+  std::string nativeFrom;
+  std::string nativeTo;
+  if (!ToNativePath(from, nativeFrom) || !ToNativePath(to, nativeTo)) {
+    return ESystemError::kBadPath;
+  }
+  struct stat source = {};
+  if (stat(nativeFrom.c_str(), &source) != 0) return ToSystemError(errno);
+  // Only a privileged process may give a file away; the group alone is the
+  // second best, and neither decides the result.
+  if (chown(nativeTo.c_str(), source.st_uid, source.st_gid) != 0) {
+    [[maybe_unused]] const int unchanged =
+        chown(nativeTo.c_str(), static_cast<uid_t>(-1), source.st_gid);
+  }
+  return LastError(chmod(nativeTo.c_str(), source.st_mode & kPermissionBits));
+}

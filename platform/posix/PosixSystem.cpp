@@ -1,0 +1,194 @@
+// Clock, waits, threads and standard streams of a POSIX system, and what its
+// file and directory calls share.
+
+#include "platform/posix/PosixSystem.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+#include <thread>
+#include <utility>
+
+namespace {
+
+constexpr int kFirstOrdinaryDescriptor = 3;
+
+// Blocks signals of the calling thread for a scope; a thread started in it
+// inherits that.
+class CBlockedSignals {
+ public:
+  explicit CBlockedSignals(const sigset_t& signals) {
+    pthread_sigmask(SIG_BLOCK, &signals, &m_before);
+  }
+  CBlockedSignals(const CBlockedSignals&) = delete;
+  CBlockedSignals& operator=(const CBlockedSignals&) = delete;
+  ~CBlockedSignals() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
+
+ private:
+  sigset_t m_before;
+};
+
+// Every signal but those that a fault of the thread itself raises: blocking
+// them would only take the fault away from the host's crash handler.
+sigset_t SignalsForOthers() {
+  sigset_t signals;
+  sigfillset(&signals);
+  for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
+    sigdelset(&signals, fault);
+  }
+  return signals;
+}
+
+bool IsPending(int signal) {
+  sigset_t pending;
+  return sigpending(&pending) == 0 && sigismember(&pending, signal) == 1;
+}
+
+void WriteAll(int fd, const std::string& text) {
+  std::size_t written = 0;
+  while (written < text.size()) {
+    const ssize_t n = write(fd, text.data() + written, text.size() - written);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return;
+    written += static_cast<std::size_t>(n);
+  }
+}
+
+}  // namespace
+
+ISystem& NativeSystem() {
+  // Never destroyed: detached threads may use it while the process ends.
+  static CPosixSystem& system = *new CPosixSystem;
+  return system;
+}
+
+CDescriptor& CDescriptor::operator=(CDescriptor&& other) noexcept {
+  if (this != &other) {
+    if (m_nFd >= 0) close(m_nFd);
+    m_nFd = other.Release();
+  }
+  return *this;
+}
+
+CDescriptor::~CDescriptor() {
+  if (m_nFd >= 0) close(m_nFd);
+}
+
+int CDescriptor::Release() {
+  return std::exchange(m_nFd, -1);
+}
+
+CDescriptor OpenDescriptor(int directory, const char* path, int flags) {
+  constexpr mode_t kPermissions = 0666;  // narrowed by the process's umask
+  int fd = -1;
+  do {
+    fd = openat(directory, path, flags | O_CLOEXEC | O_NOCTTY, kPermissions);
+  } while (fd < 0 && errno == EINTR);
+  if (fd < 0 || fd >= kFirstOrdinaryDescriptor) return CDescriptor(fd);
+  const CDescriptor low(fd);
+  return CDescriptor(fcntl(fd, F_DUPFD_CLOEXEC, kFirstOrdinaryDescriptor));
+}
+
+bool ToNativePath(const std::string& path, std::string& native) {
+  if (path.empty() || path.find('\0') != std::string::npos) return false;
+  native = path;
+  std::replace(native.begin(), native.end(), '\\', '/');
+  return true;
+}
+
+ESystemError ToSystemError(int number) {
+  switch (number) {
+    case 0:
+      return ESystemError::kNone;
+    case ENOENT:
+    case ENOTDIR:
+      return ESystemError::kNotFound;
+    case EEXIST:
+      return ESystemError::kExists;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return ESystemError::kAccess;
+    case ENOSPC:
+    case EDQUOT:
+      return ESystemError::kNoSpace;
+    case EMFILE:
+    case ENFILE:
+      return ESystemError::kTooMany;
+    case EISDIR:
+    case ENXIO:
+      return ESystemError::kNotRegular;
+    case ENAMETOOLONG:
+      return ESystemError::kBadPath;
+    default:
+      return ESystemError::kOther;
+  }
+}
+
+CPosixSystem::CPosixSystem()
+    : m_startWall(std::chrono::system_clock::now()),
+      m_startSteady(std::chrono::steady_clock::now()) {}
+
+std::int64_t CPosixSystem::Now() {
+  const auto passed = std::chrono::steady_clock::now() - m_startSteady;
+  const auto now = m_startWall.time_since_epoch() + passed;
+  return std::chrono::duration_cast<std::chrono::seconds>(now).count();
+}
+
+SCalendarTime CPosixSystem::LocalTime(std::int64_t seconds) {
+  const auto moment = static_cast<time_t>(seconds);
+  tm local = {};
+  SCalendarTime result;
+  if (localtime_r(&moment, &local) == nullptr) return result;
+  result.m_nYear = local.tm_year + 1900;
+  result.m_nMonth = local.tm_mon + 1;
+  result.m_nDay = local.tm_mday;
+  result.m_nHour = local.tm_hour;
+  result.m_nMinute = local.tm_min;
+  result.m_nSecond = local.tm_sec;
+  return result;
+}
+
+void CPosixSystem::Sleep(int milliseconds) {
+  if (milliseconds > 0) std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+bool CPosixSystem::Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+                        int milliseconds, const std::function<bool()>& done) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+  return condition.wait_until(lock, deadline, done);
+}
+
+bool CPosixSystem::StartThread(std::function<void()> body) {
+  try {
+    const CBlockedSignals blocked(SignalsForOthers());
+    std::thread([work = std::move(body)] {
+      try {
+        work();
+      } catch (...) {  // a worker's failure ends the worker, not the host
+      }
+    }).detach();
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+void CPosixSystem::WriteStandard(bool errorStream, const std::string& text) {
+  sigset_t pipeSignal;
+  sigemptyset(&pipeSignal);
+  sigaddset(&pipeSignal, SIGPIPE);
+  const CBlockedSignals blocked(pipeSignal);
+  const bool pendingBefore = IsPending(SIGPIPE);
+  WriteAll(errorStream ? STDERR_FILENO : STDOUT_FILENO, text);
+  if (!pendingBefore && IsPending(SIGPIPE)) {
+    // Ours: taken away before the mask opens, so that the host never sees it.
+    const timespec atOnce = {};
+    sigtimedwait(&pipeSignal, nullptr, &atOnce);
+  }
+}

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <chrono>
+
+#include "platform/System.h"
+
+/// The operating system as POSIX offers it, and what its sources share. For
+/// the sources of this folder only.
+
+/// Owns a descriptor; -1 owns none.
+class CDescriptor {
+ public:
+  explicit CDescriptor(int fd = -1) : m_nFd(fd) {}
+  CDescriptor(CDescriptor&& other) noexcept : m_nFd(other.Release()) {}
+  CDescriptor& operator=(CDescriptor&& other) noexcept;
+  CDescriptor(const CDescriptor&) = delete;
+  CDescriptor& operator=(const CDescriptor&) = delete;
+  ~CDescriptor();
+
+  int Get() const { return m_nFd; }
+  bool IsOpen() const { return m_nFd >= 0; }
+  int Release();
+
+ private:
+  int m_nFd;
+};
+
+/// open() that is repeated when a signal interrupts it and that never returns
+/// 0 to 2: a process that closed its standard streams would print into the
+/// file. `directory` is what a relative path starts from. Sets errno.
+CDescriptor OpenDescriptor(int directory, const char* path, int flags);
+
+/// The path as system calls take it, "\" turned into "/".
+/// @return false when the path is empty or holds a NUL byte.
+bool ToNativePath(const std::string& path, std::string& native);
+
+/// The error that an errno value stands for.
+ESystemError ToSystemError(int number);
+
+class CPosixSystem final : public ISystem {
+ public:
+  CPosixSystem();
+
+  std::unique_ptr<ISystemFile> OpenFile(const std::string& path, EOpenMode mode,
+                                        ESystemError& error) override;
+  bool QueryFile(const std::string& path, SFileStatus& status) override;
+  ESystemError RemoveFile(const std::string& path) override;
+  ESystemError RenameFile(const std::string& from, const std::string& to) override;
+  ESystemError CopyPermissions(const std::string& from, const std::string& to) override;
+  ESystemError MakeDirectory(const std::string& path) override;
+  ESystemError RemoveEmptyDirectory(const std::string& path) override;
+  bool FlushDirectory(const std::string& path) override;
+  ESystemError ListDirectory(const std::string& path,
+                             std::vector<SDirectoryEntry>& entries) override;
+  ESystemError ClearDirectory(const std::string& path) override;
+  bool QueryFreeSpace(const std::string& path, std::uint64_t& bytes) override;
+  std::int64_t Now() override;
+  SCalendarTime LocalTime(std::int64_t seconds) override;
+  void Sleep(int milliseconds) override;
+  bool Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+            int milliseconds, const std::function<bool()>& done) override;
+  bool StartThread(std::function<void()> body) override;
+  void WriteStandard(bool errorStream, const std::string& text) override;
+
+ private:
+  // Constant after construction: one moment on both clocks.
+  const std::chrono::system_clock::time_point m_startWall;
+  const std::chrono::steady_clock::time_point m_startSteady;
+};
