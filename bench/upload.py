@@ -55,7 +55,7 @@ class Peak:
 
 def start_server(build, directory):
     server = subprocess.Popen(
-        [f"{build}/programs/kqft-server", "--dir", directory, "--port", "0",
+        [f"{build}/bin/kqft-server", "--dir", directory, "--port", "0",
          "--log-dir", directory + ".log"],
         stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
     for line in server.stderr:
@@ -65,18 +65,18 @@ def start_server(build, directory):
     sys.exit("kqft-server did not start")
 
 
-def cpu_seconds(since=None):
+def cpu_seconds():
     usage = resource.getrusage(resource.RUSAGE_CHILDREN)
     return usage.ru_utime + usage.ru_stime
 
 
 def run_floor(build, source, target):
     before = cpu_seconds()
-    receiver = subprocess.Popen([f"{build}/bench/kqft-floor", "receive", target],
+    receiver = subprocess.Popen([f"{build}/bin/kqft-floor", "receive", target],
                                 stdout=subprocess.PIPE, text=True)
     port = receiver.stdout.readline().strip()
     start = time.monotonic()
-    subprocess.run([f"{build}/bench/kqft-floor", "send", source, port], check=True)
+    subprocess.run([f"{build}/bin/kqft-floor", "send", source, port], check=True)
     receiver.wait()
     return time.monotonic() - start, cpu_seconds() - before
 
@@ -88,12 +88,11 @@ def run_kqft(build, source, directory, stop=0):
     idle = memory_kib(server.pid, "VmRSS")
     start = time.monotonic()
     client = subprocess.Popen(
-        [f"{build}/programs/kqft", "--server", f"127.0.0.1:{port}", "--log-dir",
+        [f"{build}/bin/kqft", "--server", f"127.0.0.1:{port}", "--log-dir",
          directory + ".log", "put", source, "--project", "bench"],
         stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
     peak = Peak(client.pid)
     if stop:
-        target = os.path.join(directory, "bench", os.path.basename(source), "")
         half = os.path.getsize(source) // 2
         path = os.path.join(directory, "bench", os.path.basename(source))
         while client.poll() is None and (not os.path.exists(path) or os.path.getsize(path) < half):
@@ -101,7 +100,6 @@ def run_kqft(build, source, directory, stop=0):
         server.send_signal(signal.SIGSTOP)
         time.sleep(stop)
         server.send_signal(signal.SIGCONT)
-        del target
     errors = client.stderr.read()
     if client.wait() != 0:
         sys.exit(f"kqft put failed: {errors.decode(errors='replace')}")
