@@ -14,7 +14,8 @@
 
 bool CRecordingSink::DealNetMsg(unsigned int ip, int port, int code, int bodyLen, const char* body,
                                 int) {
-  const SEvent event{ip, port, code, std::string(body == nullptr ? "" : body, static_cast<std::size_t>(bodyLen)),
+  const SEvent event{ip, port, code,
+                     std::string(body == nullptr ? "" : body, static_cast<std::size_t>(bodyLen)),
                      std::this_thread::get_id()};
   {
     const std::lock_guard<std::mutex> guard(m_mutex);
@@ -91,7 +92,9 @@ CRawClient::CRawClient(int port, const std::string& from) {
   }
 }
 
-CRawClient::~CRawClient() { Close(); }
+CRawClient::~CRawClient() {
+  Close();
+}
 
 void CRawClient::Close() {
   if (m_fd >= 0) close(m_fd);

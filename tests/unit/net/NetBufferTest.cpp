@@ -21,7 +21,8 @@ std::string HeadWith(std::size_t offset, const std::string& bytes) {
 }
 
 TEST(NetBuffer, PacketsArriveWholeInAnyChunking) {
-  const std::vector<std::string> sent = {"", std::string(100000, 'a'), "b", std::string(20, 'c'), ""};
+  const std::vector<std::string> sent = {"", std::string(100000, 'a'), "b", std::string(20, 'c'),
+                                         ""};
   std::string stream;
   for (const std::string& body : sent) stream += MakePacket(2501, body);
   for (const std::size_t chunk : {std::size_t{1}, std::size_t{19}, std::size_t{20}, std::size_t{21},

@@ -6,6 +6,7 @@
 
 #include "net/IOCPBuffer.h"
 #include "net/LinkInfo.h"
+#include "platform/ByteOrder.h"
 #include "support/RecordingSink.h"
 #include "support/TestSystem.h"
 
