@@ -10,7 +10,9 @@ inline std::uint32_t ReadUInt32(const char* p) {
          static_cast<std::uint32_t>(b[2]) << 16 | static_cast<std::uint32_t>(b[3]) << 24;
 }
 
-inline std::int32_t ReadInt32(const char* p) { return static_cast<std::int32_t>(ReadUInt32(p)); }
+inline std::int32_t ReadInt32(const char* p) {
+  return static_cast<std::int32_t>(ReadUInt32(p));
+}
 
 inline std::int64_t ReadInt64(const char* p) {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(ReadUInt32(p)) |

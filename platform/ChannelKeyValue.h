@@ -14,8 +14,8 @@
 /// written as references, bytes from 128 on as they are.
 class KQFT_API Channel_Key_Value {
  public:
-  std::string m_strPath;      ///< local file (upload) or path below the project directory (download)
-  std::string m_strName;      ///< the name under which the server knows the file
+  std::string m_strPath;  ///< local file (upload) or path below the project directory (download)
+  std::string m_strName;  ///< the name under which the server knows the file
   std::int32_t m_nStatus = 0;  ///< 1, or the code that the file's transfer ended with
   std::int64_t m_llSize = 0;   ///< bytes
 
