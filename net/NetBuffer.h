@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "KQFileTransServiceExport.h"
 #include "platform/SharedWord.h"
@@ -48,9 +48,9 @@ class KQFT_API CNetBuffer {
   /// link. The layer closes it.
   bool IsBroken() const;
 
-  unsigned int m_nLinkIP;             ///< address of the link served; set before its first byte
-  int m_nLinkPort;                    ///< remote port of that link
-  IDealNetData* m_pOwner = nullptr;   ///< not owned; receives the packets
+  unsigned int m_nLinkIP;            ///< address of the link served; set before its first byte
+  int m_nLinkPort;                   ///< remote port of that link
+  IDealNetData* m_pOwner = nullptr;  ///< not owned; receives the packets
 
   /// Serial of the link that the layer serves with this parser. Set and read
   /// by the layer only.
@@ -58,10 +58,13 @@ class KQFT_API CNetBuffer {
 
  private:
   struct SPartial;
-  std::size_t CompletePartial(SPartial& partial, const char* data, std::size_t length);
-  bool Deliver(const char* packet, std::uint64_t generation);
+  std::uint64_t CompletePartial(std::vector<char>& partial, const char* data, std::uint64_t length);
+  void KeepPartial(std::vector<char>& partial, const char* data, std::uint64_t length);
+  void Deliver(const char* packet);
+  bool IsCleared() const;
 
   std::unique_ptr<SPartial> m_pPartial;
   CSharedWord<std::uint64_t> m_ullGeneration = 0;  // moves on with every ClearData
+  CSharedWord<std::uint64_t> m_ullServing = 0;     // generation that DealNetData began in
   CSharedWord<bool> m_bBroken = false;
 };

@@ -1,0 +1,146 @@
+// One connection: set-up, delivery of what arrives, disconnect.
+
+#include "net/Link.h"
+
+#include <array>
+#include <utility>
+
+#include "net/AddressLane.h"
+#include "net/DealNetData.h"
+#include "net/LinkEvents.h"
+#include "net/NetBuffer.h"
+#include "net/NetWorkCore.h"
+#include "net/Sockets.h"
+
+namespace {
+
+// Received at a time. Large enough to hold several data packets whole, small
+// enough to stay in a core's cache.
+constexpr std::size_t kReceiveBytes = 256 * 1024;
+
+constexpr std::size_t kShellLocks = 32;
+
+}  // namespace
+
+CLink::CLink(CNetWorkCore& core, std::unique_ptr<IStreamSocket> socket, std::uint64_t serial,
+             std::shared_ptr<CAddressLane> lane)
+    : m_core(core),
+      m_pSocket(std::move(socket)),
+      m_ullSerial(serial),
+      m_nIP(m_pSocket->RemoteIP()),
+      m_nPort(m_pSocket->RemotePort()),
+      m_pLane(std::move(lane)),
+      m_queue(*m_pSocket, core.Sink(), [this] { MarkDown(); }) {}
+
+CLink::~CLink() = default;
+
+void CLink::Deliver(std::uint64_t turn) {
+  const bool delivered = SetUp(turn);
+  if (!delivered) MarkDown();
+  m_core.NoteSetUp(*this);
+  if (delivered) Receive();
+  MarkDown();
+  if (delivered && m_pLane->Enter()) {
+    if (!m_core.IsStopping()) Announce(NET_COMMAND_DISCONNECT);
+    m_pLane->Leave();
+  }
+}
+
+// Asks the sink for a parser and announces the link. Returns whether it was
+// announced, so that it must be announced gone.
+bool CLink::SetUp(std::uint64_t turn) {
+  if (!m_pLane->Enter(turn)) return false;
+  bool announced = false;
+  if (!m_core.IsStopping()) {
+    try {
+      m_pParser = m_core.Sink().CreateNetBuffer(m_nIP, m_nPort, 0, 0);
+    } catch (...) {
+      m_pParser = nullptr;
+    }
+    if (m_pParser != nullptr && !m_core.IsStopping()) {
+      m_pParser->m_ullLinkSerial = m_ullSerial;
+      Announce(NET_COMMAND_CONNECT);
+      announced = true;
+    }
+  }
+  m_pLane->Leave();
+  return announced;
+}
+
+void CLink::Receive() {
+  const std::unique_ptr<char[]> data(new char[kReceiveBytes]);
+  while (m_bUp) {
+    std::size_t bytes = 0;
+    const EIoResult result = m_pSocket->Receive(data.get(), kReceiveBytes, bytes);
+    if (result == EIoResult::kWouldBlock) {
+      m_pSocket->WaitReceive();
+    } else if (result == EIoResult::kClosed || !DeliverChunk(data.get(), bytes)) {
+      return;
+    }
+  }
+}
+
+// Returns false when nothing more can be read from the link.
+bool CLink::DeliverChunk(const char* data, std::size_t bytes) {
+  if (!m_pLane->Enter()) return false;
+  bool goOn = !m_core.IsStopping();
+  // A parser that serves a newer link has no use for this one's bytes.
+  if (goOn && m_pParser->m_ullLinkSerial == m_ullSerial) {
+    try {
+      m_pParser->DealNetData(data, bytes);
+    } catch (...) {  // a host's override must not end the layer
+    }
+    goOn = m_pParser->m_ullLinkSerial != m_ullSerial || !m_pParser->IsBroken();
+  }
+  m_pLane->Leave();
+  return goOn;
+}
+
+void CLink::Announce(int code) {
+  try {
+    m_core.Sink().DealNetMsg(m_nIP, m_nPort, code, 0, nullptr, 0);
+  } catch (...) {  // as above
+  }
+}
+
+void CLink::MarkDown() {
+  if (!m_bUp.Exchange(false)) return;
+  m_core.NoteDown();
+  m_pSocket->Shutdown();
+  m_queue.Close();
+}
+
+CLinkShell::CLinkShell(const std::shared_ptr<CLink>& link)
+    : m_nIP(link->IP()), m_nPort(link->Port()), m_pLink(link) {}
+
+std::mutex& CLinkShell::Lock() const {
+  static std::array<std::mutex, kShellLocks> locks;
+  return locks[(reinterpret_cast<std::uintptr_t>(this) / sizeof(CLinkShell)) % kShellLocks];
+}
+
+std::shared_ptr<CLink> CLinkShell::Link() const {
+  const std::lock_guard<std::mutex> guard(Lock());
+  return m_pLink;
+}
+
+void CLinkShell::Release() {
+  std::shared_ptr<CLink> link;  // dies after the lock is left
+  const std::lock_guard<std::mutex> guard(Lock());
+  link.swap(m_pLink);
+}
+
+bool CLinkShell::IsLink() const {
+  const std::lock_guard<std::mutex> guard(Lock());
+  return m_pLink != nullptr && m_pLink->IsUp();
+}
+
+bool CLinkShell::WaitSendRoom(int ms) {
+  if (CNetWorkCore::IsLayerThread()) return true;
+  const std::shared_ptr<CLink> link = Link();
+  return link == nullptr || link->Queue().WaitRoom(ms);
+}
+
+CLinkShell* CLinkShells::Add(const std::shared_ptr<CLink>& link) {
+  const std::lock_guard<std::mutex> guard(m_mutex);
+  return &m_shells.emplace_back(link);
+}

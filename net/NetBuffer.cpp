@@ -1,0 +1,145 @@
+// The receive side: cuts the byte stream of one link into packets.
+//
+// A packet that lies whole in the received chunk is delivered from there; only
+// one that a chunk boundary cuts is gathered in a buffer of its own, which
+// leaves the object while it is delivered, so that ClearData cannot free it.
+
+#include "net/NetBuffer.h"
+
+#include <algorithm>
+#include <climits>
+#include <mutex>
+#include <vector>
+
+#include "net/DealNetData.h"
+#include "net/LinkEvents.h"
+#include "net/NetWorkPackHead.h"
+
+namespace {
+
+// A gathered packet's memory is kept for the next one up to this size.
+constexpr std::size_t kKeepBytes = 1 << 20;
+
+// Room for `more` bytes; growth doubles but never passes the packet's end.
+void Append(std::vector<char>& bytes, const char* data, std::size_t more, std::size_t packetBytes) {
+  const std::size_t size = bytes.size() + more;
+  if (size > bytes.capacity()) bytes.reserve(std::min(packetBytes, std::max(size, 2 * size)));
+  bytes.insert(bytes.end(), data, data + more);
+}
+
+}  // namespace
+
+struct CNetBuffer::SPartial {
+  std::mutex m_mutex;
+  std::vector<char> m_vecBytes;  // guarded by m_mutex
+};
+
+CNetBuffer::CNetBuffer(unsigned int ip, int port)
+    : m_nLinkIP(ip), m_nLinkPort(port), m_pPartial(std::make_unique<SPartial>()) {}
+
+CNetBuffer::~CNetBuffer() = default;
+
+void CNetBuffer::DealNetData(const char* data, std::uint64_t length) {
+  if (m_bBroken) return;
+  m_ullServing = m_ullGeneration;
+  std::vector<char> partial;
+  {
+    const std::lock_guard<std::mutex> guard(m_pPartial->m_mutex);
+    partial.swap(m_pPartial->m_vecBytes);
+  }
+  std::uint64_t used = partial.empty() ? 0 : CompletePartial(partial, data, length);
+  while (used < length && !m_bBroken && !IsCleared()) {
+    const int chunk = static_cast<int>(std::min<std::uint64_t>(length - used, INT_MAX));
+    const int parsed = ParseBuffer(chunk, data + used);
+    if (parsed < 0) {
+      m_bBroken = true;
+    } else if (parsed == 0) {
+      break;
+    } else {
+      used += static_cast<std::uint64_t>(parsed);
+    }
+  }
+  KeepPartial(partial, data + used, length - used);
+}
+
+// Fills the gathered packet from the chunk and delivers it when it is whole.
+// Returns the bytes of the chunk that it took.
+std::uint64_t CNetBuffer::CompletePartial(std::vector<char>& partial, const char* data,
+                                          std::uint64_t length) {
+  std::uint64_t used = 0;
+  std::size_t goal = kPackHeadBytes;
+  for (;;) {
+    if (partial.size() >= goal) {
+      const int packet = ParseBuffer_Common(static_cast<int>(goal), partial.data());
+      if (packet < 0) {
+        m_bBroken = true;
+        return length;
+      }
+      if (static_cast<std::size_t>(packet) == partial.size()) break;
+      goal = static_cast<std::size_t>(packet);
+    }
+    const std::uint64_t take = std::min<std::uint64_t>(goal - partial.size(), length - used);
+    if (take == 0) return used;
+    Append(partial, data + used, static_cast<std::size_t>(take), goal);
+    used += take;
+  }
+  Deliver(partial.data());
+  if (partial.capacity() > kKeepBytes) partial = std::vector<char>();
+  partial.clear();
+  return used;
+}
+
+// Keeps what is left of the chunk, or only the memory for it, for next time.
+void CNetBuffer::KeepPartial(std::vector<char>& partial, const char* data, std::uint64_t length) {
+  if (m_bBroken) return;
+  if (length > 0) {
+    std::size_t packet = kPackHeadBytes;
+    if (length >= kPackHeadBytes) packet += CNetWorkPackHead::BodyLength(data);
+    Append(partial, data, static_cast<std::size_t>(length), packet);
+  }
+  const std::lock_guard<std::mutex> guard(m_pPartial->m_mutex);
+  if (!IsCleared()) m_pPartial->m_vecBytes.swap(partial);
+}
+
+int CNetBuffer::ParseBuffer(int length, const char* data) {
+  int used = 0;
+  while (!IsCleared()) {
+    const int packet = ParseBuffer_Common(length - used, data + used);
+    if (packet < 0) return -1;
+    if (packet == 0 || packet > length - used) break;
+    Deliver(data + used);
+    used += packet;
+  }
+  return used;
+}
+
+int CNetBuffer::ParseBuffer_Common(int length, const char* data) {
+  if (length < kPackHeadBytes) return 0;
+  if (!CNetWorkPackHead::IsValid(data)) return -1;
+  return static_cast<int>(CNetWorkPackHead::BodyLength(data)) + kPackHeadBytes;
+}
+
+void CNetBuffer::Deliver(const char* packet) {
+  if (m_pOwner == nullptr || IsCleared()) return;
+  const int code = static_cast<int>(CNetWorkPackHead::Code(packet));
+  // Only the layer itself announces these; a peer must not play them.
+  if (code == NET_COMMAND_CONNECT || code == NET_COMMAND_DISCONNECT) return;
+  const int bodyLength = static_cast<int>(CNetWorkPackHead::BodyLength(packet));
+  m_pOwner->DealNetMsg(m_nLinkIP, m_nLinkPort, code, bodyLength,
+                       bodyLength > 0 ? packet + kPackHeadBytes : nullptr, 0);
+}
+
+void CNetBuffer::ClearData() {
+  const std::lock_guard<std::mutex> guard(m_pPartial->m_mutex);
+  m_ullGeneration += 1;
+  m_pPartial->m_vecBytes.clear();
+  m_bBroken = false;
+}
+
+bool CNetBuffer::IsCleared() const {
+  return m_ullServing != m_ullGeneration;
+}
+
+bool CNetBuffer::IsBroken() const {
+  return m_bBroken;
+}

@@ -1,0 +1,115 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/SharedWord.h"
+
+class CAddressLane;
+class CIOCPBuffer;
+class CLink;
+class CLinkShell;
+class CLinkShells;
+class IDealNetData;
+class IListenSocket;
+class ILinkInfo;
+class IStreamSocket;
+class IWakeHandle;
+
+/// How a manager was set up before Init.
+struct SNetWorkSettings {
+  std::string m_strLocalAddress;
+  int m_nCapacity = 0;
+  bool m_bKeepAlive = false;
+  int m_nKeepAliveIdleMs = 0;
+  int m_nKeepAliveIntervalMs = 0;
+};
+
+/// One run of the layer, from Init to Stop. Its threads share it, so that it
+/// outlives a manager that is stopped from inside a callback.
+///
+/// Threads of a core: one accepts (when it listens), one gives back buffers
+/// that no link took, and two for each link, one delivering, one sending.
+class CNetWorkCore : public std::enable_shared_from_this<CNetWorkCore> {
+ public:
+  CNetWorkCore(IDealNetData& sink, const SNetWorkSettings& settings,
+               std::shared_ptr<CLinkShells> shells);
+  CNetWorkCore(const CNetWorkCore&) = delete;
+  CNetWorkCore& operator=(const CNetWorkCore&) = delete;
+  ~CNetWorkCore();
+
+  /// Starts the threads. @param listen whether to listen on `port`
+  bool Start(bool listen, int port);
+  int ListenPort() const;
+
+  bool Connect(const std::string& host, int port);
+  std::vector<ILinkInfo*> LiveLinks() const;
+  bool SendText(unsigned int ip, int port, const char* data, std::size_t bytes);
+
+  /// Gives `buffer` back on a thread of the layer.
+  /// @return false when no such thread runs any more.
+  bool GiveBack(CIOCPBuffer* buffer);
+
+  /// Closes every link and waits until each one's code 0 was delivered.
+  void CloseAll();
+
+  /// Ends everything and waits for the threads, except those that wait in
+  /// Stop or CloseAll themselves.
+  void Stop();
+
+  /// True when no thread is left.
+  bool HasEnded() const;
+
+  /// True on any thread of any core.
+  static bool IsLayerThread();
+
+  // For links.
+  IDealNetData& Sink() { return m_sink; }
+  bool IsStopping() const { return m_bStopping; }
+  void NoteSetUp(const CLink& link);
+  void NoteDown() { m_nLive += -1; }
+
+ private:
+  struct SThread;
+  struct SEntry {
+    std::shared_ptr<CLink> m_pLink;
+    CLinkShell* m_pShell;
+    bool m_bSetUp;
+  };
+  using Lock = std::unique_lock<std::mutex>;
+
+  bool StartThread(std::shared_ptr<CLink> link, bool delivers, std::function<void()> body);
+  std::shared_ptr<CLink> AddLink(std::unique_ptr<IStreamSocket> socket);
+  std::shared_ptr<CLink> RegisterLink(std::unique_ptr<IStreamSocket> socket,
+                                      std::shared_ptr<CLink>& older);
+  void RunLink(CLink& link, std::shared_ptr<CLink> older, std::uint64_t turn);
+  bool HasLink(const CLink& link) const;
+  void RemoveLink(const CLink& link);
+  void AcceptLoop();
+  void GiveBackLoop();
+  void WaitThreads(const std::function<bool(const SThread&)>& concerns);
+
+  IDealNetData& m_sink;
+  const SNetWorkSettings m_settings;
+  const std::shared_ptr<CLinkShells> m_pShells;
+  std::unique_ptr<IWakeHandle> m_pConnectWake;  // constant from Start
+  CSharedWord<bool> m_bStopping = false;
+  CSharedWord<int> m_nLive = 0;  // links up: the capacity in use
+
+  mutable std::mutex m_mutex;
+  std::unique_ptr<IListenSocket> m_pListener;  // set and freed under m_mutex; used by the accepter
+  std::condition_variable m_changed;           // a thread ended or waits, a link was set up or went
+  std::condition_variable m_giveBack;          // for the thread that gives back
+  std::list<SThread> m_threads;                // guarded by m_mutex
+  std::vector<SEntry> m_links;                 // guarded by m_mutex; by age
+  std::map<unsigned int, std::shared_ptr<CAddressLane>> m_lanes;  // guarded by m_mutex
+  std::vector<CIOCPBuffer*> m_vecGiveBack;                        // guarded by m_mutex
+  bool m_bGiveBackEnded = false;                                  // guarded by m_mutex
+};

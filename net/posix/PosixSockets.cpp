@@ -1,0 +1,292 @@
+// TCP sockets of a POSIX system: non-blocking descriptors, waits in poll on
+// the descriptor and a wake handle.
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+
+#include "net/Sockets.h"
+
+namespace {
+
+constexpr int kBacklog = 128;
+constexpr int kMaxSlices = 64;
+
+// Unsent bytes that the kernel takes beyond what the peer's window allows.
+// More would only hide from the queue how far the peer is behind.
+constexpr int kNotSentLowWater = 1 << 20;
+
+class CDescriptor {
+ public:
+  explicit CDescriptor(int fd = -1) : m_fd(fd) {}
+  CDescriptor(const CDescriptor&) = delete;
+  CDescriptor& operator=(const CDescriptor&) = delete;
+  ~CDescriptor() {
+    if (m_fd >= 0) close(m_fd);
+  }
+  int Get() const { return m_fd; }
+  int Release() {
+    const int fd = m_fd;
+    m_fd = -1;
+    return fd;
+  }
+
+ private:
+  int m_fd;
+};
+
+// An event descriptor that, once written, stays readable.
+class CPosixWake : public IWakeHandle {
+ public:
+  CPosixWake() : m_event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+  bool IsValid() const { return m_event.Get() >= 0; }
+  int Get() const { return m_event.Get(); }
+  void Wake() override {
+    const std::uint64_t one = 1;
+    while (write(m_event.Get(), &one, sizeof one) < 0 && errno == EINTR) {
+    }
+  }
+
+ private:
+  CDescriptor m_event;
+};
+
+enum class EWait { kReady, kWoken, kTimeout };
+
+EWait WaitFor(int fd, short events, int wakeFd, int timeoutMs) {
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+  pollfd fds[2] = {{fd, events, 0}, {wakeFd, POLLIN, 0}};
+  for (int left = timeoutMs;;) {
+    const int ready = poll(fds, 2, left);
+    if (ready > 0) return fds[1].revents != 0 ? EWait::kWoken : EWait::kReady;
+    if (ready == 0) return EWait::kTimeout;
+    if (errno != EINTR) return EWait::kReady;  // the next call reports what is wrong
+    if (timeoutMs >= 0) {
+      const auto rest =
+          std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+      left = rest > 0 ? static_cast<int>(rest) : 0;
+    }
+  }
+}
+
+void SetOption(int fd, int level, int name, int value) {
+  setsockopt(fd, level, name, &value, sizeof value);
+}
+
+sockaddr_in MakeAddress(in_addr ip, int port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr = ip;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  return address;
+}
+
+const sockaddr* AsGeneric(const sockaddr_in& address) {
+  return reinterpret_cast<const sockaddr*>(&address);
+}
+
+// The local address to bind to; "" is every address.
+bool ParseLocal(const std::string& text, in_addr& ip) {
+  ip.s_addr = htonl(INADDR_ANY);
+  return text.empty() || inet_pton(AF_INET, text.c_str(), &ip) == 1;
+}
+
+bool Resolve(const std::string& host, in_addr& ip) {
+  if (inet_pton(AF_INET, host.c_str(), &ip) == 1) return true;
+  addrinfo hints{};
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr) return false;
+  ip = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr;
+  freeaddrinfo(found);
+  return true;
+}
+
+class CPosixStream : public IStreamSocket {
+ public:
+  CPosixStream(int fd, const sockaddr_in& remote)
+      : m_socket(fd), m_nIP(ntohl(remote.sin_addr.s_addr)), m_nPort(ntohs(remote.sin_port)) {
+    SetOption(fd, IPPROTO_TCP, TCP_NODELAY, 1);
+    SetOption(fd, IPPROTO_TCP, TCP_NOTSENT_LOWAT, kNotSentLowWater);
+  }
+
+  bool IsValid() const { return m_wake.IsValid(); }
+
+  EIoResult Receive(char* data, std::size_t size, std::size_t& received) override {
+    received = 0;
+    for (;;) {
+      const ssize_t n = recv(m_socket.Get(), data, size, MSG_DONTWAIT);
+      if (n > 0) {
+        received = static_cast<std::size_t>(n);
+        return EIoResult::kDone;
+      }
+      if (n == 0) return EIoResult::kClosed;
+      if (errno == EAGAIN || errno == EWOULDBLOCK) return EIoResult::kWouldBlock;
+      if (errno != EINTR) return EIoResult::kClosed;
+    }
+  }
+
+  EIoResult Send(const SSlice* slices, int count, std::size_t& sent) override {
+    sent = 0;
+    iovec parts[kMaxSlices];
+    const int used = count < kMaxSlices ? count : kMaxSlices;
+    for (int i = 0; i < used; ++i) {
+      parts[i].iov_base = const_cast<char*>(slices[i].m_pData);
+      parts[i].iov_len = slices[i].m_nBytes;
+    }
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = static_cast<std::size_t>(used);
+    for (;;) {
+      const ssize_t n = sendmsg(m_socket.Get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+      if (n >= 0) {
+        sent = static_cast<std::size_t>(n);
+        return EIoResult::kDone;
+      }
+      if (errno == EAGAIN || errno == EWOULDBLOCK) return EIoResult::kWouldBlock;
+      if (errno != EINTR) return EIoResult::kClosed;
+    }
+  }
+
+  void WaitReceive() override { WaitFor(m_socket.Get(), POLLIN, m_wake.Get(), -1); }
+  void WaitSend() override { WaitFor(m_socket.Get(), POLLOUT, m_wake.Get(), -1); }
+
+  void Shutdown() override {
+    shutdown(m_socket.Get(), SHUT_RDWR);
+    m_wake.Wake();
+  }
+
+  void SetKeepAlive(int idleMs, int intervalMs, int probes) override {
+    SetOption(m_socket.Get(), SOL_SOCKET, SO_KEEPALIVE, 1);
+    SetOption(m_socket.Get(), IPPROTO_TCP, TCP_KEEPIDLE, (idleMs + 999) / 1000);
+    SetOption(m_socket.Get(), IPPROTO_TCP, TCP_KEEPINTVL, (intervalMs + 999) / 1000);
+    SetOption(m_socket.Get(), IPPROTO_TCP, TCP_KEEPCNT, probes);
+  }
+
+  unsigned int RemoteIP() const override { return m_nIP; }
+  int RemotePort() const override { return m_nPort; }
+
+ private:
+  CDescriptor m_socket;
+  CPosixWake m_wake;
+  const unsigned int m_nIP;
+  const int m_nPort;
+};
+
+std::unique_ptr<IStreamSocket> MakeStream(CDescriptor& fd, const sockaddr_in& remote) {
+  auto stream = std::make_unique<CPosixStream>(fd.Release(), remote);
+  if (!stream->IsValid()) return nullptr;
+  return stream;
+}
+
+class CPosixListener : public IListenSocket {
+ public:
+  explicit CPosixListener(int fd) : m_socket(fd) {}
+  bool IsValid() const { return m_wake.IsValid(); }
+
+  int Port() const override {
+    sockaddr_in local{};
+    socklen_t size = sizeof local;
+    if (getsockname(m_socket.Get(), reinterpret_cast<sockaddr*>(&local), &size) != 0) return 0;
+    return ntohs(local.sin_port);
+  }
+
+  EAcceptResult Accept(std::unique_ptr<IStreamSocket>& socket) override {
+    for (;;) {
+      if (WaitFor(m_socket.Get(), POLLIN, m_wake.Get(), -1) == EWait::kWoken) {
+        return EAcceptResult::kStopped;
+      }
+      sockaddr_in remote{};
+      socklen_t size = sizeof remote;
+      CDescriptor fd(accept4(m_socket.Get(), reinterpret_cast<sockaddr*>(&remote), &size,
+                             SOCK_CLOEXEC | SOCK_NONBLOCK));
+      if (fd.Get() < 0) {
+        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+          return EAcceptResult::kOutOfResources;
+        }
+        continue;  // the connection went away again, or somebody else's signal
+      }
+      socket = MakeStream(fd, remote);
+      return socket != nullptr ? EAcceptResult::kAccepted : EAcceptResult::kOutOfResources;
+    }
+  }
+
+  void Stop() override { m_wake.Wake(); }
+
+ private:
+  CDescriptor m_socket;
+  CPosixWake m_wake;
+};
+
+class CPosixSockets : public ISocketSystem {
+ public:
+  std::unique_ptr<IListenSocket> Listen(const std::string& address, int port) override {
+    in_addr ip{};
+    if (!ParseLocal(address, ip) || port < 0 || port > 65535) return nullptr;
+    CDescriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (fd.Get() < 0) return nullptr;
+    SetOption(fd.Get(), SOL_SOCKET, SO_REUSEADDR, 1);
+    const sockaddr_in local = MakeAddress(ip, port);
+    if (bind(fd.Get(), AsGeneric(local), sizeof local) != 0) return nullptr;
+    if (listen(fd.Get(), kBacklog) != 0) return nullptr;
+    auto listener = std::make_unique<CPosixListener>(fd.Release());
+    if (!listener->IsValid()) return nullptr;
+    return listener;
+  }
+
+  std::unique_ptr<IStreamSocket> Connect(const std::string& host, int port,
+                                         const std::string& localAddress, int timeoutMs,
+                                         const IWakeHandle& wake) override {
+    in_addr ip{};
+    in_addr localIp{};
+    if (port <= 0 || port > 65535 || !ParseLocal(localAddress, localIp) || !Resolve(host, ip)) {
+      return nullptr;
+    }
+    CDescriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (fd.Get() < 0) return nullptr;
+    if (!localAddress.empty()) {
+      // The port is chosen at connect, so that one address can reach many
+      // servers without running out of ports (ip(7), IP_BIND_ADDRESS_NO_PORT).
+      SetOption(fd.Get(), IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, 1);
+      const sockaddr_in local = MakeAddress(localIp, 0);
+      if (bind(fd.Get(), AsGeneric(local), sizeof local) != 0) return nullptr;
+    }
+    const sockaddr_in remote = MakeAddress(ip, port);
+    if (!FinishConnect(fd.Get(), remote, timeoutMs, static_cast<const CPosixWake&>(wake).Get())) {
+      return nullptr;
+    }
+    return MakeStream(fd, remote);
+  }
+
+  std::unique_ptr<IWakeHandle> MakeWake() override { return std::make_unique<CPosixWake>(); }
+
+ private:
+  static bool FinishConnect(int fd, const sockaddr_in& remote, int timeoutMs, int wakeFd) {
+    if (connect(fd, AsGeneric(remote), sizeof remote) == 0) return true;
+    if (errno != EINPROGRESS && errno != EINTR) return false;
+    if (WaitFor(fd, POLLOUT, wakeFd, timeoutMs) != EWait::kReady) return false;
+    int error = 0;
+    socklen_t size = sizeof error;
+    return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+  }
+};
+
+}  // namespace
+
+ISocketSystem& NativeSockets() {
+  static CPosixSockets sockets;
+  return sockets;
+}
