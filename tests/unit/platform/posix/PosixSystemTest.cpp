@@ -58,7 +58,7 @@ TEST(PosixSystem, TimeTextFollowsTheLocalZone) {
   tzset();
   EXPECT_EQ(CTimeConvert::ConvertTimeToString(1700000001), "2023-11-14_22-13-21");
   EXPECT_EQ(CTimeConvert::ConvertTimeToString(253402300800), "10000-01-01_00-00-00");
-  setenv("TZ", "XXX-05:30", 1);
+  setenv("TZ", "LOC-05:30", 1);
   tzset();
   EXPECT_EQ(CTimeConvert::ConvertTimeToString(0), "1970-01-01_05-30-00");
   EXPECT_NEAR(static_cast<double>(CTimeConvert::GetCurTime()), static_cast<double>(time(nullptr)),
