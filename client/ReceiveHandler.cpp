@@ -1,0 +1,203 @@
+// Receive handler: stores what the server answers and wakes who waits.
+//
+// Runs on the network layer's threads. Every handler stores the fields first
+// and sets the event last; a lost link sets no event.
+
+#include <algorithm>
+#include <cstdint>
+
+#include "client/KQFileTransServiceClient.h"
+#include "platform/ByteOrder.h"
+#include "platform/KQEvent.h"
+#include "platform/KQFile.h"
+#include "platform/ThreadLock.h"
+#include "protocol/DataPacket.h"
+#include "protocol/MessageCodes.h"
+#include "protocol/ResultCodes.h"
+#include "protocol/TransferTypes.h"
+
+namespace {
+
+constexpr int kResultBytes = 4;
+constexpr int kPrepareAnswerBytes = 12;  // int32 result, int64 size
+constexpr int kTotalSizeBytes = 8;
+
+}  // namespace
+
+bool CKQFileTransServiceClient::DealNetMsg(unsigned int, int, int nMsgType, int nLength,
+                                           const char* pData, int) {
+  Dispatch(nMsgType, pData == nullptr ? 0 : std::max(nLength, 0), pData);
+  return true;
+}
+
+void CKQFileTransServiceClient::Dispatch(int code, int length, const char* body) {
+  switch (code) {
+    case NET_STC_TRANSFILEDATA:
+      return OnFileData(length, body);
+    case NET_COMMAND_DISCONNECT:
+      return OnDisconnect();
+    case NET_COMMAND_CONNECT:
+      return OnConnect();
+    case NET_CTS_PREPARETRAN_FILE:
+      return OnPrepareAnswer(length, body);
+    case NET_CTS_TRANSFILEDATA_END:
+      return OnUploadEnd();
+    case NET_CTS_TRANS_STOP:
+      return OnTransStopped();
+    case NET_CTS_REQUEST_SERVERFILESIZE:
+      return OnTotalSize(length, body);
+    case NET_CTS_PREPARETRANS_FILE:
+      return OnDownloadAnswer(length, body);
+    case NET_STC_TRANSFILEDATA_END:
+      return OnDownloadEnd(length, body);
+    case NET_STC_WRITEDATA_ERROR:
+      return OnServerWriteError(length, body);
+    case NET_CTS_GETLOSTINFO:
+      return OnLostInfo(length, body);
+    case NET_CTS_CHANGELOSTINFO:
+      return OnLostInfoChanged();
+    case NET_CTS_GETPRJDIR:
+      return OnText(m_strServerPrjDir, length, body);
+    case NET_CTS_GETPRJLIST:
+    case NET_CTS_GETPRJFILELIST:
+      return OnText(m_strPrjList, length, body);
+    case NET_CTS_DELETEPRJ:
+      return OnDeleted(length, body);
+    default:
+      return;
+  }
+}
+
+// The count moves first: Connect compares it after it has stored a new link.
+void CKQFileTransServiceClient::OnDisconnect() {
+  m_nLinkDowns += 1;
+  m_bPrjDirKnown = false;
+  m_bConnect = false;
+  m_bStop = true;
+  m_pLinkInfo = nullptr;
+  m_nTransState = PROCESS_TYPE_NONE;
+  WriteLog("DealNetMsg NET_COMMAND_DISCONNECT \n");
+}
+
+void CKQFileTransServiceClient::OnConnect() {
+  WriteLog("DealNetMsg NET_COMMAND_CONNECT \n");
+}
+
+void CKQFileTransServiceClient::OnPrepareAnswer(int length, const char* body) {
+  if (length < kPrepareAnswerBytes) return;
+  const std::int32_t result = ReadInt32(body);
+  const std::int64_t held = ReadInt64(body + kResultBytes);
+  m_nErrorCode = result;
+  m_llServerFilePos = held;
+  WriteLog("NET_CTS_PREPARETRAN_FILE Rec:" + std::to_string(result) + "::" + std::to_string(held) +
+           "\n");
+  m_evReply->SetKQEvent();
+}
+
+void CKQFileTransServiceClient::OnUploadEnd() {
+  WriteLog("DealNetMsg NET_CTS_TRANSFILEDATA_END \n");
+  m_evFileEnd->SetKQEvent();
+}
+
+void CKQFileTransServiceClient::OnTransStopped() {
+  WriteLog("DealNetMsg NET_CTS_TRANS_STOP \n");
+  m_evTransEnd->SetKQEvent();
+}
+
+void CKQFileTransServiceClient::OnTotalSize(int length, const char* body) {
+  if (length < kTotalSizeBytes) return;
+  const std::int64_t total = ReadInt64(body);
+  m_TotalTransBytes = total;
+  WriteLog("DealNetMsg NET_CTS_REQUEST_SERVERFILESIZE m_TotalTransBytes = " +
+           std::to_string(total) + "\n");
+  m_evReply->SetKQEvent();
+}
+
+void CKQFileTransServiceClient::OnDownloadAnswer(int length, const char* body) {
+  if (length < kResultBytes) return;
+  const std::int32_t result = ReadInt32(body);
+  m_nErrorCode = result;
+  WriteLog("DealNetMsg NET_CTS_PREPARETRANS_FILE m_nErrorCode :" + std::to_string(result) + " \n");
+  m_evReply->SetKQEvent();
+}
+
+// The one path that every downloaded byte takes. Whoever closes the file
+// first raises m_bStopReceive, then waits for m_bWriting to fall; so the
+// flags are read again after m_bWriting is up.
+void CKQFileTransServiceClient::OnFileData(int length, const char* body) {
+  if (m_bStop || m_bStopReceive || length < kPositionBytes) return;
+  const std::int64_t position = ReadInt64(body);
+  if (position < 0) {
+    // The text says the opposite of what happened; kept on purpose.
+    ReportWriteFailure("DealNetMsg NET_STC_TRANSFILEDATA llFilePos >= 0 \n");
+    return;
+  }
+  m_bWriting = true;
+  if (m_bStop || m_bStopReceive) {
+    m_bWriting = false;
+    return;
+  }
+  const int bytes = length - kPositionBytes;
+  if (!m_pFile->WriteEx(position, body + kPositionBytes, bytes)) {
+    ReportWriteFailure(
+        "DealNetMsg NET_STC_TRANSFILEDATA m_nErrorCode = ERROR_CODE_CLIENT_WRITE \n");
+  }
+  m_bWriting = false;
+  m_llTransBytes += bytes;
+}
+
+void CKQFileTransServiceClient::ReportWriteFailure(const char* message) {
+  m_bWriteFailed = true;
+  m_nErrorCode = ERROR_CODE_CLIENT_WRITE;
+  WriteLog(message);
+}
+
+void CKQFileTransServiceClient::OnDownloadEnd(int length, const char* body) {
+  if (length < kResultBytes) return;
+  const std::int32_t endCode = ReadInt32(body);
+  if (endCode != RESULT_OK) m_nServerErrorCode = endCode;
+  WriteLog("DealNetMsg NET_STC_TRANSFILEDATA_END m_nServerErrorCode :" +
+           std::to_string(m_nServerErrorCode) + " \n");
+  m_evFileEnd->SetKQEvent();
+}
+
+void CKQFileTransServiceClient::OnServerWriteError(int length, const char* body) {
+  if (length < kResultBytes) return;
+  const std::int32_t result = ReadInt32(body);
+  m_nServerErrorCode = result;
+  WriteLog("DealNetMsg NET_STC_WRITEDATA_ERROR m_nServerErrorCode :" + std::to_string(result) +
+           " \n");
+}
+
+void CKQFileTransServiceClient::OnLostInfo(int length, const char* body) {
+  if (length < kResultBytes) return;
+  const std::int32_t result = ReadInt32(body);
+  m_nErrorCode = result;
+  if (length != kResultBytes) {
+    const CScopedLock lock(m_pLock);
+    m_strLostInfo.assign(body + kResultBytes, static_cast<std::size_t>(length - kResultBytes));
+  }
+  WriteLog("DealNetMsg NET_CTS_GETLOSTINFO m_nErrorCode :" + std::to_string(result) + " \n");
+  m_evReply->SetKQEvent();
+}
+
+// The result in the answer is not stored, on purpose: m_nErrorCode keeps that
+// of the 2500 before, and that is what the requester reads.
+void CKQFileTransServiceClient::OnLostInfoChanged() {
+  WriteLog("DealNetMsg NET_CTS_CHANGELOSTINFO \n");
+  m_evReply->SetKQEvent();
+}
+
+void CKQFileTransServiceClient::OnText(std::string& member, int length, const char* body) {
+  {
+    const CScopedLock lock(m_pLock);
+    member.assign(length > 0 ? body : "", static_cast<std::size_t>(length));
+  }
+  m_evReply->SetKQEvent();
+}
+
+void CKQFileTransServiceClient::OnDeleted(int length, const char* body) {
+  if (length < kResultBytes) return;
+  m_nDeleteResult = ReadInt32(body);
+  m_evReply->SetKQEvent();
+}

@@ -1,0 +1,95 @@
+// Send buffers: the pool, and file data cut into packets that fill them.
+//
+// A sender takes a buffer, fills it and hands it to the network layer, which
+// gives it back on a thread of its own through ReleaseIOCPBuffer. The shape
+// of the map never changes after construction; only its flags do.
+
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "client/KQFileTransServiceClient.h"
+#include "client/PositionMath.h"
+#include "net/IOCPBuffer.h"
+#include "net/LinkInfo.h"
+#include "net/NetWorkManageEx.h"
+#include "platform/KQPlatForm.h"
+#include "protocol/DataPacket.h"
+#include "protocol/MessageCodes.h"
+
+namespace {
+
+constexpr int kRoomWaitMs = 50;
+
+// When this many buffers are out, each packet is followed by a pause. The
+// wait for room keeps real links far below it.
+constexpr std::int64_t kBrakeBuffers = 300;
+constexpr int kBrakePauseMs = 100;
+
+}  // namespace
+
+bool CKQFileTransServiceClient::ReleaseIOCPBuffer(CIOCPBuffer* p) {
+  ReleaseBuffer(p);
+  return true;
+}
+
+CIOCPBuffer* CKQFileTransServiceClient::GetIOCPBuffer() {
+  m_nBufTaken += 1;
+  for (auto& [buffer, isFree] : m_mapBuffer) {
+    if (isFree && isFree.Claim(true, false)) return buffer;
+  }
+  try {
+    return new CIOCPBuffer(kSendBufferBytes, true, false, 0);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+// Counts every buffer, those of SendMessage included, though only pool
+// buffers count as taken; kept on purpose, the brake works on the difference.
+void CKQFileTransServiceClient::ReleaseBuffer(CIOCPBuffer* p) {
+  m_nBufReleased += 1;
+  if (p == nullptr) return;
+  if (p->m_nBufSize == kSendBufferBytes) {
+    const auto entry = m_mapBuffer.find(p);
+    if (entry != m_mapBuffer.end()) {
+      entry->second = true;
+      return;
+    }
+  }
+  delete p;
+}
+
+bool CKQFileTransServiceClient::SendData(std::int64_t llFilePos, const char* pData, int nLength) {
+  ILinkInfo* const link = m_pLinkInfo;
+  if (link == nullptr || !link->IsLink()) return false;
+  return SendPieces(link, llFilePos, pData, nLength);
+}
+
+bool CKQFileTransServiceClient::SendPieces(ILinkInfo* link, std::int64_t position, const char* data,
+                                           int length) {
+  while (length > 0 && !IsSuperseded()) {
+    const int bytes = NextPieceBytes(length);
+    if (!SendPiece(link, position, data, bytes)) return false;
+    position = AddPositions(position, bytes);
+    data += bytes;
+    length -= bytes;
+  }
+  return true;
+}
+
+// A stop ends the wait for room but not the block: what was read is queued,
+// so that the file on the server ends where the count says.
+bool CKQFileTransServiceClient::SendPiece(ILinkInfo* link, std::int64_t position, const char* data,
+                                          int bytes) {
+  while (!link->WaitSendRoom(kRoomWaitMs) && !IsTransStopped()) {
+  }
+  m_llTransBytes += bytes;
+  CIOCPBuffer* const buffer = GetIOCPBuffer();
+  if (buffer == nullptr) return false;
+  StartDataPacket(*buffer, NET_CTS_TRANSFILEDATA, position, bytes);
+  std::memcpy(buffer->m_pBuf + kDataOffset, data, static_cast<std::size_t>(bytes));
+  if (!m_pNetWork->DirectSendData(link, buffer)) return false;
+  if (m_nBufTaken - m_nBufReleased >= kBrakeBuffers) CKQPlatForm::KQSleep(kBrakePauseMs);
+  return true;
+}

@@ -1,0 +1,150 @@
+// Runs: which worker's transfer is the client's current one.
+//
+// Prepare begins a run and thereby supersedes a worker that still runs; the
+// worker that is started then takes it. Flags and statuses are written only
+// on behalf of the current run, under the run book's mutex.
+
+#include "client/TransferRun.h"
+
+#include <string>
+#include <utility>
+
+#include "client/KQFileTransServiceClient.h"
+#include "platform/KQEvent.h"
+#include "platform/KQFile.h"
+#include "platform/KQThread.h"
+#include "platform/ThreadGate.h"
+
+namespace {
+
+thread_local CTransferRun* t_pRun = nullptr;
+
+}  // namespace
+
+CTransferRun::CTransferRun() {
+  t_pRun = this;
+}
+
+CTransferRun::~CTransferRun() {
+  t_pRun = nullptr;
+}
+
+CTransferRun* CTransferRun::OfThread() {
+  return t_pRun;
+}
+
+void CKQFileTransServiceClient::BeginRun(int mode, std::vector<Channel_Key_Value> records) {
+  const std::lock_guard guard(m_pRunBook->m_mutex);
+  m_ullRun += 1;  // before m_bStop falls: a running worker must not miss both
+  m_vecKey = std::move(records);
+  m_pRunBook->m_nMode = mode;
+  m_pRunBook->m_bTaken = false;
+  m_nTransState = mode;
+  m_bStop = false;
+  m_bFinished = false;
+  m_TotalTransBytes = 0;
+  m_llTransBytes = 0;
+  m_evReply->ResetKQEvent();
+  m_evTransEnd->ResetKQEvent();
+}
+
+// False when another worker took the run, or it is none of this worker's
+// kind: the request that this worker was started for has been replaced.
+bool CKQFileTransServiceClient::TakeRun(int mode, CTransferRun& run) {
+  const std::lock_guard guard(m_pRunBook->m_mutex);
+  if (m_pRunBook->m_bTaken || m_pRunBook->m_nMode != mode) return false;
+  m_pRunBook->m_bTaken = true;
+  run.m_ullNumber = m_ullRun;
+  run.m_vecKey = m_vecKey;
+  return true;
+}
+
+bool CKQFileTransServiceClient::StartWorker(void* (*entry)(void*)) {
+  m_pGate->Enter();
+  CKQThread thread;
+  if (thread.CreateKQThread(entry, this)) return true;
+  m_pGate->Leave();
+  return false;
+}
+
+// The state falls before the event is set: whoever wakes finds the client
+// idle.
+void CKQFileTransServiceClient::FinishRun(std::uint64_t number, bool signalEnd) {
+  const std::lock_guard guard(m_pRunBook->m_mutex);
+  if (number != m_ullRun) return;
+  m_bFinished = true;
+  m_bStop = true;
+  m_nTransState = PROCESS_TYPE_NONE;
+  if (signalEnd) m_evTransEnd->SetKQEvent();
+}
+
+// One step for StopTrans: it either comes first and is obeyed, or finds the
+// client idle.
+bool CKQFileTransServiceClient::FinishUnlessStopped(std::uint64_t number) {
+  const std::lock_guard guard(m_pRunBook->m_mutex);
+  if (number != m_ullRun) return true;
+  if (m_bStop) return false;
+  m_bStop = true;
+  m_bFinished = true;
+  m_nTransState = PROCESS_TYPE_NONE;
+  return true;
+}
+
+void CKQFileTransServiceClient::StoreStatus(const CTransferRun& run, std::size_t index,
+                                            std::int32_t status) {
+  const std::lock_guard guard(m_pRunBook->m_mutex);
+  if (run.m_ullNumber == m_ullRun) m_vecKey[index].m_nStatus = status;
+}
+
+std::vector<Channel_Key_Value> CKQFileTransServiceClient::CopyRecords() const {
+  const std::lock_guard guard(m_pRunBook->m_mutex);
+  return m_vecKey;
+}
+
+bool CKQFileTransServiceClient::IsSuperseded() const {
+  const CTransferRun* run = CTransferRun::OfThread();
+  return run != nullptr && run->m_ullNumber != m_ullRun;
+}
+
+bool CKQFileTransServiceClient::IsTransStopped() const {
+  return m_bStop || IsSuperseded();
+}
+
+// On behalf of the current run only: a superseded worker must not shut the
+// new one's ear. False when the caller is superseded.
+bool CKQFileTransServiceClient::RaiseStopReceive() {
+  const std::lock_guard guard(m_pRunBook->m_mutex);
+  if (IsSuperseded()) return false;
+  m_bStopReceive = true;
+  return true;
+}
+
+// False when no transfer runs.
+bool CKQFileTransServiceClient::RaiseStop() {
+  const std::lock_guard guard(m_pRunBook->m_mutex);
+  m_bStop = true;
+  const int state = m_nTransState;
+  return state == PROCESS_TYPE_CLIENT_UPDATA || state == PROCESS_TYPE_CLIENT_DOWNDATA;
+}
+
+// A worker works through a handle of its own, so that it keeps its file when
+// another takes over; m_pFile shows the current run's file to the rest of the
+// object. False when there is no file.
+bool CKQFileTransServiceClient::UseFile(std::shared_ptr<CFileHandle> file,
+                                        const std::string& path) {
+  const std::lock_guard guard(m_pRunBook->m_mutex);
+  if (CTransferRun* const run = CTransferRun::OfThread()) run->m_pFile = file;
+  const bool open = file != nullptr;
+  if (!IsSuperseded()) m_pFile->Attach(std::move(file), path);
+  return open;
+}
+
+void CKQFileTransServiceClient::LeaveFile() {
+  CTransferRun* const run = CTransferRun::OfThread();
+  if (run == nullptr) {
+    m_pFile->Close();
+    return;
+  }
+  m_pFile->CloseIf(run->m_pFile);
+  run->m_pFile.reset();
+}

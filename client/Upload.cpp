@@ -1,0 +1,187 @@
+// Upload: sends every file of a request, one after the other.
+//
+// UpdateFileToDataService checks and starts a worker; the worker announces
+// each file, pumps it in blocks of 1 MiB and waits for the server to confirm
+// its end. The first file that fails ends the upload.
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "client/KQFileTransServiceClient.h"
+#include "client/PositionMath.h"
+#include "client/TransferRun.h"
+#include "net/LinkInfo.h"
+#include "platform/ExpertUtils.h"
+#include "platform/HardWareCommon.h"
+#include "platform/KQEvent.h"
+#include "platform/KQFile.h"
+#include "platform/System.h"
+#include "platform/ThreadGate.h"
+#include "protocol/DataPacket.h"
+#include "protocol/MessageCodes.h"
+#include "protocol/ResultCodes.h"
+#include "protocol/TransferTypes.h"
+
+namespace {
+
+constexpr int kPrepareWaitMs = 10000;
+constexpr int kFileEndWaitMs = 30000;
+constexpr std::size_t kMaxNameBytes = 1023;
+
+bool IsMeasurementFile(const std::string& path) {
+  static constexpr std::array kExtensions = {"tm",  "can",       "gps", "rs422",
+                                             "out", "vibstrain", "jump"};
+  std::string extension = EU::CExpertUtils::PickFileExt(path);
+  EU::CExpertUtils::ToLower(extension);
+  return std::find(kExtensions.begin(), kExtensions.end(), extension) != kExtensions.end();
+}
+
+std::int64_t FileBytes(const std::string& path) {
+  return static_cast<std::int64_t>(CHardWareCommon::GetFileSize(path));
+}
+
+}  // namespace
+
+// Any refusal, the busy codes included, also clears the state of a transfer
+// that runs. Kept on purpose: a caller that repeats its call gets through.
+int CKQFileTransServiceClient::UpdateFileToDataService(const std::string& xml) {
+  const int result = Prepare(PROCESS_TYPE_CLIENT_UPDATA, xml);
+  if (result != RESULT_OK) {
+    m_nTransState = PROCESS_TYPE_NONE;
+    return result;
+  }
+  std::int64_t total = 0;
+  for (const Channel_Key_Value& rec : CopyRecords()) total += FileBytes(rec.m_strPath);
+  m_TotalTransBytes = total;
+  if (StartWorker(&SendFile)) return RESULT_OK;
+  FinishRun(m_ullRun, true);
+  return ERROR_CODE_CLIENT_SENDCMD;
+}
+
+int CKQFileTransServiceClient::Prepare(int mode, const std::string& xml) {
+  if (!Connect(GuardedCopy(m_strServerIP), m_nServerPort)) return ERROR_CODE_CLIENT_CONNECT;
+  const ILinkInfo* const link = m_pLinkInfo;
+  if (link == nullptr || !link->IsLink()) return ERROR_CODE_CLIENT_CONNECT;
+  const int state = m_nTransState;
+  if (state == PROCESS_TYPE_CLIENT_UPDATA) return ERROR_CODE_CLIENT_BUSY_UPDATA;
+  if (state == PROCESS_TYPE_CLIENT_DOWNDATA) return ERROR_CODE_CLIENT_BUSY_DOWNDATA;
+
+  std::vector<Channel_Key_Value> records;
+  Channel_Key_Value::ConvertXMLToValue(xml, records);
+  for (Channel_Key_Value& rec : records) {
+    rec.m_nStatus = RESULT_OK;
+    EU::CExpertUtils::RelaceString(rec.m_strPath, "/", "\\");
+    System().WriteStandard(true, "m_vecKey[i].m_strPath " + rec.m_strPath + "\n");
+  }
+  BeginRun(mode, std::move(records));
+  return RESULT_OK;
+}
+
+void* CKQFileTransServiceClient::SendFile(void* client) {
+  auto* const self = static_cast<CKQFileTransServiceClient*>(client);
+  const std::shared_ptr<CThreadGate> gate = self->m_pGate;
+  self->SendFileToServer();
+  gate->Leave();  // from here on the client may be gone
+  return nullptr;
+}
+
+void CKQFileTransServiceClient::SendFileToServer() {
+  CTransferRun run;
+  if (!TakeRun(PROCESS_TYPE_CLIENT_UPDATA, run)) return;
+  for (std::size_t i = 0; i < run.m_vecKey.size() && !IsTransStopped(); ++i) {
+    const int result = SendRecord(run.m_vecKey[i]);
+    if (result == RESULT_OK) continue;
+    StoreStatus(run, i, result);
+    break;
+  }
+  FinishRun(run.m_ullNumber, true);
+}
+
+int CKQFileTransServiceClient::SendRecord(Channel_Key_Value& rec) {
+  const bool resumable = IsMeasurementFile(rec.m_strPath);
+  std::string name = rec.m_strName;
+  std::int64_t skip = 0;
+  if (resumable) {
+    const int result = RebackAllLostInfo(rec, name, skip);
+    if (result != RESULT_OK) return result;
+    if (IsSuperseded()) return RESULT_OK;
+  }
+  const int result = PrepareTransFile(name, !resumable);
+  if (result != RESULT_OK) return result;
+
+  // An ordinary file is sent whole, whatever the server holds of it.
+  if (!resumable) m_llServerFilePos = 0;
+  const std::int64_t held = m_llServerFilePos;
+  m_llTransBytes += held;
+  const std::int64_t start = AddPositions(held, skip);
+  std::int64_t done = 0;
+  return SendSingleFileRange(rec, start, SubtractPositions(FileBytes(rec.m_strPath), start), held,
+                             done);
+}
+
+int CKQFileTransServiceClient::PrepareTransFile(const std::string& name, bool whole) {
+  m_llServerFilePos = 0;
+  m_nServerErrorCode = RESULT_OK;
+  m_nErrorCode = RESULT_OK;
+  m_nBufTaken = 0;
+  m_nBufReleased = 0;
+  if (name.size() > kMaxNameBytes) return ERROR_CODE_CLIENT_SENDCMD;
+
+  const std::string body = std::string(1, whole ? '\1' : '\0') + name;
+  m_evReply->ResetKQEvent();
+  if (!SendText(NET_CTS_PREPARETRAN_FILE, body)) return ERROR_CODE_CLIENT_SENDCMD;
+  if (m_evReply->Wait(kPrepareWaitMs) == kWaitTimeout) return ERROR_CODE_WAIT_SERVERRESPOND;
+  return m_nErrorCode;
+}
+
+int CKQFileTransServiceClient::SendSingleFileRange(Channel_Key_Value& rec, std::int64_t start,
+                                                   std::int64_t len, std::int64_t base,
+                                                   std::int64_t& done) {
+  if (!UseFile(CFileHandle::Open(rec.m_strPath, "rb"), rec.m_strPath)) {
+    return ERROR_CODE_CLIENT_OPENFILE;
+  }
+  const int result = ReadDataAndSend(start, len, base, done);
+  LeaveFile();
+  if (result != RESULT_OK) return result;
+  // An end message now would end the file of the worker that took over.
+  if (IsSuperseded()) return RESULT_OK;
+
+  m_evFileEnd->ResetKQEvent();
+  if (m_bConnect && SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0) &&
+      m_evFileEnd->Wait(kFileEndWaitMs) == kWaitTimeout) {
+    return ERROR_CODE_WAIT_TRANSEND;
+  }
+  return m_nServerErrorCode;
+}
+
+// A lost link is an error only where data is about to be sent; one that goes
+// between two blocks raises m_bStop and ends the file like a stop.
+int CKQFileTransServiceClient::ReadDataAndSend(std::int64_t start, std::int64_t len,
+                                               std::int64_t base, std::int64_t& done) {
+  const CTransferRun* const run = CTransferRun::OfThread();
+  const std::shared_ptr<CFileHandle> file = run != nullptr ? run->m_pFile : m_pFile->GetHandle();
+  if (file == nullptr || !file->Seek(start)) return ERROR_CODE_CLIENT_SEEK;
+  done = 0;
+  const std::unique_ptr<char[]> block(new (std::nothrow) char[kReadBlockBytes]);
+  if (block == nullptr) return ERROR_CODE_CLIENT_READ;
+  if (IsTransStopped()) return RESULT_OK;
+
+  while (true) {
+    const std::int64_t wanted = std::min<std::int64_t>(len - done, kReadBlockBytes);
+    const int bytes = file->Read(block.get(), static_cast<int>(std::max<std::int64_t>(wanted, 0)));
+    if (bytes != wanted) return ERROR_CODE_CLIENT_READ;
+    ILinkInfo* const link = m_pLinkInfo;
+    if (link == nullptr || !link->IsLink()) return ERROR_CODE_CLIENT_SENDDATA;
+    if (!SendPieces(link, AddPositions(base, done), block.get(), bytes)) {
+      return ERROR_CODE_CLIENT_SENDDATA;
+    }
+    done += bytes;
+    if (done >= len) return RESULT_OK;
+    const int serverError = m_nServerErrorCode;
+    if (serverError != RESULT_OK) return serverError;
+    if (IsTransStopped()) return RESULT_OK;
+  }
+}
