@@ -56,6 +56,16 @@ std::string UserStateDirectory() {
   return EnvironmentWord("LOCALAPPDATA");
 }
 
+std::string UserConfigFile(const std::string& name) {
+  for (const char* const variable : {"XDG_CONFIG_HOME", "APPDATA"}) {
+    if (const std::string home = EnvironmentWord(variable); !home.empty()) {
+      return (fs::path(home) / name).string();
+    }
+  }
+  const std::string home = EnvironmentWord("HOME");
+  return home.empty() ? "" : (fs::path(home) / ".config" / name).string();
+}
+
 std::string FirstUsableDirectory(const std::vector<std::string>& candidates) {
   for (const std::string& candidate : candidates) {
     if (candidate.empty()) continue;

@@ -15,6 +15,10 @@ std::string WhyUnusable(const std::string& directory);
 /// the environment names no home.
 std::string UserStateDirectory();
 
+/// The user's settings file of that name, there or not; "" when the
+/// environment names no home.
+std::string UserConfigFile(const std::string& name);
+
 /// Where the system keeps the logs of this service.
 std::string SystemLogDirectory();
 

@@ -56,6 +56,9 @@ void AddOptions(CLI::App& app, SServerOptions& options, std::string& config) {
 bool ParseServerOptions(int argc, char** argv, SServerOptions& options, int& status) {
   CLI::App app(kDescription, "kqft-server");
   app.footer(kFooter);
+  app.failure_message([](const CLI::App*, const CLI::Error& error) {
+    return std::string("kqft-server: ") + error.what() + "\nTry \"kqft-server --help\".\n";
+  });
   std::string config;
   AddOptions(app, options, config);
   try {

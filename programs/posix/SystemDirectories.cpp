@@ -2,4 +2,6 @@
 
 #include "programs/Directories.h"
 
-std::string SystemLogDirectory() { return "/var/log/kqft"; }
+std::string SystemLogDirectory() {
+  return "/var/log/kqft";
+}
