@@ -1,0 +1,1 @@
+# What is installed beside the library.

@@ -1,0 +1,96 @@
+// kqft-server: the library's server as a program and a system service.
+//
+// The main thread sets everything up, then only waits for a termination
+// request. What happens to the links is printed and logged by the library.
+
+#include <chrono>
+#include <cstdlib>
+#include <future>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "net/NetWorkManageEx.h"
+#include "programs/Directories.h"
+#include "programs/ExitStatus.h"
+#include "programs/ServiceNotify.h"
+#include "programs/Termination.h"
+#include "programs/kqft-server/ServerOptions.h"
+#include "server/KQFileTransServiceServer.h"
+
+namespace {
+
+// A session that has stored data lets the server's Stop wait 5 s. Everything
+// received is in its file by then, so the process may end before.
+constexpr std::chrono::milliseconds kStopBound(1500);
+
+/// The library's server, told on which local address to listen.
+class CServer : public CKQFileTransServiceServer {
+ public:
+  void ListenOn(const std::string& address) { m_pPrimaryNetWork->SetLocalAddress(address); }
+  int ListenPort() const { return m_pPrimaryNetWork->GetListenPort(); }
+};
+
+int Fail(const std::string& message) {
+  std::cerr << "kqft-server: " + message + "\n";
+  return kExitFailed;
+}
+
+std::string ChooseLogDirectory(const SServerOptions& options) {
+  if (!options.m_strLogDirectory.empty()) return options.m_strLogDirectory;
+  const std::string state = UserStateDirectory();
+  return FirstUsableDirectory({EnvironmentWord("LOGS_DIRECTORY"), SystemLogDirectory(),
+                               state.empty() ? "" : state + "/kqft"});
+}
+
+// Ends the server, but not later than the bound.
+void EndServer(std::unique_ptr<CServer> server) {
+  std::promise<void> promise;
+  const std::future<void> ended = promise.get_future();
+  std::thread([server = std::move(server), promise = std::move(promise)]() mutable {
+    server->Stop();
+    server.reset();
+    promise.set_value();
+  }).detach();
+  if (ended.wait_for(kStopBound) != std::future_status::ready) std::_Exit(kExitDone);
+}
+
+int Serve(const SServerOptions& options, const std::string& logDirectory) {
+  auto server = std::make_unique<CServer>();
+  server->SetPrjDir(DirectoryForLibrary(options.m_strDirectory));
+  server->SetPrjSuffix(options.m_strSuffix);
+  server->SetLog(DirectoryForLibrary(logDirectory), true);
+  server->ListenOn(options.m_strListenAddress);
+  const std::string place = options.m_strListenAddress + ":";
+  if (!server->Init(options.m_nPort)) {
+    return Fail("cannot listen on " + place + std::to_string(options.m_nPort) +
+                ": the port is in use, or the address or port is not to be had");
+  }
+  std::cerr << "listening on " + place + std::to_string(server->ListenPort()) + "\n";
+  NotifyServiceManager("READY=1");
+  WaitForTermination();
+  NotifyServiceManager("STOPPING=1");
+  EndServer(std::move(server));
+  return kExitDone;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  HoldTermination();
+  SServerOptions options;
+  int status = kExitDone;
+  if (!ParseServerOptions(argc, argv, options, status)) return status;
+
+  if (const std::string why = WhyUnusable(options.m_strDirectory); !why.empty()) {
+    return Fail("project directory " + options.m_strDirectory + ": " + why);
+  }
+  const std::string logDirectory = ChooseLogDirectory(options);
+  if (logDirectory.empty()) return Fail("no directory for logs: name one with --log-dir");
+  if (const std::string why = WhyUnusable(logDirectory); !why.empty()) {
+    return Fail("log directory " + logDirectory + ": " + why);
+  }
+  return Serve(options, logDirectory);
+}

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+/// What the command line and the configuration file of kqft-server say.
+struct SServerOptions {
+  std::string m_strDirectory;     ///< holds the projects
+  std::string m_strLogDirectory;  ///< "" when none was given
+  std::string m_strSuffix = ".kqsln";
+  std::string m_strListenAddress = "0.0.0.0";
+  int m_nPort = 9999;  ///< 0: any free one
+};
+
+/// Reads them. A wrong use, help and version are dealt with here: the text is
+/// printed.
+/// @return true to go on; false to end with `status`.
+bool ParseServerOptions(int argc, char** argv, SServerOptions& options, int& status);

@@ -1,0 +1,174 @@
+// Download: files are fetched under a name for parts and renamed when whole.
+
+#include "programs/kqft/Download.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "programs/kqft/Names.h"
+#include "programs/kqft/Session.h"
+#include "protocol/ResultCodes.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const char* const kChanged = "the file changed on the server while it was fetched";
+const char* const kNotWhole = "the file did not arrive whole";
+
+// -1 for anything that is no file of its own.
+std::int64_t OwnFileSize(const fs::path& path) {
+  std::error_code error;
+  if (!fs::is_regular_file(fs::symlink_status(path, error))) return -1;
+  const std::uintmax_t size = fs::file_size(path, error);
+  return error ? -1 : static_cast<std::int64_t>(size);
+}
+
+// True for what PartName makes of the file name and some size.
+bool IsPartOf(const std::string& entry, const std::string& fileName) {
+  const std::string ending = ".part";
+  if (entry.size() <= fileName.size() + 1 + ending.size()) return false;
+  if (entry.compare(0, fileName.size() + 1, fileName + ".") != 0) return false;
+  const std::size_t digitsEnd = entry.size() - ending.size();
+  if (entry.compare(digitsEnd, ending.size(), ending) != 0) return false;
+  return std::all_of(entry.begin() + static_cast<std::ptrdiff_t>(fileName.size()) + 1,
+                     entry.begin() + static_cast<std::ptrdiff_t>(digitsEnd),
+                     [](char c) { return c >= '0' && c <= '9'; });
+}
+
+// The entries of a directory that may be parts; read once for each directory.
+class CPartLists {
+ public:
+  const std::set<std::string>& In(const fs::path& directory) {
+    const auto [list, isNew] = m_lists.try_emplace(directory.string());
+    std::error_code error;
+    if (isNew) {
+      for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+           entry.increment(error)) {
+        if (entry->path().extension() == ".part") {
+          list->second.insert(entry->path().filename().string());
+        }
+      }
+    }
+    return list->second;
+  }
+
+ private:
+  std::map<std::string, std::set<std::string>> m_lists;
+};
+
+void RemoveStaleParts(const STransferItem& item, CPartLists& lists) {
+  const fs::path local(item.m_strLocal);
+  const std::string name = local.filename().string();
+  const std::string valid = fs::path(PartPath(item)).filename().string();
+  const std::set<std::string>& parts = lists.In(local.parent_path());
+  for (auto part = parts.lower_bound(name + "."); part != parts.end(); ++part) {
+    if (part->compare(0, name.size(), name) != 0) break;
+    std::error_code ignored;
+    if (*part != valid && IsPartOf(*part, name)) fs::remove(local.parent_path() / *part, ignored);
+  }
+}
+
+}  // namespace
+
+std::string PartPath(const STransferItem& item) {
+  const fs::path local(item.m_strLocal);
+  return (local.parent_path() / PartName(local.filename().string(), item.m_llSize)).string();
+}
+
+CDownload::CDownload(CSession& session, COutput& output, CProgress& progress, int retries,
+                     std::string into)
+    : CTransfer(session, output, progress, retries), m_strInto(std::move(into)) {}
+
+void CDownload::Compare(std::vector<STransferItem>& items,
+                        std::vector<std::int64_t>& missing) const {
+  CPartLists lists;
+  for (STransferItem& item : items) {
+    missing.push_back(0);
+    if (item.m_bFinal) continue;
+    item.m_bDone = OwnFileSize(item.m_strLocal) == item.m_llSize;
+    if (item.m_bDone) continue;
+    RemoveStaleParts(item, lists);
+    const std::int64_t have = OwnFileSize(PartPath(item));
+    missing.back() =
+        have > item.m_llSize ? item.m_llSize : item.m_llSize - std::max<std::int64_t>(have, 0);
+  }
+}
+
+// Makes the directories, and sees to it that nothing leads out of the target
+// directory. Returns why the item cannot be fetched.
+std::string CDownload::Prepare(const STransferItem& item) {
+  const fs::path part(PartPath(item));
+  fs::path directory(m_strInto);
+  std::error_code error;
+  for (const fs::path& component : part.lexically_relative(m_strInto).parent_path()) {
+    directory /= component;
+    if (fs::is_symlink(fs::symlink_status(directory, error))) {
+      return directory.string() + " is a symbolic link";
+    }
+  }
+  fs::create_directories(directory, error);
+  if (error) return directory.string() + ": " + error.message();
+  if (fs::is_directory(item.m_strLocal, error)) return item.m_strLocal + " is a directory";
+  const std::int64_t have = OwnFileSize(part);
+  if (have < 0 || have > item.m_llSize) fs::remove(part, error);
+  return "";
+}
+
+int CDownload::Start(const Batch& batch) {
+  std::vector<Channel_Key_Value> records;
+  for (const STransferItem* item : batch) {
+    Channel_Key_Value record;
+    record.m_strPath = BelowInto(*item);
+    record.m_strName = item->m_strServer;
+    records.push_back(record);
+  }
+  return m_session.StartDownload(records, m_strInto);
+}
+
+// As the library joins directory and name.
+std::string CDownload::OpenedFile(const STransferItem& item) const {
+  std::string below = BelowInto(item);
+  std::replace(below.begin(), below.end(), '/', '\\');
+  return m_strInto + (m_strInto.back() == '\\' ? "" : "\\") + below;
+}
+
+std::string CDownload::BelowInto(const STransferItem& item) const {
+  return fs::path(PartPath(item)).lexically_relative(m_strInto).string();
+}
+
+int CDownload::Verify(const Batch& ended) {
+  std::vector<std::string> names;
+  for (const STransferItem* item : ended) names.push_back(item->m_strServer);
+  std::vector<std::int64_t> sizes;
+  const int result = m_session.AskSizes(names, sizes);
+  if (result != RESULT_OK) return result;
+  for (std::size_t i = 0; i < ended.size(); ++i) {
+    STransferItem& item = *ended[i];
+    item.m_nCode = 0;
+    if (sizes[i] != item.m_llSize) {
+      std::error_code ignored;
+      fs::remove(PartPath(item), ignored);
+      item.m_strWhy = kChanged;
+      item.m_llSize = sizes[i];
+    } else {
+      Finish(item);
+    }
+  }
+  return RESULT_OK;
+}
+
+void CDownload::Finish(STransferItem& item) const {
+  const std::string part = PartPath(item);
+  if (OwnFileSize(part) != item.m_llSize) {
+    item.m_strWhy = kNotWhole;
+    return;
+  }
+  std::error_code error;
+  fs::rename(part, item.m_strLocal, error);
+  item.m_bDone = !error;
+  if (error) item.m_strWhy = error.message();
+}

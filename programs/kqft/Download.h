@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "programs/kqft/Transfer.h"
+
+/// Fetches files into one directory. A file on its way lies beside its final
+/// place under a name of its own, and takes its final name when it is whole.
+class CDownload : public CTransfer {
+ public:
+  /// @param into absolute; every item's m_strLocal lies below it
+  CDownload(CSession& session, COutput& output, CProgress& progress, int retries, std::string into);
+
+  /// Looks at what is here already: files that are whole are done; what is
+  /// left of other versions is removed.
+  /// @param missing how many bytes of each item are not here
+  void Compare(std::vector<STransferItem>& items, std::vector<std::int64_t>& missing) const;
+
+ protected:
+  std::string Prepare(const STransferItem& item) override;
+  int Start(const Batch& batch) override;
+  std::string OpenedFile(const STransferItem& item) const override;
+  int Verify(const Batch& ended) override;
+  bool IsResumable(const STransferItem&) const override { return true; }
+
+ private:
+  std::string BelowInto(const STransferItem& item) const;
+  void Finish(STransferItem& item) const;
+
+  const std::string m_strInto;
+};
+
+/// Where an item lies until it is whole.
+std::string PartPath(const STransferItem& item);

@@ -1,0 +1,101 @@
+// Names: which are safe, and how one is made from another.
+
+#include "programs/kqft/Names.h"
+
+#include <algorithm>
+#include <array>
+
+namespace {
+
+constexpr std::size_t kLongestFileName = 255;
+constexpr std::size_t kKeptOfLongName = 180;
+
+bool IsSeparator(char c) {
+  return c == '\\' || c == '/';
+}
+
+std::string LowerExtension(const std::string& name) {
+  const std::size_t dot = name.find_last_of("./\\");
+  if (dot == std::string::npos || name[dot] != '.') return "";
+  std::string extension = name.substr(dot + 1);
+  for (char& c : extension) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return extension;
+}
+
+// FNV-1a, to tell long names apart that begin alike.
+std::string HashText(const std::string& name) {
+  std::uint64_t hash = 14695981039346656037U;
+  for (const char c : name) {
+    hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211U;
+  }
+  return std::to_string(hash);
+}
+
+// The first `limit` bytes, without a part of a UTF-8 character at the end.
+std::string CutName(const std::string& name, std::size_t limit) {
+  while (limit > 0 && (static_cast<unsigned char>(name[limit]) & 0xC0U) == 0x80U) --limit;
+  return name.substr(0, limit);
+}
+
+}  // namespace
+
+std::string WhyNoProject(const std::string& project) {
+  if (project.empty()) return "the name is empty";
+  if (project == "." || project == "..") return "the name stands for a directory";
+  if (std::any_of(project.begin(), project.end(), IsSeparator)) {
+    return "the name holds a separator";
+  }
+  if (project.find_first_of(std::string("\0\n", 2)) != std::string::npos) {
+    return "the name holds a line end or a zero byte";
+  }
+  return "";
+}
+
+std::vector<std::string> SplitSafely(const std::string& name, std::string& why) {
+  why.clear();
+  std::vector<std::string> components(1);
+  for (const char c : name) {
+    if (IsSeparator(c)) {
+      components.emplace_back();
+    } else {
+      components.back() += c;
+    }
+  }
+  for (const std::string& component : components) {
+    if (component.empty()) why = "the name has an empty part";
+    if (component == "." || component == "..") why = "the name leads elsewhere";
+    if (component.find('\0') != std::string::npos) why = "the name holds a zero byte";
+  }
+  const std::string& first = components.front();
+  if (first.size() > 1 && first[1] == ':') why = "the name begins with a drive";
+  if (!why.empty()) components.clear();
+  return components;
+}
+
+std::string JoinForServer(const std::vector<std::string>& components) {
+  std::string name;
+  for (const std::string& component : components) name += (name.empty() ? "" : "\\") + component;
+  return name;
+}
+
+std::string PartName(const std::string& fileName, std::int64_t wholeSize) {
+  const std::string ending = "." + std::to_string(wholeSize) + ".part";
+  if (fileName.size() + ending.size() <= kLongestFileName) return fileName + ending;
+  return CutName(fileName, kKeptOfLongName) + "~" + HashText(fileName) + ending;
+}
+
+bool IsMeasurementFile(const std::string& path) {
+  static constexpr std::array kExtensions = {"tm",  "can",       "gps", "rs422",
+                                             "out", "vibstrain", "jump"};
+  return std::find(kExtensions.begin(), kExtensions.end(), LowerExtension(path)) !=
+         kExtensions.end();
+}
+
+std::string SegmentName(const std::string& name, std::size_t segment) {
+  if (segment == 0) return name;
+  const std::string extension = LowerExtension(name);
+  return name.substr(0, name.size() - extension.size() - 1) + "(" + std::to_string(segment) + ")." +
+         extension;
+}

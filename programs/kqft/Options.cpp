@@ -1,0 +1,148 @@
+// Command line of kqft.
+
+#include "programs/kqft/Options.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <filesystem>
+
+#include "programs/ConfigFile.h"
+#include "programs/Directories.h"
+#include "programs/ExitStatus.h"
+#include "programs/kqft/Names.h"
+
+namespace {
+
+constexpr int kHighestPort = 65535;
+constexpr int kMostRetries = 1000;
+
+const char* const kDescription =
+    "Moves measurement projects between this machine and a data server.";
+
+const char* const kFooter =
+    "\nExamples:\n"
+    "  kqft --server data.example put Run-42         send the directory Run-42 as a project\n"
+    "  kqft --server data.example ls                 list the projects of the server\n"
+    "  kqft --server data.example get Run-42 --into /data\n"
+    "\n"
+    "Whatever was interrupted goes on when the same command is given again.\n"
+    "The server may also be named by KQFT_SERVER or in ~/.config/kqft.conf (server = HOST:PORT).\n"
+    "Exit status: 0 all done, 1 something failed, 2 wrong use, 3 cannot connect, 130 Ctrl-C.";
+
+void AddGlobalOptions(CLI::App& app, SOptions& options, std::string& server, std::string& config) {
+  app.add_option("--server", server, "the server; the port is 9999 unless given")
+      ->type_name("HOST[:PORT]")
+      ->envname("KQFT_SERVER");
+  app.add_option("--bind", options.m_place.m_strBindAddress, "local address to connect from")
+      ->type_name("ADDRESS")
+      ->check(CLI::ValidIPV4);
+  app.add_option("--log-dir", options.m_place.m_strLogDirectory,
+                 "directory for log files (default: ~/.local/state/kqft)")
+      ->type_name("DIR");
+  app.add_option("--retries", options.m_nRetries,
+                 "how often in a row to try again without any progress")
+      ->type_name("N")
+      ->check(CLI::Range(0, kMostRetries))
+      ->capture_default_str();
+  app.add_flag("-q,--quiet", options.m_bQuiet, "only results and errors");
+  app.add_flag("--json", options.m_bJson, "one JSON object a line on the output stream");
+  app.add_option("--config", config, "read options from a file (default: ~/.config/kqft.conf)")
+      ->type_name("FILE")
+      ->configurable(false);
+  app.set_version_flag("--version", "kqft " KQFT_VERSION)->configurable(false);
+  app.get_help_ptr()->configurable(false);
+}
+
+void AddPut(CLI::App& app, SOptions& options) {
+  CLI::App* put = app.add_subcommand("put", "send directories or files");
+  put->add_option("PATH", options.m_vecPaths, "a directory becomes the project of its name")
+      ->required();
+  put->add_option("--project", options.m_strProject, "put everything into this project")
+      ->type_name("NAME");
+  put->add_flag("-n,--dry-run", options.m_bDryRun, "only say what would be sent");
+}
+
+void AddGet(CLI::App& app, SOptions& options) {
+  CLI::App* get = app.add_subcommand("get", "fetch a project, or some of its files");
+  get->add_option("PROJECT", options.m_strProject)->required();
+  get->add_option("FILE", options.m_vecPaths, "as \"kqft files\" names them");
+  get->add_option("--into", options.m_strInto, "directory to put the project into")
+      ->type_name("DIR")
+      ->capture_default_str();
+  get->add_flag("-n,--dry-run", options.m_bDryRun, "only say what would be fetched");
+}
+
+void AddCommands(CLI::App& app, SOptions& options) {
+  app.add_subcommand("dir", "show the server's project directory");
+  app.add_subcommand("ls", "list the projects");
+  CLI::App* files = app.add_subcommand("files", "list the files of a project");
+  files->add_option("PROJECT", options.m_strProject)->required();
+  AddPut(app, options);
+  AddGet(app, options);
+  CLI::App* remove = app.add_subcommand("rm", "delete a project on the server");
+  remove->add_option("PROJECT", options.m_strProject)->required();
+  remove->add_flag("-y,--yes", options.m_bYes, "do not ask");
+  for (CLI::App* command : app.get_subcommands({})) command->fallthrough();
+  app.require_subcommand(1);
+}
+
+void ApplyConfig(CLI::App& app, const std::string& named) {
+  if (!named.empty()) return ApplyConfigFile(app, named);
+  const std::string usual = UserConfigFile("kqft.conf");
+  if (std::error_code error; !usual.empty() && std::filesystem::exists(usual, error)) {
+    ApplyConfigFile(app, usual);
+  }
+}
+
+void Check(const CLI::App& app, SOptions& options, const std::string& server) {
+  options.m_strCommand = app.get_subcommands().front()->get_name();
+  if (server.empty()) {
+    throw CLI::ValidationError("no server: name one with --server or KQFT_SERVER");
+  }
+  if (!ParseServer(server, options.m_place.m_strHost, options.m_place.m_nPort)) {
+    throw CLI::ValidationError("--server: " + server + " is no HOST or HOST:PORT");
+  }
+  const bool needsProject = options.m_strCommand == "files" || options.m_strCommand == "get" ||
+                            options.m_strCommand == "rm";
+  if (!needsProject && options.m_strProject.empty()) return;
+  if (const std::string why = WhyNoProject(options.m_strProject); !why.empty()) {
+    throw CLI::ValidationError("project: " + why);
+  }
+}
+
+}  // namespace
+
+bool ParseOptions(int argc, char** argv, SOptions& options, int& status) {
+  CLI::App app(kDescription, "kqft");
+  app.footer(kFooter);
+  app.failure_message([](const CLI::App*, const CLI::Error& error) {
+    return std::string("kqft: ") + error.what() + "\nTry \"kqft --help\".\n";
+  });
+  std::string server;
+  std::string config;
+  AddGlobalOptions(app, options, server, config);
+  AddCommands(app, options);
+  try {
+    app.parse(argc, argv);
+    ApplyConfig(app, config);
+    Check(app, options, server);
+  } catch (const CLI::ParseError& error) {
+    status = app.exit(error) == 0 ? kExitDone : kExitUsage;
+    return false;
+  }
+  return true;
+}
+
+bool ParseServer(const std::string& text, std::string& host, int& port) {
+  const std::size_t colon = text.find(':');
+  host = text.substr(0, colon);
+  if (host.empty()) return false;
+  if (colon == std::string::npos) return true;
+  const std::string digits = text.substr(colon + 1);
+  if (digits.empty() || digits.size() > 5 ||
+      !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+    return false;
+  }
+  port = std::stoi(digits);
+  return port >= 1 && port <= kHighestPort;
+}

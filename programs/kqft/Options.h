@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "programs/kqft/Session.h"
+
+/// What the command line, the environment and the configuration file say.
+struct SOptions {
+  SServerPlace m_place;
+  bool m_bQuiet = false;
+  bool m_bJson = false;
+  int m_nRetries = 3;
+
+  std::string m_strCommand;             ///< "dir", "ls", "files", "put", "get" or "rm"
+  std::vector<std::string> m_vecPaths;  ///< put: PATH...; get: FILE...
+  std::string m_strProject;             ///< files, get, rm; of put the --project
+  std::string m_strInto = ".";          ///< get
+  bool m_bDryRun = false;               ///< put, get
+  bool m_bYes = false;                  ///< rm
+};
+
+/// Reads them. A wrong use, help and version are dealt with here: the text is
+/// printed.
+/// @return true to go on; false to end with `status`.
+bool ParseOptions(int argc, char** argv, SOptions& options, int& status);
+
+/// Splits "HOST" or "HOST:PORT"; the port keeps its value when none is given.
+/// @return false when it is neither.
+bool ParseServer(const std::string& text, std::string& host, int& port);

@@ -1,0 +1,110 @@
+// Progress of a transfer, for people and for programs.
+
+#include "programs/kqft/Progress.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "programs/Terminal.h"
+#include "programs/kqft/Output.h"
+#include "programs/kqft/Text.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kRedrawInterval(100);
+constexpr milliseconds kJsonInterval(1000);
+constexpr milliseconds kLineInterval(5000);
+constexpr std::chrono::seconds kRateWindow(3);
+constexpr std::size_t kBarWidth = 20;
+
+milliseconds ChooseInterval(const COutput& output) {
+  if (output.IsLive()) return kRedrawInterval;
+  return output.IsJson() ? kJsonInterval : kLineInterval;
+}
+
+double Fraction(const SProgress& progress) {
+  if (progress.m_llTotal <= 0) return 0;
+  return std::min(1.0,
+                  static_cast<double>(progress.m_llDone) / static_cast<double>(progress.m_llTotal));
+}
+
+std::string Bar(double fraction) {
+  const auto filled = static_cast<std::size_t>(fraction * kBarWidth);
+  std::string bar = "[" + std::string(filled, '=') + std::string(kBarWidth - filled, ' ') + "]";
+  if (filled > 0 && filled < kBarWidth) bar[filled] = '>';
+  return bar;
+}
+
+// Columns, not bytes: continuation bytes of UTF-8 take none.
+std::string CutToWidth(const std::string& text, std::size_t width) {
+  std::size_t columns = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if ((static_cast<unsigned char>(text[i]) & 0xC0U) == 0x80U) continue;
+    if (++columns > width) return text.substr(0, i);
+  }
+  return text;
+}
+
+}  // namespace
+
+CProgress::CProgress(COutput& output, std::string command)
+    : m_output(output),
+      m_strCommand(std::move(command)),
+      m_interval(ChooseInterval(output)),
+      m_next(Clock::now() +
+             (output.IsLive() || output.IsJson() ? Clock::duration(0) : m_interval)) {}
+
+void CProgress::Show(const SProgress& progress) {
+  const Clock::time_point now = Clock::now();
+  if (m_output.IsQuiet() || now < m_next) return;
+  m_next = now + m_interval;
+  const double rate = Rate(now, progress.m_llDone);
+  if (m_output.IsJson()) {
+    m_output.Json(CJsonObject("status")
+                      .Text("command", m_strCommand)
+                      .Number("bytes_done", progress.m_llDone)
+                      .Number("bytes_total", progress.m_llTotal)
+                      .Number("files_done", static_cast<std::int64_t>(progress.m_nFilesDone))
+                      .Number("files_total", static_cast<std::int64_t>(progress.m_nFilesTotal))
+                      .Number("bytes_per_second", std::llround(rate))
+                      .Name("file", progress.m_strFile));
+  }
+  if (m_output.IsLive()) {
+    m_output.Live(ProgressLine(progress, rate, static_cast<std::size_t>(TerminalWidth()) - 1));
+  } else if (!m_output.IsJson()) {
+    m_output.Tell(ProgressLine(progress, rate, 0));
+  }
+}
+
+void CProgress::End() {
+  m_output.Live("");
+}
+
+// Over the last seconds, so that the rate follows the line without flicker.
+double CProgress::Rate(Clock::time_point now, std::int64_t done) {
+  m_samples.emplace_back(now, done);
+  while (m_samples.size() > 2 && now - m_samples[1].first >= kRateWindow) m_samples.pop_front();
+  const auto& [since, before] = m_samples.front();
+  const double seconds = std::chrono::duration<double>(now - since).count();
+  if (seconds <= 0 || done < before) return 0;
+  return static_cast<double>(done - before) / seconds;
+}
+
+std::string ProgressLine(const SProgress& progress, double rate, std::size_t width) {
+  const double fraction = Fraction(progress);
+  const std::string percent = std::to_string(static_cast<int>(fraction * 100)) + "%";
+  std::string line = Bar(fraction) +
+                     std::string(5 - std::min<std::size_t>(percent.size(), 4), ' ') + percent +
+                     "  " + FormatSize(progress.m_llDone) + " of " + FormatSize(progress.m_llTotal);
+  if (rate >= 1) {
+    const auto left = static_cast<double>(progress.m_llTotal - progress.m_llDone) / rate;
+    line += "  " + FormatSize(std::llround(rate)) + "/s  " +
+            FormatDuration(std::llround(std::max(0.0, left))) + " left";
+  }
+  line +=
+      "  " + std::to_string(progress.m_nFilesDone) + " of " + FormatFiles(progress.m_nFilesTotal);
+  if (!progress.m_strFile.empty()) line += "  " + Printable(progress.m_strFile);
+  return width == 0 ? line : CutToWidth(line, width);
+}

@@ -1,0 +1,293 @@
+// Session: the library's client with the manners of a good guest.
+
+#include "programs/kqft/Session.h"
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "net/IOCPBuffer.h"
+#include "net/NetWorkManageEx.h"
+#include "platform/ByteOrder.h"
+#include "platform/KQEvent.h"
+#include "platform/KQFile.h"
+#include "programs/Terminal.h"
+#include "programs/kqft/Output.h"
+#include "protocol/DataPacket.h"
+#include "protocol/MessageCodes.h"
+#include "protocol/ResultCodes.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kPatience(1500);  // a longer wait is explained
+constexpr milliseconds kLateAnswers(1000);
+constexpr int kWarmUpTries = 4;
+constexpr int kFileEndWaitMs = 30000;
+constexpr int kCourtesyWaitMs = 5000;
+constexpr std::chrono::seconds kSizeWait(30);
+constexpr std::size_t kSizeWindow = 64;  // questions on their way at a time
+constexpr int kResultBytes = 4;
+constexpr int kTotalSizeBytes = 8;
+
+// No project has this name; asking for its files costs the server nothing.
+const std::string kNoSuchProject = "no-such-project";
+
+/// Explains a wait that takes long.
+class CWaitNotice {
+ public:
+  CWaitNotice(COutput& output, const std::string& text)
+      : m_thread([this, &output, text] {
+          std::unique_lock lock(m_mutex);
+          if (m_changed.wait_for(lock, kPatience, [this] { return m_bOver; })) return;
+          output.Notice(text);
+        }) {}
+  CWaitNotice(const CWaitNotice&) = delete;
+  CWaitNotice& operator=(const CWaitNotice&) = delete;
+  ~CWaitNotice() {
+    {
+      const std::lock_guard guard(m_mutex);
+      m_bOver = true;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+  }
+
+ private:
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  bool m_bOver = false;  // guarded by m_mutex
+  std::thread m_thread;
+};
+
+}  // namespace
+
+CSession::CSession(const SServerPlace& place, COutput& output) : m_place(place), m_output(output) {
+  m_pNetWork->SetLocalAddress(place.m_strBindAddress);
+}
+
+CSession::~CSession() {
+  Stop();
+}
+
+int CSession::Open() {
+  {
+    const std::lock_guard guard(m_mutex);
+    m_bLostRanges = false;
+    m_bStopping = false;
+  }
+  {
+    const CWaitNotice notice(m_output, "waiting for a connection to " + m_place.Text());
+    if (!Init(m_place.m_strLogDirectory) || !Connect(m_place.m_strHost, m_place.m_nPort)) {
+      return ERROR_CODE_CLIENT_CONNECT;
+    }
+  }
+  return WarmUp();
+}
+
+int CSession::Reopen() {
+  Abort();
+  return Open();
+}
+
+// A server that still finishes an earlier link of this address answers late.
+// A repeated question goes out on the same link: a new one would start that
+// wait again. The pause lets the answers to the earlier ones pass by.
+int CSession::WarmUp() {
+  const CWaitNotice notice(m_output, "waiting for " + m_place.Text() +
+                                         ": it first finishes what an earlier connection left "
+                                         "(usually up to 10 s)");
+  std::string ignored;
+  for (int i = 0; i < kWarmUpTries; ++i) {
+    const int result = Checked(GetServerPrjFileList(kNoSuchProject, ignored));
+    if (result == RESULT_OK && i > 0) std::this_thread::sleep_for(kLateAnswers);
+    if (result != ERROR_CODE_TIMEOUT) return result;
+  }
+  return ERROR_CODE_TIMEOUT;
+}
+
+// Writing to an impossible position is how a client tells the session that no
+// write of its is under way; only then does the server let go at once.
+void CSession::CloseCourteously(const std::string& serverName) {
+  if (!IsConnect() || PrepareTransFile(serverName, false) != RESULT_OK) return;
+  SendData(-1, "x", 1);
+  m_evFileEnd->ResetKQEvent();
+  if (SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0)) m_evFileEnd->Wait(kCourtesyWaitMs);
+}
+
+int CSession::AskDirectory(std::string& directory) {
+  return Checked(GetPrjDir(directory));
+}
+
+int CSession::AskProjects(std::vector<Channel_Key_Value>& projects) {
+  const CWaitNotice notice(m_output, "waiting for the list of projects");
+  std::string xml;
+  const int result = Checked(GetServerPrjList(xml));
+  if (result == RESULT_OK) Channel_Key_Value::ConvertXMLToValue(xml, projects);
+  return result;
+}
+
+int CSession::AskFiles(const std::string& project, std::vector<Channel_Key_Value>& files) {
+  const CWaitNotice notice(m_output, "waiting for the list of files");
+  std::string xml;
+  const int result = Checked(GetServerPrjFileList(project, xml));
+  if (result == RESULT_OK) Channel_Key_Value::ConvertXMLToValue(xml, files);
+  return result;
+}
+
+int CSession::Delete(const std::string& project) {
+  const CWaitNotice notice(m_output, "waiting for the server to delete the project");
+  return Checked(DeleteServerPrj(project));
+}
+
+int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes) {
+  std::unique_lock lock(m_mutex);
+  m_vecSizes.clear();
+  m_bCollect = true;
+  int result = RESULT_OK;
+  for (std::size_t asked = 0; m_vecSizes.size() < names.size() && result == RESULT_OK;) {
+    const std::size_t before = m_vecSizes.size();
+    lock.unlock();
+    bool sent = true;
+    for (; sent && asked < std::min(names.size(), before + kSizeWindow); ++asked) {
+      const std::string body = names[asked] + "|";
+      sent =
+          SendMessage(NET_CTS_REQUEST_SERVERFILESIZE, body.data(), static_cast<int>(body.size()));
+    }
+    lock.lock();
+    const auto moved = [&] { return m_vecSizes.size() > before || !IsConnect(); };
+    if (!sent || !IsConnect()) {
+      result = ERROR_CODE_CLIENT_CONNECT;
+    } else if (!m_changed.wait_for(lock, kSizeWait, moved)) {
+      result = ERROR_CODE_WAIT_FILESIZE;
+    }
+  }
+  m_bCollect = false;
+  sizes = m_vecSizes;
+  return result;
+}
+
+int CSession::AskHeldSize(const std::string& name, std::int64_t& size) {
+  const int result = Checked(PrepareTransFile(name, false));
+  if (result != RESULT_OK) return result;
+  size = m_llServerFilePos;
+  m_evFileEnd->ResetKQEvent();
+  if (!SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0)) return ERROR_CODE_CLIENT_CONNECT;
+  if (m_evFileEnd->Wait(kFileEndWaitMs) == kWaitTimeout) return ERROR_CODE_WAIT_TRANSEND;
+  return Checked(RESULT_OK);
+}
+
+int CSession::AskLostInfo(const std::string& name, SLostInfo& info) {
+  return Checked(GetServerLostInfo(name, info.m_vecLost, info.m_vecBounds));
+}
+
+int CSession::StartUpload(const std::vector<Channel_Key_Value>& records) {
+  std::string xml;
+  Channel_Key_Value::ConverValueToXML(records, xml);
+  const CErrorStreamMute mute;
+  const int result = UpdateFileToDataService(xml);
+  m_bStarted = result == RESULT_OK;
+  return result;
+}
+
+int CSession::StartDownload(const std::vector<Channel_Key_Value>& records,
+                            const std::string& directory) {
+  std::string xml;
+  Channel_Key_Value::ConverValueToXML(records, xml);
+  SetPrjDir(directory);
+  const CErrorStreamMute mute;
+  const int result = DownFileFromDataService(xml);
+  m_bStarted = result == RESULT_OK;
+  // The library stays "downloading" when the disk is too small.
+  if (result != RESULT_OK) m_nTransState = 0;
+  return result;
+}
+
+void CSession::StopMoving() {
+  bool gently = false;
+  {
+    const std::lock_guard guard(m_mutex);
+    gently = !m_bLostRanges;
+    m_bStopping = true;
+  }
+  if (!gently || StopTrans() != RESULT_OK) Abort();
+}
+
+// The network is gone before the events are set: a worker that resets one
+// afterwards finds that it cannot send, and does not wait.
+void CSession::Abort() {
+  Stop();
+  m_bStop = true;
+  m_evReply->SetKQEvent();
+  m_evFileEnd->SetKQEvent();
+  while (IsMoving()) std::this_thread::sleep_for(milliseconds(1));
+}
+
+std::vector<int> CSession::Statuses() {
+  std::string xml;
+  GetAllTransFileStatus(xml);
+  std::vector<Channel_Key_Value> records;
+  Channel_Key_Value::ConvertXMLToValue(xml, records);
+  std::vector<int> statuses;
+  for (const Channel_Key_Value& record : records) statuses.push_back(record.m_nStatus);
+  return statuses;
+}
+
+std::string CSession::CurrentFile() const {
+  return m_pFile->GetFilePath();
+}
+
+bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, const char* pData,
+                          int extra) {
+  if (nMsgType == NET_CTS_GETLOSTINFO && nLength > kResultBytes && !TakeLostInfo()) return true;
+  CKQFileTransServiceClient::DealNetMsg(ip, port, nMsgType, nLength, pData, extra);
+  switch (nMsgType) {
+    case NET_STC_TRANSFILEDATA:
+      m_llMoved += std::max(nLength - kPositionBytes, 0);
+      break;
+    case NET_CTS_REQUEST_SERVERFILESIZE:
+      if (nLength >= kTotalSizeBytes) KeepSize(ReadInt64(pData));
+      break;
+    case NET_COMMAND_DISCONNECT:
+      ReleaseWaiting();
+      break;
+    default:
+      break;
+  }
+  return true;
+}
+
+// False when a stop is under way: ranges that become known now would be begun
+// and stopped in the middle.
+bool CSession::TakeLostInfo() {
+  const std::lock_guard guard(m_mutex);
+  m_bLostRanges = !m_bStopping;
+  return m_bLostRanges;
+}
+
+void CSession::KeepSize(std::int64_t size) {
+  const std::lock_guard guard(m_mutex);
+  if (m_bCollect) m_vecSizes.push_back(size);
+  m_changed.notify_all();
+}
+
+// Nobody need wait for answers that can no longer come.
+void CSession::ReleaseWaiting() {
+  m_evReply->SetKQEvent();
+  m_evFileEnd->SetKQEvent();
+  m_evTransEnd->SetKQEvent();
+  const std::lock_guard guard(m_mutex);
+  m_changed.notify_all();
+}
+
+bool CSession::ReleaseIOCPBuffer(CIOCPBuffer* p) {
+  if (p != nullptr && p->m_nBufSize == kSendBufferBytes) m_llMoved += p->m_nDataLen - kDataOffset;
+  return CKQFileTransServiceClient::ReleaseIOCPBuffer(p);
+}
+
+int CSession::Checked(int result) const {
+  if (!IsConnect() || result == ERROR_CODE_SENDERROR) return ERROR_CODE_CLIENT_CONNECT;
+  return result;
+}

@@ -1,0 +1,121 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "client/KQFileTransServiceClient.h"
+
+class COutput;
+
+/// Where the server is and how to reach it.
+struct SServerPlace {
+  std::string m_strHost;
+  int m_nPort = 9999;
+  std::string m_strBindAddress;   ///< local address; "" for any
+  std::string m_strLogDirectory;  ///< ends with a separator
+
+  std::string Text() const { return m_strHost + ":" + std::to_string(m_nPort); }
+};
+
+/// What the server knows to be missing of a measurement file.
+struct SLostInfo {
+  std::vector<FILEDATAPOS> m_vecLost;
+  std::vector<std::int64_t> m_vecBounds;
+};
+
+/// The client of the library, used with the care that a person expects: a
+/// lost link wakes whoever waits, a busy server is waited for and the wait is
+/// explained, a session is left such that the server is free at once.
+///
+/// Results are the library's: 1, or a negative code; -14 also when the link
+/// went while an answer was awaited.
+///
+/// Threads: one thread uses it; the network layer calls the overrides.
+class CSession : public CKQFileTransServiceClient {
+ public:
+  CSession(const SServerPlace& place, COutput& output);
+  ~CSession() override;
+
+  /// Connects and waits until the server answers.
+  /// Blocks: 10 s for a connection, then as long as the server finishes what
+  ///         earlier links of this address have left, up to 2 minutes.
+  int Open();
+
+  /// Ends the transfer and the connection, if any, and opens a new one: after
+  /// a request that timed out, late answers would satisfy the next ones.
+  int Reopen();
+
+  /// Leaves the server free at once: a session that has stored data otherwise
+  /// holds it up for 5 s. Call with the last file sent, before the end.
+  void CloseCourteously(const std::string& serverName);
+
+  // Questions.
+  int AskDirectory(std::string& directory);
+  int AskProjects(std::vector<Channel_Key_Value>& projects);
+  int AskFiles(const std::string& project, std::vector<Channel_Key_Value>& files);
+  int Delete(const std::string& project);
+
+  /// Size of each file, 0 for one that is not there. A name with "|" cannot
+  /// be asked for so.
+  int AskSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes);
+
+  /// Size of a file whose name AskSizes cannot carry. Makes it when missing.
+  int AskHeldSize(const std::string& name, std::int64_t& size);
+
+  int AskLostInfo(const std::string& name, SLostInfo& info);
+
+  // Transfers.
+  int StartUpload(const std::vector<Channel_Key_Value>& records);
+  int StartDownload(const std::vector<Channel_Key_Value>& records, const std::string& directory);
+
+  /// True while the worker of a started transfer runs.
+  bool IsMoving() const { return m_bStarted && !IsTransFinished(); }
+
+  /// Stops what runs; what has arrived is kept. Cuts the connection where a
+  /// stop could harm: one in the middle of a lost range would be reported to
+  /// the server in a way that makes it forget some missing bytes.
+  void StopMoving();
+
+  /// Cuts the connection, and waits for the worker.
+  void Abort();
+
+  /// Result of every record of the last request.
+  std::vector<int> Statuses();
+
+  /// The file that is being moved, as it was given to the library.
+  std::string CurrentFile() const;
+
+  std::int64_t BytesDone() const { return m_llTransBytes; }
+
+  /// File data sent and received so far.
+  std::int64_t BytesMoved() const { return m_llMoved; }
+
+  /// What the server's last answer said; tells why -35 came.
+  int LastAnswer() const { return m_nErrorCode; }
+
+  bool DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, const char* pData,
+                  int extra) override;
+  bool ReleaseIOCPBuffer(CIOCPBuffer* p) override;
+
+ private:
+  int Checked(int result) const;
+  int WarmUp();
+  bool TakeLostInfo();
+  void KeepSize(std::int64_t size);
+  void ReleaseWaiting();
+
+  const SServerPlace m_place;
+  COutput& m_output;
+  bool m_bStarted = false;                  // the using thread's; a worker was started
+  CSharedWord<std::int64_t> m_llMoved = 0;  // word; counted on the network's threads
+
+  std::mutex m_mutex;
+  std::condition_variable m_changed;     // a size arrived, or the link went
+  bool m_bLostRanges = false;            // guarded by m_mutex; the server named some
+  bool m_bStopping = false;              // guarded by m_mutex
+  bool m_bCollect = false;               // guarded by m_mutex
+  std::vector<std::int64_t> m_vecSizes;  // guarded by m_mutex
+};

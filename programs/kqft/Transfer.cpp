@@ -1,0 +1,211 @@
+// Transfer: rounds of requests until every file is whole or given up.
+
+#include "programs/kqft/Transfer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+#include <unordered_map>
+
+#include "programs/kqft/Interrupt.h"
+#include "programs/kqft/Output.h"
+#include "programs/kqft/Session.h"
+#include "programs/kqft/Text.h"
+#include "protocol/ResultCodes.h"
+
+namespace {
+
+// A file gets its name, and counts as done, when its request has ended.
+constexpr std::size_t kFilesPerRequest = 500;
+constexpr std::int64_t kBytesPerRequest = std::int64_t{4} << 30;
+
+const char* const kInterrupted = "interrupted";
+
+constexpr std::chrono::milliseconds kPollInterval(5);
+constexpr int kFirstPauseMs = 1000;
+constexpr int kLongestPauseMs = 30000;
+
+// More than this in one round counts as progress.
+constexpr std::int64_t kProgressBytes = std::int64_t{1} << 20;
+
+bool IsAnyOf(int code, std::initializer_list<int> codes) {
+  return std::find(codes.begin(), codes.end(), code) != codes.end();
+}
+
+bool IsFinal(int code) {
+  return IsAnyOf(
+      code, {ERROR_CODE_SERVER_OPENFILE, CREATE_FILE_ERROR, ERROR_CODE_CLIENT_OPENFILE,
+             ERROR_CODE_CLIENT_CREATEFILE, ERROR_CODE_LOSTINFO_RECORD, ERROR_CODE_LOSTINFO_ACCESS,
+             ERROR_CODE_LOSTINFO_CONTENT, ERROR_CODE_CLIENT_DISKSPACE});
+}
+
+// After these the server has said all that it is going to say.
+bool LeavesLinkClean(int code) {
+  return IsFinal(code) ||
+         IsAnyOf(code, {ERROR_CODE_SERVER_WRITE, ERROR_CODE_CLIENT_SEEK, ERROR_CODE_CLIENT_READ});
+}
+
+void Blame(STransferItem& item, int code) {
+  item.m_nCode = code;
+  item.m_strWhy = DescribeResult(code);
+  item.m_bFinal = IsFinal(code);
+}
+
+std::int64_t SizeOf(const std::vector<STransferItem*>& batch, std::size_t count) {
+  std::int64_t bytes = 0;
+  for (std::size_t i = 0; i < count; ++i) bytes += batch[i]->m_llSize;
+  return bytes;
+}
+
+}  // namespace
+
+CTransfer::CTransfer(CSession& session, COutput& output, CProgress& progress, int retries)
+    : m_session(session), m_output(output), m_progress(progress), m_nRetries(retries) {}
+
+void CTransfer::Run(std::vector<STransferItem>& items) {
+  for (const STransferItem& item : items) {
+    m_shown.m_llTotal += item.m_llSize;
+    ++m_shown.m_nFilesTotal;
+    if (!item.m_bDone) continue;
+    m_shown.m_llDone += item.m_llSize;
+    ++m_shown.m_nFilesDone;
+  }
+  const auto left = [&items] {
+    return std::count_if(items.begin(), items.end(),
+                         [](const STransferItem& item) { return !item.m_bDone && !item.m_bFinal; });
+  };
+  while (left() > 0 && !IsInterrupted()) {
+    const std::int64_t before = Advance();
+    if (EnsureLink()) Round(items);
+    if (!m_vecEnded.empty() && !IsInterrupted() && EnsureLink()) VerifyEnded();
+    m_vecEnded.clear();
+    if (left() == 0 || IsInterrupted() || !MayTryAgain(before)) break;
+    const int pause = std::min(kFirstPauseMs << std::min(m_nFailures - 1, 8), kLongestPauseMs);
+    m_output.Notice(FormatFiles(static_cast<std::size_t>(left())) + " left, trying again in " +
+                    std::to_string(pause / 1000) + " s");
+    InterruptibleSleep(pause);
+  }
+  m_progress.End();
+}
+
+// Grows with every file that is done and with data that is kept.
+std::int64_t CTransfer::Advance() const {
+  return static_cast<std::int64_t>(m_shown.m_nFilesDone) + m_llResumed / kProgressBytes;
+}
+
+bool CTransfer::MayTryAgain(std::int64_t before) {
+  m_nFailures = Advance() > before ? 1 : m_nFailures + 1;
+  return m_nFailures <= m_nRetries;
+}
+
+bool CTransfer::EnsureLink() {
+  if (!m_bRenewLink && m_session.IsConnect()) return true;
+  m_output.Notice("connecting again");
+  const int result = m_session.Reopen();
+  m_bRenewLink = result != RESULT_OK;
+  if (m_bRenewLink) m_output.Notice(DescribeResult(result));
+  return !m_bRenewLink;
+}
+
+void CTransfer::Round(std::vector<STransferItem>& items) {
+  Batch queue;
+  for (STransferItem& item : items) {
+    if (item.m_bDone || item.m_bFinal) continue;
+    if (const std::string why = Prepare(item); !why.empty()) {
+      item.m_strWhy = why;
+      item.m_bFinal = true;
+      continue;
+    }
+    queue.push_back(&item);
+  }
+  for (std::size_t next = 0; next < queue.size() && !m_bRenewLink && !IsInterrupted();) {
+    Batch batch;
+    std::int64_t bytes = 0;
+    for (std::size_t i = next; i < queue.size() && batch.size() < kFilesPerRequest; ++i) {
+      bytes += queue[i]->m_llSize;
+      if (!batch.empty() && bytes > kBytesPerRequest) break;
+      batch.push_back(queue[i]);
+    }
+    next += MoveBatch(batch);
+  }
+}
+
+// Returns how many of the batch have had their turn. The others follow in a
+// request of their own.
+std::size_t CTransfer::MoveBatch(const Batch& batch) {
+  const int started = Start(batch);
+  if (started != RESULT_OK) {
+    for (STransferItem* item : batch) Blame(*item, started);
+    m_bRenewLink = !LeavesLinkClean(started);
+    return batch.size();
+  }
+  const std::size_t reached = Watch(batch);
+  const bool cut = !m_session.IsConnect() || IsInterrupted();
+  const std::vector<int> statuses = m_session.Statuses();
+  const auto failed = static_cast<std::size_t>(
+      std::find_if(statuses.begin(), statuses.end(), [](int s) { return s != RESULT_OK; }) -
+      statuses.begin());
+
+  std::size_t ended = std::min(failed, batch.size());
+  if (failed < statuses.size()) {
+    int code = statuses[failed];
+    // The server's own reason for not telling what is missing says more.
+    if (code == ERROR_CODE_GETLOSTINFO && IsFinal(m_session.LastAnswer())) {
+      code = m_session.LastAnswer();
+    }
+    Blame(*batch[failed], code);
+    m_bRenewLink = !LeavesLinkClean(code);
+  } else if (cut) {
+    ended = reached;
+    Blame(*batch[reached], ERROR_CODE_CLIENT_SENDDATA);
+    if (IsInterrupted()) {
+      batch[reached]->m_nCode = 0;
+      batch[reached]->m_strWhy = kInterrupted;
+    }
+  }
+  if (!m_session.IsConnect()) m_bRenewLink = true;
+  m_vecEnded.assign(batch.begin(), batch.begin() + static_cast<std::ptrdiff_t>(ended));
+  if (!m_bRenewLink) VerifyEnded();
+  return std::min(ended + 1, batch.size());
+}
+
+// Waits for the end. Returns the index of the last file that was begun.
+std::size_t CTransfer::Watch(const Batch& batch) {
+  std::unordered_map<std::string, std::size_t> indices;
+  for (std::size_t i = 0; i < batch.size(); ++i) indices.emplace(OpenedFile(*batch[i]), i);
+  const std::int64_t movedBefore = m_session.BytesMoved();
+  std::size_t reached = 0;
+  bool stopping = false;
+  for (bool moving = true; moving;) {
+    moving = m_session.IsMoving();
+    const auto found = indices.find(m_session.CurrentFile());
+    if (found != indices.end()) reached = std::max(reached, found->second);
+    SProgress shown = m_shown;
+    shown.m_llDone += std::min(m_session.BytesDone(), SizeOf(batch, batch.size()));
+    shown.m_nFilesDone += reached;
+    shown.m_strFile = batch[reached]->m_strShown;
+    m_progress.Show(shown);
+    if (moving && !stopping && IsInterrupted()) {
+      stopping = true;
+      m_session.StopMoving();
+    }
+    if (moving) std::this_thread::sleep_for(kPollInterval);
+  }
+  if (IsResumable(*batch[reached])) m_llResumed += m_session.BytesMoved() - movedBefore;
+  return reached;
+}
+
+void CTransfer::VerifyEnded() {
+  if (m_vecEnded.empty()) return;
+  const int result = Verify(m_vecEnded);
+  if (result != RESULT_OK) m_bRenewLink = true;
+  for (STransferItem* item : m_vecEnded) {
+    if (result != RESULT_OK && !item->m_bDone) Blame(*item, result);
+    if (!item->m_bDone) continue;
+    item->m_nCode = RESULT_OK;
+    item->m_strWhy.clear();
+    m_shown.m_llDone += item->m_llSize;
+    ++m_shown.m_nFilesDone;
+  }
+  m_vecEnded.clear();
+}
