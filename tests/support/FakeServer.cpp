@@ -48,11 +48,17 @@ void CFakeServer::Send(int code, const std::string& body) {
   std::string packet(kPackHeadBytes, '\0');
   head.CopyTo(packet.data());
   packet += body;
+  WaitFor(NET_COMMAND_CONNECT);
   std::unique_lock lock(m_mutex);
   const unsigned int ip = m_nIP;
   const int port = m_nPort;
   lock.unlock();
   m_manager.SendText(ip, port, packet.data(), static_cast<int>(packet.size()));
+}
+
+void CFakeServer::Drop() {
+  WaitFor(NET_COMMAND_CONNECT);
+  m_manager.CloseAllConnect();
 }
 
 std::vector<CFakeServer::Packet> CFakeServer::Packets() {

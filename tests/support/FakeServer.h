@@ -37,9 +37,9 @@ class CFakeServer : public IDealNetData {
   void Answer(int code, const std::string& body);
   void Silent(int code) { On(code, nullptr); }
 
-  /// Sends on the newest link.
+  /// Sends on the newest link; closes all links. Both wait for a first one.
   void Send(int code, const std::string& body = "");
-  void Drop() { m_manager.CloseAllConnect(); }
+  void Drop();
 
   /// What arrived so far: all packets; the bodies of one code.
   std::vector<Packet> Packets();
