@@ -5,6 +5,10 @@ if(MSVC)
 else()
   target_compile_options(kqft_settings INTERFACE
     -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Werror)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    # False alarms on "literal" + std::string when optimising (GCC PR105651).
+    target_compile_options(kqft_settings INTERFACE -Wno-restrict)
+  endif()
 endif()
 if(KQFT_SANITIZE)
   target_compile_options(kqft_settings INTERFACE

@@ -263,9 +263,9 @@ void CNetWorkCore::GiveBackLoop() {
   m_bGiveBackEnded = true;
 }
 
-// Waits until no thread that `concerns` names is left. Does not wait for the
-// calling thread, nor for one that waits here itself; of the other delivery
-// threads not for those whose callbacks wait until the caller's has returned.
+// Waits until no thread that `concerns` names is left. A thread of the layer
+// does not wait for itself, nor for another one that waits here, nor for those
+// whose callbacks cannot run before its own has returned.
 void CNetWorkCore::WaitThreads(const std::function<bool(const SThread&)>& concerns) {
   SThread* const own = SThread::t_pThis;
   const bool inside = own != nullptr && own->m_pCore == this;
@@ -278,7 +278,8 @@ void CNetWorkCore::WaitThreads(const std::function<bool(const SThread&)>& concer
     return std::none_of(m_threads.begin(), m_threads.end(), [&](const SThread& thread) {
       const bool blockedByOwn =
           held != nullptr && thread.m_bDelivers && thread.m_pLink->Lane().get() == held;
-      return &thread != own && !thread.m_bWaiting && !blockedByOwn && concerns(thread);
+      const bool waitsToo = inside && thread.m_bWaiting;
+      return &thread != own && !waitsToo && !blockedByOwn && concerns(thread);
     });
   });
   if (inside) own->m_bWaiting = false;
@@ -313,4 +314,9 @@ void CNetWorkCore::Stop() {
   WaitThreads([](const SThread&) { return true; });
   const std::lock_guard<std::mutex> guard(m_mutex);
   m_pListener.reset();  // frees the port
+}
+
+bool CNetWorkCore::HasEnded() const {
+  const std::lock_guard<std::mutex> guard(m_mutex);
+  return m_threads.empty();
 }

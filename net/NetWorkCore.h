@@ -64,6 +64,9 @@ class CNetWorkCore : public std::enable_shared_from_this<CNetWorkCore> {
   /// Stop or CloseAll themselves.
   void Stop();
 
+  /// True when no thread is left.
+  bool HasEnded() const;
+
   /// True on any thread of any core.
   static bool IsLayerThread();
 

@@ -17,6 +17,8 @@ struct CNetWorkManageEx::SState {
 
   std::mutex m_mutex;
   std::shared_ptr<CNetWorkCore> m_pCore;  // guarded by m_mutex; null when not running
+  // Stopped from inside a callback, whose thread has still to end.
+  std::vector<std::shared_ptr<CNetWorkCore>> m_vecEnding;  // guarded by m_mutex
   std::vector<CIOCPBuffer*> m_vecParked;  // guarded by m_mutex; handed in while not running
 };
 
@@ -116,11 +118,18 @@ bool CNetWorkManageEx::CloseAllConnect() {
 }
 
 void CNetWorkManageEx::Stop() {
-  const std::shared_ptr<CNetWorkCore> core = Core();
-  if (core == nullptr) return;
-  core->Stop();
+  std::vector<std::shared_ptr<CNetWorkCore>> ending;
+  {
+    const std::lock_guard<std::mutex> guard(m_pState->m_mutex);
+    if (m_pState->m_pCore != nullptr) {
+      m_pState->m_vecEnding.push_back(std::move(m_pState->m_pCore));
+      m_pState->m_pCore = nullptr;
+    }
+    ending = m_pState->m_vecEnding;
+  }
+  for (const auto& core : ending) core->Stop();
   const std::lock_guard<std::mutex> guard(m_pState->m_mutex);
-  if (m_pState->m_pCore == core) m_pState->m_pCore.reset();
+  std::erase_if(m_pState->m_vecEnding, [](const auto& core) { return core->HasEnded(); });
 }
 
 std::string CNetWorkManageEx::TransIP(unsigned int ip) {

@@ -66,14 +66,15 @@ CSendQueue::EPush CSendQueue::Push(Lock& lock, SItem item) {
   item.m_pData += sent;
   item.m_nBytes -= sent;
   if (item.m_pBuffer == nullptr) m_nTextBytes -= sent;
-  if (item.m_nBytes > 0) {
+  const bool whole = item.m_nBytes == 0;
+  if (!whole) {
     KeepText(item);
     m_items.push_front(std::move(item));  // before what came meanwhile
   } else if (item.m_pBuffer != nullptr) {
     m_vecDone.push_back(item.m_pBuffer);
   }
   if (m_bClosed || !m_items.empty() || !m_vecDone.empty()) m_work.notify_one();
-  if (!broken) return m_bClosed ? EPush::kLost : EPush::kTaken;
+  if (!broken) return whole || !m_bClosed ? EPush::kTaken : EPush::kLost;
   lock.unlock();
   m_onBroken();
   return EPush::kLost;

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
+#include <list>
 #include <string>
-#include <vector>
+#include <unordered_map>
 
 /// A configuration file: `[Section]` lines and `key=value` lines under them.
 ///
@@ -12,9 +14,15 @@
 /// Threads: one thread per object.
 class QFileConfig {
  public:
+  QFileConfig();
+  QFileConfig(const QFileConfig&) = delete;
+  QFileConfig& operator=(const QFileConfig&) = delete;
+
   void SetFileName(const std::string& path);
 
-  /// Loads the file. @return false when it cannot be read.
+  /// Loads the file in place of what was in memory.
+  /// @return false when it cannot be read, or holds more than 64 MiB or
+  ///         1,000,000 keys and headings; nothing is then in memory.
   bool ReadConfig();
 
   /// Fetch a value. @return 1 when the key is there; otherwise 0, and `value`
@@ -24,7 +32,7 @@ class QFileConfig {
   int ReadString(const std::string& section, const std::string& key, std::string& value, bool);
 
   /// Sets a value in memory; a missing key or section is added at the end of
-  /// its section or of the file.
+  /// its section or of the file. A line break in a text becomes a blank.
   /// @param comment when not empty, becomes a comment line above a new key.
   void WriteString(const std::string& section, const std::string& key, const std::string& value,
                    const std::string& comment, bool);
@@ -35,17 +43,31 @@ class QFileConfig {
   bool UpdateFile(bool);
 
  private:
+  // A line with its line end, or several lines in a row that hold no entry.
   struct SLine {
-    std::string m_strText;     // with its line end
-    std::string m_strSection;  // lowered; the section the line lies in
-    std::string m_strKey;      // lowered; empty when the line is no key line
-    std::string m_strValue;
+    std::string m_strText;
+    std::size_t m_nValue = 0;   // where the value begins
+    std::size_t m_nLength = 0;  // of the value
+    bool m_bEntry = false;      // a heading or a key
+  };
+  using Lines = std::list<SLine>;
+
+  struct SSection {
+    std::unordered_map<std::string, Lines::iterator> m_mapKeys;  // lowered; the first of equals
+    Lines::iterator m_itLast;                                    // its heading or last key
   };
 
-  void Parse(const std::string& content);
+  void Clear();
+  bool Parse(const std::string& content);
   SLine* Find(const std::string& section, const std::string& key);
+  SSection& NeedSection(const std::string& section);
+  void Insert(SSection& section, SLine line);
+  std::string Content() const;
 
+  // Used by one thread.
   std::string m_strPath;
   std::string m_strLineEnd = "\n";
-  std::vector<SLine> m_vecLines;
+  Lines m_lstLines;                                         // the first: byte order mark or empty
+  std::unordered_map<std::string, SSection> m_mapSections;  // lowered; "" begins the file
+  std::size_t m_nEntries = 0;
 };

@@ -80,7 +80,7 @@ constexpr unsigned kAttributeReparsePoint = 1024;
 struct SDirectoryEntry {
   std::string m_strName;
   unsigned m_nAttributes = 0;
-  std::int64_t m_llSize = 0;        ///< bytes; 0 for a directory
+  std::int64_t m_llSize = 0;        ///< bytes; 0 for anything but a regular file
   std::int64_t m_llCreateTime = 0;  ///< seconds since 1970
 };
 
@@ -116,6 +116,7 @@ class ISystem {
   /// Lists every entry: first "." and ".." as plain directories, then the
   /// others sorted by name, letter case ignored, so that a listing does not
   /// depend on the file system. Symbolic links are described, never followed.
+  /// Refuses a path that resolves to the root directory.
   virtual ESystemError ListDirectory(const std::string& path,
                                      std::vector<SDirectoryEntry>& entries) = 0;
 

@@ -2,6 +2,7 @@
 // the descriptor and a wake handle.
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -81,8 +82,21 @@ EWait WaitFor(int fd, short events, int wakeFd, int timeoutMs) {
   }
 }
 
+// A socket under the number of a standard stream that the host has closed
+// would receive what is meant for that stream.
+int KeepOffStandardStreams(int fd) {
+  if (fd < 0 || fd > STDERR_FILENO) return fd;
+  const int other = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  close(fd);
+  return other;
+}
+
 void SetOption(int fd, int level, int name, int value) {
   setsockopt(fd, level, name, &value, sizeof value);
+}
+
+int MakeSocket() {
+  return KeepOffStandardStreams(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
 sockaddr_in MakeAddress(in_addr ip, int port) {
@@ -211,8 +225,9 @@ class CPosixListener : public IListenSocket {
       }
       sockaddr_in remote{};
       socklen_t size = sizeof remote;
-      CDescriptor fd(accept4(m_socket.Get(), reinterpret_cast<sockaddr*>(&remote), &size,
-                             SOCK_CLOEXEC | SOCK_NONBLOCK));
+      CDescriptor fd(
+          KeepOffStandardStreams(accept4(m_socket.Get(), reinterpret_cast<sockaddr*>(&remote),
+                                         &size, SOCK_CLOEXEC | SOCK_NONBLOCK)));
       if (fd.Get() < 0) {
         if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
           return EAcceptResult::kOutOfResources;
@@ -236,7 +251,7 @@ class CPosixSockets : public ISocketSystem {
   std::unique_ptr<IListenSocket> Listen(const std::string& address, int port) override {
     in_addr ip{};
     if (!ParseLocal(address, ip) || port < 0 || port > 65535) return nullptr;
-    CDescriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    CDescriptor fd(MakeSocket());
     if (fd.Get() < 0) return nullptr;
     SetOption(fd.Get(), SOL_SOCKET, SO_REUSEADDR, 1);
     const sockaddr_in local = MakeAddress(ip, port);
@@ -255,7 +270,7 @@ class CPosixSockets : public ISocketSystem {
     if (port <= 0 || port > 65535 || !ParseLocal(localAddress, localIp) || !Resolve(host, ip)) {
       return nullptr;
     }
-    CDescriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    CDescriptor fd(MakeSocket());
     if (fd.Get() < 0) return nullptr;
     if (!localAddress.empty()) {
       // The port is chosen at connect, so that one address can reach many

@@ -32,9 +32,10 @@ bool QueryEntry(int directory, const char* name, SEntryStatus& status) {
             &full) == 0) {
     status.m_nMode = full.stx_mode;
     status.m_llSize = static_cast<std::int64_t>(full.stx_size);
-    status.m_llCreateTime = (full.stx_mask & STATX_BTIME) != 0
-                                ? full.stx_btime.tv_sec
-                                : std::min(full.stx_ctime.tv_sec, full.stx_mtime.tv_sec);
+    // Some file systems claim to know the birth and say 0.
+    const bool known = (full.stx_mask & STATX_BTIME) != 0 && full.stx_btime.tv_sec != 0;
+    status.m_llCreateTime =
+        known ? full.stx_btime.tv_sec : std::min(full.stx_ctime.tv_sec, full.stx_mtime.tv_sec);
     return true;
   }
   if (errno != ENOSYS && errno != EPERM) return false;  // else: a kernel or sandbox without statx

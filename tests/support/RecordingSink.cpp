@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <utility>
 
 #include "net/IOCPBuffer.h"
 #include "net/NetWorkPackHead.h"
@@ -17,13 +18,20 @@ bool CRecordingSink::DealNetMsg(unsigned int ip, int port, int code, int bodyLen
   const SEvent event{ip, port, code,
                      std::string(body == nullptr ? "" : body, static_cast<std::size_t>(bodyLen)),
                      std::this_thread::get_id()};
+  std::function<void(const SEvent&)> handler;
   {
     const std::lock_guard<std::mutex> guard(m_mutex);
     m_vecEvents.push_back(event);
+    handler = m_onMessage;
     m_condition.notify_all();
   }
-  if (m_onMessage) m_onMessage(event);
+  if (handler) handler(event);
   return true;
+}
+
+void CRecordingSink::OnMessage(std::function<void(const SEvent&)> handler) {
+  const std::lock_guard<std::mutex> guard(m_mutex);
+  m_onMessage = std::move(handler);
 }
 
 CNetBuffer* CRecordingSink::CreateNetBuffer(unsigned int ip, int port, int, int) {

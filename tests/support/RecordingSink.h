@@ -39,8 +39,9 @@ class CRecordingSink : public IDealNetData {
   const std::vector<CIOCPBuffer*>& Released() const { return m_vecReleased; }
   const std::set<std::thread::id>& ReleaseThreads() const { return m_setReleaseThreads; }
 
-  /// Runs inside DealNetMsg, after the event was written down.
-  std::function<void(const SEvent&)> m_onMessage;
+  /// `handler` runs inside DealNetMsg from now on, after the event was
+  /// written down.
+  void OnMessage(std::function<void(const SEvent&)> handler);
 
   /// When set, every link gets this one parser.
   CNetBuffer* m_pSharedParser = nullptr;
@@ -49,6 +50,7 @@ class CRecordingSink : public IDealNetData {
  private:
   std::mutex m_mutex;
   std::condition_variable m_condition;
+  std::function<void(const SEvent&)> m_onMessage;
   std::vector<SEvent> m_vecEvents;
   std::vector<CIOCPBuffer*> m_vecReleased;
   std::set<std::thread::id> m_setReleaseThreads;

@@ -79,9 +79,9 @@ TEST(NetBuffer, ClearingDropsThePartialPacketAndEndsARunningDelivery) {
 
   // Clearing from inside the delivery, first of a whole packet, then of one
   // that had to be gathered: the bytes behind it are gone, later ones count.
-  sink.m_onMessage = [&](const CRecordingSink::SEvent& event) {
+  sink.OnMessage([&](const CRecordingSink::SEvent& event) {
     if (event.m_nCode == 2501) buffer.ClearData();
-  };
+  });
   const std::string both = first + second + second.substr(0, 7);
   buffer.DealNetData(both.data(), both.size());
   EXPECT_EQ(sink.Count(2501), 1U);

@@ -1,0 +1,166 @@
+// Configuration files: reading what others wrote, changing single values, and
+// replacing the file whole.
+
+#include "platform/FileConfig.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "support/TestSystem.h"
+
+namespace {
+
+std::string Value(QFileConfig& config, const std::string& section, const std::string& key) {
+  std::string value = "(none)";
+  config.ReadString(section, key, value, true);
+  return value;
+}
+
+bool SetValue(const std::string& path, const std::string& value) {
+  QFileConfig config;
+  config.SetFileName(path);
+  if (!config.ReadConfig()) return false;
+  config.WriteString("Lost_Pos", "lost_info_0", value, "", true);
+  return config.UpdateFile(true);
+}
+
+std::size_t CountFiles(const std::string& directory) {
+  std::vector<SDirectoryEntry> entries;
+  NativeSystem().ListDirectory(directory, entries);
+  return entries.size() - 2;
+}
+
+TEST(FileConfig, AFileOfAnotherProgramIsReadAndOnlyTheChangedValueDiffers) {
+  const CTempDirectory temp;
+  const std::string before =
+      "\xEF\xBB\xBF; written by hand\r\nloose = 1\r\nbig=4294967297\r\n\r\n[ LOST_pos ] ; "
+      "heading\r\n"
+      "# comment = no key\r\n\tnRecordCount =  2 \r\nlost_INFO_0=10,20\r\n"
+      "lost_info_0=second\r\nno key here\r\n=no key\r\nempty=\r\n\r\n[broken\r\n[Next]\r\nk=v=w";
+  WriteWholeFile(temp / "a.li", before);
+  QFileConfig config;
+  config.SetFileName(temp / "a.li");
+  ASSERT_TRUE(config.ReadConfig());
+  EXPECT_EQ(Value(config, "", "LOOSE"), "1");
+  EXPECT_EQ(Value(config, "Lost_Pos", "nrecordcount"), "2");
+  EXPECT_EQ(Value(config, "lost_pos", "lost_info_0"), "10,20");
+  EXPECT_EQ(Value(config, "Lost_Pos", "empty"), "");
+  EXPECT_EQ(Value(config, "Next", "K"), "v=w");
+  EXPECT_EQ(Value(config, "Next", "empty"), "(none)");
+  int number = 7;
+  EXPECT_EQ(config.ReadInteger("Next", "empty", number, true), 0);
+  EXPECT_EQ(number, 7);
+  EXPECT_EQ(config.ReadInteger("", "big", number, true), 1);
+  EXPECT_EQ(number, INT32_MAX);
+
+  ASSERT_TRUE(config.UpdateFile(true));
+  EXPECT_EQ(ReadWholeFile(temp / "a.li"), before);
+
+  config.WriteString("LOST_POS", "NRECORDCOUNT", "31", "", true);
+  config.WriteString("Lost_Pos", "empty", "full", "", true);
+  config.WriteString("Lost_Pos", "new", " 1\n[x] ", "why", true);
+  config.WriteString("next", "z", "9", "", true);
+  config.WriteString("Fresh", "a", "b", "", true);
+  config.WriteString("", "first", "0", "", true);
+  ASSERT_TRUE(config.UpdateFile(true));
+  EXPECT_EQ(
+      ReadWholeFile(temp / "a.li"),
+      "\xEF\xBB\xBF; written by hand\r\nloose = 1\r\nbig=4294967297\r\nfirst=0\r\n\r\n[ LOST_pos ] "
+      "; heading\r\n"
+      "# comment = no key\r\n\tnRecordCount =  31 \r\nlost_INFO_0=10,20\r\n"
+      "lost_info_0=second\r\nno key here\r\n=no key\r\nempty=full\r\n; why\r\nnew=1 [x]\r\n\r\n"
+      "[broken\r\n[Next]\r\nk=v=w\r\nz=9\r\n[Fresh]\r\na=b\r\n");
+  EXPECT_EQ(Value(config, "lost_pos", "NEW"), "1 [x]");
+}
+
+TEST(FileConfig, WhatCannotBeReadIsRefusedAndLeavesNothingInMemory) {
+  const CTempDirectory temp;
+  WriteWholeFile(temp / "good", "[s]\nk=v\n");
+  WriteWholeFile(temp / "huge", "");
+  std::filesystem::resize_file(temp / "huge", (64U << 20) + 1);
+  std::string crowded;
+  while (crowded.size() < 4000004) crowded += "a=1\n";
+  WriteWholeFile(temp / "crowded", crowded);
+  QFileConfig config;
+  for (const std::string& path :
+       {temp / "missing", temp.Path(), temp / "huge", temp / "crowded", std::string()}) {
+    config.SetFileName(temp / "good");
+    ASSERT_TRUE(config.ReadConfig());
+    config.SetFileName(path);
+    EXPECT_FALSE(config.ReadConfig()) << path;
+    EXPECT_EQ(Value(config, "s", "k"), "(none)");
+  }
+  const CScopedSystem system(
+      CFaultPlan().ShortTransfers(4).Fail(EOperation::kRead, 2, ESystemError::kOther));
+  config.SetFileName(temp / "good");
+  EXPECT_FALSE(config.ReadConfig());  // half a file is no file
+}
+
+TEST(FileConfig, AFailureAtAnyStepLeavesTheOldFileAndNoOther) {
+  const std::string before = "[Lost_Pos]\nlost_info_0=1,2\n";
+  const CFaultPlan plans[] = {
+      CFaultPlan().Fail(EOperation::kOpen, 2, ESystemError::kNoSpace),
+      CFaultPlan().Fail(EOperation::kWrite, 1, ESystemError::kOther),
+      CFaultPlan().DiskFullAfter(5),
+      CFaultPlan().Fail(EOperation::kFlush, 1, ESystemError::kOther),
+      CFaultPlan().Fail(EOperation::kRename, 1, ESystemError::kAccess),
+  };
+  for (const CFaultPlan& plan : plans) {
+    const CTempDirectory temp;
+    WriteWholeFile(temp / "a.li", before);
+    CScopedSystem system(plan);
+    EXPECT_FALSE(SetValue(temp / "a.li", "3,4"));
+    EXPECT_EQ(ReadWholeFile(temp / "a.li"), before);
+    EXPECT_EQ(CountFiles(temp.Path()), 1U);
+    system.Heal();
+    EXPECT_TRUE(SetValue(temp / "a.li", "3,4"));
+    EXPECT_EQ(ReadWholeFile(temp / "a.li"), "[Lost_Pos]\nlost_info_0=3,4\n");
+    EXPECT_EQ(CountFiles(temp.Path()), 1U);
+  }
+}
+
+TEST(FileConfig, AReaderNeverSeesFewerRecordsWhileAWriterUpdates) {
+  constexpr int kRecords = 300;
+  constexpr int kUpdates = 300;
+  const CTempDirectory temp;
+  std::string content = "[Lost_Pos]\n";
+  for (int i = 0; i < kRecords; ++i) content += "lost_info_" + std::to_string(i) + "=1,1\n";
+  WriteWholeFile(temp / "a.li", content);
+  std::filesystem::permissions(temp / "a.li", std::filesystem::perms(0640));
+  std::atomic<bool> stop{false};
+  int reads = 0;
+  std::thread reader([&] {
+    do {
+      QFileConfig config;
+      config.SetFileName(temp / "a.li");
+      ASSERT_TRUE(config.ReadConfig());
+      ASSERT_EQ(Value(config, "Lost_Pos", "lost_info_299"), "1,1");
+      ++reads;
+    } while (!stop);
+  });
+  for (int i = 0; i < kUpdates; ++i) EXPECT_TRUE(SetValue(temp / "a.li", std::to_string(i) + ",9"));
+  stop = true;
+  reader.join();
+  EXPECT_GT(reads, 0);
+  EXPECT_EQ(std::filesystem::status(temp / "a.li").permissions(), std::filesystem::perms(0640));
+}
+
+TEST(FileConfig, AHundredThousandRecordsAreReadAndChangedQuickly) {
+  const CTempDirectory temp;
+  std::string content = "[Lost_Pos]\n";
+  for (int i = 0; i < 100000; ++i) content += "lost_info_" + std::to_string(i) + "=1,1\n";
+  WriteWholeFile(temp / "a.li", content);
+  QFileConfig config;
+  config.SetFileName(temp / "a.li");
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_TRUE(config.ReadConfig());
+  for (int i = 0; i < 100000; ++i) {
+    config.WriteString("Lost_Pos", "lost_info_" + std::to_string(i), "22,22", "", true);
+  }
+  // Without an index this takes minutes; the room is for slow machines.
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+  EXPECT_EQ(Value(config, "Lost_Pos", "lost_info_99999"), "22,22");
+}
+
+}  // namespace

@@ -1,0 +1,173 @@
+// Files that threads share: modes, positions, and closing while others work.
+
+#include "platform/KQFile.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/HardWareCommon.h"
+#include "platform/KQEvent.h"
+#include "platform/KQPlatForm.h"
+#include "support/TestSystem.h"
+
+namespace {
+
+bool WriteText(CKQFile& file, const std::string& text) {
+  return file.Write(text.data(), static_cast<int>(text.size()));
+}
+
+std::string ReadText(CKQFile& file, int len) {
+  std::string text(static_cast<std::size_t>(len), '?');
+  text.resize(static_cast<std::size_t>(file.Read(text.data(), len)));
+  return text;
+}
+
+TEST(KQFile, EachModeOpensAsAgreed) {
+  const CTempDirectory temp;
+  CKQFile file;
+  EXPECT_FALSE(file.KQOpen(temp / "missing", "rb"));
+  EXPECT_FALSE(file.KQOpen(temp / "missing", "r+b"));
+  EXPECT_FALSE(file.KQOpen(temp / "missing", "r+"));
+  EXPECT_FALSE(CKQPlatForm::IsFileExist(temp / "missing"));
+
+  ASSERT_TRUE(file.KQOpen(temp / "file", "w+b"));
+  EXPECT_TRUE(WriteText(file, "0123456789"));
+  ASSERT_TRUE(file.KQOpen(temp / "file", "r+b"));
+  EXPECT_TRUE(WriteText(file, "ab"));
+  EXPECT_EQ(ReadText(file, 3), "234");
+  ASSERT_TRUE(file.KQOpen(temp / "file", "a+"));
+  EXPECT_TRUE(file.Seek(0));
+  EXPECT_TRUE(WriteText(file, "end"));
+  ASSERT_TRUE(file.KQOpen(temp / "file", "rb"));
+  EXPECT_FALSE(WriteText(file, "x"));
+  EXPECT_TRUE(file.Seek(8));
+  EXPECT_EQ(ReadText(file, 100), "89end");
+  EXPECT_EQ(ReadText(file, 1), "");
+  ASSERT_TRUE(file.KQOpen(temp / "file", "w+b"));
+  EXPECT_EQ(CHardWareCommon::GetFileSize(temp / "file"), 0U);
+}
+
+TEST(KQFile, AFailedOpenLeavesItClosedUnderTheNewPath) {
+  const CTempDirectory temp;
+  CKQFile file;
+  ASSERT_TRUE(file.KQOpen(temp / "file", "w+b"));
+  EXPECT_FALSE(file.KQOpen(temp.Path(), "rb"));  // a directory
+  EXPECT_FALSE(file.IsOpen());
+  EXPECT_EQ(file.GetFilePath(), temp.Path());
+  EXPECT_EQ(ReadText(file, 1), "");
+  EXPECT_FALSE(WriteText(file, "x") || file.WriteEx(0, "x", 1) || file.Seek(0));
+  file.Close();
+}
+
+TEST(KQFile, WriteExPlacesDataAndRefusesImpossiblePositions) {
+  constexpr std::int64_t kBeyond4GiB = (std::int64_t{5} << 30) + 1;
+  const CTempDirectory temp;
+  CKQFile file;
+  ASSERT_TRUE(file.KQOpen(temp / "file", "w+b"));
+  EXPECT_TRUE(WriteText(file, "0123"));
+  EXPECT_TRUE(file.WriteEx(kBeyond4GiB, "far", 3));
+  EXPECT_TRUE(file.WriteEx(0, "ab", 2));
+  EXPECT_TRUE(WriteText(file, "4"));  // the current position stayed
+  EXPECT_TRUE(file.WriteEx(0, "", 0));
+  EXPECT_FALSE(file.WriteEx(-1, "x", 1));
+  EXPECT_FALSE(file.WriteEx(0, "x", -1));
+  EXPECT_FALSE(file.WriteEx(std::int64_t{1} << 62, "x", 1));
+  EXPECT_FALSE(file.WriteEx(INT64_MAX, "x", 1));
+  EXPECT_FALSE(file.Seek(-1));
+  EXPECT_TRUE(file.Seek(INT64_MAX));
+  EXPECT_EQ(ReadText(file, 10), "");
+  EXPECT_TRUE(file.Seek(0));
+  EXPECT_EQ(ReadText(file, 5), "ab234");
+  EXPECT_EQ(file.Read(nullptr, 0), 0);
+  EXPECT_EQ(file.Read(nullptr, -5), 0);
+  EXPECT_TRUE(file.Seek(kBeyond4GiB));
+  EXPECT_EQ(ReadText(file, 10), "far");
+  EXPECT_EQ(CHardWareCommon::GetFileSize(temp / "file"), std::uint64_t{kBeyond4GiB} + 3);
+  EXPECT_EQ(CHardWareCommon::GetFileSize(temp.Path()), 0U);
+}
+
+TEST(KQFile, PartialTransfersAreCompletedAndAFullDiskIsReported) {
+  const CTempDirectory temp;
+  CScopedSystem system(CFaultPlan().ShortTransfers(7).DiskFullAfter(1000));
+  const std::string data = PatternBytes(1000);
+  CKQFile file;
+  ASSERT_TRUE(file.KQOpen(temp / "file", "w+b"));
+  EXPECT_TRUE(WriteText(file, data));
+  EXPECT_FALSE(WriteText(file, "x"));
+  EXPECT_TRUE(file.Seek(0));
+  EXPECT_EQ(ReadText(file, 2000), data);
+  system.Heal();
+  EXPECT_TRUE(WriteText(file, "x"));
+}
+
+TEST(KQFile, AClosedHandleNeverReachesAFileOpenedLater) {
+  const CTempDirectory temp;
+  CKQFile file;
+  ASSERT_TRUE(file.KQOpen(temp / "old", "w+b"));
+  const std::shared_ptr<CFileHandle> old = file.GetHandle();
+  ASSERT_TRUE(file.KQOpen(temp / "new", "w+b"));
+  char byte = 'x';
+  EXPECT_FALSE(old->WriteAt(0, &byte, 1));
+  EXPECT_EQ(old->ReadAt(0, &byte, 1), 0);
+  file.CloseIf(old);
+  EXPECT_TRUE(file.IsOpen());
+  file.CloseIf(file.GetHandle());
+  EXPECT_FALSE(file.IsOpen());
+  EXPECT_EQ(CHardWareCommon::GetFileSize(temp / "new"), 0U);
+}
+
+// A file whose write lasts until the test lets it go on.
+class CSlowFile final : public ISystemFile {
+ public:
+  CSlowFile(CKQEvent& begun, CKQEvent& goOn) : m_begun(begun), m_goOn(goOn) {}
+  std::int64_t ReadAt(char*, std::size_t, std::int64_t) override { return 0; }
+  std::int64_t WriteAt(const char*, std::size_t size, std::int64_t, ESystemError&) override {
+    m_begun.SetKQEvent();
+    return m_goOn.Wait(10000) == 0 ? static_cast<std::int64_t>(size) : -1;
+  }
+  bool Flush() override { return true; }
+
+ private:
+  CKQEvent& m_begun;
+  CKQEvent& m_goOn;
+};
+
+TEST(KQFile, ClosingDoesNotWaitForAWriteThatRunsAndThatOneStillSucceeds) {
+  CKQEvent begun;
+  CKQEvent goOn;
+  CKQFile file;
+  file.Attach(std::make_shared<CFileHandle>(std::make_unique<CSlowFile>(begun, goOn)), "slow");
+  bool written = false;
+  std::thread writer([&] { written = file.Write("data", 4); });
+  ASSERT_EQ(begun.Wait(10000), 0);
+  file.Close();  // would wait for ever if it waited
+  EXPECT_FALSE(file.WriteEx(0, "x", 1));
+  goOn.SetKQEvent();
+  writer.join();
+  EXPECT_TRUE(written);
+}
+
+TEST(KQFile, IsSafeWhileOthersReopenAndClose) {
+  const CTempDirectory temp;
+  CKQFile file;
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> workers;
+  for (int i = 0; i < 3; ++i) {
+    workers.emplace_back([&] {
+      char buffer[64] = {};
+      while (!stop) {
+        file.WriteEx(100, buffer, sizeof buffer);
+        file.Seek(0);
+        file.Read(buffer, sizeof buffer);
+        EXPECT_TRUE(file.GetFilePath().empty() || file.GetFilePath().size() > temp.Path().size());
+      }
+    });
+  }
+  for (int round = 0; round < 500; ++round) {
+    ASSERT_TRUE(file.KQOpen(temp / std::to_string(round % 3), "w+b"));
+    if (round % 2 == 0) file.Close();
+  }
+  stop = true;
+  for (std::thread& worker : workers) worker.join();
+}
+
+}  // namespace

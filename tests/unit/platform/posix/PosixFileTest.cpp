@@ -1,0 +1,194 @@
+// Files and directories of the POSIX system, with what only POSIX has: pipes,
+// symbolic links, permissions.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+
+#include "platform/System.h"
+#include "support/TestSystem.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr EOpenMode kAllModes[] = {EOpenMode::kRead, EOpenMode::kUpdate, EOpenMode::kCreate,
+                                   EOpenMode::kAppend};
+
+// Gives up the rights that let the administrator delete anything.
+class CUnprivileged {
+ public:
+  CUnprivileged() : m_nBefore(geteuid()) {
+    constexpr uid_t kNobody = 65534;
+    if (m_nBefore == 0 && seteuid(kNobody) != 0) ADD_FAILURE();
+  }
+  ~CUnprivileged() { EXPECT_EQ(seteuid(m_nBefore), 0); }
+
+ private:
+  const uid_t m_nBefore;
+};
+
+std::string Describe(const std::string& directory) {
+  std::vector<SDirectoryEntry> entries;
+  EXPECT_EQ(System().ListDirectory(directory, entries), ESystemError::kNone);
+  std::string text;
+  for (const SDirectoryEntry& entry : entries) {
+    const bool made = entry.m_strName != "..";  // by the test, that is: just now
+    EXPECT_TRUE(!made || std::abs(entry.m_llCreateTime - time(nullptr)) < 60) << entry.m_strName;
+    text += entry.m_strName + " " + std::to_string(entry.m_nAttributes) + " " +
+            std::to_string(entry.m_llSize) + "\n";
+  }
+  return text;
+}
+
+TEST(PosixFile, OnlyRegularFilesOpenAndNoOpenHangs) {
+  const CTempDirectory temp;
+  ASSERT_EQ(mkfifo((temp / "pipe").c_str(), 0666), 0);
+  for (const EOpenMode mode : kAllModes) {
+    for (const std::string& path : {temp.Path(), temp / "pipe", std::string("/dev/null")}) {
+      ESystemError error = ESystemError::kNone;
+      EXPECT_EQ(System().OpenFile(path, mode, error), nullptr) << path;
+      EXPECT_EQ(error, ESystemError::kNotRegular) << path;
+    }
+  }
+}
+
+TEST(PosixFile, EmptyPathsAndNulBytesAreRefusedByEveryCall) {
+  const CTempDirectory temp;
+  WriteWholeFile(temp / "canary", "alive");
+  const std::string cut = (temp / "canary") + std::string(1, '\0') + "x";
+  for (const std::string& path : {std::string(), cut, temp.Path() + std::string(1, '\0')}) {
+    ESystemError error = ESystemError::kNone;
+    SFileStatus status;
+    std::vector<SDirectoryEntry> entries;
+    std::uint64_t bytes = 0;
+    for (const EOpenMode mode : kAllModes) {
+      EXPECT_EQ(System().OpenFile(path, mode, error), nullptr);
+      EXPECT_EQ(error, ESystemError::kBadPath);
+    }
+    EXPECT_FALSE(System().QueryFile(path, status));
+    for (const ESystemError result :
+         {System().RemoveFile(path), System().RenameFile(path, temp / "b"),
+          System().RenameFile(temp / "canary", path), System().MakeDirectory(path),
+          System().RemoveEmptyDirectory(path), System().ListDirectory(path, entries),
+          System().ClearDirectory(path)}) {
+      EXPECT_EQ(result, ESystemError::kBadPath);
+    }
+    EXPECT_FALSE(System().QueryFreeSpace(path, bytes));
+  }
+  EXPECT_EQ(ReadWholeFile(temp / "canary"), "alive");
+}
+
+TEST(PosixFile, NeverTakesTheNumberOfAClosedStandardStream) {
+  const CTempDirectory temp;
+  const int saved = dup(STDIN_FILENO);
+  close(STDIN_FILENO);
+  ESystemError error = ESystemError::kNone;
+  const auto file = System().OpenFile(temp / "data", EOpenMode::kCreate, error);
+  const int flags = fcntl(STDIN_FILENO, F_GETFD);
+  if (saved >= 0) dup2(saved, STDIN_FILENO);
+  close(saved);
+  EXPECT_NE(file, nullptr);
+  EXPECT_EQ(flags, -1);
+}
+
+TEST(PosixDirectory, AListingShowsAttributesSizesAndOneOrderEverywhere) {
+  const CTempDirectory temp;
+  const fs::path root = temp.Path();
+  WriteWholeFile(temp / "list/b.bin", "12345");
+  WriteWholeFile(temp / "list/.hidden", "1");
+  WriteWholeFile(temp / "list/a\xFF", "");
+  WriteWholeFile(temp / "list/locked", "12");
+  fs::create_directories(root / "list/E");
+  fs::create_directories(root / "list/.Git");
+  fs::create_directories(root / "list/Closed");
+  fs::create_directory_symlink(root / "list", root / "list/D");
+  fs::permissions(root / "list/locked", fs::perms(0444));
+  fs::permissions(root / "list/Closed", fs::perms(0555));
+
+  EXPECT_EQ(Describe(temp / "list\\"),
+            ". 16 0\n.. 16 0\n.Git 18 0\n.hidden 2 1\na\xFF 128 0\nb.bin 128 5\n"
+            "Closed 17 0\nD 1024 0\nE 16 0\nlocked 1 2\n");
+}
+
+// Clearing refuses the root by the same check; only this one is safe to try.
+TEST(PosixDirectory, TheRootIsRefusedUnderEveryName) {
+  const CTempDirectory temp;
+  fs::create_directory_symlink("/", temp / "toRoot");
+  std::vector<SDirectoryEntry> entries;
+  for (const std::string& path : {std::string("/"), std::string("\\"), std::string("/../."),
+                                  std::string("/tmp/.."), temp / "toRoot"}) {
+    EXPECT_EQ(System().ListDirectory(path, entries), ESystemError::kBadPath) << path;
+  }
+  EXPECT_EQ(System().RemoveEmptyDirectory("//"), ESystemError::kBadPath);
+}
+
+TEST(PosixDirectory, ClearingDeletesEverythingInsideAndNothingOutside) {
+  const CTempDirectory temp;
+  const fs::path root = temp.Path();
+  WriteWholeFile(temp / "victim/canary", "alive");
+  WriteWholeFile(temp / "prj/sub/deep/file", "x");
+  WriteWholeFile(temp / "prj/.hidden", "x");
+  fs::create_symlink(root / "victim/canary", root / "prj/sub/link");
+  fs::create_directory_symlink(root / "victim", root / "prj/dirlink");
+  // Translated, this name would lead to the victim.
+  const int prj = open((temp / "prj").c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_EQ(mkdirat(prj, "..\\victim", 0777), 0);
+  close(openat(prj, "..\\victim\\canary", O_CREAT | O_WRONLY, 0666));
+  close(prj);
+
+  EXPECT_EQ(System().ClearDirectory(temp / "prj\\"), ESystemError::kNone);
+
+  EXPECT_TRUE(fs::is_empty(root / "prj"));
+  fs::create_directory_symlink(root / "victim", root / "link");
+  for (const char* const name : {"link", "link/", "link\\\\"}) {
+    EXPECT_NE(System().ClearDirectory(temp / name), ESystemError::kNone) << name;
+  }
+  EXPECT_EQ(ReadWholeFile(temp / "victim/canary"), "alive");
+}
+
+TEST(PosixDirectory, ClearingGoesDeeperThanThereAreDescriptors) {
+  constexpr int kDepth = 1900;  // more than the usual 1024 descriptors
+  const CTempDirectory temp;
+  std::string path = temp.Path();
+  for (int i = 0; i < kDepth; ++i) {
+    path += "d/";
+    ASSERT_EQ(System().MakeDirectory(path), ESystemError::kNone);
+  }
+  EXPECT_EQ(System().ClearDirectory(temp.Path()), ESystemError::kNone);
+  EXPECT_TRUE(fs::is_empty(temp.Path()));
+}
+
+TEST(PosixDirectory, ClearingGoesOnPastWhatItCannotDelete) {
+  const CTempDirectory temp;
+  const fs::path root = temp.Path();
+  for (const char* const name : {"a/file", "locked/file", "unsearchable/file", "z/file"}) {
+    WriteWholeFile(temp / name, "x");
+  }
+  for (const char* const name : {".", "a", "z"}) fs::permissions(root / name, fs::perms(0777));
+  fs::permissions(root / "locked", fs::perms(0555));
+  fs::permissions(root / "unsearchable", fs::perms(0666));
+  {
+    const CUnprivileged nobody;
+    EXPECT_NE(System().ClearDirectory(temp.Path()), ESystemError::kNone);
+    EXPECT_EQ(Describe(temp.Path()), ". 16 0\n.. 16 0\nlocked 17 0\nunsearchable 16 0\n");
+  }
+  fs::permissions(root / "locked", fs::perms(0777));
+  fs::permissions(root / "unsearchable", fs::perms(0777));
+}
+
+TEST(PosixDirectory, FreeSpaceIsThatOfTheNearestExistingParent) {
+  const CTempDirectory temp;
+  std::uint64_t bytes = 0;
+  EXPECT_TRUE(System().QueryFreeSpace(temp / "not\\there/yet", bytes));
+  EXPECT_GT(bytes, 0U);
+  EXPECT_TRUE(System().QueryFreeSpace("not-there/yet", bytes));
+  EXPECT_TRUE(System().QueryFreeSpace("/not-there", bytes));
+}
+
+}  // namespace
