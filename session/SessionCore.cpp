@@ -85,6 +85,12 @@ void CTransClient::Dispatch(int msgType, int nLength, const char* data) {
       return StoreFileData(nLength, data);
     case NET_CTS_TRANSFILEDATA_END:
       return AnswerEndOfFile();
+    case NET_CTS_TRANS_STOP:
+      return StopDownload();
+    case NET_CTS_REQUEST_SERVERFILESIZE:
+      return AnswerFilesSize(nLength, data);
+    case NET_CTS_PREPARETRANS_FILE:
+      return AnswerPrepareDown(nLength, data);
     default:
       return;  // what only the server sends
   }

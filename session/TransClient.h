@@ -13,6 +13,7 @@ class CKQFile;
 class CNetBuffer;
 class CThreadGate;
 class CThreadLock;
+class ILinkInfo;
 class ITransNet;
 
 /// One client's session on the server: carries out every request of its link,
@@ -142,6 +143,9 @@ class KQFT_API CTransClient {
   void AnswerPrepareReceive(int nLength, const char* data);
   void StoreFileData(int nLength, const char* data);
   void AnswerEndOfFile();
+  void StopDownload();
+  void AnswerFilesSize(int nLength, const char* data);
+  void AnswerPrepareDown(int nLength, const char* data);
 
   /// Opens the target that a 2500 body names.
   /// @param llFileLen receives the size the target had before.
@@ -152,11 +156,36 @@ class KQFT_API CTransClient {
   /// @return a result code
   int ReceiveData(unsigned int nLength, const char* data);
 
+  /// @return bytes of all files of a 2504 body together
+  KQLonglong GetFilesSize(int nLength, const char* data);
+
+  /// Opens the file that a 2505 body names and starts a sender.
+  /// @return a result code
+  int PrepareDownFileData(unsigned int nLength, const char* data);
+
+  /// What one download works on, fixed when it is prepared.
+  struct SSendRun;
+
+  /// Entry of the sender thread. @param run an SSendRun*, taken over
+  static void* SendFileThread(void* run);
+  void SendFileToClient(SSendRun& run);
+
+  /// Sends one block as data packets, each when the link has room for it.
+  /// @return false when the link is gone or a packet was refused
+  /// Blocks: until the packets are queued, or the run has to stop.
+  bool SendBuffer(ILinkInfo* pLinkInfo, int nLength, const char* data, SSendRun& run);
+
  private:
   int SendFrame(int port, int msgType, const void* body, int nLength);
   std::string LogFilePath() const;
   void Dispatch(int msgType, int nLength, const char* data);
   int CheckReceiving();
+  bool StartSender(KQLonglong position, const std::string& path);
+  bool IsStale(const SSendRun& run) const;
+  bool WaitForRoom(ILinkInfo& link, const SSendRun& run) const;
+  int StreamFile(SSendRun& run);
+  void FinishRun(const SSendRun& run, int end);
+  void SendToRun(const SSendRun& run, int msgType, const void* body, int nLength);
 
   const std::shared_ptr<CThreadGate> m_pSenderGate;  // holds every sender thread
 
