@@ -91,6 +91,10 @@ void CTransClient::Dispatch(int msgType, int nLength, const char* data) {
       return AnswerFilesSize(nLength, data);
     case NET_CTS_PREPARETRANS_FILE:
       return AnswerPrepareDown(nLength, data);
+    case NET_CTS_GETLOSTINFO:
+      return AnswerLostInfo(nLength, data);
+    case NET_CTS_CHANGELOSTINFO:
+      return AnswerUpdateLostInfo(nLength, data);
     default:
       return;  // what only the server sends
   }

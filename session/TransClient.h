@@ -146,6 +146,8 @@ class KQFT_API CTransClient {
   void StopDownload();
   void AnswerFilesSize(int nLength, const char* data);
   void AnswerPrepareDown(int nLength, const char* data);
+  void AnswerLostInfo(int nLength, const char* data);
+  void AnswerUpdateLostInfo(int nLength, const char* data);
 
   /// Opens the target that a 2500 body names.
   /// @param llFileLen receives the size the target had before.
@@ -174,6 +176,19 @@ class KQFT_API CTransClient {
   /// @return false when the link is gone or a packet was refused
   /// Blocks: until the packets are queued, or the run has to stop.
   bool SendBuffer(ILinkInfo* pLinkInfo, int nLength, const char* data, SSendRun& run);
+
+  /// Result and text of the missing ranges of a 2509 body's file.
+  int DealGetLostInfo(int nLength, const char* data, std::string& text);
+
+  /// Stores the changed range of a 2510 body.
+  int DealUpdateLostInfo(unsigned int nLength, const char* data);
+
+  /// Reads the side files of a data file. @return 1, -31 or -32
+  int ReadLostInfo(const std::string& path, std::string& text);
+
+  /// Rewrites one range of the side file of the last 2509.
+  /// @return 1, -30, -31 or -32
+  int UpdateLostInfo(int index, KQLonglong a, KQLonglong b);
 
  private:
   int SendFrame(int port, int msgType, const void* body, int nLength);

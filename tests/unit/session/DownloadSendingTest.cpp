@@ -91,6 +91,7 @@ TEST(DownloadSending, StopIsAcknowledgedAfterTheBlockInHand) {
   bench.m_net.m_bRoom = false;  // a client that does not read
   EXPECT_EQ(bench.AskDownload(0, "file"), kOk);
   EXPECT_EQ(bench.AskUpload(true, "up"), Int32(ERROR_CODE_SERVER_DOWNDATA) + Int64(0));
+  EXPECT_EQ(bench.Ask(NET_CTS_GETLOSTINFO, "file"), Int32(ERROR_CODE_TRANS_BUSY));
   bench.Ask(NET_CTS_TRANSFILEDATA_END);  // closes the file, keeps the state
   EXPECT_EQ(bench.m_session.m_nTransType, PROCESS_TYPE_CLIENT_DOWNDATA);
   bench.Ask(NET_CTS_TRANS_STOP);
