@@ -95,6 +95,14 @@ void CTransClient::Dispatch(int msgType, int nLength, const char* data) {
       return AnswerLostInfo(nLength, data);
     case NET_CTS_CHANGELOSTINFO:
       return AnswerUpdateLostInfo(nLength, data);
+    case NET_CTS_GETPRJDIR:
+      return AnswerProjectDir();
+    case NET_CTS_GETPRJLIST:
+      return AnswerProjectList();
+    case NET_CTS_DELETEPRJ:
+      return AnswerDeleteProject(nLength, data);
+    case NET_CTS_GETPRJFILELIST:
+      return AnswerProjectFileList(nLength, data);
     default:
       return;  // what only the server sends
   }

@@ -4,8 +4,10 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "KQFileTransServiceExport.h"
+#include "platform/ChannelKeyValue.h"
 #include "platform/FileDataPos.h"
 #include "platform/SharedWord.h"
 
@@ -148,6 +150,10 @@ class KQFT_API CTransClient {
   void AnswerPrepareDown(int nLength, const char* data);
   void AnswerLostInfo(int nLength, const char* data);
   void AnswerUpdateLostInfo(int nLength, const char* data);
+  void AnswerProjectDir();
+  void AnswerProjectList();
+  void AnswerDeleteProject(int nLength, const char* data);
+  void AnswerProjectFileList(int nLength, const char* data);
 
   /// Opens the target that a 2500 body names.
   /// @param llFileLen receives the size the target had before.
@@ -190,11 +196,19 @@ class KQFT_API CTransClient {
   /// @return 1, -30, -31 or -32
   int UpdateLostInfo(int index, KQLonglong a, KQLonglong b);
 
+  /// Append a record per project below `dir` / per file of a project.
+  /// @param depth directory levels above this call
+  void ListProjects(const std::string& dir, const std::string& suffix,
+                    std::vector<Channel_Key_Value>* out, int depth);
+  void ListProjectFiles(const std::string& path, std::vector<Channel_Key_Value>* out, int depth);
+
  private:
   int SendFrame(int port, int msgType, const void* body, int nLength);
   std::string LogFilePath() const;
   void Dispatch(int msgType, int nLength, const char* data);
   int CheckReceiving();
+  std::string ProjectDir() const;
+  void AppendProject(std::vector<Channel_Key_Value>* out);
   bool StartSender(KQLonglong position, const std::string& path);
   bool IsStale(const SSendRun& run) const;
   bool WaitForRoom(ILinkInfo& link, const SSendRun& run) const;
