@@ -105,16 +105,18 @@ bool CKQFileTransServiceClient::Connect(std::string strIP, int nPort) {
     m_strServerIP = strIP;
   }
   m_nServerPort = nPort;
-  const std::uint32_t downsBefore = m_nLinkDowns;
   m_bConnect = m_pNetWork->ConnectToHost(strIP, nPort);
   if (!m_bConnect) return false;
+  ILinkInfo* found = nullptr;
   for (ILinkInfo* link : m_pNetWork->GetAllLinkInfo()) {
     if (!link->IsLink()) continue;
-    m_pLinkInfo = link;
+    found = link;
     break;
   }
-  // The new link may be gone again, and its end reported before we stored it.
-  if (m_nLinkDowns != downsBefore) {
+  if (found != nullptr) m_pLinkInfo = found;
+  // The new link may be gone again, and its end reported before we stored it;
+  // while it is up, its end is still to come and will clear both words.
+  if (found == nullptr || !found->IsLink()) {
     m_bConnect = false;
     m_pLinkInfo = nullptr;
   }

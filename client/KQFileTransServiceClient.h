@@ -330,11 +330,10 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   bool RaiseStopReceive();
   bool RaiseStop();
 
-  std::shared_ptr<CThreadGate> m_pGate;         // constant; workers leave it last
-  std::shared_ptr<SRunBook> m_pRunBook;         // constant; guards the change of runs
-  CSharedWord<std::uint64_t> m_ullRun = 0;      // word; number of the current run
-  CSharedWord<std::uint32_t> m_nLinkDowns = 0;  // word; links lost so far
-  CSharedWord<bool> m_bWriteFailed = false;     // word; received data of this file was lost
+  std::shared_ptr<CThreadGate> m_pGate;      // constant; workers leave it last
+  std::shared_ptr<SRunBook> m_pRunBook;      // constant; guards the change of runs
+  CSharedWord<std::uint64_t> m_ullRun = 0;   // word; number of the current run
+  CSharedWord<bool> m_bWriteFailed = false;  // word; received data of this file was lost
 };
 
 #pragma pop_macro("SendMessage")

@@ -68,9 +68,7 @@ void CKQFileTransServiceClient::Dispatch(int code, int length, const char* body)
   }
 }
 
-// The count moves first: Connect compares it after it has stored a new link.
 void CKQFileTransServiceClient::OnDisconnect() {
-  m_nLinkDowns += 1;
   m_bPrjDirKnown = false;
   m_bConnect = false;
   m_bStop = true;

@@ -1,17 +1,10 @@
 // Golden bytes: an upload as it travels, written out by hand.
 
 #include "client/KQFileTransServiceClient.h"
-#include "net/NetWorkManageEx.h"
-#include "server/KQFileTransServiceServer.h"
-#include "support/TestSystem.h"
+#include "support/LoopbackServer.h"
 #include "support/WireTap.h"
 
 namespace {
-
-class CServer : public CKQFileTransServiceServer {
- public:
-  int Port() const { return m_pPrimaryNetWork->GetListenPort(); }
-};
 
 // Turns "4b 51 ..." into bytes.
 std::string Bytes(const std::string& hex) {
@@ -23,14 +16,13 @@ std::string Bytes(const std::string& hex) {
 }
 
 TEST(WireBytes, UploadOfAnOrdinaryFile) {
+  CScopedSystem system(CFaultPlan().ClockFaster(100));
   CTempDirectory directory;
   const std::string content = PatternBytes(131017);
   const std::string source = directory / "run1.dat";
   const std::string target = directory / "up/run1.dat";
   WriteWholeFile(source, content);
-  CServer server;
-  server.SetLog(directory.Path(), false);
-  ASSERT_TRUE(server.Init(0));
+  CLoopbackServer server(directory);
   CWireTap tap(server.Port());
   {
     CKQFileTransServiceClient client;
