@@ -8,18 +8,6 @@
 #include "net/NetWorkPackHead.h"
 #include "protocol/MessageCodes.h"
 
-std::string Int32(std::int32_t value) {
-  std::string bytes(4, '\0');
-  WriteInt32(bytes.data(), value);
-  return bytes;
-}
-
-std::string Int64(std::int64_t value) {
-  std::string bytes(8, '\0');
-  WriteInt64(bytes.data(), value);
-  return bytes;
-}
-
 CFakeServer::CFakeServer() {
   Answer(NET_CTS_PREPARETRAN_FILE, Int32(1) + Int64(0));
   Answer(NET_CTS_TRANSFILEDATA_END, "");

@@ -12,10 +12,7 @@
 #include "net/DealNetData.h"
 #include "net/NetBuffer.h"
 #include "net/NetWorkManageEx.h"
-
-/// Pieces of message bodies, to be joined with "+".
-std::string Int32(std::int32_t value);
-std::string Int64(std::int64_t value);
+#include "support/BodyPieces.h"
 
 /// A data server that answers as a test plans. Codes without a plan are
 /// answered as by a server that holds nothing and stores everything.

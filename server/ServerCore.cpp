@@ -1,0 +1,149 @@
+// Server core: listens, turns the network layer's events into work of the
+// sessions, and gives the sessions their ways back.
+
+#include "server/KQFileTransServiceServer.h"
+
+#include <type_traits>
+#include <utility>
+
+#include "net/LinkEvents.h"
+#include "net/LinkInfo.h"
+#include "net/NetBuffer.h"
+#include "net/NetWorkManageEx.h"
+#include "platform/KQFile.h"
+#include "platform/System.h"
+#include "platform/ThreadLock.h"
+#include "session/TransClient.h"
+
+// Hosts may copy servers; copies share what the pointers lead to.
+static_assert(std::is_copy_constructible_v<CKQFileTransServiceServer>);
+static_assert(std::is_copy_assignable_v<CKQFileTransServiceServer>);
+
+namespace {
+
+constexpr int kMostLinks = 100;
+constexpr int kKeepAliveIdleMs = 2000;
+constexpr int kKeepAliveIntervalMs = 1000;
+
+const char kNoNetwork[] = " CKQFileTransServiceServer::SendText  m_pPrimaryNetWork = null";
+
+}  // namespace
+
+CKQFileTransServiceServer::CKQFileTransServiceServer()
+    : m_pClientLock(new CThreadLock(true)),
+      m_pPrimaryNetWork(new CNetWorkManageEx),
+      m_strPrjSuffix(".kqsln"),
+      m_pLogFile(new CKQFile),
+      m_pLogLock(new CThreadLock(true)) {
+  m_pPrimaryNetWork->SetKeepAlive(kKeepAliveIdleMs, kKeepAliveIntervalMs);
+  m_pPrimaryNetWork->SetTransferType(0, true, 0);
+}
+
+CKQFileTransServiceServer::~CKQFileTransServiceServer() {
+  Stop();
+  RemoveAllClient(true);
+  delete m_pPrimaryNetWork;
+  delete m_pClientLock;
+  delete m_pLogFile;
+  delete m_pLogLock;
+}
+
+bool CKQFileTransServiceServer::Init(int port) {
+  if (m_pPrimaryNetWork == nullptr) return false;
+  if (m_bInit && port == m_nPort) return true;
+  m_pPrimaryNetWork->Stop();
+  const bool ok = m_pPrimaryNetWork->Init(this, port, kMostLinks);
+  m_nPort = port;
+  m_bInit = ok;
+  return ok;
+}
+
+// The lock is taken only once the network has stopped: its threads may hold
+// or want it, and Stop waits for them.
+void CKQFileTransServiceServer::Stop() {
+  if (m_pPrimaryNetWork != nullptr) m_pPrimaryNetWork->Stop();
+  m_bInit = false;
+  RemoveAllClient(false);
+}
+
+void CKQFileTransServiceServer::SetPrjDir(const std::string& dir) {
+  m_strPrjDir = dir;
+}
+
+void CKQFileTransServiceServer::SetPrjSuffix(const std::string& suffix) {
+  m_strPrjSuffix = suffix;
+}
+
+bool CKQFileTransServiceServer::DealNetMsg(unsigned int ip, int port, int code, int bodyLen,
+                                           const char* body, int extra) {
+  switch (code) {
+    case NET_COMMAND_DISCONNECT:
+      AnnounceLink("client disconnect:", ip, port);
+      RemoveClientManage(ip, port);
+      break;
+    case NET_COMMAND_CONNECT:
+      AnnounceLink("new client:", ip, port);
+      AddClientManage(ip, port);
+      break;
+    default:
+      // Outside the registry's lock: a long request delays its own link only.
+      if (CTransClient* const session = GetClientManage(ip, port); session != nullptr) {
+        session->DealNetMsg(ip, port, code, bodyLen, body, extra);
+      }
+  }
+  return true;
+}
+
+// The blanks of the log entry are missing on standard output, kept on purpose.
+void CKQFileTransServiceServer::AnnounceLink(const char* event, unsigned int ip, int port) {
+  const std::string address = CNetWorkManageEx::TransIP(ip);
+  const std::string number = std::to_string(port);
+  System().WriteStandard(false, event + address + ":" + number + "\n");
+  WriteLog(event + (" " + address) + " :" + number + " \n");
+}
+
+CNetBuffer* CKQFileTransServiceServer::CreateNetBuffer(unsigned int ip, int port, int, int) {
+  CTransClient* const session = AddClientManage(ip, port);
+  if (session == nullptr) return nullptr;
+  CNetBuffer* const buffer = session->m_pNetBuffer;
+  buffer->m_nLinkIP = ip;
+  buffer->m_nLinkPort = port;
+  buffer->ClearData();
+  buffer->m_pOwner = this;
+  session->StopService();
+  session->m_pTransFile->Close();
+  session->ResetForLink();
+  return buffer;
+}
+
+ILinkInfo* CKQFileTransServiceServer::GetLinkInfo(unsigned int ip, int port) {
+  if (m_pPrimaryNetWork == nullptr) return nullptr;
+  for (ILinkInfo* const link : m_pPrimaryNetWork->GetAllLinkInfo()) {
+    if (link->GetIP() == ip && link->GetPort() == port) return link;
+  }
+  return nullptr;
+}
+
+bool CKQFileTransServiceServer::SendText(ILinkInfo* link, CIOCPBuffer* buf) {
+  if (m_pPrimaryNetWork == nullptr) {
+    WriteLog(kNoNetwork);
+    return false;
+  }
+  return m_pPrimaryNetWork->DirectSendData(link, buf);
+}
+
+bool CKQFileTransServiceServer::SendText(unsigned int ip, int port, const char* data, int len) {
+  if (m_pPrimaryNetWork == nullptr) {
+    WriteLog(kNoNetwork);
+    return false;
+  }
+  return m_pPrimaryNetWork->SendText(ip, port, data, len);
+}
+
+std::string CKQFileTransServiceServer::GetFileDir() {
+  return m_strPrjDir;
+}
+
+std::string CKQFileTransServiceServer::GetPrjSuffix() {
+  return m_strPrjSuffix;
+}

@@ -1,0 +1,226 @@
+// Download sending: streams one file of the server to the client.
+//
+// Prepare opens the file and starts a sender, a detached thread that works on
+// what the run captured then: its own file handle, position, link and epoch.
+// So neither a second download nor the next link of the same client can make
+// it send wrong bytes or touch a state that is no longer its own. Shares
+// m_bStopService and m_bStopTrans with the delivery thread; m_runMutex orders
+// the end of a run against the start of the next one.
+
+#include <cstring>
+#include <new>
+#include <string_view>
+
+#include "net/LinkInfo.h"
+#include "net/TransNet.h"
+#include "platform/ByteOrder.h"
+#include "platform/HardWareCommon.h"
+#include "platform/KQFile.h"
+#include "platform/KQThread.h"
+#include "platform/ThreadGate.h"
+#include "protocol/DataPacket.h"
+#include "protocol/MessageCodes.h"
+#include "protocol/ResultCodes.h"
+#include "protocol/TransferTypes.h"
+#include "session/TransClient.h"
+
+namespace {
+
+constexpr int kRoomWaitMs = 50;  // how late a sender that waits for room notices a stop
+
+}  // namespace
+
+struct CTransClient::SSendRun {
+  CTransClient* m_pSession = nullptr;
+  std::shared_ptr<CThreadGate> m_pGate;
+  std::uint64_t m_ullLinkEpoch = 0;
+  std::uint64_t m_ullRun = 0;
+  int m_nLinkPort = 0;
+  std::shared_ptr<CFileHandle> m_pFile;  // null when it was closed at once
+  std::string m_strPath;
+  KQLonglong m_llPosition = 0;  // of the next packet's first data byte
+};
+
+void CTransClient::StopDownload() {
+  m_bStopTrans = true;  // the sender acknowledges it
+  WriteLog("DealNetMsg NET_CTS_TRANS_STOP \n");
+}
+
+void CTransClient::AnswerFilesSize(int nLength, const char* data) {
+  const KQLonglong nSize = GetFilesSize(nLength, data);
+  char body[8];
+  WriteInt64(body, nSize);
+  SendMsg(NET_CTS_REQUEST_SERVERFILESIZE, body, sizeof(body));
+  WriteLog("DealNetMsg NET_CTS_REQUEST_SERVERFILESIZE  nSize = " + std::to_string(nSize) + " \n ");
+}
+
+// Cuts the list in place: as a list of strings it would take many times the
+// memory of the message.
+KQLonglong CTransClient::GetFilesSize(int nLength, const char* data) {
+  std::string_view rest(data, static_cast<std::size_t>(nLength));
+  std::uint64_t total = 0;
+  while (!rest.empty()) {
+    const std::size_t end = std::min(rest.find('|'), rest.size());
+    if (end > 0) total += CHardWareCommon::GetFileSize(std::string(rest.substr(0, end)));
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+  }
+  return static_cast<KQLonglong>(total);
+}
+
+void CTransClient::AnswerPrepareDown(int nLength, const char* data) {
+  char body[4];
+  WriteInt32(body, PrepareDownFileData(static_cast<unsigned>(nLength), data));
+  SendMsg(NET_CTS_PREPARETRANS_FILE, body, sizeof(body));
+  WriteLog("DealNetMsg NET_CTS_PREPARETRANS_FILE \n");
+}
+
+int CTransClient::PrepareDownFileData(unsigned int nLength, const char* data) {
+  if (m_bStopService) {
+    WriteLog("CTransClient::PrepareDownFileData m_bStopService = true \n");
+    return ERROR_CODE_STOP_SERVICE;
+  }
+  if (m_nTransType == PROCESS_TYPE_CLIENT_UPDATA) {
+    WriteLog(
+        "CTransClient::PrepareDownFileData m_nTransType == PROCESS_TYPE_CLIENT_UPDATA "
+        "ERROR_CODE_CLIENT_UPDATA \n");
+    return ERROR_CODE_CLIENT_UPDATA;
+  }
+  // A running download is not refused, kept on purpose: its file is replaced
+  // by the new one, so it ends, and the new one starts beside it.
+  m_bStopTrans = false;
+  if (nLength < kPositionBytes) {
+    WriteLog("CTransClient::PrepareDownFileData nLength < sizeof(KQLonglong) \n");
+    return 0;
+  }
+  const KQLonglong position = ReadInt64(data);
+  m_llSendPos = position;
+  const std::string path(data + kPositionBytes, nLength - kPositionBytes);
+  if (!m_pTransFile->KQOpen(path, "rb")) {
+    WriteLog("CTransClient::PrepareDownFileData open file rb Fail. " + path + "\n");
+    return ERROR_CODE_SERVER_OPENFILE;
+  }
+  return StartSender(position, path) ? RESULT_OK : ERROR_CODE_SERVER_OPENFILE;
+}
+
+// The position is passed, not read back: an older sender moves m_llSendPos too.
+bool CTransClient::StartSender(KQLonglong position, const std::string& path) {
+  auto run = std::make_unique<SSendRun>();
+  run->m_pSession = this;
+  run->m_pGate = m_pSenderGate;
+  run->m_nLinkPort = m_nLinkPort;
+  run->m_pFile = m_pTransFile->GetHandle();
+  run->m_strPath = path;
+  run->m_llPosition = position;
+  {
+    const std::lock_guard<std::mutex> lock(m_runMutex);
+    run->m_ullLinkEpoch = m_ullLinkEpoch;
+    run->m_ullRun = ++m_ullRun;
+    m_nTransType = PROCESS_TYPE_CLIENT_DOWNDATA;
+  }
+  m_pSenderGate->Enter();
+  CKQThread thread;
+  if (thread.CreateKQThread(SendFileThread, run.get())) {
+    static_cast<void>(run.release());  // the thread's from here on
+    return true;
+  }
+  m_pSenderGate->Leave();
+  m_pTransFile->Close();
+  m_nTransType = PROCESS_TYPE_NONE;
+  return false;
+}
+
+void* CTransClient::SendFileThread(void* run) {
+  std::unique_ptr<SSendRun> own(static_cast<SSendRun*>(run));
+  const std::shared_ptr<CThreadGate> gate = own->m_pGate;
+  try {
+    own->m_pSession->SendFileToClient(*own);
+  } catch (...) {
+    // Out of memory at the very end: the client runs into its time-out.
+  }
+  own.reset();
+  gate->Leave();
+  return nullptr;
+}
+
+void CTransClient::SendFileToClient(SSendRun& run) {
+  int end = ERROR_CODE_SEND_STOPPED;
+  try {
+    end = StreamFile(run);
+  } catch (const std::bad_alloc&) {
+    end = ERROR_CODE_SEND_STOPPED;
+  }
+  FinishRun(run, end);
+}
+
+// Returns the end code: RESULT_OK only when a read came to the end of the file.
+int CTransClient::StreamFile(SSendRun& run) {
+  const bool found = run.m_pFile != nullptr && run.m_pFile->Seek(run.m_llPosition);
+  if (!found && !IsStale(run)) {
+    // Sent from the start instead, kept on purpose.
+    WriteLog("CTransClient::SendFileToClient seek Fail. " + std::to_string(run.m_llPosition) + " " +
+             run.m_strPath + "\n");
+  }
+  const auto block = std::make_unique_for_overwrite<char[]>(kReadBlockBytes);
+  ILinkInfo* const link =
+      m_pTransNet == nullptr ? nullptr : m_pTransNet->GetLinkInfo(m_nLinkIP, run.m_nLinkPort);
+  while (!m_bStopTrans) {
+    if (m_bStopService || IsStale(run)) break;
+    const int n = run.m_pFile == nullptr ? 0 : run.m_pFile->Read(block.get(), kReadBlockBytes);
+    if (n == 0) return RESULT_OK;
+    if (!SendBuffer(link, n, block.get(), run)) break;
+  }
+  return ERROR_CODE_SEND_STOPPED;
+}
+
+bool CTransClient::SendBuffer(ILinkInfo* pLinkInfo, int nLength, const char* data, SSendRun& run) {
+  if (pLinkInfo == nullptr || !pLinkInfo->IsLink()) {
+    if (!IsStale(run)) {
+      WriteLog("CTransClient::SendBuffer pLinkInfo == NULL || !pLinkInfo->IsLink()  \n");
+    }
+    return false;
+  }
+  for (int sent = 0; sent < nLength;) {
+    if (!WaitForRoom(*pLinkInfo, run)) return false;
+    const int piece = NextPieceBytes(nLength - sent);
+    auto* const buffer = new CIOCPBuffer(kSendBufferBytes, true, false, 0);
+    StartDataPacket(*buffer, NET_STC_TRANSFILEDATA, run.m_llPosition, piece);
+    std::memcpy(buffer->m_pBuf + kDataOffset, data + sent, static_cast<std::size_t>(piece));
+    sent += piece;
+    run.m_llPosition += piece;
+    m_llSendPos = run.m_llPosition;
+    if (!m_pTransNet->SendText(pLinkInfo, buffer)) return false;
+  }
+  return true;
+}
+
+// False when the run must send no more. Once a stop is seen, what is in hand
+// is queued without waiting.
+bool CTransClient::WaitForRoom(ILinkInfo& link, const SSendRun& run) const {
+  while (!m_bStopTrans && !m_bStopService && !IsStale(run) && !link.WaitSendRoom(kRoomWaitMs)) {
+  }
+  return !IsStale(run);
+}
+
+// True once the session serves another link than the one of the run.
+bool CTransClient::IsStale(const SSendRun& run) const {
+  const std::lock_guard<std::mutex> lock(m_runMutex);
+  return run.m_ullLinkEpoch != m_ullLinkEpoch;
+}
+
+void CTransClient::FinishRun(const SSendRun& run, int end) {
+  if (IsStale(run)) return;
+  m_pTransFile->CloseIf(run.m_pFile);
+  char body[4];
+  WriteInt32(body, end);
+  SendToRun(run, NET_STC_TRANSFILEDATA_END, body, sizeof(body));
+  if (m_bStopTrans) SendToRun(run, NET_CTS_TRANS_STOP, nullptr, 0);
+  const std::lock_guard<std::mutex> lock(m_runMutex);
+  if (run.m_ullLinkEpoch == m_ullLinkEpoch && run.m_ullRun == m_ullRun) {
+    m_nTransType = PROCESS_TYPE_NONE;
+  }
+}
+
+// To the port the run began with: a link that comes meanwhile is not reached.
+void CTransClient::SendToRun(const SSendRun& run, int msgType, const void* body, int nLength) {
+  if (!IsStale(run)) SendFrame(run.m_nLinkPort, msgType, body, nLength);
+}

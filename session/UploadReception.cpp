@@ -1,0 +1,133 @@
+// Upload reception: stores what one client sends in one target file.
+//
+// Prepare opens the file, every chunk is written straight from the received
+// packet at the position it carries, the end message closes it. Runs on the
+// link's delivery thread; shares m_bStopService, m_nTransType and m_bWriting
+// with StopService.
+
+#include "platform/ByteOrder.h"
+#include "platform/ExpertUtils.h"
+#include "platform/HardWareCommon.h"
+#include "platform/KQFile.h"
+#include "platform/KQPlatForm.h"
+#include "platform/TimeConvert.h"
+#include "protocol/DataPacket.h"
+#include "protocol/MessageCodes.h"
+#include "protocol/ResultCodes.h"
+#include "protocol/TransferTypes.h"
+#include "session/TransClient.h"
+
+namespace {
+
+constexpr unsigned kCreateFlagBytes = 1;  // in front of the path
+constexpr std::int64_t kWriteErrorLogSeconds = 3;
+
+}  // namespace
+
+void CTransClient::AnswerPrepareReceive(int nLength, const char* data) {
+  KQLonglong llFileLen = 0;
+  const int result = PrepareReceiveData(static_cast<unsigned>(nLength), data, &llFileLen);
+  char body[4 + 8];
+  WriteInt32(body, result);
+  WriteInt64(body + 4, llFileLen);
+  SendMsg(NET_CTS_PREPARETRAN_FILE, body, sizeof(body));
+  WriteLog("DealNetMsg NET_CTS_PREPARETRAN_FILE \n");
+}
+
+int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
+                                     KQLonglong* llFileLen) {
+  if (m_bStopService) {
+    WriteLog("CTransClient::PrepareReceiveData ERROR_CODE_STOP_SERVICE \n");
+    return ERROR_CODE_STOP_SERVICE;
+  }
+  if (m_nTransType == PROCESS_TYPE_CLIENT_DOWNDATA) {
+    WriteLog("CTransClient::PrepareReceiveData ERROR_CODE_SERVER_DOWNDATA\n");
+    return ERROR_CODE_SERVER_DOWNDATA;
+  }
+  if (nLength < kCreateFlagBytes) return CREATE_FILE_ERROR;
+  const bool create = data[0] != 0;
+  const std::string path(data + kCreateFlagBytes, nLength - kCreateFlagBytes);
+
+  *llFileLen = static_cast<KQLonglong>(CHardWareCommon::GetFileSize(path));
+  // The low 32 bits only, kept on purpose; the answer carries all of them.
+  WriteLog("CTransClient::PrepareReceiveData llFileLen = " +
+           std::to_string(static_cast<std::int32_t>(*llFileLen)) + " \n");
+  m_nLastDataError = RESULT_OK;
+
+  std::string mode = "w+b";
+  if (CKQPlatForm::IsFileExist(path)) {
+    mode = "r+b";
+  } else {
+    EU::CExpertUtils::CreateAllDir(path);
+  }
+  if (create) mode = "w+b";
+  if (!m_pTransFile->KQOpen(path, mode)) {
+    WriteLog("CTransClient::PrepareReceiveData open file fales CREATE_FILE_ERROR \n");
+    return CREATE_FILE_ERROR;
+  }
+  m_nTransType = PROCESS_TYPE_CLIENT_UPDATA;
+  return RESULT_OK;
+}
+
+// A failure that repeats is announced once.
+void CTransClient::StoreFileData(int nLength, const char* data) {
+  const int result = ReceiveData(static_cast<unsigned>(nLength), data);
+  if (result == RESULT_OK || result == m_nLastDataError) return;
+  m_nLastDataError = result;
+  char body[4];
+  WriteInt32(body, result);
+  SendMsg(NET_STC_WRITEDATA_ERROR, body, sizeof(body));
+}
+
+int CTransClient::CheckReceiving() {
+  if (m_bStopService) {
+    WriteLog("CTransClient::ReceiveData m_bStopService = true \n");
+    return ERROR_CODE_STOP_SERVICE;
+  }
+  const std::int32_t transType = m_nTransType;
+  if (transType != PROCESS_TYPE_CLIENT_UPDATA) {
+    WriteLog("CTransClient::ReceiveData m_nTransType = " + std::to_string(transType) + " \n");
+    return ERROR_CODE_NOT_UPDATA;
+  }
+  return RESULT_OK;
+}
+
+int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
+  int refusal = CheckReceiving();
+  if (refusal != RESULT_OK) return refusal;
+  if (nLength < kPositionBytes) return ERROR_CODE_SERVER_WRITE;
+
+  // Marked, then looked at again: a stop that came after the first look has
+  // not seen the mark and closes the file without waiting for this write.
+  const bool marked = m_bWriting.Exchange(true);
+  refusal = CheckReceiving();
+  if (refusal != RESULT_OK) {
+    m_bWriting = marked;
+    return refusal;
+  }
+  if (m_pTransFile->WriteEx(ReadInt64(data), data + kPositionBytes,
+                            static_cast<int>(nLength - kPositionBytes))) {
+    // The mark stays, kept on purpose: only a failed write clears it, and
+    // StopService of a session that stored data waits its full time.
+    return RESULT_OK;
+  }
+  const std::int64_t now = CTimeConvert::GetCurTime();
+  const std::int64_t since = now - m_llWriteErrTime;
+  if (since > kWriteErrorLogSeconds || since < -kWriteErrorLogSeconds) {
+    m_llWriteErrTime = now;
+    WriteLog("write data failed " + m_pTransFile->GetFilePath() + "\n");
+  }
+  m_bWriting = false;
+  return ERROR_CODE_SERVER_WRITE;
+}
+
+// Ends an upload. During a download it closes the file under the sender and
+// leaves the state to it, kept on purpose.
+void CTransClient::AnswerEndOfFile() {
+  if (!m_bStopService) {
+    m_nTransType.Claim(PROCESS_TYPE_CLIENT_UPDATA, PROCESS_TYPE_NONE);
+    m_pTransFile->Close();
+  }
+  SendMsg(NET_CTS_TRANSFILEDATA_END, nullptr, 0);
+  WriteLog("DealNetMsg NET_CTS_TRANSFILEDATA_END \n");
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "net/LinkInfo.h"
+#include "net/TransNet.h"
+#include "session/TransClient.h"
+#include "support/BodyPieces.h"
+#include "support/TestSystem.h"
+
+constexpr unsigned int kClientIp = 0x7f000001;
+constexpr int kClientPort = 5000;
+
+/// Server and link of one session: writes down what the session sends.
+class CFakeTransNet : public ITransNet, public ILinkInfo {
+ public:
+  ILinkInfo* GetLinkInfo(unsigned int, int) override { return this; }
+  bool SendText(ILinkInfo* link, CIOCPBuffer* buf) override;
+  bool SendText(unsigned int ip, int port, const char* data, int len) override;
+  std::string GetFileDir() override { return m_strFileDir; }
+  std::string GetPrjSuffix() override { return ".kqsln"; }
+  bool IsLink() const override { return true; }
+  unsigned int GetIP() const override { return kClientIp; }
+  int GetPort() const override { return kClientPort; }
+  bool WaitSendRoom(int ms) override;
+
+  /// Waits, at most 20 s, until `times` packets of a code were sent.
+  bool WaitFor(int code, std::size_t times = 1);
+  std::vector<std::string> Bodies(int code);
+  std::string LastBody(int code);  ///< "" when none was sent
+  std::vector<int> Codes();        ///< of everything but file data
+
+  std::string m_strFileDir;
+  CSharedWord<bool> m_bRoom = true;         ///< the link has room for a packet
+  CSharedWord<bool> m_bHold = false;        ///< file data waits while it is being sent
+  CSharedWord<bool> m_bHeld = false;        ///< some has begun to wait
+  CSharedWord<bool> m_bRefuseData = false;  ///< file data cannot be sent
+
+ private:
+  void Record(const char* packet, int len);
+
+  std::mutex m_mutex;
+  std::vector<std::pair<int, std::string>> m_vecSent;  // guarded by m_mutex
+};
+
+/// A session on test time with its inside open, and a directory for its files.
+struct SSessionBench {
+  class CSession : public CTransClient {
+   public:
+    explicit CSession(ITransNet* net) : CTransClient(net, kClientIp, kClientPort) {}
+    using CTransClient::m_strLogFile;
+  };
+
+  explicit SSessionBench(CFaultPlan plan = CFaultPlan()) : m_system(plan.ClockFaster(50)) {}
+
+  /// Hands the session a message. @return the body of the last answer to its code
+  std::string Ask(int code, const std::string& body = "");
+  /// As above: announces a file to receive, or to send, by its name in m_dir.
+  std::string AskUpload(bool create, const std::string& name);
+  std::string AskDownload(std::int64_t position, const std::string& name);
+  void SendChunk(std::int64_t position, const std::string& bytes);
+  bool WaitIdle();  ///< until the sender has ended
+  std::string Log() { return ReadWholeFile(m_session.m_strLogFile); }
+
+  CScopedSystem m_system;
+  CTempDirectory m_dir;
+  CFakeTransNet m_net;
+  CSession m_session{&m_net};
+};

@@ -1,0 +1,59 @@
+// The text made of the side files, and what resent ranges leave in them.
+
+#include "protocol/MessageCodes.h"
+#include "protocol/ResultCodes.h"
+#include "support/FakeTransNet.h"
+
+namespace {
+
+// The whole answer to 2509 for the file of a name.
+std::string Text(SSessionBench& bench, const std::string& name) {
+  return bench.Ask(NET_CTS_GETLOSTINFO, bench.m_dir / name);
+}
+
+std::string Change(SSessionBench& bench, int index, std::int64_t position, std::int64_t length) {
+  return bench.Ask(NET_CTS_CHANGELOSTINFO, Int32(index) + Int64(position) + Int64(length));
+}
+
+TEST(LostInfoStore, TextHoldsHeadRangesAndSizes) {
+  SSessionBench bench;
+  const std::string ok = Int32(RESULT_OK);
+  EXPECT_EQ(Text(bench, "run.tm"), ok);
+  WriteWholeFile(bench.m_dir / "run.li",
+                 "[Lost_Pos]\nnRecordCount=2\nnHeadSize=64\nlost_info_0=0,512\nlost_info_1=7,8\n");
+  EXPECT_EQ(Text(bench, "run.tm"), ok + "64|0,512,7,8|");
+  WriteWholeFile(bench.m_dir / "run.fi", "[FileInfo]\nFileCount=2\nSize1=10\nSize2=20\n");
+  EXPECT_EQ(Text(bench, "run.tm"), ok + "64|0,512,7,8|10,20");
+  WriteWholeFile(bench.m_dir / "run.li", "[Lost_Pos]\nnRecordCount=-4\nnHeadSize=128\n");
+  EXPECT_EQ(Text(bench, "run.tm"), ok + "128||10,20");
+  // As another system writes it, with one record missing.
+  WriteWholeFile(bench.m_dir / "a.b.li",
+                 "[lost_pos]\r\nNRECORDCOUNT = 3\r\nlost_info_0 = 1,2\r\nlost_info_2=5,6\r\n");
+  EXPECT_EQ(Text(bench, "a.b.tm"), ok + "0|1,2,,5,6|");
+}
+
+TEST(LostInfoStore, ChangedRangeIsStoredInItsRecord) {
+  SSessionBench bench;
+  EXPECT_EQ(Change(bench, 0, 1, 1), Int32(ERROR_CODE_LOSTINFO_NOFILE));
+  Text(bench, "run.tm");  // named, though missing
+  EXPECT_EQ(Change(bench, 0, 1, 1), Int32(ERROR_CODE_LOSTINFO_NOFILE));
+  const std::string head = "; by the recorder\r\n[Lost_Pos]\r\nnRecordCount=2\r\nlost_info_0=";
+  WriteWholeFile(bench.m_dir / "run.li", head + "0,5\r\nlost_info_1=10,5\r\n");
+  EXPECT_EQ(Change(bench, 0, 1LL << 32, 0), Int32(RESULT_OK));
+  EXPECT_EQ(Change(bench, 5, -1, INT64_MAX), Int32(RESULT_OK));  // a record that nobody visits
+  EXPECT_EQ(Text(bench, "run.tm"), Int32(RESULT_OK) + "0|4294967296,0,10,5|");
+  EXPECT_EQ(ReadWholeFile(bench.m_dir / "run.li"),
+            head + "4294967296,0\r\nlost_info_1=10,5\r\nlost_info_5=-1,9223372036854775807\r\n");
+}
+
+TEST(LostInfoStore, UnusableFilesAreReportedWithoutText) {
+  SSessionBench bench(CFaultPlan().Fail(EOperation::kRename, 1, ESystemError::kAccess));
+  WriteWholeFile(bench.m_dir / "dir.li/file", "");
+  EXPECT_EQ(Text(bench, "dir.tm"), Int32(ERROR_CODE_LOSTINFO_RECORD));
+  EXPECT_EQ(Change(bench, 0, 1, 1), Int32(ERROR_CODE_LOSTINFO_RECORD));
+  WriteWholeFile(bench.m_dir / "run.li", "[Lost_Pos]\nnRecordCount=2147483647\n");
+  EXPECT_EQ(Text(bench, "run.tm"), Int32(ERROR_CODE_LOSTINFO_ACCESS));
+  EXPECT_EQ(Change(bench, 0, 1, 1), Int32(ERROR_CODE_LOSTINFO_ACCESS));  // the rename fails
+}
+
+}  // namespace
