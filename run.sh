@@ -75,6 +75,7 @@ hashes "$project" >"$work/sent.sha256"
 files=$(wc -l <"$work/sent.sha256")
 say "2. The project: $name, $files files, $(du -shL "$project" | cut -f1)"
 
+: >"$work/server.err"
 build/release/bin/kqft-server --dir "$work/server" --listen 127.0.0.1 --port 0 \
   --log-dir "$work/log" >"$work/server.out" 2>"$work/server.err" &
 server=$!

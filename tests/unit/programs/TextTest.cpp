@@ -1,0 +1,77 @@
+// Numbers, names and objects as kqft shows them.
+
+#include "programs/kqft/Text.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "programs/kqft/JsonObject.h"
+#include "programs/kqft/Options.h"
+#include "programs/kqft/Progress.h"
+
+TEST(Text, SizesAndTimesReadWell) {
+  EXPECT_EQ(FormatSize(1023), "1023 B");
+  EXPECT_EQ(FormatSize(1024), "1.0 KiB");
+  EXPECT_EQ(FormatSize((1 << 20) - 1), "1.0 MiB");
+  EXPECT_EQ(FormatSize(std::numeric_limits<std::int64_t>::max()), "8.0 EiB");
+  EXPECT_EQ(FormatExactSize(1), "1 byte");
+  EXPECT_EQ(FormatExactSize(1610612736), "1.5 GiB (1,610,612,736 bytes)");
+  EXPECT_EQ(FormatDuration(59), "0:59");
+  EXPECT_EQ(FormatDuration(3723), "1:02:03");
+}
+
+TEST(Text, NamesCannotMoveTheCursor) {
+  EXPECT_EQ(Printable("a\x1b[2J\n\x7f\xc3\xa4"), "a\\x1B[2J\\x0A\\x7F\xc3\xa4");
+}
+
+TEST(Text, OnlyWellFormedUtf8Counts) {
+  for (const char* good :
+       {"", "a", "\xc3\xa4", "\xe2\x82\xac", "\xf0\x9f\x98\x80", "\xed\x9f\xbf"}) {
+    EXPECT_TRUE(IsUtf8(good)) << good;
+  }
+  for (const char* bad : {"\x80", "\xc0\xaf", "\xe0\x80\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80",
+                          "\xc3", "\xe2\x82", "\xf0\x9f\x98", "\xff"}) {
+    EXPECT_FALSE(IsUtf8(bad)) << bad;
+  }
+  EXPECT_EQ(ReplaceNonUtf8("a\xff\xc3\xa4\xc3"), "a\xef\xbf\xbd\xc3\xa4\xef\xbf\xbd");
+}
+
+TEST(Text, JsonCarriesEveryByteOfAName) {
+  CJsonObject object("x");
+  object.Name("name", "a\xff").Text("text", "q\"\\\n\x01").Number("n", -2).Seconds("s", 0.25);
+  object.List("list", {CJsonObject().Number("a", 1), CJsonObject()});
+  EXPECT_EQ(object.Line(),
+            "{\"type\":\"x\",\"name\":\"a\xef\xbf\xbd\",\"name_hex\":\"61ff\","
+            "\"text\":\"q\\\"\\\\\\u000A\\u0001\",\"n\":-2,\"s\":0.250,\"list\":[{\"a\":1},{}]}");
+}
+
+TEST(Text, ProgressFitsTheTerminal) {
+  SProgress progress;
+  progress.m_llDone = 512;
+  progress.m_llTotal = 1024;
+  progress.m_nFilesTotal = 2;
+  progress.m_strFile = "\xc3\xa4.tm";
+  EXPECT_EQ(ProgressLine(progress, 128, 0),
+            "[=========>          ]  50%  512 B of 1.0 KiB  128 B/s  0:04 left  0 of 2 files  "
+            "\xc3\xa4.tm");
+  // Columns count, not bytes.
+  EXPECT_EQ(ProgressLine(progress, 0, 63),
+            "[=========>          ]  50%  512 B of 1.0 KiB  0 of 2 files  \xc3\xa4.");
+  // Nothing to do, more done than announced: no division by zero, no overrun.
+  EXPECT_EQ(ProgressLine(SProgress(), 0, 27), "[                    ]   0%");
+  progress.m_llDone = 4096;
+  EXPECT_EQ(ProgressLine(progress, 0, 27), "[====================] 100%");
+}
+
+TEST(Text, ServersAreHostsWithOrWithoutPort) {
+  std::string host;
+  int port = 9999;
+  EXPECT_TRUE(ParseServer("data.example", host, port));
+  EXPECT_EQ(host + std::to_string(port), "data.example9999");
+  EXPECT_TRUE(ParseServer("10.0.0.5:81", host, port));
+  EXPECT_EQ(host + std::to_string(port), "10.0.0.581");
+  for (const char* bad : {"", ":81", "h:", "h:0", "h:65536", "h:8x", "h:1:2"}) {
+    EXPECT_FALSE(ParseServer(bad, host, port)) << bad;
+  }
+}
