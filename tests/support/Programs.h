@@ -51,6 +51,7 @@ class CServerProgram {
   void Restart();
 
   CProgram& Process() { return *m_pProcess; }
+  int Port() const { return m_nPort; }
   std::string Place() const { return "127.0.0.1:" + std::to_string(m_nPort); }
   std::string ProjectPath(const std::string& name) const { return m_projects / name; }
 
