@@ -1,1 +1,21 @@
-# What is installed beside the library.
+# What is installed beside the library: programs, manual pages, completion
+# and the unit of the service.
+file(RELATIVE_PATH from_bin_to_lib
+  ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set_target_properties(kqft kqft-server PROPERTIES INSTALL_RPATH "$ORIGIN/${from_bin_to_lib}")
+install(TARGETS kqft kqft-server RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+if(NOT WIN32)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/man/kqft.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/man/kqft-server.8
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+
+  set(packaging ${PROJECT_SOURCE_DIR}/packaging)
+  install(FILES ${packaging}/bash-completion/kqft ${packaging}/bash-completion/kqft-server
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  configure_file(${packaging}/systemd/kqft-server.service.in
+    ${PROJECT_BINARY_DIR}/kqft-server.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/kqft-server.service DESTINATION lib/systemd/system)
+  install(FILES ${packaging}/systemd/kqft-server.sysusers DESTINATION lib/sysusers.d
+    RENAME kqft-server.conf)
+endif()

@@ -24,6 +24,9 @@ install(FILES
   ${PROJECT_BINARY_DIR}/KQFileTransServiceConfig.cmake
   ${PROJECT_BINARY_DIR}/KQFileTransServiceConfigVersion.cmake DESTINATION ${package_to})
 
+# Found from the file itself, so that the installed tree can be moved.
+file(RELATIVE_PATH KQFT_PREFIX_FROM_PC
+  ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${root}/cmake/KQFileTransService.pc.in
   ${PROJECT_BINARY_DIR}/KQFileTransService.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/KQFileTransService.pc

@@ -108,11 +108,16 @@ TEST(ProgramUse, ServerEndsSoonHoweverManySessionsHaveStoredData) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
 }
 
-TEST(ProgramUse, ServerPrintsLinksOnTheOutputStream) {
+TEST(ProgramUse, ServerTellsItsStateToServiceManagerAndOutputStream) {
+  const CServiceManager manager;
   CServerProgram server;
+  EXPECT_EQ(manager.Next(), "READY=1");
   const CWorkstation station(server, "127.0.0.2");
   EXPECT_EQ(station.Run({"ls"}).m_nStatus, 0);
   EXPECT_TRUE(WaitUntil([&] { return Lines(server.Process().Output()) == 2; }));
   EXPECT_EQ(server.Process().Output().substr(0, 21), "new client:127.0.0.2:");
   EXPECT_NE(server.Process().Output().find("\nclient disconnect:127.0.0.2:"), std::string::npos);
+  server.Process().Signal(kInterrupt);
+  EXPECT_EQ(manager.Next(), "STOPPING=1");
+  EXPECT_EQ(server.Process().Wait(), 0);
 }

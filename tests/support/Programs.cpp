@@ -4,12 +4,17 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -134,4 +139,27 @@ std::vector<std::pair<std::string, std::string>> TreeOf(const std::string& direc
   }
   std::sort(tree.begin(), tree.end());
   return tree;
+}
+
+CServiceManager::CServiceManager() : m_nSocket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+  const std::string path = m_directory / "notify";
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+  EXPECT_EQ(bind(m_nSocket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  setenv("NOTIFY_SOCKET", path.c_str(), 1);
+}
+
+CServiceManager::~CServiceManager() {
+  unsetenv("NOTIFY_SOCKET");
+  close(m_nSocket);
+}
+
+std::string CServiceManager::Next() const {
+  constexpr int kLongestWaitMs = 60000;
+  pollfd ready = {m_nSocket, POLLIN, 0};
+  if (poll(&ready, 1, kLongestWaitMs) != 1) return "";
+  char text[256];
+  const ssize_t bytes = recv(m_nSocket, text, sizeof(text), 0);
+  return std::string(text, static_cast<std::size_t>(std::max<ssize_t>(bytes, 0)));
 }

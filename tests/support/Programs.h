@@ -95,3 +95,20 @@ void MakeSparseFile(const std::string& path, std::int64_t bytes);
 
 /// Every regular file below a directory, by relative name, with its content.
 std::vector<std::pair<std::string, std::string>> TreeOf(const std::string& directory);
+
+/// Plays the service manager for the programs that this test starts from now
+/// on: hears what they tell about their state.
+class CServiceManager {
+ public:
+  CServiceManager();
+  CServiceManager(const CServiceManager&) = delete;
+  CServiceManager& operator=(const CServiceManager&) = delete;
+  ~CServiceManager();
+
+  /// The next message; waits at most 60 s for it.
+  std::string Next() const;
+
+ private:
+  CTempDirectory m_directory;
+  int m_nSocket;
+};
