@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iostream>
 #include <random>
 
 #include "net/NetWorkPackHead.h"
@@ -47,18 +48,35 @@ std::vector<std::string> BodiesOf(const std::string& stream, int code) {
   return bodies;
 }
 
-std::unique_ptr<CProgram> StartPut(const CWireTap& tap, const std::string& directory,
-                                   const CTempDirectory& logs) {
-  return std::make_unique<CProgram>(
-      KQFT_PROGRAM,
-      std::vector<std::string>{"--server", "127.0.0.1:" + std::to_string(tap.Port()), "--log-dir",
-                               logs.Path(), "put", "--retries", "0", directory});
+std::unique_ptr<CProgram> StartKqft(const CWireTap& tap, const CTempDirectory& logs,
+                                    const std::vector<std::string>& command) {
+  std::vector<std::string> arguments = {"--server",  "127.0.0.1:" + std::to_string(tap.Port()),
+                                        "--log-dir", logs.Path(),
+                                        "--retries", "0"};
+  arguments.insert(arguments.end(), command.begin(), command.end());
+  return std::make_unique<CProgram>(KQFT_PROGRAM, arguments);
 }
 
 std::size_t SizeOf(const std::string& path) {
   std::error_code error;
   const std::uintmax_t size = fs::file_size(path, error);
   return error ? 0 : static_cast<std::size_t>(size);
+}
+
+// Kills kqft or, every second time, the server once the file has grown beyond
+// some random size. Returns false when kqft was quicker.
+bool KillMidway(int round, const std::string& growing, std::size_t step, CProgram& kqft,
+                CServerProgram& server) {
+  static std::mt19937 random(11);
+  const std::size_t moment = SizeOf(growing) + random() % step;
+  EXPECT_TRUE(WaitUntil([&] { return SizeOf(growing) >= moment || !kqft.IsRunning(); }));
+  const bool inTime = kqft.IsRunning();
+  CProgram& victim = round % 2 == 0 ? kqft : server.Process();
+  victim.Signal(kKill);
+  victim.Wait();
+  EXPECT_NE(kqft.Wait(), 0) << "a run that was cut";
+  if (round % 2 != 0) server.Restart();
+  return inTime;
 }
 
 // How many times to kill; more with KQFT_KILL_ROUNDS.
@@ -97,7 +115,7 @@ TEST(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
                      "\r\nSize2=" + std::to_string(bounds[2]) + "\r\n");
 
   CWireTap first(server.Port(), "127.0.0.2");
-  EXPECT_EQ(StartPut(first, local / "P", logs)->Wait(), 0);
+  EXPECT_EQ(StartKqft(first, logs, {"put", local / "P"})->Wait(), 0);
   first.WaitClosed();
   constexpr std::size_t kMissing = kRanges * kRangeBytes;
   EXPECT_GE(first.FromClient().size(), kMissing);
@@ -114,7 +132,7 @@ TEST(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
   }
 
   CWireTap second(server.Port(), "127.0.0.3");
-  EXPECT_EQ(StartPut(second, local / "P", logs)->Wait(), 0);
+  EXPECT_EQ(StartKqft(second, logs, {"put", local / "P"})->Wait(), 0);
   second.WaitClosed();
   // The one chunk left is the courtesy before leaving, a write to nowhere.
   for (const std::string& body : BodiesOf(second.FromClient(), NET_CTS_TRANSFILEDATA)) {
@@ -131,24 +149,16 @@ TEST(ProgramResume, KilledUploadsGoOnWhereTheServersFileEnds) {
   WriteWholeFile(local / "P/Run.tm", whole);
   const std::string target = server.ProjectPath("P/Run.tm");
   const int rounds = KillRounds();
-  std::mt19937 random(11);
   int killed = 0;
   for (int round = 0; round <= rounds; ++round) {
     // An address of its own each time: the session of a killed client keeps
     // its next link waiting for seconds.
     CWireTap tap(server.Port(), "127.0.1." + std::to_string(round + 1));
-    const auto put = StartPut(tap, local / "P", logs);
-    if (round < rounds) {
-      const std::size_t moment = SizeOf(target) + random() % (kBlocks * kMiB / 32);
-      EXPECT_TRUE(WaitUntil([&] { return SizeOf(target) >= moment || !put->IsRunning(); }));
-      CProgram& victim = round % 2 == 0 ? *put : server.Process();
-      if (put->IsRunning()) ++killed;
-      victim.Signal(kKill);
-      victim.Wait();
-      EXPECT_NE(put->Wait(), 0) << "a run that was cut";
-      if (round % 2 != 0) server.Restart();
-    } else {
+    const auto put = StartKqft(tap, logs, {"put", local / "P"});
+    if (round == rounds) {
       EXPECT_EQ(put->Wait(), 0) << put->Error();
+    } else if (KillMidway(round, target, kBlocks * kMiB / 32, *put, server)) {
+      ++killed;
     }
     tap.WaitClosed();
     const auto answers = BodiesOf(tap.FromServer(), NET_CTS_PREPARETRAN_FILE);
@@ -161,6 +171,39 @@ TEST(ProgramResume, KilledUploadsGoOnWhereTheServersFileEnds) {
       expected += static_cast<std::int64_t>(piece.size()) - kPositionBytes;
     }
   }
-  EXPECT_GT(killed, 0);
+  EXPECT_GT(killed, rounds / 2);
+  std::cout << "killed " << killed << " of " << rounds << " runs midway\n";
   EXPECT_TRUE(ReadWholeFile(target) == whole);
+}
+
+TEST(ProgramResume, KilledDownloadsGoOnWhereTheLocalFileEnds) {
+  constexpr std::size_t kBlocks = 256;
+  const std::string whole = MeasurementBytes(kBlocks);
+  CServerProgram server;
+  CTempDirectory local;
+  CTempDirectory logs;
+  WriteWholeFile(server.ProjectPath("P/Run.tm"), whole);
+  const std::string target = local / "P/Run.tm";
+  const std::string part = target + "." + std::to_string(whole.size()) + ".part";
+  const int rounds = KillRounds();
+  int killed = 0;
+  for (int round = 0; round <= rounds; ++round) {
+    const std::size_t held = SizeOf(part);
+    CWireTap tap(server.Port(), "127.0.2." + std::to_string(round + 1));
+    const auto get = StartKqft(tap, logs, {"get", "P", "--into", local.Path()});
+    if (round == rounds) {
+      EXPECT_EQ(get->Wait(), 0) << get->Error();
+    } else if (KillMidway(round, part, kBlocks * kMiB / 32, *get, server)) {
+      ++killed;
+    }
+    tap.WaitClosed();
+    const auto pieces = BodiesOf(tap.FromServer(), NET_STC_TRANSFILEDATA);
+    if (!pieces.empty()) {
+      EXPECT_EQ(ReadInt64(pieces[0].data()), static_cast<std::int64_t>(held)) << "round " << round;
+    }
+  }
+  EXPECT_GT(killed, rounds / 2);
+  std::cout << "killed " << killed << " of " << rounds << " runs midway\n";
+  EXPECT_TRUE(ReadWholeFile(target) == whole);
+  EXPECT_FALSE(fs::exists(part));
 }
