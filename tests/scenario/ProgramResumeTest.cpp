@@ -1,21 +1,16 @@
 // What travels when an upload goes on: the bytes are counted on the wire.
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <iostream>
 #include <random>
 
-#include "net/NetWorkPackHead.h"
 #include "platform/ByteOrder.h"
 #include "protocol/DataPacket.h"
 #include "protocol/MessageCodes.h"
+#include "support/Packets.h"
 #include "support/Programs.h"
-#include "support/WireTap.h"
-
-namespace fs = std::filesystem;
+#include "support/Sockets.h"
 
 namespace {
 
@@ -33,78 +28,62 @@ std::string MeasurementBytes(std::size_t blocks) {
   return bytes;
 }
 
-// The bodies of all packets of a code, in a stream that may end anywhere.
-std::vector<std::string> BodiesOf(const std::string& stream, int code) {
-  std::vector<std::string> bodies;
-  std::size_t at = 0;
-  while (at + kPackHeadBytes <= stream.size()) {
-    const std::size_t length = CNetWorkPackHead::BodyLength(stream.data() + at);
-    const bool wanted = CNetWorkPackHead::Code(stream.data() + at) == static_cast<unsigned>(code);
-    at += kPackHeadBytes;
-    if (at + length > stream.size()) break;
-    if (wanted) bodies.push_back(stream.substr(at, length));
-    at += length;
-  }
-  return bodies;
-}
-
-std::unique_ptr<CProgram> StartKqft(const CWireTap& tap, const CTempDirectory& logs,
-                                    const std::vector<std::string>& command) {
-  std::vector<std::string> arguments = {"--server",  "127.0.0.1:" + std::to_string(tap.Port()),
-                                        "--log-dir", logs.Path(),
-                                        "--retries", "0"};
-  arguments.insert(arguments.end(), command.begin(), command.end());
-  return std::make_unique<CProgram>(KQFT_PROGRAM, arguments);
-}
-
-std::size_t SizeOf(const std::string& path) {
-  std::error_code error;
-  const std::uintmax_t size = fs::file_size(path, error);
-  return error ? 0 : static_cast<std::size_t>(size);
-}
-
-// Kills kqft or, every second time, the server once the file has grown beyond
-// some random size. Returns false when kqft was quicker.
-bool KillMidway(int round, const std::string& growing, std::size_t step, CProgram& kqft,
-                CServerProgram& server) {
+// Runs a transfer that grows a file, through a tap from one more address each
+// time, since the session of a killed client keeps its next link waiting for
+// seconds. Kills kqft or, every second time, the server once the file has
+// grown beyond some random size; lets the last one end. More with
+// KQFT_KILL_ROUNDS.
+void KillAgainAndAgain(CServerProgram& server, Arguments command, const std::string& growing,
+                       const std::function<void(std::int64_t held, const CWireTap& tap)>& check) {
+  const char* more = std::getenv("KQFT_KILL_ROUNDS");
+  const int rounds = more != nullptr ? std::atoi(more) : 4;
   static std::mt19937 random(11);
-  const std::size_t moment = SizeOf(growing) + random() % step;
-  EXPECT_TRUE(WaitUntil([&] { return SizeOf(growing) >= moment || !kqft.IsRunning(); }));
-  const bool inTime = kqft.IsRunning();
-  CProgram& victim = round % 2 == 0 ? kqft : server.Process();
-  victim.Signal(kKill);
-  victim.Wait();
-  EXPECT_NE(kqft.Wait(), 0) << "a run that was cut";
-  if (round % 2 != 0) server.Restart();
-  return inTime;
+  command.insert(command.begin(), {"--retries", "0"});
+  int killed = 0;
+  for (int round = 0; round <= rounds; ++round) {
+    const std::int64_t held = std::max<std::int64_t>(0, FileSize(growing));
+    CWireTap tap(server.Port(), "127.0.1." + std::to_string(round + 1));
+    const CWorkstation station(tap.Port());
+    const auto kqft = station.Start(command);
+    if (round < rounds) {
+      const auto moment = held + static_cast<std::int64_t>(random() % (8 * kMiB));
+      EXPECT_TRUE(WaitUntil([&] { return FileSize(growing) >= moment || !kqft->IsRunning(); }));
+      killed += kqft->IsRunning() ? 1 : 0;
+      CProgram& victim = round % 2 == 0 ? *kqft : server.Process();
+      victim.Signal(SIGKILL);
+      victim.Wait();
+      EXPECT_NE(kqft->Wait(), 0) << "a run that was cut";
+      if (round % 2 != 0) server.Start();
+    } else {
+      EXPECT_EQ(kqft->Wait(), 0) << kqft->Error();
+    }
+    tap.WaitClosed();
+    check(held, tap);
+  }
+  EXPECT_GT(killed, rounds / 2);
+  std::cout << "killed " << killed << " of " << rounds << " runs midway\n";
 }
-
-// How many times to kill; more with KQFT_KILL_ROUNDS.
-int KillRounds() {
-  const char* rounds = std::getenv("KQFT_KILL_ROUNDS");
-  return rounds != nullptr ? std::atoi(rounds) : 4;
-}
-
-}  // namespace
 
 TEST(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
   constexpr std::size_t kRanges = 40;
   constexpr std::size_t kRangeBytes = 100000;
-  const std::vector<std::size_t> bounds = {0, 70 * kMiB, 140 * kMiB, 200 * kMiB};
+  constexpr std::size_t kMissing = kRanges * kRangeBytes;
+  const std::size_t bounds[] = {0, 70 * kMiB, 140 * kMiB, 200 * kMiB};
   const std::string whole = MeasurementBytes(200);
   CServerProgram server;
   CTempDirectory local;
-  CTempDirectory logs;
   WriteWholeFile(local / "P/Run.tm", whole);
   // The server's copy holds zeros where a range is missing.
-  std::string lost = "[Lost_Pos]\r\nnRecordCount=40\r\nnHeadSize=0\r\n";
+  std::string lost = "[Lost_Pos]\r\nnRecordCount=40\r\nnHeadSize=0\r\n", left = lost;
   std::string copy = whole;
   for (std::size_t i = 0; i < kRanges; ++i) {
     const std::size_t at = 1000 + i * 5 * kMiB;
     copy.replace(at, kRangeBytes, kRangeBytes, '\0');
-    lost += "lost_info_" + std::to_string(i) + "=" + std::to_string(at) + ",100000\r\n";
+    const std::string key = "lost_info_" + std::to_string(i) + "=";
+    lost += key + std::to_string(at) + ",100000\r\n";
+    left += key + std::to_string(at + kRangeBytes) + ",0\r\n";
   }
-  const std::vector<std::string> segments = {"P/Run.tm", "P/Run(1).tm", "P/Run(2).tm"};
+  const char* const segments[] = {"P/Run.tm", "P/Run(1).tm", "P/Run(2).tm"};
   for (std::size_t i = 0; i < 3; ++i) {
     WriteWholeFile(server.ProjectPath(segments[i]),
                    copy.substr(bounds[i], bounds[i + 1] - bounds[i]));
@@ -114,96 +93,59 @@ TEST(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
                  "[FileInfo]\r\nFileCount=2\r\nSize1=" + std::to_string(bounds[1]) +
                      "\r\nSize2=" + std::to_string(bounds[2]) + "\r\n");
 
-  CWireTap first(server.Port(), "127.0.0.2");
-  EXPECT_EQ(StartKqft(first, logs, {"put", local / "P"})->Wait(), 0);
-  first.WaitClosed();
-  constexpr std::size_t kMissing = kRanges * kRangeBytes;
-  EXPECT_GE(first.FromClient().size(), kMissing);
-  EXPECT_LE(first.FromClient().size(), kMissing + kMissing / 100);
+  const auto put = [&](const std::string& from) {
+    CWireTap tap(server.Port(), from);
+    EXPECT_EQ(CWorkstation(tap.Port()).Start({"put", local / "P"})->Wait(), 0);
+    tap.WaitClosed();
+    return tap.FromClient();
+  };
+  const std::size_t sent = put("127.0.0.2").size();
+  EXPECT_GE(sent, kMissing);
+  EXPECT_LE(sent, kMissing + kMissing / 100);
   for (std::size_t i = 0; i < 3; ++i) {
     EXPECT_TRUE(ReadWholeFile(server.ProjectPath(segments[i])) ==
                 whole.substr(bounds[i], bounds[i + 1] - bounds[i]));
   }
-  const std::string rest = ReadWholeFile(server.ProjectPath("P/Run.li"));
-  for (std::size_t i = 0; i < kRanges; ++i) {
-    const std::string record = "lost_info_" + std::to_string(i) + "=" +
-                               std::to_string(1000 + i * 5 * kMiB + kRangeBytes) + ",0\r\n";
-    EXPECT_NE(rest.find(record), std::string::npos) << record;
-  }
-
-  CWireTap second(server.Port(), "127.0.0.3");
-  EXPECT_EQ(StartKqft(second, logs, {"put", local / "P"})->Wait(), 0);
-  second.WaitClosed();
-  // The one chunk left is the courtesy before leaving, a write to nowhere.
-  for (const std::string& body : BodiesOf(second.FromClient(), NET_CTS_TRANSFILEDATA)) {
-    EXPECT_EQ(ReadInt64(body.data()), -1);
-  }
+  EXPECT_EQ(ReadWholeFile(server.ProjectPath("P/Run.li")), left);
+  // The one chunk of a second run is the courtesy before leaving, a write to
+  // nowhere, which spares the server a wait.
+  EXPECT_EQ(BodiesOf(put("127.0.0.3"), NET_CTS_TRANSFILEDATA),
+            std::vector<std::string>{Int64(-1) + "x"});
 }
 
 TEST(ProgramResume, KilledUploadsGoOnWhereTheServersFileEnds) {
-  constexpr std::size_t kBlocks = 256;
-  const std::string whole = MeasurementBytes(kBlocks);
+  const std::string whole = MeasurementBytes(256);
   CServerProgram server;
   CTempDirectory local;
-  CTempDirectory logs;
   WriteWholeFile(local / "P/Run.tm", whole);
   const std::string target = server.ProjectPath("P/Run.tm");
-  const int rounds = KillRounds();
-  int killed = 0;
-  for (int round = 0; round <= rounds; ++round) {
-    // An address of its own each time: the session of a killed client keeps
-    // its next link waiting for seconds.
-    CWireTap tap(server.Port(), "127.0.1." + std::to_string(round + 1));
-    const auto put = StartKqft(tap, logs, {"put", local / "P"});
-    if (round == rounds) {
-      EXPECT_EQ(put->Wait(), 0) << put->Error();
-    } else if (KillMidway(round, target, kBlocks * kMiB / 32, *put, server)) {
-      ++killed;
-    }
-    tap.WaitClosed();
+  KillAgainAndAgain(server, {"put", local / "P"}, target, [](std::int64_t, const CWireTap& tap) {
     const auto answers = BodiesOf(tap.FromServer(), NET_CTS_PREPARETRAN_FILE);
-    const auto pieces = BodiesOf(tap.FromClient(), NET_CTS_TRANSFILEDATA);
-    if (answers.empty() || pieces.empty()) continue;
+    if (answers.empty()) return;
     std::int64_t expected = ReadInt64(answers[0].data() + 4);
-    for (const std::string& piece : pieces) {
+    for (const std::string& piece : BodiesOf(tap.FromClient(), NET_CTS_TRANSFILEDATA)) {
       if (ReadInt64(piece.data()) == -1) break;  // the courtesy before leaving
-      ASSERT_EQ(ReadInt64(piece.data()), expected) << "round " << round;
-      expected += static_cast<std::int64_t>(piece.size()) - kPositionBytes;
+      ASSERT_EQ(ReadInt64(piece.data()), expected);
+      expected += std::ssize(piece) - kPositionBytes;
     }
-  }
-  EXPECT_GT(killed, rounds / 2);
-  std::cout << "killed " << killed << " of " << rounds << " runs midway\n";
+  });
   EXPECT_TRUE(ReadWholeFile(target) == whole);
 }
 
 TEST(ProgramResume, KilledDownloadsGoOnWhereTheLocalFileEnds) {
-  constexpr std::size_t kBlocks = 256;
-  const std::string whole = MeasurementBytes(kBlocks);
+  const std::string whole = MeasurementBytes(256);
   CServerProgram server;
   CTempDirectory local;
-  CTempDirectory logs;
   WriteWholeFile(server.ProjectPath("P/Run.tm"), whole);
   const std::string target = local / "P/Run.tm";
   const std::string part = target + "." + std::to_string(whole.size()) + ".part";
-  const int rounds = KillRounds();
-  int killed = 0;
-  for (int round = 0; round <= rounds; ++round) {
-    const std::size_t held = SizeOf(part);
-    CWireTap tap(server.Port(), "127.0.2." + std::to_string(round + 1));
-    const auto get = StartKqft(tap, logs, {"get", "P", "--into", local.Path()});
-    if (round == rounds) {
-      EXPECT_EQ(get->Wait(), 0) << get->Error();
-    } else if (KillMidway(round, part, kBlocks * kMiB / 32, *get, server)) {
-      ++killed;
-    }
-    tap.WaitClosed();
-    const auto pieces = BodiesOf(tap.FromServer(), NET_STC_TRANSFILEDATA);
-    if (!pieces.empty()) {
-      EXPECT_EQ(ReadInt64(pieces[0].data()), static_cast<std::int64_t>(held)) << "round " << round;
-    }
-  }
-  EXPECT_GT(killed, rounds / 2);
-  std::cout << "killed " << killed << " of " << rounds << " runs midway\n";
+  KillAgainAndAgain(server, {"get", "P", "--into", local.Path()}, part,
+                    [&](std::int64_t held, const CWireTap& tap) {
+                      EXPECT_NE(FileSize(part) < 0, FileSize(target) < 0);
+                      const auto pieces = BodiesOf(tap.FromServer(), NET_STC_TRANSFILEDATA);
+                      EXPECT_EQ(pieces.empty() ? held : ReadInt64(pieces[0].data()), held);
+                    });
   EXPECT_TRUE(ReadWholeFile(target) == whole);
-  EXPECT_FALSE(fs::exists(part));
 }
+
+}  // namespace

@@ -1,21 +1,21 @@
 #pragma once
 
-#include <mutex>
+#include <gtest/gtest.h>
+
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "net/LinkInfo.h"
 #include "net/TransNet.h"
 #include "session/TransClient.h"
-#include "support/BodyPieces.h"
+#include "support/Packets.h"
 #include "support/TestSystem.h"
 
 constexpr unsigned int kClientIp = 0x7f000001;
 constexpr int kClientPort = 5000;
 
 /// Server and link of one session: writes down what the session sends.
-class CFakeTransNet : public ITransNet, public ILinkInfo {
+class CFakeTransNet : public ITransNet, public ILinkInfo, public CPacketLog {
  public:
   ILinkInfo* GetLinkInfo(unsigned int, int) override { return this; }
   bool SendText(ILinkInfo* link, CIOCPBuffer* buf) override;
@@ -27,9 +27,6 @@ class CFakeTransNet : public ITransNet, public ILinkInfo {
   int GetPort() const override { return kClientPort; }
   bool WaitSendRoom(int ms) override;
 
-  /// Waits, at most 20 s, until `times` packets of a code were sent.
-  bool WaitFor(int code, std::size_t times = 1);
-  std::vector<std::string> Bodies(int code);
   std::string LastBody(int code);  ///< "" when none was sent
   std::vector<int> Codes();        ///< of everything but file data
 
@@ -38,23 +35,17 @@ class CFakeTransNet : public ITransNet, public ILinkInfo {
   CSharedWord<bool> m_bHold = false;        ///< file data waits while it is being sent
   CSharedWord<bool> m_bHeld = false;        ///< some has begun to wait
   CSharedWord<bool> m_bRefuseData = false;  ///< file data cannot be sent
-
- private:
-  void Record(const char* packet, int len);
-
-  std::mutex m_mutex;
-  std::vector<std::pair<int, std::string>> m_vecSent;  // guarded by m_mutex
 };
 
-/// A session on test time with its inside open, and a directory for its files.
-struct SSessionBench {
+/// A test of a session on test time, with its inside open and a directory for
+/// its files.
+class CSessionTest : public testing::Test {
+ protected:
   class CSession : public CTransClient {
    public:
     explicit CSession(ITransNet* net) : CTransClient(net, kClientIp, kClientPort) {}
     using CTransClient::m_strLogFile;
   };
-
-  explicit SSessionBench(CFaultPlan plan = CFaultPlan()) : m_system(plan.ClockFaster(50)) {}
 
   /// Hands the session a message. @return the body of the last answer to its code
   std::string Ask(int code, const std::string& body = "");
@@ -65,7 +56,7 @@ struct SSessionBench {
   bool WaitIdle();  ///< until the sender has ended
   std::string Log() { return ReadWholeFile(m_session.m_strLogFile); }
 
-  CScopedSystem m_system;
+  CScopedSystem m_system{CFaultPlan().ClockFaster(50)};
   CTempDirectory m_dir;
   CFakeTransNet m_net;
   CSession m_session{&m_net};

@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -15,18 +14,11 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-
-namespace fs = std::filesystem;
 
 namespace {
 
-static_assert(kInterrupt == SIGINT && kKill == SIGKILL && kTerminate == SIGTERM);
-static_assert(kContinue == SIGCONT && kHalt == SIGSTOP);
-
-int Spawn(const std::string& path, const std::vector<std::string>& arguments,
-          const std::string& out, const std::string& err) {
+int Spawn(const std::string& path, const Arguments& arguments, const std::string& out,
+          const std::string& err) {
   std::vector<char*> argv = {const_cast<char*>(path.c_str())};
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
@@ -44,12 +36,12 @@ int Spawn(const std::string& path, const std::vector<std::string>& arguments,
 
 }  // namespace
 
-CProgram::CProgram(const std::string& path, const std::vector<std::string>& arguments)
+CProgram::CProgram(const std::string& path, const Arguments& arguments)
     : m_nPid(Spawn(path, arguments, m_directory / "out", m_directory / "err")) {}
 
 CProgram::~CProgram() {
   if (!IsRunning()) return;
-  Signal(kKill);
+  Signal(SIGKILL);
   Wait();
 }
 
@@ -72,80 +64,40 @@ int CProgram::Wait() {
 
 std::int64_t CProgram::MemoryBytes() const {
   const std::string counts = ReadWholeFile("/proc/" + std::to_string(m_nPid) + "/statm");
-  const std::size_t resident = counts.find(' ');
-  EXPECT_NE(resident, std::string::npos);
-  return resident == std::string::npos ? 0 : std::stoll(counts.substr(resident)) * getpagesize();
+  return std::stoll(counts.substr(counts.find(' '))) * getpagesize();
 }
 
-CServerProgram::CServerProgram() {
-  Start(0);
+std::unique_ptr<CProgram> RunProgram(const std::string& path, const Arguments& arguments) {
+  auto program = std::make_unique<CProgram>(path, arguments);
+  program->Wait();
+  return program;
 }
 
-void CServerProgram::Restart() {
-  Start(m_nPort);
-}
-
-void CServerProgram::Start(int port) {
+void CServerProgram::Start() {
   m_pProcess = std::make_unique<CProgram>(
-      KQFT_SERVER_PROGRAM,
-      std::vector<std::string>{"--dir", m_projects.Path(), "--log-dir", m_logs.Path(), "--listen",
-                               "127.0.0.1", "--port", std::to_string(port)});
+      KQFT_SERVER_PROGRAM, Arguments{"--dir", m_projects.Path(), "--log-dir", m_logs.Path(),
+                                     "--listen", "127.0.0.1", "--port", std::to_string(m_nPort)});
   const std::string ready = "listening on 127.0.0.1:";
-  std::string line;
-  ASSERT_TRUE(WaitUntil([&] {
-    line = m_pProcess->Error();
-    return line.find('\n') != std::string::npos;
-  }));
-  ASSERT_EQ(line.compare(0, ready.size(), ready), 0) << line;
+  ASSERT_TRUE(WaitUntil([&] { return m_pProcess->Error().find('\n') != std::string::npos; }));
+  const std::string line = m_pProcess->Error();
+  ASSERT_EQ(line.substr(0, ready.size()), ready);
   m_nPort = std::stoi(line.substr(ready.size()));
 }
 
-CWorkstation::CWorkstation(const CServerProgram& server, const std::string& address)
-    : m_strPlace(server.Place()), m_strAddress(address) {}
+CWorkstation::CWorkstation(int port, const std::string& address)
+    : m_vecCommon{"--server",   "127.0.0.1:" + std::to_string(port), "--bind", address, "--log-dir",
+                  m_logs.Path()} {}
 
-std::unique_ptr<CProgram> CWorkstation::Start(const std::vector<std::string>& arguments) const {
-  std::vector<std::string> all = {"--server",   m_strPlace,  "--bind",
-                                  m_strAddress, "--log-dir", m_logs.Path()};
+std::unique_ptr<CProgram> CWorkstation::Start(const Arguments& arguments) const {
+  Arguments all = m_vecCommon;
   all.insert(all.end(), arguments.begin(), arguments.end());
   return std::make_unique<CProgram>(KQFT_PROGRAM, all);
 }
 
-SRun CWorkstation::Run(const std::vector<std::string>& arguments) const {
-  const auto start = std::chrono::steady_clock::now();
-  const std::unique_ptr<CProgram> program = Start(arguments);
-  SRun run;
-  run.m_nStatus = program->Wait();
-  run.m_took = std::chrono::duration_cast<std::chrono::milliseconds>(
-      std::chrono::steady_clock::now() - start);
-  run.m_strOutput = program->Output();
-  run.m_strError = program->Error();
-  return run;
-}
-
-SRun RunProgram(const std::string& path, const std::vector<std::string>& arguments) {
-  CProgram program(path, arguments);
-  SRun run;
-  run.m_nStatus = program.Wait();
-  run.m_strOutput = program.Output();
-  run.m_strError = program.Error();
-  return run;
-}
-
-void MakeSparseFile(const std::string& path, std::int64_t bytes) {
-  fs::create_directories(fs::path(path).parent_path());
-  std::ofstream(path).flush();
-  fs::resize_file(path, static_cast<std::uintmax_t>(bytes));
-}
-
-std::vector<std::pair<std::string, std::string>> TreeOf(const std::string& directory) {
-  std::vector<std::pair<std::string, std::string>> tree;
-  for (const auto& entry : fs::recursive_directory_iterator(directory)) {
-    if (!entry.is_regular_file()) continue;
-    tree.emplace_back(fs::path(entry.path()).lexically_relative(directory).string(),
-                      ReadWholeFile(entry.path().string()));
-  }
-  std::sort(tree.begin(), tree.end());
-  return tree;
+std::unique_ptr<CProgram> CWorkstation::Run(const Arguments& arguments) const {
+  auto program = Start(arguments);
+  program->Wait();
+  return program;
 }
 
 CServiceManager::CServiceManager() : m_nSocket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {

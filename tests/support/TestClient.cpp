@@ -2,18 +2,17 @@
 
 #include "support/TestClient.h"
 
-#include <chrono>
 #include <filesystem>
 #include <regex>
-#include <thread>
 
 namespace {
 
-std::string Request(const std::vector<std::string>& names, const std::string& directory) {
+std::string Request(const std::vector<std::string>& names, const std::string& remote,
+                    const std::string& local) {
   std::vector<Channel_Key_Value> records(names.size());
   for (std::size_t i = 0; i < names.size(); ++i) {
-    records[i].m_strName = names[i];
-    records[i].m_strPath = directory + names[i];
+    records[i].m_strName = remote + names[i];
+    records[i].m_strPath = local + names[i];
   }
   std::string xml;
   Channel_Key_Value::ConverValueToXML(records, xml);
@@ -22,9 +21,12 @@ std::string Request(const std::vector<std::string>& names, const std::string& di
 
 }  // namespace
 
-CTestClient::CTestClient(CFakeServer& server) : CTestClient() {
-  Connect("127.0.0.1", server.Port());
+CTestClient::CTestClient(int port, const std::string& from) {
+  m_pNetWork->SetLocalAddress(from);
+  Init(m_logs.Path());
+  if (port == 0) return;
   SetPrjDir(m_files.Path());
+  EXPECT_TRUE(Connect("127.0.0.1", port));
 }
 
 void CTestClient::Deliver(int code, const std::string& body) {
@@ -37,25 +39,17 @@ std::string CTestClient::File(const std::string& name, const std::string& conten
   return m_files / name;
 }
 
-int CTestClient::StartUpload(const std::vector<std::string>& names) {
-  return UpdateFileToDataService(Request(names, m_files.Path()));
+int CTestClient::StartUpload(const std::vector<std::string>& names, const std::string& remote) {
+  return UpdateFileToDataService(Request(names, remote, m_files.Path()));
 }
 
-int CTestClient::StartDownload(const std::vector<std::string>& names) {
-  return DownFileFromDataService(Request(names, ""));
-}
-
-std::vector<int> CTestClient::Upload(const std::vector<std::string>& names) {
-  return Finish(StartUpload(names));
-}
-
-std::vector<int> CTestClient::Download(const std::vector<std::string>& names) {
-  return Finish(StartDownload(names));
+int CTestClient::StartDownload(const std::vector<std::string>& names, const std::string& remote) {
+  return DownFileFromDataService(Request(names, remote, ""));
 }
 
 std::vector<int> CTestClient::Finish(int startResult) {
   if (startResult != 1) return {startResult};
-  while (!IsTransFinished()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  EXPECT_TRUE(WaitUntil([this] { return IsTransFinished(); }));
   std::string xml;
   GetAllTransFileStatus(xml);
   std::vector<Channel_Key_Value> records;

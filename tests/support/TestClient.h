@@ -1,9 +1,12 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
 #include "client/KQFileTransServiceClient.h"
+#include "net/NetWorkManageEx.h"
 #include "platform/KQEvent.h"
 #include "support/FakeServer.h"
 #include "support/TestSystem.h"
@@ -14,8 +17,9 @@ class CTestClient : public CKQFileTransServiceClient {
   using Base = CKQFileTransServiceClient;
 
  public:
-  CTestClient() { Init(m_logs.Path()); }
-  explicit CTestClient(CFakeServer& server);
+  /// @param port to connect to on 127.0.0.1; 0 for none
+  /// @param from the address that the server sees; "" for any
+  explicit CTestClient(int port = 0, const std::string& from = "");
   ~CTestClient() override { Stop(); }
 
   using Base::CloseFile, Base::GetIOCPBuffer, Base::PrepareTransFile, Base::ReleaseBuffer;
@@ -33,18 +37,35 @@ class CTestClient : public CKQFileTransServiceClient {
   /// Creates a local file and returns its path.
   std::string File(const std::string& name, const std::string& content);
 
-  /// Start a transfer of files of this client's directory; 1 or its code.
-  int StartUpload(const std::vector<std::string>& names);
-  int StartDownload(const std::vector<std::string>& names);
+  /// Start a transfer of files of this client's directory, that the server
+  /// knows by `remote` + name; 1 or its code.
+  int StartUpload(const std::vector<std::string>& names, const std::string& remote = "");
+  int StartDownload(const std::vector<std::string>& names, const std::string& remote = "");
 
-  /// Transfer files and return the statuses, or the code of the start alone.
-  std::vector<int> Upload(const std::vector<std::string>& names);
-  std::vector<int> Download(const std::vector<std::string>& names);
+  /// Wait for the end of a transfer and return the statuses, or the code of
+  /// the start alone.
   std::vector<int> Finish(int startResult = 1);
+  std::vector<int> Upload(const std::vector<std::string>& names, const std::string& remote = "") {
+    return Finish(StartUpload(names, remote));
+  }
+  std::vector<int> Download(const std::vector<std::string>& names) {
+    return Finish(StartDownload(names));
+  }
 
   /// All log lines so far, without their times.
   std::string Log() const;
 
   CTempDirectory m_logs;
   CTempDirectory m_files;
+};
+
+/// A test of the client against a scripted server. It stops the server in its
+/// end when plans refer to what dies with the test.
+class CClientTest : public testing::Test {
+ protected:
+  CClientTest() { EXPECT_TRUE(m_server.WaitFor(1)); }  // the link is up on both sides
+
+  CScopedSystem m_system;
+  CFakeServer m_server;
+  CTestClient m_client{m_server.Port()};
 };

@@ -1,34 +1,44 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include "net/NetWorkManageEx.h"
+#include "platform/ThreadLock.h"
 #include "server/KQFileTransServiceServer.h"
 #include "session/TransClient.h"
 #include "support/TestSystem.h"
 
-/// A server on test time with its inside open. Its sessions log into `m_dir`,
-/// which is also the project directory.
-struct STestServer {
-  class CServer : public CKQFileTransServiceServer {
-   public:
-    ~CServer() override { Stop(); }
-    int Port() const { return m_pPrimaryNetWork->GetListenPort(); }
-    void DropNetwork() { delete std::exchange(m_pPrimaryNetWork, nullptr); }
-
-    using CKQFileTransServiceServer::AddClientManage;
-    using CKQFileTransServiceServer::GetClientManage;
-    using CKQFileTransServiceServer::m_mapClient;
-    using CKQFileTransServiceServer::m_strLogFile;
-    using CKQFileTransServiceServer::RemoveAllClient;
-    using CKQFileTransServiceServer::RemoveClientManage;
-    using CKQFileTransServiceServer::WriteLog;
-  };
-
-  STestServer() {
-    m_server.SetPrjDir(m_dir.Path());
-    m_server.SetLog(m_dir.Path(), false);
+/// A server with its inside open. Its projects and the logs of its sessions
+/// lie in a directory of the test; Init(0) makes it listen.
+class CTestServer : public CKQFileTransServiceServer {
+ public:
+  explicit CTestServer(const CTempDirectory& directory) {
+    SetPrjDir(directory.Path());
+    SetLog(directory.Path(), false);
   }
+  ~CTestServer() override { Stop(); }
 
+  int Port() const { return m_pPrimaryNetWork->GetListenPort(); }
+  std::size_t Links() const { return m_pPrimaryNetWork->GetAllLinkInfo().size(); }
+  std::size_t Sessions() const {
+    const CScopedLock lock(m_pClientLock);
+    return m_mapClient.size();
+  }
+  void DropNetwork() { delete std::exchange(m_pPrimaryNetWork, nullptr); }
+
+  using CKQFileTransServiceServer::AddClientManage;
+  using CKQFileTransServiceServer::GetClientManage;
+  using CKQFileTransServiceServer::m_mapClient;
+  using CKQFileTransServiceServer::m_strLogFile;
+  using CKQFileTransServiceServer::RemoveAllClient;
+  using CKQFileTransServiceServer::RemoveClientManage;
+  using CKQFileTransServiceServer::WriteLog;
+};
+
+/// A test of the server, on test time.
+class CServerTest : public testing::Test {
+ protected:
   CScopedSystem m_system{CFaultPlan().ClockFaster(50)};
   CTempDirectory m_dir;
-  CServer m_server;
+  CTestServer m_server{m_dir};
 };

@@ -1,43 +1,59 @@
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "platform/System.h"
 
 /// The calls that a plan can make fail.
-enum class EOperation { kOpen, kRead, kWrite, kFlush, kRename, kRemove, kMakeDirectory, kList };
+enum class EOperation { kOpen, kRead, kWrite, kFlush, kRename };
 
 /// Faults that a test decides on beforehand, read as sentences.
 class CFaultPlan {
  public:
-  /// The `k`-th call (from 1) of an operation fails; every later one too when
-  /// `forGood`. Read and write failures leave the file as it was.
-  CFaultPlan& Fail(EOperation operation, int k, ESystemError error, bool forGood = false);
+  /// The `k`-th call (from 1) of an operation fails. Read and write failures
+  /// leave the file as it was.
+  CFaultPlan& Fail(EOperation operation, int k, ESystemError error) {
+    return Set(m_mapFaults[{operation, k}], error);
+  }
 
   /// Writes succeed until `bytes` bytes in all were written, then fail with
   /// kNoSpace; the one that crosses the limit is cut short.
-  CFaultPlan& DiskFullAfter(std::int64_t bytes);
+  CFaultPlan& DiskFullAfter(std::int64_t bytes) { return Set(m_llDiskBytes, bytes); }
 
   /// A single read or write moves at most `bytes` bytes.
-  CFaultPlan& ShortTransfers(int bytes);
+  CFaultPlan& ShortTransfers(std::int64_t bytes) { return Set(m_llTransferBytes, bytes); }
 
-  CFaultPlan& FreeSpace(std::uint64_t bytes);
-  CFaultPlan& FreeSpaceUnknown();
-  CFaultPlan& NoThreads();
+  /// @param bytes -1: the system cannot tell
+  CFaultPlan& FreeSpace(std::int64_t bytes) { return Set(m_freeSpace, std::optional(bytes)); }
+  CFaultPlan& NoThreads() { return Set(m_bNoThreads, true); }
 
   /// Sleeps and waits take 1/factor of their time, and the clock runs factor
   /// times as fast.
-  CFaultPlan& ClockFaster(int factor);
+  CFaultPlan& ClockFaster(int factor) { return Set(m_nClockFactor, factor); }
 
  private:
   friend class CScopedSystem;
-  struct SPlan;
-  std::shared_ptr<SPlan> m_pPlan;
 
- public:
-  CFaultPlan();
+  template <typename T>
+  CFaultPlan& Set(T& word, const T& value) {
+    word = value;
+    return *this;
+  }
+
+  std::map<std::pair<EOperation, int>, ESystemError> m_mapFaults;
+  std::int64_t m_llDiskBytes = INT64_MAX;
+  std::int64_t m_llTransferBytes = INT64_MAX;
+  std::optional<std::int64_t> m_freeSpace;
+  bool m_bNoThreads = false;
+  int m_nClockFactor = 0;  // 0: as before
 };
 
 /// Puts a planned system in the place of the real one for a scope. Declare it
@@ -47,24 +63,36 @@ class CScopedSystem {
   explicit CScopedSystem(const CFaultPlan& plan = CFaultPlan());
   CScopedSystem(const CScopedSystem&) = delete;
   CScopedSystem& operator=(const CScopedSystem&) = delete;
-  ~CScopedSystem();
+  ~CScopedSystem() { ReplaceSystem(m_pBefore); }
 
-  /// Moves the clock on without waiting.
-  void AdvanceClock(std::int64_t seconds);
-
-  /// Milliseconds that Sleep was asked for so far, all threads together.
-  std::int64_t SleptMilliseconds() const;
-
-  /// Calls of an operation so far.
-  int Count(EOperation operation) const;
+  /// Another plan from now on; the clock keeps its pace unless that plans it.
+  void Follow(const CFaultPlan& plan);
 
   /// Lifts every planned fault.
-  void Heal();
+  void Heal() { Follow(CFaultPlan()); }
+
+  /// Moves the clock on without waiting.
+  void AdvanceClock(std::int64_t seconds) { m_llAdvanced += seconds; }
+
+  /// Milliseconds that Sleep was asked for so far, all threads together.
+  std::int64_t SleptMilliseconds() const { return m_llSlept; }
 
  private:
   class CPlanned;
-  std::unique_ptr<CPlanned> m_pSystem;
-  ISystem* m_pBefore;
+  class CPlannedFile;
+  ESystemError Begin(EOperation operation);
+  std::size_t LimitTransfer(std::size_t size, bool write);
+
+  const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+  std::atomic<int> m_nClockFactor{1};
+  std::mutex m_mutex;
+  CFaultPlan m_plan;                     // guarded by m_mutex
+  std::map<EOperation, int> m_mapCalls;  // guarded by m_mutex
+  std::int64_t m_llWritten = 0;          // guarded by m_mutex
+  std::atomic<std::int64_t> m_llSlept{0};
+  std::atomic<std::int64_t> m_llAdvanced{0};
+  const std::unique_ptr<ISystem> m_pSystem;
+  ISystem* const m_pBefore;
 };
 
 /// A directory of its own for one test, deleted with everything in it at the
@@ -88,5 +116,12 @@ class CTempDirectory {
 std::string ReadWholeFile(const std::string& path);
 void WriteWholeFile(const std::string& path, const std::string& content);
 
+/// Bytes of a file; -1 when there is none. A file of zeros that takes no room.
+std::int64_t FileSize(const std::string& path);
+void MakeSparseFile(const std::string& path, std::int64_t bytes);
+
 /// `bytes` bytes that look random and are the same on every run.
 std::string PatternBytes(std::size_t bytes, unsigned seed = 1);
+
+/// Waits, at most 60 s, until the condition holds. @return whether it does
+bool WaitUntil(const std::function<bool()>& condition);

@@ -1,8 +1,8 @@
 // Golden bytes: an upload as it travels, written out by hand.
 
-#include "client/KQFileTransServiceClient.h"
-#include "support/LoopbackServer.h"
-#include "support/WireTap.h"
+#include "support/Sockets.h"
+#include "support/TestClient.h"
+#include "support/TestServer.h"
 
 namespace {
 
@@ -15,26 +15,17 @@ std::string Bytes(const std::string& hex) {
   return bytes;
 }
 
-TEST(WireBytes, UploadOfAnOrdinaryFile) {
-  CScopedSystem system(CFaultPlan().ClockFaster(100));
-  CTempDirectory directory;
+using WireBytes = CServerTest;
+
+TEST_F(WireBytes, UploadOfAnOrdinaryFile) {
   const std::string content = PatternBytes(131017);
-  const std::string source = directory / "run1.dat";
-  const std::string target = directory / "up/run1.dat";
-  WriteWholeFile(source, content);
-  CLoopbackServer server(directory);
-  CWireTap tap(server.Port());
+  const std::string target = m_dir / "up/run1.tmx";
+  ASSERT_TRUE(m_server.Init(0));
+  CWireTap tap(m_server.Port());
   {
-    CKQFileTransServiceClient client;
-    ASSERT_TRUE(client.Init(directory.Path()));
-    ASSERT_TRUE(client.Connect("127.0.0.1", tap.Port()));
-    Channel_Key_Value record;
-    record.m_strPath = source;
-    record.m_strName = target;
-    std::string request;
-    Channel_Key_Value::ConverValueToXML({record}, request);
-    ASSERT_EQ(client.UpdateFileToDataService(request), 1);
-    while (!client.IsTransFinished()) std::this_thread::yield();
+    CTestClient client(tap.Port());
+    client.File("run1.tmx", content);
+    EXPECT_EQ(client.Upload({"run1.tmx"}, m_dir / "up/"), std::vector<int>{1});
     EXPECT_EQ(client.GetTrans(), 1.0F);
   }
   tap.WaitClosed();
@@ -46,14 +37,9 @@ TEST(WireBytes, UploadOfAnOrdinaryFile) {
   std::string sent = Bytes("4b 51 46 54 c4 09 00 00 01 00 00 00") + pathLength +
                      Bytes("00 00 00 00 00 00 00 01") + target;
   // code 2501 three times: 65508, 65508 and 1 data bytes at 0, 65508 and 131016
-  sent += Bytes(
-      "4b 51 46 54 c5 09 00 00 01 00 00 00 ec ff 00 00 00 00 00 00 "
-      "00 00 00 00 00 00 00 00");
-  sent += content.substr(0, 65508);
-  sent += Bytes(
-      "4b 51 46 54 c5 09 00 00 01 00 00 00 ec ff 00 00 00 00 00 00 "
-      "e4 ff 00 00 00 00 00 00");
-  sent += content.substr(65508, 65508);
+  const std::string full = Bytes("4b 51 46 54 c5 09 00 00 01 00 00 00 ec ff 00 00 00 00 00 00");
+  sent += full + Bytes("00 00 00 00 00 00 00 00") + content.substr(0, 65508);
+  sent += full + Bytes("e4 ff 00 00 00 00 00 00") + content.substr(65508, 65508);
   sent += Bytes(
       "4b 51 46 54 c5 09 00 00 01 00 00 00 09 00 00 00 00 00 00 00 "
       "c8 ff 01 00 00 00 00 00");

@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <climits>
 #include <condition_variable>
-#include <cstring>
+#include <deque>
 #include <functional>
 #include <list>
+#include <set>
+#include <unordered_map>
 
 #define SendMessage SendMessageW
 #define GetObject GetObjectW
@@ -22,36 +24,7 @@
 #define IN
 #define OUT
 
-#include "client/KQFileTransServiceClient.h"
-#include "net/DealNetData.h"
-#include "net/IOCPBuffer.h"
-#include "net/LinkEvents.h"
-#include "net/LinkInfo.h"
-#include "net/NetBuffer.h"
-#include "net/NetWorkManageEx.h"
-#include "net/NetWorkPackHead.h"
-#include "net/TransNet.h"
-#include "platform/ByteOrder.h"
-#include "platform/ChannelKeyValue.h"
-#include "platform/ExpertUtils.h"
-#include "platform/FileConfig.h"
-#include "platform/FileDataPos.h"
-#include "platform/GBKUTF8Transfer.h"
-#include "platform/HardWareCommon.h"
-#include "platform/KQEvent.h"
-#include "platform/KQFile.h"
-#include "platform/KQPlatForm.h"
-#include "platform/KQThread.h"
-#include "platform/LogFile.h"
-#include "platform/SharedWord.h"
-#include "platform/System.h"
-#include "platform/ThreadGate.h"
-#include "platform/ThreadLock.h"
-#include "platform/TimeConvert.h"
-#include "protocol/DataPacket.h"
-#include "protocol/MessageCodes.h"
-#include "protocol/ResultCodes.h"
-#include "protocol/TransferTypes.h"
+#include "all_headers.h"
 
 namespace {
 

@@ -52,9 +52,6 @@ TEST(Text, ProgressFitsTheTerminal) {
   progress.m_llTotal = 1024;
   progress.m_nFilesTotal = 2;
   progress.m_strFile = "\xc3\xa4.tm";
-  EXPECT_EQ(ProgressLine(progress, 128, 0),
-            "[=========>          ]  50%  512 B of 1.0 KiB  128 B/s  0:04 left  0 of 2 files  "
-            "\xc3\xa4.tm");
   // Columns count, not bytes.
   EXPECT_EQ(ProgressLine(progress, 0, 63),
             "[=========>          ]  50%  512 B of 1.0 KiB  0 of 2 files  \xc3\xa4.");

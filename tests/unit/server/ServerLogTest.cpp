@@ -1,26 +1,46 @@
-// When the server writes its log, and where.
+// What the server tells, when it writes its log, and where.
 
+#include "protocol/MessageCodes.h"
 #include "support/TestServer.h"
 
 namespace {
 
-TEST(ServerLog, FileIsBegunWhenSwitchedOnAndWhenFull) {
-  STestServer test;
-  test.m_server.WriteLog("dropped\n");
-  EXPECT_EQ(test.m_server.m_strLogFile, "");
-  test.m_server.SetLog(test.m_dir.Path(), true);
-  const std::string first = test.m_server.m_strLogFile;
-  EXPECT_EQ(first.rfind(test.m_dir / "KQFileTransServer_", 0), 0U);
-  WriteWholeFile(first, std::string(1048576, 'x'));
-  test.m_system.AdvanceClock(5);
-  test.m_server.WriteLog("still here\n");
-  EXPECT_EQ(test.m_server.m_strLogFile, first);
+using ServerLog = CServerTest;
+
+TEST_F(ServerLog, EventsAndFailedSendsAreTold) {
+  m_server.SetLog(m_dir.Path(), true);
+  testing::internal::CaptureStdout();
+  m_server.DealNetMsg(0x7f000001, 5000, NET_COMMAND_CONNECT, 0, nullptr, 0);
+  m_server.DealNetMsg(0x7f000001, 5000, NET_COMMAND_DISCONNECT, 0, nullptr, 0);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "new client:127.0.0.1:5000\nclient disconnect:127.0.0.1:5000\n");
+  m_server.DropNetwork();
+  EXPECT_FALSE(m_server.SendText(1, 1, "", 0));
+  std::string log = ReadWholeFile(m_server.m_strLogFile);
+  for (const std::string text :
+       {": new client: 127.0.0.1 :5000 \n", ": client disconnect: 127.0.0.1 :5000 \n",
+        // without a line end of its own
+        ":  CKQFileTransServiceServer::SendText  m_pPrimaryNetWork = null"}) {
+    EXPECT_EQ(log.substr(19, text.size()), text);
+    log.erase(0, 19 + text.size());
+  }
+  EXPECT_EQ(log, "");
+}
+
+TEST_F(ServerLog, FileIsBegunWhenSwitchedOnAndWhenFull) {
+  m_server.WriteLog("dropped\n");
+  EXPECT_EQ(m_server.m_strLogFile, "");
+  m_server.SetLog(m_dir.Path(), true);
+  const std::string first = m_server.m_strLogFile;
+  EXPECT_EQ(first.rfind(m_dir / "KQFileTransServer_", 0), 0U);
+  MakeSparseFile(first, 1048577);
+  m_system.AdvanceClock(5);
   const std::string message = PatternBytes(3000);  // longer than any fixed buffer
-  test.m_server.WriteLog(message);
-  EXPECT_NE(test.m_server.m_strLogFile, first);
-  test.m_server.SetLog(test.m_dir.Path(), false);
-  test.m_server.WriteLog("dropped\n");
-  EXPECT_EQ(ReadWholeFile(test.m_server.m_strLogFile).substr(19), ": " + message);
+  m_server.WriteLog(message);
+  EXPECT_NE(m_server.m_strLogFile, first);
+  m_server.SetLog(m_dir.Path(), false);
+  m_server.WriteLog("dropped\n");
+  EXPECT_EQ(ReadWholeFile(m_server.m_strLogFile).substr(19), ": " + message);
 }
 
 }  // namespace

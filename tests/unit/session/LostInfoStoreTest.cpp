@@ -6,54 +6,53 @@
 
 namespace {
 
-// The whole answer to 2509 for the file of a name.
-std::string Text(SSessionBench& bench, const std::string& name) {
-  return bench.Ask(NET_CTS_GETLOSTINFO, bench.m_dir / name);
-}
+class LostInfoStore : public CSessionTest {
+ protected:
+  // The whole answer to 2509 for the file of a name.
+  std::string Text(const std::string& name) { return Ask(NET_CTS_GETLOSTINFO, m_dir / name); }
 
-std::string Change(SSessionBench& bench, int index, std::int64_t position, std::int64_t length) {
-  return bench.Ask(NET_CTS_CHANGELOSTINFO, Int32(index) + Int64(position) + Int64(length));
-}
+  std::string Change(int index, std::int64_t position, std::int64_t length) {
+    return Ask(NET_CTS_CHANGELOSTINFO, Int32(index) + Int64(position) + Int64(length));
+  }
+};
 
-TEST(LostInfoStore, TextHoldsHeadRangesAndSizes) {
-  SSessionBench bench;
+TEST_F(LostInfoStore, TextHoldsHeadRangesAndSizes) {
   const std::string ok = Int32(RESULT_OK);
-  EXPECT_EQ(Text(bench, "run.tm"), ok);
-  WriteWholeFile(bench.m_dir / "run.li",
+  EXPECT_EQ(Text("run.tm"), ok);
+  WriteWholeFile(m_dir / "run.li",
                  "[Lost_Pos]\nnRecordCount=2\nnHeadSize=64\nlost_info_0=0,512\nlost_info_1=7,8\n");
-  EXPECT_EQ(Text(bench, "run.tm"), ok + "64|0,512,7,8|");
-  WriteWholeFile(bench.m_dir / "run.fi", "[FileInfo]\nFileCount=2\nSize1=10\nSize2=20\n");
-  EXPECT_EQ(Text(bench, "run.tm"), ok + "64|0,512,7,8|10,20");
-  WriteWholeFile(bench.m_dir / "run.li", "[Lost_Pos]\nnRecordCount=-4\nnHeadSize=128\n");
-  EXPECT_EQ(Text(bench, "run.tm"), ok + "128||10,20");
+  EXPECT_EQ(Text("run.tm"), ok + "64|0,512,7,8|");
+  WriteWholeFile(m_dir / "run.fi", "[FileInfo]\nFileCount=2\nSize1=10\nSize2=20\n");
+  EXPECT_EQ(Text("run.tm"), ok + "64|0,512,7,8|10,20");
+  WriteWholeFile(m_dir / "run.li", "[Lost_Pos]\nnRecordCount=-4\nnHeadSize=128\n");
+  EXPECT_EQ(Text("run.tm"), ok + "128||10,20");
   // As another system writes it, with one record missing.
-  WriteWholeFile(bench.m_dir / "a.b.li",
+  WriteWholeFile(m_dir / "a.b.li",
                  "[lost_pos]\r\nNRECORDCOUNT = 3\r\nlost_info_0 = 1,2\r\nlost_info_2=5,6\r\n");
-  EXPECT_EQ(Text(bench, "a.b.tm"), ok + "0|1,2,,5,6|");
+  EXPECT_EQ(Text("a.b.tm"), ok + "0|1,2,,5,6|");
 }
 
-TEST(LostInfoStore, ChangedRangeIsStoredInItsRecord) {
-  SSessionBench bench;
-  EXPECT_EQ(Change(bench, 0, 1, 1), Int32(ERROR_CODE_LOSTINFO_NOFILE));
-  Text(bench, "run.tm");  // named, though missing
-  EXPECT_EQ(Change(bench, 0, 1, 1), Int32(ERROR_CODE_LOSTINFO_NOFILE));
+TEST_F(LostInfoStore, ChangedRangeIsStoredInItsRecord) {
+  EXPECT_EQ(Change(0, 1, 1), Int32(ERROR_CODE_LOSTINFO_NOFILE));
+  Text("run.tm");  // named, though missing
+  EXPECT_EQ(Change(0, 1, 1), Int32(ERROR_CODE_LOSTINFO_NOFILE));
   const std::string head = "; by the recorder\r\n[Lost_Pos]\r\nnRecordCount=2\r\nlost_info_0=";
-  WriteWholeFile(bench.m_dir / "run.li", head + "0,5\r\nlost_info_1=10,5\r\n");
-  EXPECT_EQ(Change(bench, 0, 1LL << 32, 0), Int32(RESULT_OK));
-  EXPECT_EQ(Change(bench, 5, -1, INT64_MAX), Int32(RESULT_OK));  // a record that nobody visits
-  EXPECT_EQ(Text(bench, "run.tm"), Int32(RESULT_OK) + "0|4294967296,0,10,5|");
-  EXPECT_EQ(ReadWholeFile(bench.m_dir / "run.li"),
+  WriteWholeFile(m_dir / "run.li", head + "0,5\r\nlost_info_1=10,5\r\n");
+  EXPECT_EQ(Change(0, 1LL << 32, 0), Int32(RESULT_OK));
+  EXPECT_EQ(Change(5, -1, INT64_MAX), Int32(RESULT_OK));  // a record that nobody visits
+  EXPECT_EQ(Text("run.tm"), Int32(RESULT_OK) + "0|4294967296,0,10,5|");
+  EXPECT_EQ(ReadWholeFile(m_dir / "run.li"),
             head + "4294967296,0\r\nlost_info_1=10,5\r\nlost_info_5=-1,9223372036854775807\r\n");
 }
 
-TEST(LostInfoStore, UnusableFilesAreReportedWithoutText) {
-  SSessionBench bench(CFaultPlan().Fail(EOperation::kRename, 1, ESystemError::kAccess));
-  WriteWholeFile(bench.m_dir / "dir.li/file", "");
-  EXPECT_EQ(Text(bench, "dir.tm"), Int32(ERROR_CODE_LOSTINFO_RECORD));
-  EXPECT_EQ(Change(bench, 0, 1, 1), Int32(ERROR_CODE_LOSTINFO_RECORD));
-  WriteWholeFile(bench.m_dir / "run.li", "[Lost_Pos]\nnRecordCount=2147483647\n");
-  EXPECT_EQ(Text(bench, "run.tm"), Int32(ERROR_CODE_LOSTINFO_ACCESS));
-  EXPECT_EQ(Change(bench, 0, 1, 1), Int32(ERROR_CODE_LOSTINFO_ACCESS));  // the rename fails
+TEST_F(LostInfoStore, UnusableFilesAreReportedWithoutText) {
+  m_system.Follow(CFaultPlan().Fail(EOperation::kRename, 1, ESystemError::kAccess));
+  WriteWholeFile(m_dir / "dir.li/file", "");
+  EXPECT_EQ(Text("dir.tm"), Int32(ERROR_CODE_LOSTINFO_RECORD));
+  EXPECT_EQ(Change(0, 1, 1), Int32(ERROR_CODE_LOSTINFO_RECORD));
+  WriteWholeFile(m_dir / "run.li", "[Lost_Pos]\nnRecordCount=2147483647\n");
+  EXPECT_EQ(Text("run.tm"), Int32(ERROR_CODE_LOSTINFO_ACCESS));
+  EXPECT_EQ(Change(0, 1, 1), Int32(ERROR_CODE_LOSTINFO_ACCESS));  // the rename fails
 }
 
 }  // namespace

@@ -11,16 +11,15 @@ namespace {
 
 using Records = std::vector<std::string>;
 
-struct SCatalogue : SSessionBench {
-  explicit SCatalogue(const std::map<std::string, int>& files) {
+class ProjectCatalogue : public CSessionTest {
+ protected:
+  void Create(const std::map<std::string, std::size_t>& files) {
     m_net.m_strFileDir = m_dir / "Prj/";
     for (const auto& [name, bytes] : files) {
-      WriteWholeFile(m_dir / ("Prj/" + name), std::string(static_cast<std::size_t>(bytes), 'x'));
+      WriteWholeFile(m_dir / ("Prj/" + name), std::string(bytes, 'x'));
     }
   }
 
-  Records Projects() { return List(NET_CTS_GETPRJLIST, ""); }
-  Records Files(const std::string& name) { return List(NET_CTS_GETPRJFILELIST, name); }
   Records List(int code, const std::string& name) {
     std::vector<Channel_Key_Value> records;
     Channel_Key_Value::ConvertXMLToValue(Ask(code, name), records);
@@ -28,56 +27,57 @@ struct SCatalogue : SSessionBench {
     for (const Channel_Key_Value& record : records) {
       const bool sized = code == NET_CTS_GETPRJLIST;
       shown.push_back(record.m_strPath + (sized ? "=" + std::to_string(record.m_llSize) : ""));
-      EXPECT_TRUE(sized || System().QueryFile(record.m_strName, m_status)) << record.m_strName;
+      SFileStatus status;
+      EXPECT_TRUE(sized || System().QueryFile(record.m_strName, status)) << record.m_strName;
     }
     return shown;
   }
-
-  SFileStatus m_status;
+  Records Projects() { return List(NET_CTS_GETPRJLIST, ""); }
+  Records Files(const std::string& name) { return List(NET_CTS_GETPRJFILELIST, name); }
 };
 
-TEST(ProjectCatalogue, ProjectsHoldWhatWasSeenSinceTheOneBefore) {
-  SCatalogue bench({{"A/A.kqsln", 100}, {"A/Model/m.dat", 50}, {"B/x", 7}, {"E/E.kqsln", 10}});
-  EXPECT_EQ(bench.Projects(), (Records{"A=150", "E=17"}));
-  EXPECT_EQ(bench.Files("A"), (Records{"A\\A.kqsln", "A\\Model\\m.dat"}));
+TEST_F(ProjectCatalogue, ProjectsHoldWhatWasSeenSinceTheOneBefore) {
+  Create({{"A/A.kqsln", 100}, {"A/Model/m.dat", 50}, {"B/x", 7}, {"E/E.kqsln", 10}});
+  EXPECT_EQ(Projects(), (Records{"A=150", "E=17"}));
+  EXPECT_EQ(Files("A"), (Records{"A\\A.kqsln", "A\\Model\\m.dat"}));
   // What is left at the end counts for the next request's first record.
-  WriteWholeFile(bench.m_dir / "Prj/Loose.kqsln", "loose");
-  EXPECT_EQ(bench.Projects(), (Records{"A=150", "E=17"}));
-  EXPECT_EQ(bench.Projects(), (Records{"A=155", "E=17"}));
-  EXPECT_EQ(bench.Ask(NET_CTS_GETPRJDIR), bench.m_dir / "Prj/");
+  WriteWholeFile(m_dir / "Prj/Loose.kqsln", "loose");
+  EXPECT_EQ(Projects(), (Records{"A=150", "E=17"}));
+  EXPECT_EQ(Projects(), (Records{"A=155", "E=17"}));
+  EXPECT_EQ(Ask(NET_CTS_GETPRJDIR), m_dir / "Prj/");
 }
 
-TEST(ProjectCatalogue, DeepFilesAreListedOnlyInNamedDirectories) {
-  SCatalogue bench({{"A/.hidden/h", 1},
-                    {"A/Sub/s", 1},
-                    {"A/Sub/Deep/f", 1},
-                    {"A/Sub/Model/f", 1},
-                    {"A/Sub/X/AnalysisTime/f", 1},
-                    {"A/Sub/X/Y/f", 1}});
-  const std::filesystem::path project(bench.m_dir / "Prj/A");
+TEST_F(ProjectCatalogue, DeepFilesAreListedOnlyInNamedDirectories) {
+  Create({{"A/.hidden/h", 1},
+          {"A/Sub/s", 1},
+          {"A/Sub/Deep/f", 1},
+          {"A/Sub/Model/f", 1},
+          {"A/Sub/X/AnalysisTime/f", 1},
+          {"A/Sub/X/Y/f", 1}});
+  const std::filesystem::path project(m_dir / "Prj/A");
   std::filesystem::create_directory_symlink("..", project / "loop");
   std::filesystem::create_directory(project / "..\\..\\victim");  // one name here
-  EXPECT_EQ(bench.Files("A"), (Records{"A\\.hidden", "A\\loop", "A\\Sub\\Model\\f", "A\\Sub\\s",
-                                       "A\\AnalysisTime\\f"}));
-  bench.m_net.m_strFileDir = bench.m_dir / "Prj";  // names are appended as they stand
-  EXPECT_EQ(bench.Files("A"), Records{});
+  EXPECT_EQ(Files("A"), (Records{"A\\.hidden", "A\\loop", "A\\Sub\\Model\\f", "A\\Sub\\s",
+                                 "A\\AnalysisTime\\f"}));
+  m_net.m_strFileDir = m_dir / "Prj";  // names are appended as they stand
+  EXPECT_EQ(Files("A"), Records{});
 }
 
-TEST(ProjectCatalogue, DeletingReachesTheNamedDirectoryOnly) {
-  SCatalogue bench({{"A/deep/er/file", 1}, {"B/file", 1}});
-  WriteWholeFile(bench.m_dir / "canary", "alive");
+TEST_F(ProjectCatalogue, DeletingReachesTheNamedDirectoryOnly) {
+  Create({{"A/deep/er/file", 1}, {"B/file", 1}});
+  WriteWholeFile(m_dir / "canary", "alive");
   const auto remove = [&](const std::string& name) {
-    EXPECT_EQ(bench.Ask(NET_CTS_DELETEPRJ, name), Int32(RESULT_OK));
+    EXPECT_EQ(Ask(NET_CTS_DELETEPRJ, name), Int32(RESULT_OK));
   };
   for (const std::string& name : {std::string("A"), std::string("B\0x", 3)}) remove(name);
-  EXPECT_FALSE(std::filesystem::exists(bench.m_dir / "Prj/A"));
-  EXPECT_TRUE(std::filesystem::exists(bench.m_dir / "Prj/B/file"));
+  EXPECT_FALSE(std::filesystem::exists(m_dir / "Prj/A"));
+  EXPECT_TRUE(std::filesystem::exists(m_dir / "Prj/B/file"));
   remove("");  // the whole project directory
-  EXPECT_FALSE(std::filesystem::exists(bench.m_dir / "Prj/B"));
-  bench.m_net.m_strFileDir = "";
+  EXPECT_FALSE(std::filesystem::exists(m_dir / "Prj/B"));
+  m_net.m_strFileDir = "";
   remove("");
-  EXPECT_EQ(bench.Projects(), Records{});
-  EXPECT_EQ(ReadWholeFile(bench.m_dir / "canary"), "alive");
+  EXPECT_EQ(Projects(), Records{});
+  EXPECT_EQ(ReadWholeFile(m_dir / "canary"), "alive");
 }
 
 }  // namespace

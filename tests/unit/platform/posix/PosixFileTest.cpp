@@ -20,26 +20,11 @@ namespace fs = std::filesystem;
 constexpr EOpenMode kAllModes[] = {EOpenMode::kRead, EOpenMode::kUpdate, EOpenMode::kCreate,
                                    EOpenMode::kAppend};
 
-// Gives up the rights that let the administrator delete anything.
-class CUnprivileged {
- public:
-  CUnprivileged() : m_nBefore(geteuid()) {
-    constexpr uid_t kNobody = 65534;
-    if (m_nBefore == 0 && seteuid(kNobody) != 0) ADD_FAILURE();
-  }
-  ~CUnprivileged() { EXPECT_EQ(seteuid(m_nBefore), 0); }
-
- private:
-  const uid_t m_nBefore;
-};
-
 std::string Describe(const std::string& directory) {
   std::vector<SDirectoryEntry> entries;
   EXPECT_EQ(System().ListDirectory(directory, entries), ESystemError::kNone);
   std::string text;
   for (const SDirectoryEntry& entry : entries) {
-    const bool made = entry.m_strName != "..";  // by the test, that is: just now
-    EXPECT_TRUE(!made || std::abs(entry.m_llCreateTime - time(nullptr)) < 60) << entry.m_strName;
     text += entry.m_strName + " " + std::to_string(entry.m_nAttributes) + " " +
             std::to_string(entry.m_llSize) + "\n";
   }
@@ -90,11 +75,10 @@ TEST(PosixFile, NeverTakesTheNumberOfAClosedStandardStream) {
   close(STDIN_FILENO);
   ESystemError error = ESystemError::kNone;
   const auto file = System().OpenFile(temp / "data", EOpenMode::kCreate, error);
-  const int flags = fcntl(STDIN_FILENO, F_GETFD);
-  if (saved >= 0) dup2(saved, STDIN_FILENO);
-  close(saved);
   EXPECT_NE(file, nullptr);
-  EXPECT_EQ(flags, -1);
+  EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+  dup2(saved, STDIN_FILENO);
+  close(saved);
 }
 
 TEST(PosixDirectory, AListingShowsAttributesSizesAndOneOrderEverywhere) {
@@ -167,28 +151,17 @@ TEST(PosixDirectory, ClearingGoesDeeperThanThereAreDescriptors) {
 TEST(PosixDirectory, ClearingGoesOnPastWhatItCannotDelete) {
   const CTempDirectory temp;
   const fs::path root = temp.Path();
-  for (const char* const name : {"a/file", "locked/file", "unsearchable/file", "z/file"}) {
-    WriteWholeFile(temp / name, "x");
-  }
+  for (const char* const name : {"a/file", "locked/file", "z/file"})
+    WriteWholeFile(temp / name, "");
   for (const char* const name : {".", "a", "z"}) fs::permissions(root / name, fs::perms(0777));
   fs::permissions(root / "locked", fs::perms(0555));
-  fs::permissions(root / "unsearchable", fs::perms(0666));
-  {
-    const CUnprivileged nobody;
-    EXPECT_NE(System().ClearDirectory(temp.Path()), ESystemError::kNone);
-    EXPECT_EQ(Describe(temp.Path()), ". 16 0\n.. 16 0\nlocked 17 0\nunsearchable 16 0\n");
-  }
+  const uid_t user = geteuid();
+  constexpr uid_t kNobody = 65534;  // the administrator may delete anything
+  ASSERT_EQ(user == 0 ? seteuid(kNobody) : 0, 0);
+  EXPECT_NE(System().ClearDirectory(temp.Path()), ESystemError::kNone);
+  EXPECT_EQ(Describe(temp.Path()), ". 16 0\n.. 16 0\nlocked 17 0\n");
+  ASSERT_EQ(seteuid(user), 0);
   fs::permissions(root / "locked", fs::perms(0777));
-  fs::permissions(root / "unsearchable", fs::perms(0777));
-}
-
-TEST(PosixDirectory, FreeSpaceIsThatOfTheNearestExistingParent) {
-  const CTempDirectory temp;
-  std::uint64_t bytes = 0;
-  EXPECT_TRUE(System().QueryFreeSpace(temp / "not\\there/yet", bytes));
-  EXPECT_GT(bytes, 0U);
-  EXPECT_TRUE(System().QueryFreeSpace("not-there/yet", bytes));
-  EXPECT_TRUE(System().QueryFreeSpace("/not-there", bytes));
 }
 
 }  // namespace

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// Pieces of message bodies, to be joined with "+".
+std::string Int32(std::int32_t value);
+std::string Int64(std::int64_t value);
+
+/// A whole packet as it travels.
+std::string MakePacket(int code, const std::string& body = "");
+
+/// The bodies of all packets of a code, in a stream that may end anywhere.
+std::vector<std::string> BodiesOf(const std::string& stream, int code);
+
+/// Code and body.
+using Packet = std::pair<int, std::string>;
+
+/// Packets that any threads write down, and those that look at them.
+class CPacketLog {
+ public:
+  void Add(int code, const std::string& body);
+  std::vector<Packet> Packets() const;
+  std::vector<std::string> Bodies(int code) const;
+  std::size_t Count(int code) const;
+
+  /// Waits, at most 60 s, until `times` packets of the code are there.
+  bool WaitFor(int code, std::size_t times = 1) const;
+
+ private:
+  mutable std::mutex m_mutex;
+  std::vector<Packet> m_vecPackets;  // guarded by m_mutex
+};
