@@ -16,6 +16,7 @@ void CKQFileTransServiceClient::CreateLogFile() {
   OpenLogFile(*m_pLogFile, m_strLogPath);
 }
 
+// By value, as hosts know it. NOLINTNEXTLINE(performance-unnecessary-value-param)
 void CKQFileTransServiceClient::WriteLog(std::string strLog) {
   if (IsLogFileFull(GuardedCopy(m_strLogPath))) CreateLogFile();
   const CScopedLock lock(m_pLock);

@@ -102,10 +102,10 @@ bool CKQFileTransServiceClient::Connect(std::string strIP, int nPort) {
 
   {
     const CScopedLock lock(m_pLock);
-    m_strServerIP = strIP;
+    m_strServerIP = std::move(strIP);
   }
   m_nServerPort = nPort;
-  m_bConnect = m_pNetWork->ConnectToHost(strIP, nPort);
+  m_bConnect = m_pNetWork->ConnectToHost(GuardedCopy(m_strServerIP), nPort);
   if (!m_bConnect) return false;
   ILinkInfo* found = nullptr;
   for (ILinkInfo* link : m_pNetWork->GetAllLinkInfo()) {

@@ -24,7 +24,10 @@ class CFakeServer : public IDealNetData {
   CFakeServer();
   CFakeServer(const CFakeServer&) = delete;
   CFakeServer& operator=(const CFakeServer&) = delete;
-  ~CFakeServer() override { m_manager.Stop(); }
+  ~CFakeServer() override { Stop(); }
+
+  /// No plan runs after it: what plans refer to may die.
+  void Stop() { m_manager.Stop(); }
 
   int Port() const { return m_manager.GetListenPort(); }
 

@@ -70,6 +70,13 @@ int CProgram::Wait() {
   return WaitUntil([this] { return !IsRunning(); }) ? m_nStatus : -1;
 }
 
+std::int64_t CProgram::MemoryBytes() const {
+  const std::string counts = ReadWholeFile("/proc/" + std::to_string(m_nPid) + "/statm");
+  const std::size_t resident = counts.find(' ');
+  EXPECT_NE(resident, std::string::npos);
+  return resident == std::string::npos ? 0 : std::stoll(counts.substr(resident)) * getpagesize();
+}
+
 CServerProgram::CServerProgram() {
   Start(0);
 }

@@ -33,6 +33,9 @@ class CProgram {
   ///         that ended it; -1 when it does not end within 60 s.
   int Wait();
 
+  /// Resident memory.
+  std::int64_t MemoryBytes() const;
+
   std::string Output() const { return ReadWholeFile(m_directory / "out"); }
   std::string Error() const { return ReadWholeFile(m_directory / "err"); }
 
@@ -51,6 +54,7 @@ class CServerProgram {
   void Restart();
 
   CProgram& Process() { return *m_pProcess; }
+  int Port() const { return m_nPort; }
   std::string Place() const { return "127.0.0.1:" + std::to_string(m_nPort); }
   std::string ProjectPath(const std::string& name) const { return m_projects / name; }
 

@@ -2,12 +2,30 @@
 
 #include "support/TestClient.h"
 
-#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <regex>
-#include <set>
 #include <thread>
+
+namespace {
+
+std::string Request(const std::vector<std::string>& names, const std::string& directory) {
+  std::vector<Channel_Key_Value> records(names.size());
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    records[i].m_strName = names[i];
+    records[i].m_strPath = directory + names[i];
+  }
+  std::string xml;
+  Channel_Key_Value::ConverValueToXML(records, xml);
+  return xml;
+}
+
+}  // namespace
+
+CTestClient::CTestClient(CFakeServer& server) : CTestClient() {
+  Connect("127.0.0.1", server.Port());
+  SetPrjDir(m_files.Path());
+}
 
 void CTestClient::Deliver(int code, const std::string& body) {
   const std::vector<char> exact(body.begin(), body.end());
@@ -19,39 +37,25 @@ std::string CTestClient::File(const std::string& name, const std::string& conten
   return m_files / name;
 }
 
-std::string CTestClient::Request(const std::vector<std::string>& names, bool download) const {
-  std::vector<Channel_Key_Value> records;
-  for (const std::string& name : names) {
-    Channel_Key_Value& rec = records.emplace_back();
-    rec.m_strName = name;
-    rec.m_strPath = download ? name : m_files / name;
-  }
-  std::string xml;
-  Channel_Key_Value::ConverValueToXML(records, xml);
-  return xml;
+int CTestClient::StartUpload(const std::vector<std::string>& names) {
+  return UpdateFileToDataService(Request(names, m_files.Path()));
+}
+
+int CTestClient::StartDownload(const std::vector<std::string>& names) {
+  return DownFileFromDataService(Request(names, ""));
 }
 
 std::vector<int> CTestClient::Upload(const std::vector<std::string>& names) {
-  const int result = UpdateFileToDataService(Request(names));
-  if (result != 1) return {result};
-  return WaitFinished() ? Statuses() : std::vector<int>{};
+  return Finish(StartUpload(names));
 }
 
 std::vector<int> CTestClient::Download(const std::vector<std::string>& names) {
-  const int result = DownFileFromDataService(Request(names, true));
-  if (result != 1) return {result};
-  return WaitFinished() ? Statuses() : std::vector<int>{};
+  return Finish(StartDownload(names));
 }
 
-bool CTestClient::WaitFinished() const {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (!IsTransFinished() && std::chrono::steady_clock::now() < end) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return IsTransFinished();
-}
-
-std::vector<int> CTestClient::Statuses() {
+std::vector<int> CTestClient::Finish(int startResult) {
+  if (startResult != 1) return {startResult};
+  while (!IsTransFinished()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   std::string xml;
   GetAllTransFileStatus(xml);
   std::vector<Channel_Key_Value> records;
@@ -62,12 +66,10 @@ std::vector<int> CTestClient::Statuses() {
 }
 
 std::string CTestClient::Log() const {
-  std::set<std::filesystem::path> logs;
-  for (const auto& entry : std::filesystem::directory_iterator(m_logs.Path())) {
-    logs.insert(entry.path());
-  }
-  std::string text;
-  for (const auto& log : logs) text += ReadWholeFile(log.string());
   static const std::regex time("\\d{4}-\\d\\d-\\d\\d_\\d\\d-\\d\\d-\\d\\d: ");
+  std::string text;
+  for (const auto& entry : std::filesystem::directory_iterator(m_logs.Path())) {
+    text += ReadWholeFile(entry.path().string());
+  }
   return std::regex_replace(text, time, "");
 }

@@ -11,44 +11,21 @@
 /// A client with its protected side open, its logs and files in directories
 /// of its own.
 class CTestClient : public CKQFileTransServiceClient {
+  using Base = CKQFileTransServiceClient;
+
  public:
   CTestClient() { Init(m_logs.Path()); }
-  explicit CTestClient(CFakeServer& server) : CTestClient() {
-    Connect("127.0.0.1", server.Port());
-    SetPrjDir(m_files.Path());
-  }
+  explicit CTestClient(CFakeServer& server);
   ~CTestClient() override { Stop(); }
 
-  using CKQFileTransServiceClient::CloseFile;
-  using CKQFileTransServiceClient::CreateLogFile;
-  using CKQFileTransServiceClient::GetIOCPBuffer;
-  using CKQFileTransServiceClient::m_bConnect;
-  using CKQFileTransServiceClient::m_bStop;
-  using CKQFileTransServiceClient::m_bStopReceive;
-  using CKQFileTransServiceClient::m_bWriting;
-  using CKQFileTransServiceClient::m_evFileEnd;
-  using CKQFileTransServiceClient::m_evReply;
-  using CKQFileTransServiceClient::m_evTransEnd;
-  using CKQFileTransServiceClient::m_llServerFilePos;
-  using CKQFileTransServiceClient::m_llTransBytes;
-  using CKQFileTransServiceClient::m_mapBuffer;
-  using CKQFileTransServiceClient::m_nBufReleased;
-  using CKQFileTransServiceClient::m_nBufTaken;
-  using CKQFileTransServiceClient::m_nErrorCode;
-  using CKQFileTransServiceClient::m_nServerErrorCode;
-  using CKQFileTransServiceClient::m_nTransState;
-  using CKQFileTransServiceClient::m_pLinkInfo;
-  using CKQFileTransServiceClient::m_strLogPath;
-  using CKQFileTransServiceClient::m_strLostInfo;
-  using CKQFileTransServiceClient::m_strPrjDir;
-  using CKQFileTransServiceClient::m_TotalTransBytes;
-  using CKQFileTransServiceClient::PrepareTransFile;
-  using CKQFileTransServiceClient::ReleaseBuffer;
-  using CKQFileTransServiceClient::SendAndWaitPre;
-  using CKQFileTransServiceClient::SendData;
-  using CKQFileTransServiceClient::SendMessage;
-  using CKQFileTransServiceClient::StopReceiveData;
-  using CKQFileTransServiceClient::WriteLog;
+  using Base::CloseFile, Base::GetIOCPBuffer, Base::PrepareTransFile, Base::ReleaseBuffer;
+  using Base::m_bConnect, Base::m_bStop, Base::m_bStopReceive, Base::m_bWriting;
+  using Base::m_evFileEnd, Base::m_evReply, Base::m_evTransEnd, Base::m_pLinkInfo;
+  using Base::m_llServerFilePos, Base::m_llTransBytes, Base::m_TotalTransBytes;
+  using Base::m_mapBuffer, Base::m_nBufReleased, Base::m_nBufTaken;
+  using Base::m_nErrorCode, Base::m_nServerErrorCode, Base::m_nTransState;
+  using Base::m_strLogPath, Base::m_strLostInfo, Base::m_strPrjDir;
+  using Base::SendData, Base::SendMessage, Base::StopReceiveData, Base::WriteLog;
 
   /// Delivers a message as the network would, from memory that ends with it.
   void Deliver(int code, const std::string& body = "");
@@ -56,16 +33,16 @@ class CTestClient : public CKQFileTransServiceClient {
   /// Creates a local file and returns its path.
   std::string File(const std::string& name, const std::string& content);
 
-  /// A request for files of this client's directory under the same names.
-  std::string Request(const std::vector<std::string>& names, bool download = false) const;
+  /// Start a transfer of files of this client's directory; 1 or its code.
+  int StartUpload(const std::vector<std::string>& names);
+  int StartDownload(const std::vector<std::string>& names);
 
-  /// Uploads, waits for the end, and returns the statuses.
+  /// Transfer files and return the statuses, or the code of the start alone.
   std::vector<int> Upload(const std::vector<std::string>& names);
   std::vector<int> Download(const std::vector<std::string>& names);
-  bool WaitFinished() const;
-  std::vector<int> Statuses();
+  std::vector<int> Finish(int startResult = 1);
 
-  /// All log lines so far without their times, in the order of the files.
+  /// All log lines so far, without their times.
   std::string Log() const;
 
   CTempDirectory m_logs;

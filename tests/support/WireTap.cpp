@@ -32,7 +32,8 @@ bool Pass(int from, int to, std::string& copy) {
 
 }  // namespace
 
-CWireTap::CWireTap(int serverPort) : m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+CWireTap::CWireTap(int serverPort, const std::string& from)
+    : m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_in address = Loopback(0);
   socklen_t size = sizeof address;
   if (bind(m_listener, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
@@ -40,7 +41,7 @@ CWireTap::CWireTap(int serverPort) : m_listener(socket(AF_INET, SOCK_STREAM | SO
       getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &size) == 0) {
     m_nPort = ntohs(address.sin_port);
   }
-  m_thread = std::thread([this, serverPort] { Run(serverPort); });
+  m_thread = std::thread([this, serverPort, from] { Run(serverPort, from); });
 }
 
 CWireTap::~CWireTap() {
@@ -53,12 +54,16 @@ void CWireTap::WaitClosed() {
   if (m_thread.joinable()) m_thread.join();
 }
 
-void CWireTap::Run(int serverPort) {
+void CWireTap::Run(int serverPort, const std::string& from) {
   const int client = accept(m_listener, nullptr, nullptr);
   if (client < 0) return;
+  shutdown(m_listener, SHUT_RDWR);
   const int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in local = Loopback(0);
+  if (!from.empty()) inet_pton(AF_INET, from.c_str(), &local.sin_addr);
   const sockaddr_in address = Loopback(serverPort);
-  if (connect(server, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+  if (bind(server, reinterpret_cast<const sockaddr*>(&local), sizeof local) == 0 &&
+      connect(server, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
     pollfd fds[2] = {{client, POLLIN, 0}, {server, POLLIN, 0}};
     bool open = true;
     while (open && poll(fds, 2, -1) > 0) {

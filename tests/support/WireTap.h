@@ -4,10 +4,11 @@
 #include <thread>
 
 /// Stands between one client and a server on 127.0.0.1, passes every byte on
-/// and keeps what went each way.
+/// and keeps what went each way. A second connection is refused.
 class CWireTap {
  public:
-  explicit CWireTap(int serverPort);
+  /// @param from the address that the server sees; "" for 127.0.0.1
+  explicit CWireTap(int serverPort, const std::string& from = "");
   CWireTap(const CWireTap&) = delete;
   CWireTap& operator=(const CWireTap&) = delete;
   ~CWireTap();
@@ -20,7 +21,7 @@ class CWireTap {
   const std::string& FromServer() const { return m_strFromServer; }
 
  private:
-  void Run(int serverPort);
+  void Run(int serverPort, const std::string& from);
 
   int m_listener = -1;
   int m_nPort = 0;

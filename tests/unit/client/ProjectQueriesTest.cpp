@@ -64,14 +64,4 @@ TEST(ProjectQueries, ProjectDirectoryEndsWithABackslash) {
   EXPECT_THROW(client.SetPrjDir(""), std::out_of_range);
 }
 
-TEST(ProjectQueries, ProgressIsARatioThatMayPassOne) {
-  CTestClient client;
-  EXPECT_EQ(client.GetTrans(), 0.0F);
-  client.m_llTransBytes = 3;
-  client.m_TotalTransBytes = 4;
-  EXPECT_EQ(client.GetTrans(), 0.75F);
-  client.m_llTransBytes = 6;
-  EXPECT_EQ(client.GetTrans(), 1.5F);
-}
-
 }  // namespace

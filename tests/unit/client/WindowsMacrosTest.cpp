@@ -9,15 +9,9 @@
 #include <list>
 
 #define SendMessage SendMessageW
-#define GetMessage GetMessageW
 #define GetObject GetObjectW
 #define CreateFile CreateFileW
 #define DeleteFile DeleteFileW
-#define CreateDirectory CreateDirectoryW
-#define RemoveDirectory RemoveDirectoryW
-#define GetCurrentTime() GetTickCount()
-#define GetFreeSpace(w) (0x100000L)
-#define Yield()
 #define min(a, b) (((a) < (b)) ? (a) : (b))
 #define max(a, b) (((a) > (b)) ? (a) : (b))
 #define small char
@@ -25,12 +19,8 @@
 #define near
 #define far
 #define ERROR 0
-#define NO_ERROR 0
 #define IN
 #define OUT
-#define OPTIONAL
-#define CONST const
-#define DELETE (0x00010000L)
 
 #include "client/KQFileTransServiceClient.h"
 #include "net/DealNetData.h"
