@@ -190,6 +190,23 @@ TEST(ProgramTransfer, CutRunsNeverEndAsSuccesses) {
   EXPECT_FALSE(fs::exists(part));
 }
 
+TEST(ProgramTransfer, InterruptedGetEndsSoonAlsoBetweenTwoFiles) {
+  CServerProgram server;
+  const CWorkstation station(server, "127.0.0.2");
+  CTempDirectory local;
+  constexpr int kFiles = 150;  // small ones: the stop comes when none is sent
+  for (int i = 0; i < kFiles; ++i)
+    WriteWholeFile(server.ProjectPath("P/" + std::to_string(i)), "x");
+  const auto get = station.Start({"get", "P", "--into", local.Path()});
+  EXPECT_TRUE(WaitUntil([&] { return FileSize(local / "P/1.1.part") >= 0; }));
+  get->Signal(kInterrupt);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(get->Wait(), 130);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  EXPECT_EQ(station.Run({"get", "P", "--into", local.Path()}).m_nStatus, 0);
+  EXPECT_EQ(TreeOf(local / "P"), TreeOf(server.ProjectPath("P")));
+}
+
 TEST(ProgramTransfer, GetNeverMixesVersionsOrLeavesItsDirectory) {
   CServerProgram server;
   const CWorkstation station(server, "127.0.0.2");
