@@ -82,7 +82,7 @@ bool KillMidway(int round, const std::string& growing, std::size_t step, CProgra
 // How many times to kill; more with KQFT_KILL_ROUNDS.
 int KillRounds() {
   const char* rounds = std::getenv("KQFT_KILL_ROUNDS");
-  return rounds != nullptr ? std::atoi(rounds) : 4;
+  return rounds != nullptr ? std::atoi(rounds) : 2;
 }
 
 }  // namespace
@@ -141,7 +141,7 @@ TEST(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
 }
 
 TEST(ProgramResume, KilledUploadsGoOnWhereTheServersFileEnds) {
-  constexpr std::size_t kBlocks = 256;
+  constexpr std::size_t kBlocks = 128;
   const std::string whole = MeasurementBytes(kBlocks);
   CServerProgram server;
   CTempDirectory local;
@@ -157,7 +157,7 @@ TEST(ProgramResume, KilledUploadsGoOnWhereTheServersFileEnds) {
     const auto put = StartKqft(tap, logs, {"put", local / "P"});
     if (round == rounds) {
       EXPECT_EQ(put->Wait(), 0) << put->Error();
-    } else if (KillMidway(round, target, kBlocks * kMiB / 32, *put, server)) {
+    } else if (KillMidway(round, target, kBlocks * kMiB / 16, *put, server)) {
       ++killed;
     }
     tap.WaitClosed();
@@ -177,7 +177,7 @@ TEST(ProgramResume, KilledUploadsGoOnWhereTheServersFileEnds) {
 }
 
 TEST(ProgramResume, KilledDownloadsGoOnWhereTheLocalFileEnds) {
-  constexpr std::size_t kBlocks = 256;
+  constexpr std::size_t kBlocks = 128;
   const std::string whole = MeasurementBytes(kBlocks);
   CServerProgram server;
   CTempDirectory local;
@@ -193,7 +193,7 @@ TEST(ProgramResume, KilledDownloadsGoOnWhereTheLocalFileEnds) {
     const auto get = StartKqft(tap, logs, {"get", "P", "--into", local.Path()});
     if (round == rounds) {
       EXPECT_EQ(get->Wait(), 0) << get->Error();
-    } else if (KillMidway(round, part, kBlocks * kMiB / 32, *get, server)) {
+    } else if (KillMidway(round, part, kBlocks * kMiB / 16, *get, server)) {
       ++killed;
     }
     tap.WaitClosed();
