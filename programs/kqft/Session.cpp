@@ -242,6 +242,7 @@ std::vector<int> CSession::Statuses() {
   std::vector<Channel_Key_Value> records;
   Channel_Key_Value::ConvertXMLToValue(xml, records);
   std::vector<int> statuses;
+  statuses.reserve(records.size());
   for (const Channel_Key_Value& record : records) statuses.push_back(record.m_nStatus);
   return statuses;
 }

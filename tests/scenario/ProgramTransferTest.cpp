@@ -118,7 +118,7 @@ TEST(ProgramTransfer, EveryFileThatFailsIsNamedAndTheOthersArrive) {
   EXPECT_TRUE(Holds(put.m_strOutput, "\"code\":-8,\"code_name\":\"CREATE_FILE_ERROR\""));
   EXPECT_TRUE(Holds(put.m_strOutput, "\"exit_status\":1,"));
 
-  const SRun get = station.Run({"get", "P", "a.txt", "nosuch", "--into", local / "in"});
+  const SRun get = station.Run({"get", "P", "a.txt", "nosuch", "a.txt", "--into", local / "in"});
   EXPECT_EQ(get.m_nStatus, 1);
   EXPECT_EQ(ReadWholeFile(local / "in/P/a.txt"), "a");
   EXPECT_TRUE(Holds(get.m_strError, "P/nosuch: the server cannot open the file (-7 "));
