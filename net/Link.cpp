@@ -16,7 +16,7 @@ namespace {
 
 // Received at a time. Large enough to hold several data packets whole, small
 // enough to stay in a core's cache.
-constexpr std::size_t kReceiveBytes = 256 * 1024;
+constexpr std::size_t kReceiveBytes = std::size_t{256} << 10;
 
 constexpr std::size_t kShellLocks = 32;
 

@@ -117,7 +117,7 @@ std::shared_ptr<CLink> CNetWorkCore::AddLink(std::unique_ptr<IStreamSocket> sock
                          kKeepAliveProbes);
   }
   std::shared_ptr<CLink> older;
-  const std::shared_ptr<CLink> link = RegisterLink(std::move(socket), older);
+  std::shared_ptr<CLink> link = RegisterLink(std::move(socket), older);
   if (link == nullptr) return nullptr;
   // The order of set-ups is the order of accepting, unless an older link with
   // the same address and port has still to be announced gone.
@@ -139,7 +139,7 @@ std::shared_ptr<CLink> CNetWorkCore::RegisterLink(std::unique_ptr<IStreamSocket>
   if (m_bStopping) return nullptr;  // Stop has already seen every link there is
   std::shared_ptr<CAddressLane>& lane = m_lanes[socket->RemoteIP()];
   if (lane == nullptr) lane = std::make_shared<CAddressLane>();
-  const auto link = std::make_shared<CLink>(*this, std::move(socket), NextSerial(), lane);
+  auto link = std::make_shared<CLink>(*this, std::move(socket), NextSerial(), lane);
   for (const SEntry& entry : m_links) {
     if (entry.m_pLink->IP() == link->IP() && entry.m_pLink->Port() == link->Port()) {
       older = entry.m_pLink;

@@ -49,7 +49,7 @@ std::string WhyUnusable(const std::string& directory) {
 }
 
 std::string UserStateDirectory() {
-  if (const std::string state = EnvironmentWord("XDG_STATE_HOME"); !state.empty()) return state;
+  if (std::string state = EnvironmentWord("XDG_STATE_HOME"); !state.empty()) return state;
   if (const std::string home = EnvironmentWord("HOME"); !home.empty()) {
     return (fs::path(home) / ".local" / "state").string();
   }

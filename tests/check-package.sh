@@ -34,7 +34,7 @@ find_package(KQFileTransService REQUIRED)
 add_executable(app app.cpp)
 target_link_libraries(app PRIVATE KQFileTransService::KQFileTransService)
 END
-cmake -S "$work/app" -B "$work/app/build" -DCMAKE_PREFIX_PATH="$work/prefix" \
+cmake -G Ninja -S "$work/app" -B "$work/app/build" -DCMAKE_PREFIX_PATH="$work/prefix" \
   -DCMAKE_CXX_COMPILER="$compiler" >/dev/null
 cmake --build "$work/app/build" >/dev/null
 

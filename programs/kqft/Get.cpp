@@ -43,15 +43,21 @@ std::vector<SWanted> Choose(const std::vector<SWanted>& listed, const std::strin
                             const std::vector<std::string>& arguments) {
   if (arguments.empty()) return listed;
   std::vector<SWanted> wanted;
+  std::set<std::string> taken;  // a file that is named twice is fetched once
   for (const std::string& argument : arguments) {
     const std::string name = Slashed(argument);
-    const std::size_t before = wanted.size();
-    std::copy_if(listed.begin(), listed.end(), std::back_inserter(wanted),
-                 [&](const SWanted& file) { return IsMeant(Slashed(file.m_strBelow), name); });
-    if (wanted.size() > before) continue;
+    bool isListed = false;
+    for (const SWanted& file : listed) {
+      if (!IsMeant(Slashed(file.m_strBelow), name)) continue;
+      isListed = true;
+      if (taken.insert(file.m_strServer).second) wanted.push_back(file);
+    }
+    if (isListed) continue;
     std::string below = name;
     std::replace(below.begin(), below.end(), '/', '\\');
-    wanted.push_back({projectPath + "\\" + below, below});
+    std::string full = projectPath;
+    full += "\\" + below;
+    if (taken.insert(full).second) wanted.push_back({full, below});
   }
   return wanted;
 }
@@ -105,6 +111,7 @@ int FindItems(CSession& session, COutput& output, const SOptions& options, const
   if (result != RESULT_OK) return FailQuestion(output, result);
   const std::string projectPath = directory + options.m_strProject;
   std::vector<SWanted> listed;
+  listed.reserve(files.size());
   for (const Channel_Key_Value& file : files) {
     listed.push_back({file.m_strName, NameBelowProject(file, projectPath)});
   }

@@ -226,9 +226,10 @@ std::string WhyNoPut(const SOptions& options) {
     std::error_code error;
     if (!fs::exists(path, error)) return path + ": no such file or directory";
     const std::string project = ProjectOf(path, options);
-    if (project.empty()) return path + ": a single file needs --project NAME";
+    std::string problem = path;
+    if (project.empty()) return problem.append(": a single file needs --project NAME");
     if (const std::string why = WhyNoProject(project); !why.empty()) {
-      return path + ": cannot become a project: " + why + "; use --project NAME";
+      return problem.append(": cannot become a project: " + why + "; use --project NAME");
     }
   }
   return "";

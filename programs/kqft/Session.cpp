@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <functional>
+#include <future>
 #include <thread>
 
 #include "net/IOCPBuffer.h"
@@ -24,6 +24,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kPatience(1500);  // a longer wait is explained
 constexpr milliseconds kLateAnswers(1000);
+constexpr milliseconds kConfirmation(200);
 constexpr int kWarmUpTries = 4;
 constexpr int kFileEndWaitMs = 30000;
 constexpr int kCourtesyWaitMs = 5000;
@@ -212,7 +213,17 @@ void CSession::StopMoving() {
     gently = !m_bLostRanges;
     m_bStopping = true;
   }
-  if (!gently || StopTrans() != RESULT_OK) Abort();
+  if (!gently || !StopConfirmed()) Abort();
+}
+
+// A server that had just sent the end of a file does not confirm the stop.
+// Once the worker has ended, a confirmation that is not here yet is none.
+bool CSession::StopConfirmed() {
+  std::future<int> stopped = std::async(std::launch::async, [this] { return StopTrans(); });
+  while (stopped.wait_for(kConfirmation) != std::future_status::ready) {
+    if (!IsMoving()) m_evTransEnd->SetKQEvent();
+  }
+  return stopped.get() == RESULT_OK && !IsMoving();
 }
 
 // The network is gone before the events are set: a worker that resets one
@@ -231,6 +242,7 @@ std::vector<int> CSession::Statuses() {
   std::vector<Channel_Key_Value> records;
   Channel_Key_Value::ConvertXMLToValue(xml, records);
   std::vector<int> statuses;
+  statuses.reserve(records.size());
   for (const Channel_Key_Value& record : records) statuses.push_back(record.m_nStatus);
   return statuses;
 }

@@ -103,6 +103,7 @@ class CSession : public CKQFileTransServiceClient {
  private:
   int Checked(int result) const;
   int WarmUp();
+  bool StopConfirmed();
   bool TakeLostInfo();
   void KeepSize(std::int64_t size);
   void ReleaseWaiting();

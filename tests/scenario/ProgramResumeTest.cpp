@@ -36,7 +36,7 @@ std::string MeasurementBytes(std::size_t blocks) {
 void KillAgainAndAgain(CServerProgram& server, Arguments command, const std::string& growing,
                        const std::function<void(std::int64_t held, const CWireTap& tap)>& check) {
   const char* more = std::getenv("KQFT_KILL_ROUNDS");
-  const int rounds = more != nullptr ? std::atoi(more) : 4;
+  const int rounds = more != nullptr ? std::atoi(more) : 2;
   static std::mt19937 random(11);
   command.insert(command.begin(), {"--retries", "0"});
   int killed = 0;
@@ -114,7 +114,7 @@ TEST(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
 }
 
 TEST(ProgramResume, KilledUploadsGoOnWhereTheServersFileEnds) {
-  const std::string whole = MeasurementBytes(256);
+  const std::string whole = MeasurementBytes(128);
   CServerProgram server;
   CTempDirectory local;
   WriteWholeFile(local / "P/Run.tm", whole);
@@ -133,7 +133,7 @@ TEST(ProgramResume, KilledUploadsGoOnWhereTheServersFileEnds) {
 }
 
 TEST(ProgramResume, KilledDownloadsGoOnWhereTheLocalFileEnds) {
-  const std::string whole = MeasurementBytes(256);
+  const std::string whole = MeasurementBytes(128);
   CServerProgram server;
   CTempDirectory local;
   WriteWholeFile(server.ProjectPath("P/Run.tm"), whole);

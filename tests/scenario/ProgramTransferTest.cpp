@@ -97,7 +97,8 @@ TEST_F(ProgramTransfer, EveryFileThatFailsIsNamedAndTheOthersArrive) {
   EXPECT_TRUE(Holds(put->Output(), "\"code\":-8,\"code_name\":\"CREATE_FILE_ERROR\""));
   EXPECT_TRUE(Holds(put->Output(), "\"exit_status\":1,"));
 
-  const auto get = m_station.Run({"get", "P", "a.txt", "nosuch", "--into", m_local / "in"});
+  const auto get =
+      m_station.Run({"get", "P", "a.txt", "nosuch", "a.txt", "--into", m_local / "in"});
   EXPECT_EQ(get->Wait(), 1);
   EXPECT_EQ(ReadWholeFile(m_local / "in/P/a.txt"), "a.txt");
   EXPECT_TRUE(Holds(get->Error(), "P/nosuch: the server cannot open the file (-7 "));
@@ -130,6 +131,22 @@ TEST_F(ProgramTransfer, PutOutlivesAServerThatIsKilledAndComesBack) {
   EXPECT_EQ(put->Wait(), 0) << put->Error();
   EXPECT_EQ(FileSize(target), kBigFile);
   EXPECT_EQ(ReadWholeFile(m_server.ProjectPath("P/last.txt")), "last");
+}
+
+TEST_F(ProgramTransfer, InterruptedGetEndsSoonAlsoBetweenTwoFiles) {
+  constexpr int kFiles = 150;  // small ones: the stop comes when none is sent
+  for (int i = 0; i < kFiles; ++i) {
+    WriteWholeFile(m_server.ProjectPath("P/" + std::to_string(i)), "x");
+  }
+  const Arguments command = {"get", "P", "--into", m_local.Path()};
+  const auto get = m_station.Start(command);
+  EXPECT_TRUE(WaitUntil([&] { return FileSize(m_local / "P/0") >= 0; }));
+  get->Signal(SIGINT);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(get->Wait(), 130);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
+  EXPECT_EQ(m_station.Start(command)->Wait(), 0);
+  EXPECT_EQ(TreeOf(m_local / "P"), TreeOf(m_server.ProjectPath("P")));
 }
 
 TEST_F(ProgramTransfer, GetNeverMixesVersionsOrLeavesItsDirectory) {

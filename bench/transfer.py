@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Uploads one large file with kqft beside the floor program, in one run.
+"""Moves one large file with kqft, up and down, beside the floor program.
 
-  bench/upload.py BUILD_DIR [--gib N] [--rounds N] [--stop SECONDS]
+  bench/transfer.py BUILD_DIR [--gib N] [--rounds N] [--stop SECONDS]
 
-Both move the same file between two directories on a memory file system over
+All move the same file between two directories on a memory file system over
 loopback, in turns. Prints each round, the medians and their ratio, CPU
 seconds per GiB of both sides together, and how far each program's memory
 grew beyond what it had when idle. With --stop, one more upload follows whose
@@ -81,37 +81,44 @@ def run_floor(build, source, target):
     return time.monotonic() - start, cpu_seconds() - before
 
 
-def run_kqft(build, source, directory, stop=0):
-    """One upload; returns seconds, CPU seconds and both memory growths."""
+def run_kqft(build, source, directory, command, stop=0):
+    """One put or get; returns seconds, CPU seconds and both memory growths."""
+    project = os.path.join(directory, "bench")
     before = cpu_seconds()
     server, port = start_server(build, directory)
     idle = memory_kib(server.pid, "VmRSS")
+    call = [f"{build}/bin/kqft", "--server", f"127.0.0.1:{port}", "--log-dir", directory + ".log"]
+    if command == "put":
+        call += ["put", source, "--project", "bench"]
+        copy = os.path.join(project, os.path.basename(source))
+    else:
+        os.makedirs(project)
+        os.link(source, os.path.join(project, os.path.basename(source)))
+        call += ["get", "bench", "--into", directory + ".back"]
+        copy = os.path.join(directory + ".back", "bench", os.path.basename(source))
     start = time.monotonic()
-    client = subprocess.Popen(
-        [f"{build}/bin/kqft", "--server", f"127.0.0.1:{port}", "--log-dir",
-         directory + ".log", "put", source, "--project", "bench"],
-        stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+    client = subprocess.Popen(call, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
     peak = Peak(client.pid)
     if stop:
         half = os.path.getsize(source) // 2
-        path = os.path.join(directory, "bench", os.path.basename(source))
-        while client.poll() is None and (not os.path.exists(path) or os.path.getsize(path) < half):
+        while client.poll() is None and (not os.path.exists(copy) or os.path.getsize(copy) < half):
             time.sleep(0.005)
         server.send_signal(signal.SIGSTOP)
         time.sleep(stop)
         server.send_signal(signal.SIGCONT)
     errors = client.stderr.read()
     if client.wait() != 0:
-        sys.exit(f"kqft put failed: {errors.decode(errors='replace')}")
+        sys.exit(f"kqft {command} failed: {errors.decode(errors='replace')}")
     seconds = time.monotonic() - start
     server_growth = memory_kib(server.pid, "VmHWM") - idle
     server.send_signal(signal.SIGTERM)
     server.wait()
-    copy = os.path.join(directory, "bench", os.path.basename(source))
+    spent = cpu_seconds() - before
     if not filecmp.cmp(source, copy, shallow=False):
-        sys.exit("the uploaded file differs")
-    os.unlink(copy)
-    return seconds, cpu_seconds() - before, server_growth / 1024, peak.kib / 1024
+        sys.exit("the copy differs")
+    shutil.rmtree(project, ignore_errors=True)
+    shutil.rmtree(directory + ".back", ignore_errors=True)
+    return seconds, spent, server_growth / 1024, peak.kib / 1024
 
 
 def main():
@@ -132,25 +139,27 @@ def main():
         os.makedirs(directory)
         os.makedirs(directory + ".log")
         print(f"{platform.machine()}, {os.cpu_count()} cores, {args.gib} GiB, build {args.build}")
-        floors, ours = [], []
+        floors, ours = [], {"put": [], "get": []}
         for _ in range(args.rounds):
             floors.append(run_floor(args.build, source, os.path.join(root, "copy")))
             os.unlink(os.path.join(root, "copy"))
-            ours.append(run_kqft(args.build, source, directory))
-            print(f"  floor {floors[-1][0]:.2f} s, kqft put {ours[-1][0]:.2f} s")
+            for command, runs in ours.items():
+                runs.append(run_kqft(args.build, source, directory, command))
+            print(f"  floor {floors[-1][0]:.2f} s, kqft put {ours['put'][-1][0]:.2f} s, "
+                  f"get {ours['get'][-1][0]:.2f} s")
         floor = statistics.median(t for t, _ in floors)
-        put = statistics.median(o[0] for o in ours)
-        floor_cpu = statistics.median(c for _, c in floors) / args.gib
-        put_cpu = statistics.median(o[1] for o in ours) / args.gib
-        print(f"throughput, kqft put over floor: {floor / put:.2f}")
-        print(f"CPU per GiB, kqft put over floor: {put_cpu / floor_cpu:.2f}")
-        print(f"server grew by {max(o[2] for o in ours):.0f} MiB, "
-              f"client held at most {max(o[3] for o in ours):.0f} MiB in all")
+        floor_cpu = statistics.median(c for _, c in floors)
+        for command, runs in ours.items():
+            print(f"{command} over floor: throughput "
+                  f"{floor / statistics.median(r[0] for r in runs):.2f}, CPU per GiB "
+                  f"{statistics.median(r[1] for r in runs) / floor_cpu:.2f}; server grew by "
+                  f"{max(r[2] for r in runs):.1f} MiB, client held at most "
+                  f"{max(r[3] for r in runs):.1f} MiB in all")
         if args.stop:
-            stopped = run_kqft(args.build, source, directory, args.stop)
-            print(f"server stopped for {args.stop:.0f} s in the middle: whole after "
-                  f"{stopped[0]:.1f} s, server grew by {stopped[2]:.0f} MiB, "
-                  f"client held at most {stopped[3]:.0f} MiB in all")
+            stopped = run_kqft(args.build, source, directory, "put", args.stop)
+            print(f"put with the server stopped for {args.stop:.0f} s in the middle: whole after "
+                  f"{stopped[0]:.1f} s, server grew by {stopped[2]:.1f} MiB, "
+                  f"client held at most {stopped[3]:.1f} MiB in all")
     finally:
         shutil.rmtree(root, ignore_errors=True)
 

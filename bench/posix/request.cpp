@@ -1,0 +1,161 @@
+// Question and answer: the time of a 2511 beside that of a bare TCP echo of
+// the same bytes, first on an idle server, then while others download.
+//
+//   kqft-request [LOADERS]
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "net/NetWorkManageEx.h"
+#include "net/NetWorkPackHead.h"
+#include "protocol/MessageCodes.h"
+#include "server/KQFileTransServiceServer.h"
+
+namespace {
+
+constexpr int kQuestions = 5000;
+constexpr int kDefaultLoaders = 8;
+constexpr std::int64_t kLoadFileBytes = std::int64_t{64} << 30;
+
+class CServer : public CKQFileTransServiceServer {
+ public:
+  ~CServer() override { Stop(); }
+  int Port() const { return m_pPrimaryNetWork->GetListenPort(); }
+};
+
+int Connect(int port, const std::string& from) {
+  const int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  inet_pton(AF_INET, from.c_str(), &address.sin_addr);
+  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) std::exit(1);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) std::exit(1);
+  const int on = 1;
+  setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  return fd;
+}
+
+std::string Packet(int code, const std::string& body) {
+  CNetWorkPackHead head;
+  head.SetCode(static_cast<unsigned>(code));
+  head.SetBodyLength(static_cast<unsigned>(body.size()));
+  std::string packet(kPackHeadBytes, '\0');
+  head.CopyTo(packet.data());
+  return packet + body;
+}
+
+bool ReceiveAll(int fd, char* data, std::size_t bytes) {
+  return recv(fd, data, bytes, MSG_WAITALL) == static_cast<ssize_t>(bytes);
+}
+
+struct STimes {
+  double m_dMedian;
+  double m_dNinetyNinth;
+};
+
+// Microseconds from the question to its whole answer.
+STimes Ask(int fd, std::size_t answerBytes) {
+  using Clock = std::chrono::steady_clock;
+  const std::string question = Packet(NET_CTS_GETPRJDIR, "");
+  std::vector<char> answer(answerBytes);
+  std::vector<double> times;
+  for (int i = 0; i < kQuestions; ++i) {
+    const auto start = Clock::now();
+    if (send(fd, question.data(), question.size(), MSG_NOSIGNAL) < 0 ||
+        !ReceiveAll(fd, answer.data(), answer.size())) {
+      std::exit(1);
+    }
+    times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
+  }
+  std::sort(times.begin(), times.end());
+  return {times[times.size() / 2], times[times.size() * 99 / 100]};
+}
+
+// Answers everything by itself.
+int StartEcho() {
+  const int listener = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  if (bind(listener, reinterpret_cast<sockaddr*>(&address), size) != 0) std::exit(1);
+  listen(listener, 1);
+  getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+  std::thread([listener] {
+    const int fd = accept(listener, nullptr, nullptr);
+    const int on = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    char data[256];
+    for (ssize_t n = 0; (n = recv(fd, data, sizeof data, 0)) > 0;) {
+      if (send(fd, data, static_cast<std::size_t>(n), MSG_NOSIGNAL) < 0) break;
+    }
+  }).detach();
+  return ntohs(address.sin_port);
+}
+
+void Load(int port, int number, const std::string& path, const std::atomic<bool>& stop) {
+  const int fd = Connect(port, "127.0.2." + std::to_string(number));
+  const std::string start = Packet(NET_CTS_PREPARETRANS_FILE, std::string(8, '\0') + path);
+  send(fd, start.data(), start.size(), MSG_NOSIGNAL);
+  std::vector<char> data(1 << 20);
+  while (!stop && recv(fd, data.data(), data.size(), 0) > 0) {
+  }
+  close(fd);
+}
+
+void Compare(const char* title, int server, int echo, std::size_t answerBytes) {
+  const STimes bare = Ask(echo, kPackHeadBytes);
+  const STimes ours = Ask(server, answerBytes);
+  std::printf(
+      "%s: echo median %.1f us, 99th %.1f us; 2511 median %.1f us, 99th %.1f us; ratio %.2f\n",
+      title, bare.m_dMedian, bare.m_dNinetyNinth, ours.m_dMedian, ours.m_dNinetyNinth,
+      ours.m_dMedian / bare.m_dMedian);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const int loaders = argc > 1 ? std::atoi(argv[1]) : kDefaultLoaders;
+  char pattern[] = "/tmp/kqft-request.XXXXXX";
+  if (mkdtemp(pattern) == nullptr) return 1;
+  const std::string directory = std::string(pattern) + "/";
+  const std::string file = directory + "load";
+  std::ofstream(file).close();
+  std::filesystem::resize_file(file, kLoadFileBytes);
+  {
+    CServer server;
+    server.SetPrjDir(directory);
+    server.SetLog(directory, false);
+    if (!server.Init(0)) return 1;
+    const int echo = Connect(StartEcho(), "127.0.0.1");
+    const int asking = Connect(server.Port(), "127.0.1.1");
+    Compare("idle", asking, echo, kPackHeadBytes + directory.size());
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int i = 1; i <= loaders; ++i) {
+      threads.emplace_back([&, i] { Load(server.Port(), i, file, stop); });
+    }
+    const std::string title = "beside " + std::to_string(loaders) + " downloads";
+    Compare(title.c_str(), asking, echo, kPackHeadBytes + directory.size());
+    stop = true;
+    for (std::thread& thread : threads) thread.join();
+  }
+  std::filesystem::remove_all(directory);
+  return 0;
+}
