@@ -140,7 +140,7 @@ TEST_F(ProgramTransfer, InterruptedGetEndsSoonAlsoBetweenTwoFiles) {
   }
   const Arguments command = {"get", "P", "--into", m_local.Path()};
   const auto get = m_station.Start(command);
-  EXPECT_TRUE(WaitUntil([&] { return FileSize(m_local / "P/0") >= 0; }));
+  EXPECT_TRUE(WaitUntil([&] { return FileSize(m_local / "P/1.1.part") >= 0; }));
   get->Signal(SIGINT);
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(get->Wait(), 130);

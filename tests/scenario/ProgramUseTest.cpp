@@ -1,6 +1,12 @@
 // How the programs are called, what they refuse, and how they end.
 
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstring>
 #include <list>
 
 #include "support/Programs.h"
@@ -25,29 +31,25 @@ TEST(ProgramUse, KqftTellsWrongUseFromAServerThatIsNotThere) {
                                  {"rm", "--yes", ""},
                                  {"rm", "--yes", "a\\b"},
                                  {"rm", "P"},
-                                 {"--retries", "-1", "ls"},
-                                 {"--config", directory / "nosuchfile", "ls"}};
+                                 {"--retries", "-1", "ls"}};
   for (const Arguments& wrong : wrongUses) {
     EXPECT_EQ(nobody.Start(wrong)->Wait(), 2) << (wrong.empty() ? "" : wrong.back());
   }
   EXPECT_EQ(nobody.Start({"ls"})->Wait(), 3);
   EXPECT_EQ(nobody.Start({"--help"})->Wait(), 0);
-  EXPECT_EQ(RunProgram(KQFT_PROGRAM, {"--version"})->Output().substr(0, 5), "kqft ");
+  EXPECT_EQ(nobody.Run({"--version"})->Output().substr(0, 5), "kqft ");
 }
 
 TEST(ProgramUse, ConfigurationFileYieldsToTheCommandLine) {
   CServerProgram server;
+  const CWorkstation station(server.Port());
   CTempDirectory directory;
-  const std::string good = directory / "good.conf", bad = directory / "bad.conf";
-  WriteWholeFile(good, "# comment\nserver = 127.0.0.1:" + std::to_string(server.Port()) +
-                           "\nlog-dir = " + directory.Path() + "\n");
-  WriteWholeFile(bad, "serverr = x\n");
-  const auto run = [](const Arguments& arguments) {
-    return RunProgram(KQFT_PROGRAM, arguments)->Wait();
-  };
-  EXPECT_EQ(run({"--config", good, "dir"}), 0);
-  EXPECT_EQ(run({"--config", good, "--server", "127.0.0.1:1", "dir"}), 3);
-  EXPECT_EQ(run({"--config", bad, "dir"}), 2);
+  WriteWholeFile(directory / "bad.conf", "serverr = x\n");
+  EXPECT_EQ(station.Start({"dir"})->Wait(), 0);
+  EXPECT_EQ(station.Start({"--server", "127.0.0.1:1", "dir"})->Wait(), 3);
+  for (const char* wrong : {"bad.conf", "missing.conf"}) {
+    EXPECT_EQ(CProgram(KQFT_PROGRAM, {"--config", directory / wrong, "dir"}).Wait(), 2);
+  }
 }
 
 TEST(ProgramUse, ServerThatCannotServeSaysWhyInOneLine) {
@@ -55,8 +57,9 @@ TEST(ProgramUse, ServerThatCannotServeSaysWhyInOneLine) {
   CTempDirectory good;
   WriteWholeFile(good / "file", "x");
   const auto run = [](const std::string& dir, const std::string& logs, int port) {
-    return RunProgram(KQFT_SERVER_PROGRAM, {"--dir", dir, "--log-dir", logs, "--listen",
-                                            "127.0.0.1", "--port", std::to_string(port)});
+    return std::make_unique<CProgram>(
+        KQFT_SERVER_PROGRAM, Arguments{"--dir", dir, "--log-dir", logs, "--listen", "127.0.0.1",
+                                       "--port", std::to_string(port)});
   };
   for (const auto& program :
        {run(good / "nosuch", good.Path(), 0), run(good / "file", good.Path(), 0),
@@ -66,8 +69,8 @@ TEST(ProgramUse, ServerThatCannotServeSaysWhyInOneLine) {
     EXPECT_EQ(Lines(program->Error()), 1) << program->Error();
   }
   EXPECT_EQ(run(good.Path(), good.Path(), 65536)->Wait(), 2);
-  EXPECT_EQ(RunProgram(KQFT_SERVER_PROGRAM, {"--port", "0"})->Wait(), 2);
-  EXPECT_EQ(RunProgram(KQFT_SERVER_PROGRAM, {"--help"})->Wait(), 0);
+  EXPECT_EQ(CProgram(KQFT_SERVER_PROGRAM, {"--port", "0"}).Wait(), 2);
+  EXPECT_EQ(CProgram(KQFT_SERVER_PROGRAM, {"--help"}).Wait(), 0);
 }
 
 TEST(ProgramUse, ServerEndsSoonHoweverManySessionsHaveStoredData) {
@@ -90,16 +93,30 @@ TEST(ProgramUse, ServerEndsSoonHoweverManySessionsHaveStoredData) {
 }
 
 TEST(ProgramUse, ServerTellsItsStateToServiceManagerAndOutputStream) {
-  const CServiceManager manager;
+  const CTempDirectory directory;
+  const int manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address = {AF_UNIX, {}};
+  std::strncpy(address.sun_path, (directory / "notify").c_str(), sizeof address.sun_path - 1);
+  ASSERT_EQ(bind(manager, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  const timeval limit{60, 0};
+  setsockopt(manager, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  const auto next = [&] {
+    char text[256] = {};
+    recv(manager, text, sizeof text - 1, 0);
+    return std::string(text);
+  };
+  setenv("NOTIFY_SOCKET", address.sun_path, 1);
   CServerProgram server;
-  EXPECT_EQ(manager.Next(), "READY=1");
+  unsetenv("NOTIFY_SOCKET");
+  EXPECT_EQ(next(), "READY=1");
   EXPECT_EQ(CWorkstation(server.Port()).Start({"ls"})->Wait(), 0);
   EXPECT_TRUE(WaitUntil([&] { return Lines(server.Process().Output()) == 2; }));
   EXPECT_EQ(server.Process().Output().substr(0, 21), "new client:127.0.0.2:");
   EXPECT_NE(server.Process().Output().find("\nclient disconnect:127.0.0.2:"), std::string::npos);
   server.Process().Signal(SIGINT);
-  EXPECT_EQ(manager.Next(), "STOPPING=1");
+  EXPECT_EQ(next(), "STOPPING=1");
   EXPECT_EQ(server.Process().Wait(), 0);
+  close(manager);
 }
 
 }  // namespace

@@ -3,17 +3,9 @@
 #include "support/Programs.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <poll.h>
 #include <spawn.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <cstring>
 
 namespace {
 
@@ -67,12 +59,6 @@ std::int64_t CProgram::MemoryBytes() const {
   return std::stoll(counts.substr(counts.find(' '))) * getpagesize();
 }
 
-std::unique_ptr<CProgram> RunProgram(const std::string& path, const Arguments& arguments) {
-  auto program = std::make_unique<CProgram>(path, arguments);
-  program->Wait();
-  return program;
-}
-
 void CServerProgram::Start() {
   m_pProcess = std::make_unique<CProgram>(
       KQFT_SERVER_PROGRAM, Arguments{"--dir", m_projects.Path(), "--log-dir", m_logs.Path(),
@@ -84,41 +70,19 @@ void CServerProgram::Start() {
   m_nPort = std::stoi(line.substr(ready.size()));
 }
 
-CWorkstation::CWorkstation(int port, const std::string& address)
-    : m_vecCommon{"--server",   "127.0.0.1:" + std::to_string(port), "--bind", address, "--log-dir",
-                  m_logs.Path()} {}
+CWorkstation::CWorkstation(int port, const std::string& address) {
+  WriteWholeFile(m_directory / "kqft.conf",
+                 "# of this workstation\nserver = 127.0.0.1:" + std::to_string(port) +
+                     "\nbind = " + address + "\nlog-dir = " + m_directory.Path() + "\n");
+}
 
-std::unique_ptr<CProgram> CWorkstation::Start(const Arguments& arguments) const {
-  Arguments all = m_vecCommon;
-  all.insert(all.end(), arguments.begin(), arguments.end());
-  return std::make_unique<CProgram>(KQFT_PROGRAM, all);
+std::unique_ptr<CProgram> CWorkstation::Start(Arguments arguments) const {
+  arguments.insert(arguments.begin(), {"--config", m_directory / "kqft.conf"});
+  return std::make_unique<CProgram>(KQFT_PROGRAM, arguments);
 }
 
 std::unique_ptr<CProgram> CWorkstation::Run(const Arguments& arguments) const {
   auto program = Start(arguments);
   program->Wait();
   return program;
-}
-
-CServiceManager::CServiceManager() : m_nSocket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-  const std::string path = m_directory / "notify";
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-  EXPECT_EQ(bind(m_nSocket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-  setenv("NOTIFY_SOCKET", path.c_str(), 1);
-}
-
-CServiceManager::~CServiceManager() {
-  unsetenv("NOTIFY_SOCKET");
-  close(m_nSocket);
-}
-
-std::string CServiceManager::Next() const {
-  constexpr int kLongestWaitMs = 60000;
-  pollfd ready = {m_nSocket, POLLIN, 0};
-  if (poll(&ready, 1, kLongestWaitMs) != 1) return "";
-  char text[256];
-  const ssize_t bytes = recv(m_nSocket, text, sizeof(text), 0);
-  return std::string(text, static_cast<std::size_t>(std::max<ssize_t>(bytes, 0)));
 }

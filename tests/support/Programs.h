@@ -40,9 +40,6 @@ class CProgram {
   int m_nStatus = -1;  // once it has ended
 };
 
-/// A program that has ended.
-std::unique_ptr<CProgram> RunProgram(const std::string& path, const Arguments& arguments);
-
 /// A kqft-server with directories of its own, ready.
 class CServerProgram {
  public:
@@ -63,32 +60,15 @@ class CServerProgram {
 };
 
 /// A workstation: calls kqft from a local address of its own, since the
-/// server tells clients apart by their address.
+/// server tells clients apart by their address. A configuration file names
+/// server and address.
 class CWorkstation {
  public:
   explicit CWorkstation(int port, const std::string& address = "127.0.0.2");
 
-  std::unique_ptr<CProgram> Start(const Arguments& arguments) const;
+  std::unique_ptr<CProgram> Start(Arguments arguments) const;
   std::unique_ptr<CProgram> Run(const Arguments& arguments) const;  ///< to its end
 
  private:
-  CTempDirectory m_logs;
-  const Arguments m_vecCommon;  // of every call
-};
-
-/// Plays the service manager for the programs that this test starts from now
-/// on: hears what they tell about their state.
-class CServiceManager {
- public:
-  CServiceManager();
-  CServiceManager(const CServiceManager&) = delete;
-  CServiceManager& operator=(const CServiceManager&) = delete;
-  ~CServiceManager();
-
-  /// The next message; waits at most 60 s for it.
-  std::string Next() const;
-
- private:
   CTempDirectory m_directory;
-  int m_nSocket;
 };

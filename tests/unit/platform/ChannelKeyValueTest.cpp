@@ -2,8 +2,6 @@
 
 #include "platform/ChannelKeyValue.h"
 
-#include <gtest/gtest.h>
-
 #include "support/TestSystem.h"
 
 namespace {

@@ -2,8 +2,6 @@
 
 #include "platform/ExpertUtils.h"
 
-#include <gtest/gtest.h>
-
 #include "platform/GBKUTF8Transfer.h"
 
 namespace {

@@ -2,10 +2,7 @@
 
 #include "platform/KQFile.h"
 
-#include <gtest/gtest.h>
-
 #include "platform/HardWareCommon.h"
-#include "platform/KQEvent.h"
 #include "support/TestSystem.h"
 
 namespace {
@@ -86,37 +83,6 @@ TEST(KQFile, AClosedHandleNeverReachesAFileOpenedLater) {
   file.CloseIf(file.GetHandle());
   EXPECT_FALSE(file.IsOpen());
   EXPECT_EQ(CHardWareCommon::GetFileSize(temp / "new"), 0U);
-}
-
-// A file whose write lasts until the test lets it go on.
-class CSlowFile final : public ISystemFile {
- public:
-  CSlowFile(CKQEvent& begun, CKQEvent& goOn) : m_begun(begun), m_goOn(goOn) {}
-  std::int64_t ReadAt(char*, std::size_t, std::int64_t) override { return 0; }
-  std::int64_t WriteAt(const char*, std::size_t size, std::int64_t, ESystemError&) override {
-    m_begun.SetKQEvent();
-    return m_goOn.Wait(60000) == 0 ? static_cast<std::int64_t>(size) : -1;
-  }
-  bool Flush() override { return true; }
-
- private:
-  CKQEvent& m_begun;
-  CKQEvent& m_goOn;
-};
-
-TEST(KQFile, ClosingDoesNotWaitForAWriteThatRunsAndThatOneStillSucceeds) {
-  CKQEvent begun;
-  CKQEvent goOn;
-  CKQFile file;
-  file.Attach(std::make_shared<CFileHandle>(std::make_unique<CSlowFile>(begun, goOn)), "slow");
-  bool written = false;
-  std::thread writer([&] { written = file.Write("data", 4); });
-  ASSERT_EQ(begun.Wait(60000), 0);
-  file.Close();  // would wait for ever if it waited
-  EXPECT_FALSE(file.WriteEx(0, "x", 1));
-  goOn.SetKQEvent();
-  writer.join();
-  EXPECT_TRUE(written);
 }
 
 TEST(KQFile, IsSafeWhileOthersReopenAndClose) {

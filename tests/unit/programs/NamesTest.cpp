@@ -2,8 +2,6 @@
 
 #include "programs/kqft/Names.h"
 
-#include <gtest/gtest.h>
-
 TEST(Names, ThatLeadOutOfTheTargetAreRefused) {
   for (const char* name : {"", "..", "a\\..\\b", "a/../../b", "\\etc\\passwd", "/etc", "C:\\x",
                            "c:x", "a\\\\b", "a\\", ".", "a\\.\\b"}) {

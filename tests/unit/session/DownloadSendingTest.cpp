@@ -38,31 +38,23 @@ class DownloadSending : public CSessionTest {
   }
 };
 
-TEST_F(DownloadSending, PacketsCarryTheFileFromTheGivenPosition) {
-  const std::string content = PatternBytes(1048577);
-  WriteWholeFile(m_dir / "file", content);
-  EXPECT_EQ(AskDownload(1048577, "file"), kOk);  // nothing left to send
-  EXPECT_EQ(EndOf(), kOk);
-  EXPECT_EQ(AskDownload(0, "file"), kOk);
-  EXPECT_EQ(EndOf(2), kOk);
-  EXPECT_EQ(Received(0), content);
-  EXPECT_EQ(m_net.Bodies(NET_STC_TRANSFILEDATA)[15].size(), 65516U);
-  const std::string path = m_dir / "file";
-  EXPECT_EQ(Ask(NET_CTS_REQUEST_SERVERFILESIZE, path + "||none|" + path), Int64(2097154));
-}
-
 TEST_F(DownloadSending, PositionsGoBeyondFourGibibytesBothWays) {
-  const std::string piece = PatternBytes(70000);
-  for (const std::int64_t position : {(1LL << 31) - 100, (1LL << 32) - 100}) {
+  constexpr std::int64_t kStart = (std::int64_t{1} << 32) - 100;
+  const std::string piece = PatternBytes(1048577);
+  for (const std::int64_t position : {std::int64_t{1} << 31, kStart}) {
     AskUpload(false, "sparse");
     SendChunk(position, piece);
     Ask(NET_CTS_TRANSFILEDATA_END);
   }
-  AskDownload((1LL << 32) - 100, "sparse");
+  EXPECT_EQ(AskDownload(kStart + 1048577, "sparse"), kOk);  // nothing left to send
   EXPECT_EQ(EndOf(), kOk);
-  EXPECT_EQ(Received((1LL << 32) - 100), piece);
-  EXPECT_EQ(Ask(NET_CTS_REQUEST_SERVERFILESIZE, m_dir / "sparse"),
-            Int64((1LL << 32) - 100 + 70000));
+  EXPECT_EQ(AskDownload(kStart, "sparse"), kOk);
+  EXPECT_EQ(EndOf(2), kOk);
+  EXPECT_EQ(Received(kStart), piece);
+  EXPECT_EQ(m_net.Bodies(NET_STC_TRANSFILEDATA)[15].size(), 65516U);
+  const std::string path = m_dir / "sparse";
+  EXPECT_EQ(Ask(NET_CTS_REQUEST_SERVERFILESIZE, path + "||none|" + path),
+            Int64(2 * (kStart + 1048577)));
 }
 
 TEST_F(DownloadSending, FailuresAreAnsweredOrEndTheFile) {

@@ -1,6 +1,5 @@
 // Threads, signals, sleep and standard streams of the POSIX system.
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
 
