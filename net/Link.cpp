@@ -2,7 +2,9 @@
 
 #include "net/Link.h"
 
+#include <algorithm>
 #include <array>
+#include <cstring>
 #include <utility>
 
 #include "net/AddressLane.h"
@@ -10,13 +12,17 @@
 #include "net/LinkEvents.h"
 #include "net/NetBuffer.h"
 #include "net/NetWorkCore.h"
+#include "net/NetWorkPackHead.h"
 #include "net/Sockets.h"
 
 namespace {
 
-// Received at a time. Large enough to hold several data packets whole, small
-// enough to stay in a core's cache.
-constexpr std::size_t kReceiveBytes = std::size_t{256} << 10;
+// What a link receives into. Holds several data packets whole, so that few of
+// them are cut at its end and have to be moved.
+constexpr std::size_t kReceiveBytes = std::size_t{1} << 20;
+
+// Less room than this is not worth a call: what is left is moved to the front.
+constexpr std::size_t kLeastRoomBytes = std::size_t{64} << 10;
 
 constexpr std::size_t kShellLocks = 32;
 
@@ -67,17 +73,50 @@ bool CLink::SetUp(std::uint64_t turn) {
   return announced;
 }
 
+// Whole packets are delivered from where they were received; the beginning of
+// the next one waits for its rest. The parser gathers only packets that would
+// not fit.
 void CLink::Receive() {
   const std::unique_ptr<char[]> data(new char[kReceiveBytes]);
+  std::size_t begin = 0;
+  std::size_t end = 0;
   while (m_bUp) {
+    if (kReceiveBytes - end < kLeastRoomBytes) {
+      std::memmove(data.get(), data.get() + begin, end - begin);
+      end -= begin;
+      begin = 0;
+    }
     std::size_t bytes = 0;
-    const EIoResult result = m_pSocket->Receive(data.get(), kReceiveBytes, bytes);
+    const EIoResult result = m_pSocket->Receive(data.get() + end, kReceiveBytes - end, bytes);
     if (result == EIoResult::kWouldBlock) {
       m_pSocket->WaitReceive();
-    } else if (result == EIoResult::kClosed || !DeliverChunk(data.get(), bytes)) {
-      return;
+      continue;
     }
+    if (result == EIoResult::kClosed) return;
+    end += bytes;
+    const std::size_t whole = DeliverableBytes(data.get() + begin, end - begin);
+    if (whole > 0 && !DeliverChunk(data.get() + begin, whole)) return;
+    begin += whole;
+    if (begin == end) begin = end = 0;
   }
+}
+
+// How many of the bytes the parser can use now: whole packets, any part of a
+// large one, and a malformed head, which it has to see.
+std::size_t CLink::DeliverableBytes(const char* data, std::size_t bytes) {
+  std::size_t used = std::min(m_nPassOn, bytes);
+  m_nPassOn -= used;
+  while (bytes - used >= kPackHeadBytes) {
+    if (!CNetWorkPackHead::IsValid(data + used)) return bytes;
+    const std::size_t packet = CNetWorkPackHead::BodyLength(data + used) + kPackHeadBytes;
+    if (packet > kReceiveBytes / 2) {
+      m_nPassOn = packet - std::min(packet, bytes - used);
+    } else if (packet > bytes - used) {
+      break;
+    }
+    used += std::min(packet, bytes - used);
+  }
+  return used;
 }
 
 // Returns false when nothing more can be read from the link.

@@ -42,6 +42,7 @@ class CLink : public std::enable_shared_from_this<CLink> {
   bool SetUp(std::uint64_t turn);
   void Receive();
   bool DeliverChunk(const char* data, std::size_t bytes);
+  std::size_t DeliverableBytes(const char* data, std::size_t bytes);
   void Announce(int code);
 
   CNetWorkCore& m_core;  // alive as long as the link's threads, which hold it
@@ -52,6 +53,7 @@ class CLink : public std::enable_shared_from_this<CLink> {
   const std::shared_ptr<CAddressLane> m_pLane;
   CSendQueue m_queue;
   class CNetBuffer* m_pParser = nullptr;  // delivery thread only; owned by the sink
+  std::size_t m_nPassOn = 0;              // delivery thread only; rest of a large packet
   CSharedWord<bool> m_bUp = true;
 };
 

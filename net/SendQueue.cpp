@@ -21,6 +21,11 @@ constexpr std::size_t kRoomWakeBuffers = 32;
 constexpr std::size_t kMaxQueuedTextBytes = std::size_t{64} << 20;
 constexpr int kSlicesPerSend = 16;
 
+// Sent buffers go back several at a time, at the latest after this long, so
+// that the sender thread is not woken for each.
+constexpr std::size_t kDoneTogether = 8;
+constexpr int kDoneWaitMs = 1;
+
 }  // namespace
 
 CSendQueue::CSendQueue(IStreamSocket& socket, IReleaseBuffer& sink, std::function<void()> onBroken)
@@ -73,7 +78,8 @@ CSendQueue::EPush CSendQueue::Push(Lock& lock, SItem item) {
   } else if (item.m_pBuffer != nullptr) {
     m_vecDone.push_back(item.m_pBuffer);
   }
-  if (m_bClosed || !m_items.empty() || !m_vecDone.empty()) m_work.notify_one();
+  const bool giveBack = m_vecDone.size() == 1 || m_vecDone.size() >= kDoneTogether;
+  if (m_bClosed || !m_items.empty() || giveBack) m_work.notify_one();
   if (!broken) return whole || !m_bClosed ? EPush::kTaken : EPush::kLost;
   lock.unlock();
   m_onBroken();
@@ -110,6 +116,9 @@ void CSendQueue::Run() {
   while (!m_bClosed) {
     m_work.wait(lock, [this] {
       return m_bClosed || (!m_bSending && !m_items.empty()) || !m_vecDone.empty();
+    });
+    System().Wait(m_work, lock, kDoneWaitMs, [this] {
+      return m_bClosed || !m_items.empty() || m_vecDone.size() >= kDoneTogether;
     });
     GiveBack(lock);
     if (!m_bClosed && !m_bSending && !m_items.empty() && !SendSome(lock)) {
