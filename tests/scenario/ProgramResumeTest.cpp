@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <iostream>
 #include <random>
 
 #include "platform/ByteOrder.h"
@@ -61,7 +60,6 @@ void KillAgainAndAgain(CServerProgram& server, Arguments command, const std::str
     check(held, tap);
   }
   EXPECT_GT(killed, rounds / 2);
-  std::cout << "killed " << killed << " of " << rounds << " runs midway\n";
 }
 
 TEST(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {

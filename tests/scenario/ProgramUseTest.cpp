@@ -31,7 +31,9 @@ TEST(ProgramUse, KqftTellsWrongUseFromAServerThatIsNotThere) {
                                  {"rm", "--yes", ""},
                                  {"rm", "--yes", "a\\b"},
                                  {"rm", "P"},
-                                 {"--retries", "-1", "ls"}};
+                                 {"--retries", "-1", "ls"},
+                                 {"--server", "h:65536", "ls"},
+                                 {"--server", "h:8x", "ls"}};
   for (const Arguments& wrong : wrongUses) {
     EXPECT_EQ(nobody.Start(wrong)->Wait(), 2) << (wrong.empty() ? "" : wrong.back());
   }

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::int64_t kLargeBytes = std::int64_t{1} << 28;
 
-// A server that listens, on test time.
+// A server that listens.
 class TransferLife : public CServerTest {
  protected:
   void SetUp() override { ASSERT_TRUE(m_server.Init(0)); }
@@ -21,6 +21,7 @@ class TransferLife : public CServerTest {
 };
 
 TEST_F(TransferLife, EitherEndMayStopOrDieInTheMiddleOfAnUpload) {
+  m_system.Follow(CFaultPlan().ClockFaster(50));
   for (int round = 0; round < 8; ++round) {
     auto server = std::make_unique<CTestServer>(m_dir);
     ASSERT_TRUE(server->Init(0));

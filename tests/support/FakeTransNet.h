@@ -54,7 +54,7 @@ class CSessionTest : public testing::Test {
   std::string AskDownload(std::int64_t position, const std::string& name);
   void SendChunk(std::int64_t position, const std::string& bytes);
   bool WaitIdle();  ///< until the sender has ended
-  std::string Log() { return ReadWholeFile(m_session.m_strLogFile); }
+  std::string Log() { return WithoutTimes(ReadWholeFile(m_session.m_strLogFile)); }
 
   CScopedSystem m_system{CFaultPlan().ClockFaster(50)};
   CTempDirectory m_dir;

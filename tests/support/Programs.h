@@ -15,8 +15,6 @@ using Arguments = std::vector<std::string>;
 class CProgram {
  public:
   CProgram(const std::string& path, const Arguments& arguments);
-  CProgram(const CProgram&) = delete;
-  CProgram& operator=(const CProgram&) = delete;
 
   /// Kills the process when it still runs.
   ~CProgram();

@@ -37,11 +37,12 @@ CNetBuffer* CRecordingSink::CreateNetBuffer(unsigned int ip, int port, int, int)
 bool CRecordingSink::ReleaseIOCPBuffer(CIOCPBuffer* buf) {
   EXPECT_NE(std::this_thread::get_id(), m_creator);
   const std::lock_guard lock(m_mutex);
-  m_vecReleased.push_back(buf);
+  EXPECT_EQ(m_mapReleased.count(buf), 0U);
+  m_mapReleased[buf].reset(buf);
   return true;
 }
 
-std::vector<CIOCPBuffer*> CRecordingSink::Released() const {
+std::size_t CRecordingSink::Released() const {
   const std::lock_guard lock(m_mutex);
-  return m_vecReleased;
+  return m_mapReleased.size();
 }

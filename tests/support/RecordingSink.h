@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "net/DealNetData.h"
+#include "net/IOCPBuffer.h"
 #include "net/NetBuffer.h"
 #include "platform/SharedWord.h"
 #include "support/Packets.h"
@@ -26,10 +27,10 @@ class CRecordingSink : public IDealNetData, public CPacketLog {
                   int extra) override;
   CNetBuffer* CreateNetBuffer(unsigned int ip, int port, int, int) override;
 
-  /// Keeps the buffer for Released; fails on the thread that made the sink,
-  /// which is the one that sends.
+  /// Keeps the buffer until the end; fails when it comes a second time, or on
+  /// the thread that made the sink, which is the one that sends.
   bool ReleaseIOCPBuffer(CIOCPBuffer* buf) override;
-  std::vector<CIOCPBuffer*> Released() const;
+  std::size_t Released() const;
 
   CSharedWord<unsigned int> m_nIP = 0;  ///< of the link with the latest event
   CSharedWord<int> m_nPort = 0;
@@ -40,6 +41,6 @@ class CRecordingSink : public IDealNetData, public CPacketLog {
   const std::thread::id m_creator = std::this_thread::get_id();
   mutable std::mutex m_mutex;  // guards what follows
   std::map<int, Plan> m_mapPlans;
-  std::vector<CIOCPBuffer*> m_vecReleased;
+  std::map<CIOCPBuffer*, std::unique_ptr<CIOCPBuffer>> m_mapReleased;
   std::deque<CNetBuffer> m_parsers;
 };

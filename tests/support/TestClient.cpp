@@ -3,7 +3,6 @@
 #include "support/TestClient.h"
 
 #include <filesystem>
-#include <regex>
 
 namespace {
 
@@ -60,10 +59,9 @@ std::vector<int> CTestClient::Finish(int startResult) {
 }
 
 std::string CTestClient::Log() const {
-  static const std::regex time("\\d{4}-\\d\\d-\\d\\d_\\d\\d-\\d\\d-\\d\\d: ");
   std::string text;
   for (const auto& entry : std::filesystem::directory_iterator(m_logs.Path())) {
     text += ReadWholeFile(entry.path().string());
   }
-  return std::regex_replace(text, time, "");
+  return WithoutTimes(text);
 }

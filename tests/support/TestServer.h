@@ -11,6 +11,8 @@
 /// A server with its inside open. Its projects and the logs of its sessions
 /// lie in a directory of the test; Init(0) makes it listen.
 class CTestServer : public CKQFileTransServiceServer {
+  using Base = CKQFileTransServiceServer;
+
  public:
   explicit CTestServer(const CTempDirectory& directory) {
     SetPrjDir(directory.Path());
@@ -26,19 +28,14 @@ class CTestServer : public CKQFileTransServiceServer {
   }
   void DropNetwork() { delete std::exchange(m_pPrimaryNetWork, nullptr); }
 
-  using CKQFileTransServiceServer::AddClientManage;
-  using CKQFileTransServiceServer::GetClientManage;
-  using CKQFileTransServiceServer::m_mapClient;
-  using CKQFileTransServiceServer::m_strLogFile;
-  using CKQFileTransServiceServer::RemoveAllClient;
-  using CKQFileTransServiceServer::RemoveClientManage;
-  using CKQFileTransServiceServer::WriteLog;
+  using Base::AddClientManage, Base::GetClientManage, Base::RemoveAllClient;
+  using Base::m_mapClient, Base::m_strLogFile, Base::RemoveClientManage, Base::WriteLog;
 };
 
 /// A test of the server, on test time.
 class CServerTest : public testing::Test {
  protected:
-  CScopedSystem m_system{CFaultPlan().ClockFaster(50)};
+  CScopedSystem m_system{CFaultPlan().ClockFaster(20)};
   CTempDirectory m_dir;
   CTestServer m_server{m_dir};
 };

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <regex>
 #include <thread>
 
 namespace {
@@ -188,6 +189,11 @@ std::int64_t FileSize(const std::string& path) {
 void MakeSparseFile(const std::string& path, std::int64_t bytes) {
   WriteWholeFile(path, "");
   std::filesystem::resize_file(path, static_cast<std::uintmax_t>(bytes));
+}
+
+std::string WithoutTimes(const std::string& log) {
+  static const std::regex time("\\d{4}-\\d\\d-\\d\\d_\\d\\d-\\d\\d-\\d\\d: ");
+  return std::regex_replace(log, time, "");
 }
 
 std::string PatternBytes(std::size_t bytes, unsigned seed) {

@@ -61,8 +61,6 @@ class CFaultPlan {
 class CScopedSystem {
  public:
   explicit CScopedSystem(const CFaultPlan& plan = CFaultPlan());
-  CScopedSystem(const CScopedSystem&) = delete;
-  CScopedSystem& operator=(const CScopedSystem&) = delete;
   ~CScopedSystem() { ReplaceSystem(m_pBefore); }
 
   /// Another plan from now on; the clock keeps its pace unless that plans it.
@@ -119,6 +117,9 @@ void WriteWholeFile(const std::string& path, const std::string& content);
 /// Bytes of a file; -1 when there is none. A file of zeros that takes no room.
 std::int64_t FileSize(const std::string& path);
 void MakeSparseFile(const std::string& path, std::int64_t bytes);
+
+/// A log without the times of its entries.
+std::string WithoutTimes(const std::string& log);
 
 /// `bytes` bytes that look random and are the same on every run.
 std::string PatternBytes(std::size_t bytes, unsigned seed = 1);

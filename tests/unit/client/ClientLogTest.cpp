@@ -1,7 +1,6 @@
 // The client's log: names, rotation, reopening.
 
 #include <filesystem>
-#include <regex>
 
 #include "support/TestClient.h"
 
@@ -22,9 +21,7 @@ TEST_F(ClientLog, NewFileIsBegunBeyondTheLimitOnly) {
   m_client.WriteLog("here \n");
   const std::string second = m_client.m_strLogPath;
   EXPECT_EQ(second.substr(0, second.rfind('_')), name + "127.0.0.1");
-  const std::string time = "\\d{4}-\\d\\d-\\d\\d_\\d\\d-\\d\\d-\\d\\d: ";
-  EXPECT_TRUE(
-      std::regex_match(ReadWholeFile(second), std::regex(time + "goes on " + time + "here \n")));
+  EXPECT_EQ(WithoutTimes(ReadWholeFile(second)), "goes on here \n");
 }
 
 TEST_F(ClientLog, FileIsReopenedAfterMoreThanSixtySeconds) {

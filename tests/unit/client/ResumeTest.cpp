@@ -68,7 +68,7 @@ TEST_F(Resume, WithoutRangesTheFileGoesOnUnderItsOwnName) {
 }
 
 TEST_F(Resume, FailuresEndTheUploadWithTheirCode) {
-  m_system.Follow(CFaultPlan().ClockFaster(100));
+  m_system.Follow(CFaultPlan().ClockFaster(20));
   const std::string huge = "9223372036854775807", ok = Int32(1);
   m_client.File("a.tm", "0123456789");
   m_server.Silent(2510);

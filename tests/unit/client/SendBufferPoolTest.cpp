@@ -14,7 +14,6 @@ TEST_F(SendBufferPool, SixtyFifthBufferIsAnExtraOne) {
   std::set<CIOCPBuffer*> taken;
   for (int i = 0; i < 64; ++i) taken.insert(m_client.GetIOCPBuffer());
   EXPECT_EQ(taken.size(), 64U);
-  for (CIOCPBuffer* buffer : taken) EXPECT_EQ(m_client.m_mapBuffer.count(buffer), 1U);
   CIOCPBuffer* const extra = m_client.GetIOCPBuffer();
   EXPECT_EQ(m_client.m_mapBuffer.count(extra), 0U);
   EXPECT_EQ(extra->m_nBufSize, 65536);

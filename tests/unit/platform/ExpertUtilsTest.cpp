@@ -1,8 +1,6 @@
-// Paths and wide text.
+// Paths.
 
 #include "platform/ExpertUtils.h"
-
-#include "platform/GBKUTF8Transfer.h"
 
 namespace {
 
@@ -32,15 +30,6 @@ TEST(ExpertUtils, PathsSplitAtBothSeparators) {
     EXPECT_EQ(CExpertUtils::PickFileExt(path), extension) << path;
     EXPECT_EQ(CExpertUtils::EreaseFileExt(path), without) << path;
   }
-}
-
-TEST(GBKUTF8Transfer, InvalidBytesBecomeReplacementCharacters) {
-  EXPECT_EQ(GBKUTF8Transfer::StringToWString("a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80"),
-            L"a\u00E9\u4E2D\U0001F600");
-  EXPECT_EQ(GBKUTF8Transfer::StringToWString("\xC3"), L"\uFFFD");
-  EXPECT_EQ(GBKUTF8Transfer::StringToWString("\xC0\xAF"), L"\uFFFD\uFFFD");
-  EXPECT_EQ(GBKUTF8Transfer::StringToWString("\xED\xA0\x80"), L"\uFFFD\uFFFD\uFFFD");
-  EXPECT_EQ(GBKUTF8Transfer::StringToWString("\xF8xy"), L"\uFFFDxy");
 }
 
 }  // namespace

@@ -34,11 +34,3 @@ TEST(Names, OfPartsCarryTheSizeAndFitTheFileSystem) {
   EXPECT_EQ(part.compare(0, 180, std::string(179, 'x') + "~"), 0) << part;
   EXPECT_NE(part, PartName(one.substr(0, one.size() - 1) + "z", 42));
 }
-
-TEST(Names, OfSegmentsFollowTheMeasurementFile) {
-  EXPECT_TRUE(IsMeasurementFile("d\\Run1.TM") && IsMeasurementFile("/x/a.Rs422"));
-  EXPECT_FALSE(IsMeasurementFile("a.tmx") || IsMeasurementFile("tm") ||
-               IsMeasurementFile("a.tm/b"));
-  EXPECT_EQ(SegmentName("data\\Run1.TM", 0), "data\\Run1.TM");
-  EXPECT_EQ(SegmentName("data\\Run1.TM", 2), "data\\Run1(2).tm");
-}

@@ -3,7 +3,6 @@
 #include "programs/kqft/Text.h"
 
 #include "programs/kqft/JsonObject.h"
-#include "programs/kqft/Options.h"
 #include "programs/kqft/Progress.h"
 
 TEST(Text, SizesAndTimesReadWell) {
@@ -52,16 +51,4 @@ TEST(Text, ProgressFitsTheTerminal) {
   EXPECT_EQ(ProgressLine(SProgress(), 0, 27), "[                    ]   0%");
   progress.m_llDone = 4096;
   EXPECT_EQ(ProgressLine(progress, 0, 27), "[====================] 100%");
-}
-
-TEST(Text, ServersAreHostsWithOrWithoutPort) {
-  std::string host;
-  int port = 9999;
-  EXPECT_TRUE(ParseServer("data.example", host, port));
-  EXPECT_EQ(host + std::to_string(port), "data.example9999");
-  EXPECT_TRUE(ParseServer("10.0.0.5:81", host, port));
-  EXPECT_EQ(host + std::to_string(port), "10.0.0.581");
-  for (const char* bad : {"", ":81", "h:", "h:0", "h:65536", "h:8x", "h:1:2"}) {
-    EXPECT_FALSE(ParseServer(bad, host, port)) << bad;
-  }
 }

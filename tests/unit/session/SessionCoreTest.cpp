@@ -67,8 +67,7 @@ TEST_F(SessionCore, LogIsNamedAfterTheClientAndBeginsAnewWhenFull) {
   m_system.AdvanceClock(5);
   Ask(NET_CTS_CHANGELOSTINFO);
   EXPECT_NE(m_session.m_strLogFile, first);
-  EXPECT_NE(Log().find(": DealNetMsg NET_CTS_CHANGELOSTINFO  nErrorCode = 0 \n "),
-            std::string::npos);
+  EXPECT_NE(Log().find("DealNetMsg NET_CTS_CHANGELOSTINFO  nErrorCode = 0 \n "), std::string::npos);
 }
 
 }  // namespace

@@ -76,10 +76,8 @@ TEST(PosixDirectory, AListingShowsAttributesSizesAndOneOrderEverywhere) {
   WriteWholeFile(temp / "list/locked", "12");
   fs::create_directories(root / "list/E");
   fs::create_directories(root / "list/.Git");
-  fs::create_directories(root / "list/Closed");
   fs::create_directory_symlink(root / "list", root / "list/D");
   fs::permissions(root / "list/locked", fs::perms(0444));
-  fs::permissions(root / "list/Closed", fs::perms(0555));
 
   std::vector<SDirectoryEntry> entries;
   EXPECT_EQ(System().ListDirectory(temp / "list\\", entries), ESystemError::kNone);
@@ -89,7 +87,7 @@ TEST(PosixDirectory, AListingShowsAttributesSizesAndOneOrderEverywhere) {
   }
   EXPECT_EQ(text,
             ". 16 0\n.. 16 0\n.Git 18 0\n.hidden 2 1\na\xFF 128 0\nb.bin 128 5\n"
-            "Closed 17 0\nD 1024 0\nE 16 0\nlocked 1 2\n");
+            "D 1024 0\nE 16 0\nlocked 1 2\n");
 }
 
 // Clearing refuses the root by the same check; only this one is safe to try.

@@ -33,13 +33,8 @@ TEST(PosixSystem, PrintingIntoABrokenPipeRaisesNoSignal) {
   const int saved = dup(STDERR_FILENO);
   dup2(ends[1], STDERR_FILENO);
   close(ends[1]);
-  System().WriteStandard(true, "kept\n");
-  char kept[16] = {};
-  EXPECT_EQ(read(ends[0], kept, sizeof kept), 5);
   close(ends[0]);
-
   System().WriteStandard(true, "lost\n");  // the signal's default ends the process
-
   dup2(saved, STDERR_FILENO);
   close(saved);
   sigset_t pending;
