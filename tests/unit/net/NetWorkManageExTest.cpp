@@ -3,6 +3,7 @@
 #include "net/NetWorkManageEx.h"
 
 #include <future>
+#include <random>
 
 #include "net/IOCPBuffer.h"
 #include "net/LinkInfo.h"
@@ -105,6 +106,27 @@ TEST(NetWorkManageEx, EveryBufferComesBackOnceAndNeverOnTheCallersThread) {
     EXPECT_FALSE(manager.DirectSendData(link, make()));  // the destructor's, not the sink's
   }
   EXPECT_EQ(sink.Released(), given - 1);
+}
+
+TEST(NetWorkManageEx, PacketsOfEverySizeSurviveAnyCutting) {
+  CRecordingServer server;
+  const CRawClient client(server.Port(), "127.3.0.20");
+  std::vector<std::string> bodies;
+  std::string stream;
+  for (const std::size_t size : {0, 1, 65516, 65515, 524268, 524269, 700000, 1048576, 3000000, 7}) {
+    for (unsigned repeat = 0; repeat < 4; ++repeat) {
+      bodies.push_back(PatternBytes(size, repeat + 1));
+      stream += MakePacket(2501, bodies.back());
+    }
+  }
+  std::mt19937 random(7);
+  for (std::size_t at = 0; at < stream.size();) {
+    const std::string part = stream.substr(at, 1 + random() % 200000);
+    ASSERT_TRUE(client.Send(part));
+    at += part.size();
+  }
+  ASSERT_TRUE(server.WaitFor(2501, bodies.size()));
+  EXPECT_TRUE(server.Bodies(2501) == bodies);
 }
 
 TEST(NetWorkManageEx, NewerLinkTakesTheParserAndTheOlderIsDiscarded) {
