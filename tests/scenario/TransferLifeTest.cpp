@@ -82,6 +82,22 @@ TEST_F(TransferLife, ThreeHundredReconnectsKeepOneSession) {
   EXPECT_TRUE(WaitUntil([&] { return m_server.Links() == 0; }));
 }
 
+TEST_F(TransferLife, AStoppedDownloadEndsSoonAndTheLinkStaysUsable) {
+  MakeSparseFile(m_dir / "large.dat", 8 * kLargeBytes);
+  CTestClient client(Port(), "127.4.0.8");
+  std::string dir;
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_EQ(client.StartDownload({"large.dat"}, m_dir.Path()), RESULT_OK);
+    const float before = client.GetTrans();
+    ASSERT_TRUE(WaitUntil([&] { return client.GetTrans() > before + 0.01F; }));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(client.StopTrans(), 1);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    EXPECT_TRUE(WaitUntil([&] { return client.IsTransFinished(); }));
+    EXPECT_EQ(client.GetPrjDir(dir), RESULT_OK);
+  }
+}
+
 TEST_F(TransferLife, GarbageHarmsOnlyTheLinkItComesFrom) {
   CTestClient client(Port(), "127.4.0.7");
   std::mt19937 random(20);

@@ -26,6 +26,7 @@ TEST_F(ClientSession, ConnectingAgainKeepsTheLinkUnlessTheAddressChanges) {
 
   m_client.m_nTransState = 1;
   m_client.m_evTransEnd->ResetKQEvent();
+  ASSERT_TRUE(other.WaitFor(NET_COMMAND_CONNECT, 2));
   other.Drop();
   EXPECT_TRUE(WaitUntil([&] { return m_client.m_nTransState == 0; }));
   EXPECT_FALSE(m_client.IsConnect());
