@@ -113,7 +113,9 @@ TEST(NetWorkManageEx, PacketsOfEverySizeSurviveAnyCutting) {
   const CRawClient client(server.Port(), "127.3.0.20");
   std::vector<std::string> bodies;
   std::string stream;
-  for (const std::size_t size : {0, 1, 65516, 65515, 524268, 524269, 700000, 1048576, 3000000, 7}) {
+  constexpr std::size_t kSizes[] = {0,      1,      65516,   65515,   524268,
+                                    524269, 700000, 1048576, 3000000, 7};
+  for (const std::size_t size : kSizes) {
     for (unsigned repeat = 0; repeat < 4; ++repeat) {
       bodies.push_back(PatternBytes(size, repeat + 1));
       stream += MakePacket(2501, bodies.back());
