@@ -27,6 +27,7 @@ class CRecordingServer : public CRecordingSink {
 class CFakeServer : public CRecordingServer {
  public:
   CFakeServer();
+  ~CFakeServer() override { Stop(); }
 
   void Answer(int code, const std::string& body);
   void Silent(int code) { On(code, nullptr); }
