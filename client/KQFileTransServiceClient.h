@@ -12,6 +12,7 @@
 #include "platform/FileDataPos.h"
 #include "platform/SharedWord.h"
 
+class CDataBlock;
 class CFileHandle;
 class CKQEvent;
 class CKQFile;
@@ -300,8 +301,8 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   bool SendText(int code, const std::string& body);
   int Ask(int code, const std::string& body, int waitMs);
   void ClearPrjList();
-  bool SendPieces(ILinkInfo* link, std::int64_t position, const char* data, int length);
-  bool SendPiece(ILinkInfo* link, std::int64_t position, const char* data, int bytes);
+  bool SendBlock(ILinkInfo* link, std::int64_t position, CDataBlock& block);
+  bool SendPiece(ILinkInfo* link, CIOCPBuffer* buffer, int bytes);
   std::string GuardedCopy(const std::string& member) const;
 
   // Runs (TransferRun.cpp): which worker's transfer is the current one.

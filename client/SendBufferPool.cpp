@@ -14,7 +14,7 @@
 #include "net/LinkInfo.h"
 #include "net/NetWorkManageEx.h"
 #include "platform/KQPlatForm.h"
-#include "protocol/DataPacket.h"
+#include "protocol/DataBlock.h"
 #include "protocol/MessageCodes.h"
 
 namespace {
@@ -63,32 +63,35 @@ void CKQFileTransServiceClient::ReleaseBuffer(CIOCPBuffer* p) {
 bool CKQFileTransServiceClient::SendData(std::int64_t llFilePos, const char* pData, int nLength) {
   ILinkInfo* const link = m_pLinkInfo;
   if (link == nullptr || !link->IsLink()) return false;
-  return SendPieces(link, llFilePos, pData, nLength);
+  while (nLength > 0 && !IsSuperseded()) {
+    const int bytes = NextPieceBytes(nLength);
+    CIOCPBuffer* const buffer = GetIOCPBuffer();
+    if (buffer == nullptr) return false;
+    StartDataPacket(*buffer, NET_CTS_TRANSFILEDATA, llFilePos, bytes);
+    std::memcpy(buffer->m_pBuf + kDataOffset, pData, static_cast<std::size_t>(bytes));
+    if (!SendPiece(link, buffer, bytes)) return false;
+    llFilePos = AddPositions(llFilePos, bytes);
+    pData += bytes;
+    nLength -= bytes;
+  }
+  return true;
 }
 
-bool CKQFileTransServiceClient::SendPieces(ILinkInfo* link, std::int64_t position, const char* data,
-                                           int length) {
-  while (length > 0 && !IsSuperseded()) {
-    const int bytes = NextPieceBytes(length);
-    if (!SendPiece(link, position, data, bytes)) return false;
+bool CKQFileTransServiceClient::SendBlock(ILinkInfo* link, std::int64_t position,
+                                          CDataBlock& block) {
+  for (int bytes = block.NextBytes(); bytes > 0 && !IsSuperseded(); bytes = block.NextBytes()) {
+    if (!SendPiece(link, block.Next(NET_CTS_TRANSFILEDATA, position), bytes)) return false;
     position = AddPositions(position, bytes);
-    data += bytes;
-    length -= bytes;
   }
   return true;
 }
 
 // A stop ends the wait for room but not the block: what was read is queued,
 // so that the file on the server ends where the count says.
-bool CKQFileTransServiceClient::SendPiece(ILinkInfo* link, std::int64_t position, const char* data,
-                                          int bytes) {
+bool CKQFileTransServiceClient::SendPiece(ILinkInfo* link, CIOCPBuffer* buffer, int bytes) {
   while (!link->WaitSendRoom(kRoomWaitMs) && !IsTransStopped()) {
   }
   m_llTransBytes += bytes;
-  CIOCPBuffer* const buffer = GetIOCPBuffer();
-  if (buffer == nullptr) return false;
-  StartDataPacket(*buffer, NET_CTS_TRANSFILEDATA, position, bytes);
-  std::memcpy(buffer->m_pBuf + kDataOffset, data, static_cast<std::size_t>(bytes));
   if (!m_pNetWork->DirectSendData(link, buffer)) return false;
   if (m_nBufTaken - m_nBufReleased >= kBrakeBuffers) CKQPlatForm::KQSleep(kBrakePauseMs);
   return true;

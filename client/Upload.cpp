@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <memory>
-#include <new>
 #include <utility>
 
 #include "client/KQFileTransServiceClient.h"
@@ -20,7 +19,7 @@
 #include "platform/KQFile.h"
 #include "platform/System.h"
 #include "platform/ThreadGate.h"
-#include "protocol/DataPacket.h"
+#include "protocol/DataBlock.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
@@ -165,19 +164,17 @@ int CKQFileTransServiceClient::ReadDataAndSend(std::int64_t start, std::int64_t 
   const std::shared_ptr<CFileHandle> file = run != nullptr ? run->m_pFile : m_pFile->GetHandle();
   if (file == nullptr || !file->Seek(start)) return ERROR_CODE_CLIENT_SEEK;
   done = 0;
-  const std::unique_ptr<char[]> block(new (std::nothrow) char[kReadBlockBytes]);
-  if (block == nullptr) return ERROR_CODE_CLIENT_READ;
+  CDataBlock block([this] { return GetIOCPBuffer(); },
+                   [this](CIOCPBuffer* buffer) { ReleaseBuffer(buffer); });
   if (IsTransStopped()) return RESULT_OK;
 
   while (true) {
     const std::int64_t wanted = std::min<std::int64_t>(len - done, kReadBlockBytes);
-    const int bytes = file->Read(block.get(), static_cast<int>(std::max<std::int64_t>(wanted, 0)));
+    const int bytes = block.Read(*file, static_cast<int>(std::max<std::int64_t>(wanted, 0)));
     if (bytes != wanted) return ERROR_CODE_CLIENT_READ;
     ILinkInfo* const link = m_pLinkInfo;
     if (link == nullptr || !link->IsLink()) return ERROR_CODE_CLIENT_SENDDATA;
-    if (!SendPieces(link, AddPositions(base, done), block.get(), bytes)) {
-      return ERROR_CODE_CLIENT_SENDDATA;
-    }
+    if (!SendBlock(link, AddPositions(base, done), block)) return ERROR_CODE_CLIENT_SENDDATA;
     done += bytes;
     if (done >= len) return RESULT_OK;
     const int serverError = m_nServerErrorCode;

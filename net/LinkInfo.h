@@ -20,9 +20,12 @@ class KQFT_API ILinkInfo {
   /// Remote port.
   virtual int GetPort() const = 0;
 
-  /// Waits until fewer than 64 buffers are queued on the link.
+  /// For a thread that is about to send one of many packets: waits until
+  /// fewer than 64 buffers are queued on the link, sending them meanwhile.
+  /// The thread is expected back: its next packet may be kept until it asks
+  /// again, 20 ms at most, so that several leave in one call.
   /// @return true when there is room, and also when waiting is of no use: the
   ///         link is down, or the caller is a thread of the layer. False when
-  ///         `ms` milliseconds passed first.
+  ///         there is none after about `ms` milliseconds.
   virtual bool WaitSendRoom(int ms);
 };

@@ -14,17 +14,20 @@ namespace {
 
 constexpr std::size_t kRoomBuffers = 64;
 
-// A waiter for room is woken when this many are left, so that it can go on
-// for a while before it has to wait again.
-constexpr std::size_t kRoomWakeBuffers = 32;
+// A caller that comes back for room leaves its packets until this many, about
+// what one block of a file makes, can go in one call.
+constexpr std::size_t kSendTogether = 16;
 
 constexpr std::size_t kMaxQueuedTextBytes = std::size_t{64} << 20;
-constexpr int kSlicesPerSend = 16;
+constexpr int kSlicesPerSend = 32;
 
-// Sent buffers go back several at a time, at the latest after this long, so
-// that the sender thread is not woken for each.
-constexpr std::size_t kDoneTogether = 8;
-constexpr int kDoneWaitMs = 1;
+// Sent buffers go back this many at a time, so that the sender thread is not
+// woken for each.
+constexpr std::size_t kDoneTogether = 16;
+
+// How often the sender thread looks after a link that is in use: buffers that
+// were sent, and packets that nobody came back for, wait this long at most.
+constexpr int kLookAfterMs = 20;
 
 }  // namespace
 
@@ -53,34 +56,29 @@ CSendQueue::EPush CSendQueue::PushText(const char* data, std::size_t bytes) {
   return Push(lock, std::move(item));
 }
 
-// Queues the item; when nothing is before it, tries to send it here and now.
+// Queues the item and sends from the front of the queue, unless another
+// thread is sending: that one sees to it.
 CSendQueue::EPush CSendQueue::Push(Lock& lock, SItem item) {
-  if (!m_items.empty() || m_bSending) {
+  const bool attended = std::exchange(m_bAttended, false);
+  if (m_bSending) {
     KeepText(item);
     m_items.push_back(std::move(item));
-    m_work.notify_one();
+    if (!attended) m_bWanted = true;
     return EPush::kTaken;
   }
-  const SSlice slice{item.m_pData, item.m_nBytes};
-  std::size_t sent = 0;
-  m_bSending = true;
-  lock.unlock();
-  const bool broken = m_socket.Send(&slice, 1, sent) == EIoResult::kClosed;
-  lock.lock();
-  m_bSending = false;
-  item.m_pData += sent;
-  item.m_nBytes -= sent;
-  if (item.m_pBuffer == nullptr) m_nTextBytes -= sent;
-  const bool whole = item.m_nBytes == 0;
-  if (!whole) {
-    KeepText(item);
-    m_items.push_front(std::move(item));  // before what came meanwhile
-  } else if (item.m_pBuffer != nullptr) {
-    m_vecDone.push_back(item.m_pBuffer);
+  m_items.push_back(std::move(item));
+  if (attended && !m_bClosed && m_items.size() < kSendTogether) {
+    KeepText(m_items.back());
+    WakeSenderThread();
+    return EPush::kTaken;
   }
-  const bool giveBack = m_vecDone.size() == 1 || m_vecDone.size() >= kDoneTogether;
-  if (m_bClosed || !m_items.empty() || giveBack) m_work.notify_one();
-  if (!broken) return whole || !m_bClosed ? EPush::kTaken : EPush::kLost;
+  const std::uint64_t own = m_ullTaken + m_items.size();
+  const bool sound = SendSome(lock, 0);
+  const bool whole = m_ullTaken >= own;
+  if (!whole) KeepText(m_items[static_cast<std::size_t>(own - m_ullTaken) - 1]);
+  if (!m_items.empty() && !attended) m_bWanted = true;
+  WakeSenderThread();
+  if (sound) return whole || !m_bClosed ? EPush::kTaken : EPush::kLost;
   lock.unlock();
   m_onBroken();
   return EPush::kLost;
@@ -96,12 +94,20 @@ void CSendQueue::KeepText(SItem& item) {
 
 bool CSendQueue::WaitRoom(int ms) {
   Lock lock(m_mutex);
-  const auto hasRoom = [this] { return m_bClosed || m_items.size() < kRoomBuffers; };
-  if (hasRoom()) return true;
-  ++m_nRoomWaiters;
-  const bool room = System().Wait(m_room, lock, ms, hasRoom);
-  --m_nRoomWaiters;
-  return room;
+  m_bAttended = true;
+  if (m_bClosed || m_items.size() < kSendTogether) return true;
+  if (m_bSending) {
+    ++m_nRoomWaiters;
+    System().Wait(m_room, lock, ms, [this] { return m_bClosed || !m_bSending; });
+    --m_nRoomWaiters;
+  } else if (!SendSome(lock, ms)) {
+    lock.unlock();
+    m_onBroken();
+    lock.lock();
+  } else {
+    WakeSenderThread();
+  }
+  return m_bClosed || m_items.size() < kRoomBuffers;
 }
 
 void CSendQueue::Close() {
@@ -113,19 +119,21 @@ void CSendQueue::Close() {
 
 void CSendQueue::Run() {
   Lock lock(m_mutex);
+  bool active = false;
   while (!m_bClosed) {
-    m_work.wait(lock, [this] {
-      return m_bClosed || (!m_bSending && !m_items.empty()) || !m_vecDone.empty();
-    });
-    System().Wait(m_work, lock, kDoneWaitMs, [this] {
-      return m_bClosed || !m_items.empty() || m_vecDone.size() >= kDoneTogether;
-    });
-    GiveBack(lock);
-    if (!m_bClosed && !m_bSending && !m_items.empty() && !SendSome(lock)) {
-      lock.unlock();
-      m_onBroken();
-      lock.lock();
+    if (!active) {
+      m_bIdle = true;
+      m_work.wait(lock, [this] { return m_bClosed || !m_items.empty() || !m_vecDone.empty(); });
+      m_bIdle = false;
     }
+    const std::uint64_t taken = m_ullTaken;
+    const bool called = System().Wait(m_work, lock, kLookAfterMs, [this] {
+      return m_bClosed || (m_bWanted && !m_bSending) || m_vecDone.size() >= kDoneTogether;
+    });
+    active = called || !m_items.empty() || !m_vecDone.empty();
+    GiveBack(lock);
+    const bool left = !called && !m_bSending && m_ullTaken == taken;  // nobody came back
+    if (left || m_bWanted) SendWhatIsLeft(lock);
   }
   m_work.wait(lock, [this] { return !m_bSending; });
   for (SItem& item : m_items) {
@@ -136,9 +144,21 @@ void CSendQueue::Run() {
   GiveBack(lock);
 }
 
-// One gather send of what is queued first, waiting for the socket when it is
-// full. Returns false when the link is broken.
-bool CSendQueue::SendSome(Lock& lock) {
+// Until somebody waits for room: that one goes on sending.
+void CSendQueue::SendWhatIsLeft(Lock& lock) {
+  while (!m_items.empty() && !m_bSending && !m_bClosed && m_nRoomWaiters == 0) {
+    if (SendSome(lock, -1)) continue;
+    lock.unlock();
+    m_onBroken();
+    lock.lock();
+  }
+  if (!m_bSending) m_bWanted = false;
+}
+
+// One gather send of what is queued first. When the socket is full, waits for
+// it, at most `waitMs` (-1: without end, 0: not at all). Returns false when
+// the link is broken.
+bool CSendQueue::SendSome(Lock& lock, int waitMs) {
   SSlice slices[kSlicesPerSend];
   int count = 0;
   for (const SItem& item : m_items) {
@@ -148,11 +168,16 @@ bool CSendQueue::SendSome(Lock& lock) {
   m_bSending = true;
   lock.unlock();
   std::size_t sent = 0;
-  const EIoResult result = m_socket.Send(slices, count, sent);
-  if (result == EIoResult::kWouldBlock) m_socket.WaitSend();
+  EIoResult result = m_socket.Send(slices, count, sent);
+  if (result == EIoResult::kWouldBlock && waitMs != 0) {
+    m_socket.WaitSend(waitMs);
+    result = m_socket.Send(slices, count, sent);
+  }
   lock.lock();
   m_bSending = false;
   Advance(sent);
+  if (m_nRoomWaiters > 0) m_room.notify_all();
+  if (m_bClosed) m_work.notify_all();
   return result != EIoResult::kClosed;
 }
 
@@ -168,8 +193,14 @@ void CSendQueue::Advance(std::size_t bytes) {
     if (item.m_nBytes > 0) break;
     if (item.m_pBuffer != nullptr) m_vecDone.push_back(item.m_pBuffer);
     m_items.pop_front();
+    ++m_ullTaken;
   }
-  if (m_nRoomWaiters > 0 && m_items.size() <= kRoomWakeBuffers) m_room.notify_all();
+}
+
+// Only when there is something to do that it will not see by itself in time.
+void CSendQueue::WakeSenderThread() {
+  const bool work = m_bWanted || m_vecDone.size() >= kDoneTogether;
+  if (work || (m_bIdle && (!m_items.empty() || !m_vecDone.empty()))) m_work.notify_one();
 }
 
 // Hands finished buffers to the sink, without the lock.

@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -15,9 +16,12 @@ class IStreamSocket;
 /// What one link has still to send: one queue for buffers and texts, so that
 /// everything leaves in the order of the calls.
 ///
-/// A packet that finds the queue empty is sent at once by its caller, without
-/// waking anybody; what the socket does not take is left to the link's sender
-/// thread. Buffers go back to the sink on that thread only.
+/// Whoever pushes also sends, as much as the socket takes, without waking
+/// anybody. A caller that asked for room before (WaitRoom) is expected back
+/// with its next packet: what the socket did not take then waits for it, and
+/// it is that caller's thread which waits for the socket. What anybody else
+/// leaves behind, or the caller does not come back for, the link's sender
+/// thread sends. Buffers go back to the sink on that thread only.
 ///
 /// Threads: pushing and waiting from any thread; Run is the sender thread.
 class CSendQueue {
@@ -35,8 +39,9 @@ class CSendQueue {
   EPush PushBuffer(CIOCPBuffer* buffer);
   EPush PushText(const char* data, std::size_t bytes);
 
-  /// Waits until fewer than kRoomBuffers items are queued or Close was
-  /// called. @return false when `ms` milliseconds passed first.
+  /// Waits for about `ms` milliseconds at most, sending meanwhile.
+  /// @return true when fewer than kRoomBuffers items are queued or Close was
+  ///         called; false: ask again.
   bool WaitRoom(int ms);
 
   /// Nothing is sent any more; Run gives everything back and returns.
@@ -56,8 +61,10 @@ class CSendQueue {
 
   EPush Push(Lock& lock, SItem item);
   static void KeepText(SItem& item);
-  bool SendSome(Lock& lock);
+  bool SendSome(Lock& lock, int waitMs);
+  void SendWhatIsLeft(Lock& lock);
   void Advance(std::size_t bytes);
+  void WakeSenderThread();
   void GiveBack(Lock& lock);
 
   IStreamSocket& m_socket;
@@ -66,11 +73,15 @@ class CSendQueue {
 
   std::mutex m_mutex;
   std::condition_variable m_work;       // for the sender thread
-  std::condition_variable m_room;       // for those who wait for room
+  std::condition_variable m_room;       // for those who wait while another thread sends
   std::deque<SItem> m_items;            // guarded by m_mutex
   std::vector<CIOCPBuffer*> m_vecDone;  // guarded by m_mutex; to give back
   std::size_t m_nTextBytes = 0;         // guarded by m_mutex; of queued texts
+  std::uint64_t m_ullTaken = 0;         // guarded by m_mutex; items that left m_items
   bool m_bSending = false;              // guarded by m_mutex; one thread is in Send
+  bool m_bAttended = false;             // guarded by m_mutex; who asked for room comes back
+  bool m_bWanted = false;               // guarded by m_mutex; the sender thread has to send
+  bool m_bIdle = false;                 // guarded by m_mutex; the sender thread sleeps untimed
   bool m_bClosed = false;               // guarded by m_mutex
   int m_nRoomWaiters = 0;               // guarded by m_mutex
 };

@@ -38,9 +38,10 @@ class IStreamSocket {
   /// bytes than given means that the rest would block.
   virtual EIoResult Send(const SSlice* slices, int count, std::size_t& sent) = 0;
 
-  /// Wait until the call above may do something, or until Shutdown.
+  /// Wait until the call above may do something, or until Shutdown; for
+  /// sending at most `ms` milliseconds, -1 without end.
   virtual void WaitReceive() = 0;
-  virtual void WaitSend() = 0;
+  virtual void WaitSend(int ms) = 0;
 
   /// Ends the connection in both directions and every wait on it, for good.
   virtual void Shutdown() = 0;

@@ -82,8 +82,8 @@ bool ReadAll(ISystemFile& file, std::string& content) {
   for (;;) {
     const std::size_t have = content.size();
     content.resize(have + kBlockBytes);
-    const std::int64_t n =
-        file.ReadAt(content.data() + have, kBlockBytes, static_cast<std::int64_t>(have));
+    const SReadPart block = {content.data() + have, kBlockBytes};
+    const std::int64_t n = file.ReadAt(&block, 1, static_cast<std::int64_t>(have));
     if (n < 0) return false;
     content.resize(have + static_cast<std::size_t>(n));
     if (n == 0) return true;

@@ -31,6 +31,18 @@ bool ToOpenMode(const std::string& text, EOpenMode& mode) {
   return true;
 }
 
+// Moves on to what is still to fill.
+void SkipFilled(SReadPart*& parts, int& count, std::size_t bytes) {
+  while (count > 0 && bytes >= parts->m_nBytes) {
+    bytes -= parts->m_nBytes;
+    ++parts;
+    --count;
+  }
+  if (count == 0) return;
+  parts->m_pData += bytes;
+  parts->m_nBytes -= bytes;
+}
+
 }  // namespace
 
 struct CFileHandle::SState {
@@ -56,15 +68,24 @@ CFileHandle::CFileHandle(std::unique_ptr<ISystemFile> file)
 CFileHandle::~CFileHandle() = default;
 
 int CFileHandle::ReadAt(std::int64_t position, char* buf, int len) {
-  if (len <= 0 || position < 0 || IsClosed() || position > kLastPosition - len) return 0;
-  int done = 0;
-  while (done < len) {
-    const std::int64_t n = m_pState->m_pFile->ReadAt(
-        buf + done, static_cast<std::size_t>(len - done), position + done);
+  if (len <= 0) return 0;
+  SReadPart whole = {buf, static_cast<std::size_t>(len)};
+  return ReadAt(position, &whole, 1);
+}
+
+int CFileHandle::ReadAt(std::int64_t position, SReadPart* parts, int count) {
+  std::int64_t left = 0;
+  for (int i = 0; i < count; ++i) left += static_cast<std::int64_t>(parts[i].m_nBytes);
+  if (position < 0 || IsClosed() || position > kLastPosition - left) return 0;
+  std::int64_t done = 0;
+  while (left > 0) {
+    const std::int64_t n = m_pState->m_pFile->ReadAt(parts, count, position + done);
     if (n <= 0) break;
-    done += static_cast<int>(n);
+    done += n;
+    left -= n;
+    SkipFilled(parts, count, static_cast<std::size_t>(n));
   }
-  return done;
+  return static_cast<int>(done);
 }
 
 bool CFileHandle::WriteAt(std::int64_t position, const char* data, int len) {
@@ -83,6 +104,13 @@ bool CFileHandle::WriteAt(std::int64_t position, const char* data, int len) {
 int CFileHandle::Read(char* buf, int len) {
   const std::lock_guard<std::mutex> lock(m_pState->m_mutex);
   const int done = ReadAt(m_pState->m_llPosition, buf, len);
+  m_pState->m_llPosition += done;
+  return done;
+}
+
+int CFileHandle::Read(SReadPart* parts, int count) {
+  const std::lock_guard<std::mutex> lock(m_pState->m_mutex);
+  const int done = ReadAt(m_pState->m_llPosition, parts, count);
   m_pState->m_llPosition += done;
   return done;
 }

@@ -8,6 +8,7 @@
 #include "KQFileTransServiceExport.h"
 
 class ISystemFile;
+struct SReadPart;
 
 /// One open file with a position of its own.
 ///
@@ -40,6 +41,10 @@ class CFileHandle {
 
   /// As above at the handle's own position, which moves on.
   int Read(char* buf, int len);
+
+  /// Fills `count` parts one after the other, less than 2 GiB in all; the
+  /// parts are used up.
+  int Read(SReadPart* parts, int count);
   bool Write(const char* data, int len);
   bool Seek(std::int64_t position);
 
@@ -50,6 +55,9 @@ class CFileHandle {
 
  private:
   struct SState;
+
+  int ReadAt(std::int64_t position, SReadPart* parts, int count);
+
   std::unique_ptr<SState> m_pState;
 };
 

@@ -43,14 +43,21 @@ enum class EOpenMode {
   kAppend,     ///< created when missing; every write goes to the end
 };
 
+/// A place in memory that a read fills, one of several in a row.
+struct SReadPart {
+  char* m_pData = nullptr;
+  std::size_t m_nBytes = 0;
+};
+
 /// One open file. Closed by the destructor. Calls on one object may overlap.
 class ISystemFile {
  public:
   virtual ~ISystemFile() = default;
 
-  /// Reads up to `size` bytes at `position`.
-  /// @return bytes read, at least 1; 0 at the end of the file; -1 on an error.
-  virtual std::int64_t ReadAt(char* data, std::size_t size, std::int64_t position) = 0;
+  /// Reads what lies at `position` into `count` parts, one after the other.
+  /// @return bytes read, at least 1 and possibly fewer than the parts hold; 0
+  ///         at the end of the file; -1 on an error.
+  virtual std::int64_t ReadAt(const SReadPart* parts, int count, std::int64_t position) = 0;
 
   /// Writes up to `size` bytes at `position` (at the end in mode kAppend).
   /// @return bytes written, possibly fewer than `size`; -1 on an error, which

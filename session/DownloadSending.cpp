@@ -7,7 +7,6 @@
 // m_bStopService and m_bStopTrans with the delivery thread; m_runMutex orders
 // the end of a run against the start of the next one.
 
-#include <cstring>
 #include <new>
 #include <string_view>
 
@@ -18,7 +17,7 @@
 #include "platform/KQFile.h"
 #include "platform/KQThread.h"
 #include "platform/ThreadGate.h"
-#include "protocol/DataPacket.h"
+#include "protocol/DataBlock.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
@@ -160,32 +159,29 @@ int CTransClient::StreamFile(SSendRun& run) {
     WriteLog("CTransClient::SendFileToClient seek Fail. " + std::to_string(run.m_llPosition) + " " +
              run.m_strPath + "\n");
   }
-  const auto block = std::make_unique_for_overwrite<char[]>(kReadBlockBytes);
+  CDataBlock block([] { return new CIOCPBuffer(kSendBufferBytes, true, false, 0); },
+                   [](CIOCPBuffer* buffer) { delete buffer; });
   ILinkInfo* const link =
       m_pTransNet == nullptr ? nullptr : m_pTransNet->GetLinkInfo(m_nLinkIP, run.m_nLinkPort);
   while (!m_bStopTrans) {
     if (m_bStopService || IsStale(run)) break;
-    const int n = run.m_pFile == nullptr ? 0 : run.m_pFile->Read(block.get(), kReadBlockBytes);
+    const int n = run.m_pFile == nullptr ? 0 : block.Read(*run.m_pFile, kReadBlockBytes);
     if (n == 0) return RESULT_OK;
-    if (!SendBuffer(link, n, block.get(), run)) break;
+    if (!SendBuffer(link, block, run)) break;
   }
   return ERROR_CODE_SEND_STOPPED;
 }
 
-bool CTransClient::SendBuffer(ILinkInfo* pLinkInfo, int nLength, const char* data, SSendRun& run) {
+bool CTransClient::SendBuffer(ILinkInfo* pLinkInfo, CDataBlock& block, SSendRun& run) {
   if (pLinkInfo == nullptr || !pLinkInfo->IsLink()) {
     if (!IsStale(run)) {
       WriteLog("CTransClient::SendBuffer pLinkInfo == NULL || !pLinkInfo->IsLink()  \n");
     }
     return false;
   }
-  for (int sent = 0; sent < nLength;) {
+  for (int piece = block.NextBytes(); piece > 0; piece = block.NextBytes()) {
     if (!WaitForRoom(*pLinkInfo, run)) return false;
-    const int piece = NextPieceBytes(nLength - sent);
-    auto* const buffer = new CIOCPBuffer(kSendBufferBytes, true, false, 0);
-    StartDataPacket(*buffer, NET_STC_TRANSFILEDATA, run.m_llPosition, piece);
-    std::memcpy(buffer->m_pBuf + kDataOffset, data + sent, static_cast<std::size_t>(piece));
-    sent += piece;
+    CIOCPBuffer* const buffer = block.Next(NET_STC_TRANSFILEDATA, run.m_llPosition);
     run.m_llPosition += piece;
     m_llSendPos = run.m_llPosition;
     if (!m_pTransNet->SendText(pLinkInfo, buffer)) return false;

@@ -15,6 +15,7 @@ class CKQFile;
 class CNetBuffer;
 class CThreadGate;
 class CThreadLock;
+class CDataBlock;
 class ILinkInfo;
 class ITransNet;
 
@@ -181,7 +182,7 @@ class KQFT_API CTransClient {
   /// Sends one block as data packets, each when the link has room for it.
   /// @return false when the link is gone or a packet was refused
   /// Blocks: until the packets are queued, or the run has to stop.
-  bool SendBuffer(ILinkInfo* pLinkInfo, int nLength, const char* data, SSendRun& run);
+  bool SendBuffer(ILinkInfo* pLinkInfo, CDataBlock& block, SSendRun& run);
 
   /// Result and text of the missing ranges of a 2509 body's file.
   int DealGetLostInfo(int nLength, const char* data, std::string& text);

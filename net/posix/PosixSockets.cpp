@@ -176,7 +176,7 @@ class CPosixStream : public IStreamSocket {
   }
 
   void WaitReceive() override { WaitFor(m_socket.Get(), POLLIN, m_wake.Get(), -1); }
-  void WaitSend() override { WaitFor(m_socket.Get(), POLLOUT, m_wake.Get(), -1); }
+  void WaitSend(int ms) override { WaitFor(m_socket.Get(), POLLOUT, m_wake.Get(), ms); }
 
   void Shutdown() override {
     shutdown(m_socket.Get(), SHUT_RDWR);

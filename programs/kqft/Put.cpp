@@ -215,8 +215,9 @@ int CommandPut(CSession& session, COutput& output, const SOptions& options) {
   {
     const CInterruptScope scope;
     upload.Run(report.m_vecItems);
-    report.m_llMoved = session.BytesMoved();
     if (!upload.LastSent().empty()) session.CloseCourteously(upload.LastSent());
+    session.Stop();
+    report.m_llMoved = session.BytesMoved();
   }
   return ReportTransfer(output, report);
 }

@@ -295,7 +295,10 @@ void CSession::ReleaseWaiting() {
 }
 
 bool CSession::ReleaseIOCPBuffer(CIOCPBuffer* p) {
-  if (p != nullptr && p->m_nBufSize == kSendBufferBytes) m_llMoved += p->m_nDataLen - kDataOffset;
+  if (p != nullptr && p->m_nBufSize == kSendBufferBytes &&
+      ReadInt64(p->m_pBuf + kPackHeadBytes) >= 0) {  // not the courteous byte
+    m_llMoved += p->m_nDataLen - kDataOffset;
+  }
   return CKQFileTransServiceClient::ReleaseIOCPBuffer(p);
 }
 

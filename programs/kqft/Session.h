@@ -90,7 +90,8 @@ class CSession : public CKQFileTransServiceClient {
 
   std::int64_t BytesDone() const { return m_llTransBytes; }
 
-  /// File data sent and received so far.
+  /// File data received, and sent: what the network has let go of, which is
+  /// all of it after Stop.
   std::int64_t BytesMoved() const { return m_llMoved; }
 
   /// What the server's last answer said; tells why -35 came.

@@ -25,9 +25,11 @@ class CScopedSystem::CPlannedFile final : public ISystemFile {
   CPlannedFile(CScopedSystem& scope, std::unique_ptr<ISystemFile> file)
       : m_scope(scope), m_pFile(std::move(file)) {}
 
-  std::int64_t ReadAt(char* data, std::size_t size, std::int64_t position) override {
+  std::int64_t ReadAt(const SReadPart* parts, int count, std::int64_t position) override {
     if (m_scope.Begin(EOperation::kRead) != ESystemError::kNone) return -1;
-    return m_pFile->ReadAt(data, m_scope.LimitTransfer(size, false), position);
+    const SReadPart first = {parts->m_pData, m_scope.LimitTransfer(parts->m_nBytes, false)};
+    if (first.m_nBytes < parts->m_nBytes) return m_pFile->ReadAt(&first, 1, position);
+    return m_pFile->ReadAt(parts, count, position);
   }
   std::int64_t WriteAt(const char* data, std::size_t size, std::int64_t position,
                        ESystemError& error) override {
