@@ -208,6 +208,7 @@ class KQFT_API CTransClient {
   int SendFrame(int port, int msgType, const void* body, int nLength);
   std::string LogFilePath() const;
   void Dispatch(int msgType, int nLength, const char* data);
+  bool OpenTarget(const std::string& path, bool create);
   int CheckReceiving();
   bool StoreChunk(KQLonglong position, const char* data, int nLength);
   std::string ProjectDir() const;

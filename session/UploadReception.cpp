@@ -57,19 +57,24 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   m_nLastDataError = RESULT_OK;
   m_llLostPos = INT64_MAX;
 
-  std::string mode = "w+b";
-  if (CKQPlatForm::IsFileExist(path)) {
-    mode = "r+b";
-  } else {
-    EU::CExpertUtils::CreateAllDir(path);
-  }
-  if (create) mode = "w+b";
-  if (!m_pTransFile->KQOpen(path, mode)) {
+  if (!OpenTarget(path, create)) {
     WriteLog("CTransClient::PrepareReceiveData open file fales CREATE_FILE_ERROR \n");
     return CREATE_FILE_ERROR;
   }
   m_nTransType = PROCESS_TYPE_CLIENT_UPDATA;
   return RESULT_OK;
+}
+
+// A file that is to be kept is opened without a look before: one that cannot
+// be looked at now must not pass for a missing one and be emptied.
+bool CTransClient::OpenTarget(const std::string& path, bool create) {
+  if (!create && m_pTransFile->KQOpen(path, "r+b")) return true;
+  if (!CKQPlatForm::IsFileExist(path)) {
+    EU::CExpertUtils::CreateAllDir(path);
+  } else if (!create) {
+    return false;
+  }
+  return m_pTransFile->KQOpen(path, "w+b");
 }
 
 // A failure that repeats is announced once.

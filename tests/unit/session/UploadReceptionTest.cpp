@@ -19,6 +19,11 @@ TEST_F(UploadReception, FlagDecidesWhetherAnExistingFileIsKept) {
   SendChunk(0, "made");
   EXPECT_EQ(ReadWholeFile(m_dir / "new/deep/file"), "made");
   EXPECT_EQ(AskUpload(true, "new"), Int32(CREATE_FILE_ERROR) + Int64(0));  // a directory
+  for (const EOperation operation : {EOperation::kQuery, EOperation::kOpen}) {
+    m_system.Follow(CFaultPlan().Fail(operation, 1, ESystemError::kTooMany));
+    AskUpload(false, "new\\deep\\file");
+    EXPECT_EQ(ReadWholeFile(m_dir / "new/deep/file"), "made") << "a fault empties no file";
+  }
 }
 
 TEST_F(UploadReception, RepeatedFailureIsAnnouncedAndLoggedOnce) {
