@@ -143,6 +143,8 @@ CScopedSystem::CScopedSystem(const CFaultPlan& plan)
 void CScopedSystem::Follow(const CFaultPlan& plan) {
   const std::lock_guard lock(m_mutex);
   m_plan = plan;
+  m_mapCalls.clear();
+  m_llWritten = 0;
   if (plan.m_nClockFactor != 0) m_nClockFactor = plan.m_nClockFactor;
 }
 

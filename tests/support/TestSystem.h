@@ -74,7 +74,8 @@ class CScopedSystem {
   explicit CScopedSystem(const CFaultPlan& plan = CFaultPlan());
   ~CScopedSystem() { ReplaceSystem(m_pBefore); }
 
-  /// Another plan from now on; the clock keeps its pace unless that plans it.
+  /// Another plan from now on, which counts from here; the clock keeps its
+  /// pace unless that plans it.
   void Follow(const CFaultPlan& plan);
 
   /// Lifts every planned fault.
