@@ -4,15 +4,24 @@
 # compares every file by SHA-256. Then fills a disk, makes room, and compares.
 #
 #   tests/soak.sh [ROUNDS [SEED]]    1000 rounds by default
+#   tests/soak.sh sweep              instead: every call to the file system that
+#                                    can fail, every place where a connection
+#                                    can end, one by one (some minutes)
 #   BUILD=DIR tests/soak.sh          the programs of another build than build/dev
 #
 # A seed draws the same kills again, as far as time allows. Exit status 0 when
 # nothing was lost and every kind of kill has struck.
 set -u
 cd "$(dirname "$0")/.." || exit 2
+build=${BUILD:-$PWD/build/dev}
+if [ "${1:-}" = sweep ]; then
+  set -o pipefail
+  KQFT_SWEEP=all "$build/bin/kqft_tests" --gtest_filter='*ProgramFault*' --gtest_brief=1 |
+    grep -v '^new client:\|^client disconnect:'
+  exit
+fi
 rounds=${1:-1000}
 seed=${2:-$((RANDOM + 1))}
-build=${BUILD:-$PWD/build/dev}
 preload=$build/lib/libkill_at_call.so
 for needed in "$build/bin/kqft" "$build/bin/kqft-server" "$preload"; do
   [ -f "$needed" ] || { echo "$needed is missing: build first (./test.sh dev)" >&2; exit 2; }

@@ -7,9 +7,7 @@
 
 #include <dlfcn.h>
 #include <sys/types.h>
-#include <sys/uio.h>
 
-#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
@@ -39,13 +37,6 @@ ssize_t WriteHalf(int fd, const void* data, std::size_t size, off_t position) {
   return std::raise(SIGKILL);
 }
 
-ssize_t WriteFirst(int fd, const iovec* pieces, int count, off_t position) {
-  static auto* const real = Real<ssize_t(int, const iovec*, int, off_t)>("pwritev");
-  if (!IsChosen("write:", g_writes)) return real(fd, pieces, count, position);
-  real(fd, pieces, std::max(1, count / 2), position);
-  return std::raise(SIGKILL);
-}
-
 }  // namespace
 
 extern "C" {
@@ -55,12 +46,6 @@ ssize_t pwrite(int fd, const void* data, std::size_t size, off_t position) {
 }
 ssize_t pwrite64(int fd, const void* data, std::size_t size, off_t position) {
   return WriteHalf(fd, data, size, position);
-}
-ssize_t pwritev(int fd, const iovec* pieces, int count, off_t position) {
-  return WriteFirst(fd, pieces, count, position);
-}
-ssize_t pwritev64(int fd, const iovec* pieces, int count, off_t position) {
-  return WriteFirst(fd, pieces, count, position);
 }
 
 int rename(const char* from, const char* to) noexcept {

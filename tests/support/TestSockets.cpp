@@ -1,4 +1,4 @@
-// Sockets that follow a plan: real ones that carry as much as it allows.
+// Clients' sockets that follow a plan: real ones that carry what it allows.
 
 #include "support/TestSockets.h"
 
@@ -6,7 +6,6 @@
 #include <chrono>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include "platform/SharedWord.h"
 
@@ -20,11 +19,11 @@ struct CScopedSockets::SState {
 
 class CScopedSockets::CPlannedSocket final : public IStreamSocket {
  public:
-  CPlannedSocket(std::shared_ptr<SState> state, std::unique_ptr<IStreamSocket> socket, bool client)
+  CPlannedSocket(std::shared_ptr<SState> state, std::unique_ptr<IStreamSocket> socket)
       : m_pState(std::move(state)), m_pSocket(std::move(socket)) {
     const std::lock_guard lock(m_pState->m_mutex);
     m_plan = m_pState->m_plan;
-    m_bFirst = client && std::exchange(m_pState->m_bArmed, false);
+    m_bFirst = std::exchange(m_pState->m_bArmed, false);
   }
 
   EIoResult Receive(char* data, std::size_t size, std::size_t& received) override {
@@ -35,24 +34,11 @@ class CScopedSockets::CPlannedSocket final : public IStreamSocket {
     if (result == EIoResult::kDone) Carry(EDirection::kReceived, data, received);
     return result;
   }
-  EIoResult Send(const SSlice* slices, int count, std::size_t& sent) override {
-    std::size_t left = 0;
-    for (int i = 0; i < count; ++i) left += slices[i].m_nBytes;
-    left = Granted(EDirection::kSent, left);
-    if (left == 0) return End();
-    std::vector<SSlice> granted;
-    for (int i = 0; i < count && left > 0; ++i) {
-      granted.push_back({slices[i].m_pData, std::min(left, slices[i].m_nBytes)});
-      left -= granted.back().m_nBytes;
-    }
-    const EIoResult result =
-        m_pSocket->Send(granted.data(), static_cast<int>(granted.size()), sent);
-    std::size_t carried = result == EIoResult::kDone ? sent : 0;
-    for (const SSlice& slice : granted) {
-      const std::size_t bytes = std::min(carried, slice.m_nBytes);
-      Carry(EDirection::kSent, slice.m_pData, bytes);
-      carried -= bytes;
-    }
+  EIoResult Send(const SSlice* slices, int, std::size_t& sent) override {
+    const SSlice granted{slices->m_pData, Granted(EDirection::kSent, slices->m_nBytes)};
+    if (granted.m_nBytes == 0) return End();
+    const EIoResult result = m_pSocket->Send(&granted, 1, sent);
+    if (result == EIoResult::kDone) Carry(EDirection::kSent, granted.m_pData, sent);
     return result;
   }
   void WaitReceive() override {
@@ -109,39 +95,18 @@ class CScopedSockets::CPlannedSocket final : public IStreamSocket {
   CSharedWord<bool> m_bDown = false;
 };
 
-class CScopedSockets::CPlannedListener final : public IListenSocket {
- public:
-  CPlannedListener(std::shared_ptr<SState> state, std::unique_ptr<IListenSocket> listener)
-      : m_pState(std::move(state)), m_pListener(std::move(listener)) {}
-  int Port() const override { return m_pListener->Port(); }
-  EAcceptResult Accept(std::unique_ptr<IStreamSocket>& socket) override {
-    const EAcceptResult result = m_pListener->Accept(socket);
-    if (result == EAcceptResult::kAccepted) {
-      socket = std::make_unique<CPlannedSocket>(m_pState, std::move(socket), false);
-    }
-    return result;
-  }
-  void Stop() override { m_pListener->Stop(); }
-
- private:
-  const std::shared_ptr<SState> m_pState;
-  const std::unique_ptr<IListenSocket> m_pListener;
-};
-
 class CScopedSockets::CPlanned final : public ISocketSystem {
  public:
   explicit CPlanned(std::shared_ptr<SState> state) : m_pState(std::move(state)) {}
   std::unique_ptr<IListenSocket> Listen(const std::string& address, int port) override {
-    auto listener = NativeSockets().Listen(address, port);
-    if (listener == nullptr) return nullptr;
-    return std::make_unique<CPlannedListener>(m_pState, std::move(listener));
+    return NativeSockets().Listen(address, port);
   }
   std::unique_ptr<IStreamSocket> Connect(const std::string& host, int port,
                                          const std::string& localAddress, int timeoutMs,
                                          const IWakeHandle& wake) override {
     auto socket = NativeSockets().Connect(host, port, localAddress, timeoutMs, wake);
     if (socket == nullptr) return nullptr;
-    return std::make_unique<CPlannedSocket>(m_pState, std::move(socket), true);
+    return std::make_unique<CPlannedSocket>(m_pState, std::move(socket));
   }
   std::unique_ptr<IWakeHandle> MakeWake() override { return NativeSockets().MakeWake(); }
 

@@ -10,7 +10,7 @@
 /// Which way bytes go, seen from the client.
 enum class EDirection { kSent, kReceived };
 
-/// What becomes of connections.
+/// What becomes of the connections that clients make.
 struct SLinkPlan {
   /// The first connection made under the plan ends once it has carried so many
   /// bytes one way, or its other side falls silent. Negative: never.
@@ -18,11 +18,10 @@ struct SLinkPlan {
   EDirection m_direction = EDirection::kSent;
   bool m_bSilent = false;
 
-  /// A call of either side moves at most so many bytes.
+  /// A call moves at most so many bytes.
   std::size_t m_nPiece = SIZE_MAX;
 
-  /// Both sides look for what has arrived so much later that it comes in
-  /// clumps.
+  /// Looks for what has arrived so much later that it comes in clumps.
   int m_nLingerMs = 0;
 };
 
@@ -42,7 +41,6 @@ class CScopedSockets {
 
  private:
   class CPlanned;
-  class CPlannedListener;
   class CPlannedSocket;
   struct SState;
   const std::shared_ptr<SState> m_pState;
