@@ -207,6 +207,7 @@ TEST_P(ProgramFault, EveryCallToTheFileSystemMayFailOnceOrForGood) {
 
 TEST_P(ProgramFault, ConnectionsMayEndAnywhereFallSilentAndCutBytesAsTheyLike) {
   constexpr int kShare = 90;
+  constexpr std::size_t kHead = kPackHeadBytes;
   const auto place = [&](const SLinkPlan& plan, const std::string& what) {
     StartCase();
     m_sockets.Follow(plan);
@@ -224,13 +225,15 @@ TEST_P(ProgramFault, ConnectionsMayEndAnywhereFallSilentAndCutBytesAsTheyLike) {
   m_sockets.Follow(SLinkPlan());
   RunUntilDone("no fault");
   EndCase();
+  const std::string streams[] = {m_sockets.Carried(EDirection::kSent),
+                                 m_sockets.Carried(EDirection::kReceived)};
   for (const EDirection direction : {EDirection::kSent, EDirection::kReceived}) {
-    const std::string stream = m_sockets.Carried(direction);
+    const std::string& stream = streams[static_cast<int>(direction)];
     std::set<std::size_t> ends;  // around every boundary, and in every head
-    for (std::size_t at = 0; at + kPackHeadBytes <= stream.size();) {
+    for (std::size_t at = 0; at + kHead <= stream.size();) {
       if (at > 0) ends.insert(at - 1);
-      for (std::size_t i = 0; i <= kPackHeadBytes + 1; ++i) ends.insert(at + i);
-      at += kPackHeadBytes + CNetWorkPackHead::BodyLength(stream.data() + at);
+      for (std::size_t i = 0; i <= kHead + 1; ++i) ends.insert(at + i);
+      at += kHead + CNetWorkPackHead::BodyLength(stream.data() + at);
     }
     const std::string way = direction == EDirection::kSent ? " sent" : " received";
     int wait = Skip(kShare);
@@ -240,7 +243,7 @@ TEST_P(ProgramFault, ConnectionsMayEndAnywhereFallSilentAndCutBytesAsTheyLike) {
       place({static_cast<std::int64_t>(end), direction}, std::to_string(end) + way);
     }
   }
-  const auto received = static_cast<std::int64_t>(m_sockets.Carried(EDirection::kReceived).size());
+  const std::int64_t received = std::ssize(streams[1]);
   for (const std::int64_t tenths : {3, 5}) {
     place({received * tenths / 10, EDirection::kReceived, true},
           "silent after " + std::to_string(tenths) + "/10");
