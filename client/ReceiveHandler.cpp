@@ -136,7 +136,9 @@ void CKQFileTransServiceClient::OnFileData(int length, const char* body) {
     return;
   }
   const int bytes = length - kPositionBytes;
-  if (!m_pFile->WriteEx(position, body + kPositionBytes, bytes)) {
+  // Nothing is stored behind a chunk that was lost: the next download goes on
+  // where the file ends.
+  if (m_bWriteFailed || !m_pFile->WriteEx(position, body + kPositionBytes, bytes)) {
     ReportWriteFailure(
         "DealNetMsg NET_STC_TRANSFILEDATA m_nErrorCode = ERROR_CODE_CLIENT_WRITE \n");
   }

@@ -8,10 +8,12 @@
 #include "platform/FileConfig.h"
 
 #include <algorithm>
-#include <atomic>
+#include <array>
+#include <cstdint>
 #include <iterator>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <string_view>
 #include <utility>
 
@@ -103,18 +105,33 @@ bool WriteAll(ISystemFile& file, const std::string& content) {
   return true;
 }
 
-// Creates a file of a name that nothing bears yet, in `directory`.
-std::unique_ptr<ISystemFile> CreateTemporary(const std::string& directory, std::string& path) {
-  constexpr int kAttempts = 1000;
-  static std::atomic<unsigned> serial{0};
-  const std::string stem = directory + ".kqft-" + std::to_string(System().Now()) + "-";
+// The name of the new file follows from that of the old one, so that an update
+// which a crash cut off leaves nothing that the next one does not take away.
+std::uint64_t HashOf(const std::string& text) {
+  std::uint64_t hash = 0xcbf29ce484222325U;  // FNV-1a
+  for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
+  return hash;
+}
+
+// Creates the file. One that is there belongs to an update of another process,
+// which ends in a moment, or was left by a crash.
+std::unique_ptr<ISystemFile> CreateTemporary(const std::string& path) {
+  constexpr int kAttempts = 20;
+  constexpr int kPauseMs = 10;
+  ESystemError error = ESystemError::kNone;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    ESystemError error = ESystemError::kNone;
-    path = stem + std::to_string(serial++) + ".tmp";
     auto file = System().OpenFile(path, EOpenMode::kCreateNew, error);
     if (file != nullptr || error != ESystemError::kExists) return file;
+    System().Sleep(kPauseMs);
   }
-  return nullptr;
+  System().RemoveFile(path);
+  return System().OpenFile(path, EOpenMode::kCreateNew, error);
+}
+
+// Updates of one file by this process take turns.
+std::mutex& UpdateLock(std::uint64_t hash) {
+  static std::array<std::mutex, 16> locks;
+  return locks[hash % locks.size()];
 }
 
 }  // namespace
@@ -254,8 +271,10 @@ bool QFileConfig::UpdateFile(bool) {
   const std::string content = Content();
   if (m_nEntries > kMostEntries || content.size() > kLargestFileBytes) return false;
   const std::string directory = EU::CExpertUtils::PickDirectory(m_strPath);
-  std::string temporary;
-  auto file = CreateTemporary(directory, temporary);
+  const std::uint64_t hash = HashOf(EU::CExpertUtils::PickFileName(m_strPath));
+  const std::lock_guard<std::mutex> lock(UpdateLock(hash));
+  const std::string temporary = directory + ".kqft-" + std::to_string(hash) + ".tmp";
+  auto file = CreateTemporary(temporary);
   if (file == nullptr) return false;
   // A file system without permissions of its own refuses to copy them; the
   // content matters more.

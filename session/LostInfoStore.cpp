@@ -9,6 +9,7 @@
 #include "platform/ExpertUtils.h"
 #include "platform/FileConfig.h"
 #include "platform/KQPlatForm.h"
+#include "platform/System.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
@@ -46,8 +47,16 @@ bool JoinRecords(QFileConfig& config, const std::string& section, const std::str
   return true;
 }
 
+// Whether there surely is no such file: one that cannot be looked at now must
+// not pass for a record of nothing lost.
+bool IsAbsent(const std::string& path) {
+  ESystemError error = ESystemError::kNone;
+  System().OpenFile(path, EOpenMode::kRead, error);
+  return error == ESystemError::kNotFound || error == ESystemError::kBadPath;
+}
+
 int ReadSideFiles(const std::string& lostPath, const std::string& infoPath, std::string& text) {
-  if (!CKQPlatForm::IsFileExist(lostPath)) return RESULT_OK;
+  if (IsAbsent(lostPath)) return RESULT_OK;
   QFileConfig lost;
   lost.SetFileName(lostPath);
   if (!lost.ReadConfig()) return ERROR_CODE_LOSTINFO_RECORD;
@@ -60,7 +69,7 @@ int ReadSideFiles(const std::string& lostPath, const std::string& infoPath, std:
     return ERROR_CODE_LOSTINFO_ACCESS;
   }
   std::string sizes;
-  if (CKQPlatForm::IsFileExist(infoPath)) {
+  if (!IsAbsent(infoPath)) {
     QFileConfig info;
     info.SetFileName(infoPath);
     if (!info.ReadConfig()) return ERROR_CODE_LOSTINFO_RECORD;

@@ -119,9 +119,11 @@ class KQFT_API CTransClient {
   CKQFile* m_pLogFile = nullptr;      // owned; used under m_pLogLock
   CThreadLock* m_pLogLock = nullptr;  // owned; constant after construction
 
-  std::int64_t m_llWriteErrTime;   // delivery thread
-  std::int64_t m_llLogReopenTime;  // guarded by m_pLogLock
-  std::int64_t m_llCreateTime;     // constant after construction; never read
+  KQLonglong m_llLostPos = INT64_MAX;  // delivery thread; of the open file the first byte that
+                                       // could not be stored
+  std::int64_t m_llWriteErrTime;       // delivery thread
+  std::int64_t m_llLogReopenTime;      // guarded by m_pLogLock
+  std::int64_t m_llCreateTime;         // constant after construction; never read
 
   std::string m_strLostInfoPath;  // delivery thread; side file of the last 2509
 
@@ -207,7 +209,9 @@ class KQFT_API CTransClient {
   int SendFrame(int port, int msgType, const void* body, int nLength);
   std::string LogFilePath() const;
   void Dispatch(int msgType, int nLength, const char* data);
+  bool OpenTarget(const std::string& path, bool create);
   int CheckReceiving();
+  bool StoreChunk(KQLonglong position, const char* data, int nLength);
   std::string ProjectDir() const;
   void AppendProject(std::vector<Channel_Key_Value>* out);
   bool StartSender(KQLonglong position, const std::string& path);

@@ -5,6 +5,8 @@
 // link's delivery thread; shares m_bStopService, m_nTransType and m_bWriting
 // with StopService.
 
+#include <algorithm>
+
 #include "platform/ByteOrder.h"
 #include "platform/ExpertUtils.h"
 #include "platform/HardWareCommon.h"
@@ -53,20 +55,26 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   WriteLog("CTransClient::PrepareReceiveData llFileLen = " +
            std::to_string(static_cast<std::int32_t>(*llFileLen)) + " \n");
   m_nLastDataError = RESULT_OK;
+  m_llLostPos = INT64_MAX;
 
-  std::string mode = "w+b";
-  if (CKQPlatForm::IsFileExist(path)) {
-    mode = "r+b";
-  } else {
-    EU::CExpertUtils::CreateAllDir(path);
-  }
-  if (create) mode = "w+b";
-  if (!m_pTransFile->KQOpen(path, mode)) {
+  if (!OpenTarget(path, create)) {
     WriteLog("CTransClient::PrepareReceiveData open file fales CREATE_FILE_ERROR \n");
     return CREATE_FILE_ERROR;
   }
   m_nTransType = PROCESS_TYPE_CLIENT_UPDATA;
   return RESULT_OK;
+}
+
+// A file that is to be kept is opened without a look before: one that cannot
+// be looked at now must not pass for a missing one and be emptied.
+bool CTransClient::OpenTarget(const std::string& path, bool create) {
+  if (!create && m_pTransFile->KQOpen(path, "r+b")) return true;
+  if (!CKQPlatForm::IsFileExist(path)) {
+    EU::CExpertUtils::CreateAllDir(path);
+  } else if (!create) {
+    return false;
+  }
+  return m_pTransFile->KQOpen(path, "w+b");
 }
 
 // A failure that repeats is announced once.
@@ -92,6 +100,17 @@ int CTransClient::CheckReceiving() {
   return RESULT_OK;
 }
 
+// Nothing is stored behind a chunk that was lost: the next upload goes on
+// where the file ends and takes all before it for stored.
+bool CTransClient::StoreChunk(KQLonglong position, const char* data, int nLength) {
+  if (position <= m_llLostPos && m_pTransFile->WriteEx(position, data, nLength)) {
+    m_llLostPos = std::max(m_llLostPos, position + nLength);
+    return true;
+  }
+  if (position >= 0) m_llLostPos = std::min(m_llLostPos, position);
+  return false;
+}
+
 int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
   int refusal = CheckReceiving();
   if (refusal != RESULT_OK) return refusal;
@@ -105,8 +124,8 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
     m_bWriting = marked;
     return refusal;
   }
-  if (m_pTransFile->WriteEx(ReadInt64(data), data + kPositionBytes,
-                            static_cast<int>(nLength - kPositionBytes))) {
+  if (StoreChunk(ReadInt64(data), data + kPositionBytes,
+                 static_cast<int>(nLength - kPositionBytes))) {
     // The mark stays, kept on purpose: only a failed write clears it, and
     // StopService of a session that stored data waits its full time.
     return RESULT_OK;

@@ -174,6 +174,10 @@ int CSession::AskHeldSize(const std::string& name, std::int64_t& size) {
   const int result = Checked(PrepareTransFile(name, false));
   if (result != RESULT_OK) return result;
   size = m_llServerFilePos;
+  return EndFile();
+}
+
+int CSession::EndFile() {
   m_evFileEnd->ResetKQEvent();
   if (!SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0)) return ERROR_CODE_CLIENT_CONNECT;
   if (m_evFileEnd->Wait(kFileEndWaitMs) == kWaitTimeout) return ERROR_CODE_WAIT_TRANSEND;

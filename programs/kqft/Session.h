@@ -67,6 +67,10 @@ class CSession : public CKQFileTransServiceClient {
 
   int AskLostInfo(const std::string& name, SLostInfo& info);
 
+  /// Ends the file that the server has open; one whose transfer failed stays
+  /// open there and keeps it from telling what is missing of the next one.
+  int EndFile();
+
   // Transfers.
   int StartUpload(const std::vector<Channel_Key_Value>& records);
   int StartDownload(const std::vector<Channel_Key_Value>& records, const std::string& directory);

@@ -154,7 +154,7 @@ std::size_t CTransfer::MoveBatch(const Batch& batch) {
       code = m_session.LastAnswer();
     }
     Blame(*batch[failed], code);
-    m_bRenewLink = !LeavesLinkClean(code);
+    m_bRenewLink = !LeavesLinkClean(code) || m_session.EndFile() != RESULT_OK;
   } else if (cut) {
     ended = reached;
     Blame(*batch[reached], ERROR_CODE_CLIENT_SENDDATA);

@@ -27,7 +27,7 @@ class CTestClient : public CKQFileTransServiceClient {
   using Base::m_evFileEnd, Base::m_evReply, Base::m_evTransEnd, Base::m_pLinkInfo;
   using Base::m_llServerFilePos, Base::m_llTransBytes, Base::m_TotalTransBytes;
   using Base::m_mapBuffer, Base::m_nBufReleased, Base::m_nBufTaken;
-  using Base::m_nErrorCode, Base::m_nServerErrorCode, Base::m_nTransState;
+  using Base::m_nErrorCode, Base::m_pFile, Base::m_nServerErrorCode, Base::m_nTransState;
   using Base::m_strLogPath, Base::m_strLostInfo, Base::m_strPrjDir;
   using Base::SendData, Base::SendMessage, Base::StopReceiveData, Base::WriteLog;
 

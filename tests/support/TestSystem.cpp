@@ -22,18 +22,18 @@ std::filesystem::path ToHostPath(std::string path) {
 // A real file behind the plan.
 class CScopedSystem::CPlannedFile final : public ISystemFile {
  public:
-  CPlannedFile(CScopedSystem& scope, std::unique_ptr<ISystemFile> file)
-      : m_scope(scope), m_pFile(std::move(file)) {}
+  CPlannedFile(CScopedSystem& scope, std::string path, std::unique_ptr<ISystemFile> file)
+      : m_scope(scope), m_strPath(std::move(path)), m_pFile(std::move(file)) {}
 
   std::int64_t ReadAt(const SReadPart* parts, int count, std::int64_t position) override {
-    if (m_scope.Begin(EOperation::kRead) != ESystemError::kNone) return -1;
+    if (m_scope.Begin(EOperation::kRead, m_strPath) != ESystemError::kNone) return -1;
     const SReadPart first = {parts->m_pData, m_scope.LimitTransfer(parts->m_nBytes, false)};
     if (first.m_nBytes < parts->m_nBytes) return m_pFile->ReadAt(&first, 1, position);
     return m_pFile->ReadAt(parts, count, position);
   }
   std::int64_t WriteAt(const char* data, std::size_t size, std::int64_t position,
                        ESystemError& error) override {
-    error = m_scope.Begin(EOperation::kWrite);
+    error = m_scope.Begin(EOperation::kWrite, m_strPath);
     if (error != ESystemError::kNone) return -1;
     const std::size_t granted = m_scope.LimitTransfer(size, true);
     if (granted == 0 && size > 0) error = ESystemError::kNoSpace;
@@ -41,11 +41,12 @@ class CScopedSystem::CPlannedFile final : public ISystemFile {
     return m_pFile->WriteAt(data, granted, position, error);
   }
   bool Flush() override {
-    return m_scope.Begin(EOperation::kFlush) == ESystemError::kNone && m_pFile->Flush();
+    return m_scope.Begin(EOperation::kFlush, m_strPath) == ESystemError::kNone && m_pFile->Flush();
   }
 
  private:
   CScopedSystem& m_scope;
+  const std::string m_strPath;
   const std::unique_ptr<ISystemFile> m_pFile;
 };
 
@@ -56,31 +57,38 @@ class CScopedSystem::CPlanned final : public ISystem {
 
   std::unique_ptr<ISystemFile> OpenFile(const std::string& path, EOpenMode mode,
                                         ESystemError& error) override {
-    error = m_scope.Begin(EOperation::kOpen);
+    error = m_scope.Begin(EOperation::kOpen, path);
     if (error != ESystemError::kNone) return nullptr;
     auto file = m_real.OpenFile(path, mode, error);
     if (file == nullptr) return nullptr;
-    return std::make_unique<CPlannedFile>(m_scope, std::move(file));
+    return std::make_unique<CPlannedFile>(m_scope, path, std::move(file));
   }
   bool QueryFile(const std::string& path, SFileStatus& status) override {
-    return m_real.QueryFile(path, status);
+    const ESystemError planned = m_scope.Begin(EOperation::kQuery, path);
+    if (planned != ESystemError::kNone) status = SFileStatus();
+    return planned == ESystemError::kNone && m_real.QueryFile(path, status);
   }
-  ESystemError RemoveFile(const std::string& path) override { return m_real.RemoveFile(path); }
+  ESystemError RemoveFile(const std::string& path) override {
+    const ESystemError planned = m_scope.Begin(EOperation::kRemove, path);
+    return planned != ESystemError::kNone ? planned : m_real.RemoveFile(path);
+  }
   ESystemError RenameFile(const std::string& from, const std::string& to) override {
-    const ESystemError planned = m_scope.Begin(EOperation::kRename);
+    const ESystemError planned = m_scope.Begin(EOperation::kRename, to);
     return planned != ESystemError::kNone ? planned : m_real.RenameFile(from, to);
   }
   ESystemError CopyPermissions(const std::string& from, const std::string& to) override {
     return m_real.CopyPermissions(from, to);
   }
   ESystemError MakeDirectory(const std::string& path) override {
-    return m_real.MakeDirectory(path);
+    const ESystemError planned = m_scope.Begin(EOperation::kMakeDirectory, path);
+    return planned != ESystemError::kNone ? planned : m_real.MakeDirectory(path);
   }
   ESystemError RemoveEmptyDirectory(const std::string& path) override {
     return m_real.RemoveEmptyDirectory(path);
   }
   bool FlushDirectory(const std::string& path) override {
-    return m_scope.Begin(EOperation::kFlush) == ESystemError::kNone && m_real.FlushDirectory(path);
+    return m_scope.Begin(EOperation::kFlush, path) == ESystemError::kNone &&
+           m_real.FlushDirectory(path);
   }
   ESystemError ListDirectory(const std::string& path,
                              std::vector<SDirectoryEntry>& entries) override {
@@ -137,14 +145,23 @@ CScopedSystem::CScopedSystem(const CFaultPlan& plan)
 void CScopedSystem::Follow(const CFaultPlan& plan) {
   const std::lock_guard lock(m_mutex);
   m_plan = plan;
+  m_mapCalls.clear();
+  m_llWritten = 0;
   if (plan.m_nClockFactor != 0) m_nClockFactor = plan.m_nClockFactor;
 }
 
 // Counts a call and tells what it must fail with.
-ESystemError CScopedSystem::Begin(EOperation operation) {
+ESystemError CScopedSystem::Begin(EOperation operation, const std::string& path) {
   const std::lock_guard lock(m_mutex);
-  const auto fault = m_plan.m_mapFaults.find({operation, ++m_mapCalls[operation]});
-  return fault == m_plan.m_mapFaults.end() ? ESystemError::kNone : fault->second;
+  if (ToHostPath(path).string().rfind(m_plan.m_strBelow, 0) != 0) return ESystemError::kNone;
+  int call = ++m_mapCalls[operation];
+  if (m_plan.m_bForGood && !m_plan.m_mapFaults.empty()) {
+    call = std::min(call, m_plan.m_mapFaults.begin()->first.second);
+  }
+  const auto fault = m_plan.m_mapFaults.find({operation, call});
+  if (fault == m_plan.m_mapFaults.end()) return ESystemError::kNone;
+  ++m_nStruck;
+  return fault->second;
 }
 
 // Bytes of `size` that may be moved; written ones take room on the disk.

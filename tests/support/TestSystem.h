@@ -13,7 +13,7 @@
 #include "platform/System.h"
 
 /// The calls that a plan can make fail.
-enum class EOperation { kOpen, kRead, kWrite, kFlush, kRename };
+enum class EOperation { kOpen, kRead, kWrite, kFlush, kRename, kRemove, kMakeDirectory, kQuery };
 
 /// Faults that a test decides on beforehand, read as sentences.
 class CFaultPlan {
@@ -23,6 +23,15 @@ class CFaultPlan {
   CFaultPlan& Fail(EOperation operation, int k, ESystemError error) {
     return Set(m_mapFaults[{operation, k}], error);
   }
+
+  /// As above, and so do all that follow it.
+  CFaultPlan& FailFrom(EOperation operation, int k, ESystemError error) {
+    m_bForGood = true;
+    return Fail(operation, k, error);
+  }
+
+  /// Failures count and strike only calls whose path begins so.
+  CFaultPlan& Below(const std::string& path) { return Set(m_strBelow, path); }
 
   /// Writes succeed until `bytes` bytes in all were written, then fail with
   /// kNoSpace; the one that crosses the limit is cut short.
@@ -49,6 +58,8 @@ class CFaultPlan {
   }
 
   std::map<std::pair<EOperation, int>, ESystemError> m_mapFaults;
+  bool m_bForGood = false;
+  std::string m_strBelow;
   std::int64_t m_llDiskBytes = INT64_MAX;
   std::int64_t m_llTransferBytes = INT64_MAX;
   std::optional<std::int64_t> m_freeSpace;
@@ -63,11 +74,15 @@ class CScopedSystem {
   explicit CScopedSystem(const CFaultPlan& plan = CFaultPlan());
   ~CScopedSystem() { ReplaceSystem(m_pBefore); }
 
-  /// Another plan from now on; the clock keeps its pace unless that plans it.
+  /// Another plan from now on, which counts from here; the clock keeps its
+  /// pace unless that plans it.
   void Follow(const CFaultPlan& plan);
 
   /// Lifts every planned fault.
   void Heal() { Follow(CFaultPlan()); }
+
+  /// Failures that the plans have caused so far.
+  int Struck() const { return m_nStruck; }
 
   /// Moves the clock on without waiting.
   void AdvanceClock(std::int64_t seconds) { m_llAdvanced += seconds; }
@@ -78,7 +93,7 @@ class CScopedSystem {
  private:
   class CPlanned;
   class CPlannedFile;
-  ESystemError Begin(EOperation operation);
+  ESystemError Begin(EOperation operation, const std::string& path);
   std::size_t LimitTransfer(std::size_t size, bool write);
 
   const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
@@ -87,6 +102,7 @@ class CScopedSystem {
   CFaultPlan m_plan;                     // guarded by m_mutex
   std::map<EOperation, int> m_mapCalls;  // guarded by m_mutex
   std::int64_t m_llWritten = 0;          // guarded by m_mutex
+  std::atomic<int> m_nStruck{0};
   std::atomic<std::int64_t> m_llSlept{0};
   std::atomic<std::int64_t> m_llAdvanced{0};
   const std::unique_ptr<ISystem> m_pSystem;

@@ -1,5 +1,6 @@
 // The client's receive handler, fed directly.
 
+#include "platform/KQFile.h"
 #include "support/TestClient.h"
 
 namespace {
@@ -71,6 +72,20 @@ TEST(ReceiveHandler, DataIsDroppedAfterAStopAndCountedAlsoWhenItCannotBeWritten)
   client.Deliver(2506, Int64(0) + "no file");
   EXPECT_EQ(client.m_llTransBytes, 7);
   EXPECT_FALSE(client.m_bWriting);
+}
+
+// The next download goes on where the file ends.
+TEST(ReceiveHandler, NothingIsStoredBehindALostChunk) {
+  CScopedSystem system;
+  CTestClient client;
+  ASSERT_TRUE(client.m_pFile->KQOpen(client.File("run.tm", ""), "r+b"));
+  client.m_bStop = client.m_bStopReceive = false;
+  system.Follow(
+      CFaultPlan().Fail(EOperation::kWrite, 2, ESystemError::kOther).Below(client.m_files.Path()));
+  for (int i = 0; i < 4; ++i) client.Deliver(2506, Int64(i * 3) + "abc");
+  EXPECT_EQ(client.m_nErrorCode, -27);
+  EXPECT_EQ(client.m_llTransBytes, 12);
+  EXPECT_EQ(ReadWholeFile(client.m_files / "run.tm"), "abc");
 }
 
 }  // namespace

@@ -115,4 +115,18 @@ TEST(FileConfig, AFailureAtAnyStepLeavesTheOldFileAndNoOther) {
   }
 }
 
+TEST(FileConfig, WhatAKilledUpdateLeftIsGoneAfterTheNextOne) {
+  const CTempDirectory temp;
+  WriteWholeFile(temp / "a.li", "[Lost_Pos]\nlost_info_0=1,2\n");
+  CScopedSystem system(CFaultPlan()
+                           .Fail(EOperation::kRename, 1, ESystemError::kOther)
+                           .Fail(EOperation::kRemove, 1, ESystemError::kOther)
+                           .ClockFaster(50));
+  EXPECT_FALSE(SetValue(temp / "a.li", "3,4"));
+  ASSERT_FALSE(IsAlone(temp / "a.li"));
+  EXPECT_TRUE(SetValue(temp / "a.li", "5,6"));
+  EXPECT_EQ(ReadWholeFile(temp / "a.li"), "[Lost_Pos]\nlost_info_0=5,6\n");
+  EXPECT_TRUE(IsAlone(temp / "a.li"));
+}
+
 }  // namespace

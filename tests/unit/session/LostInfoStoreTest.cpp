@@ -53,6 +53,11 @@ TEST_F(LostInfoStore, UnusableFilesAreReportedWithoutText) {
   WriteWholeFile(m_dir / "run.li", "[Lost_Pos]\nnRecordCount=2147483647\n");
   EXPECT_EQ(Text("run.tm"), Int32(ERROR_CODE_LOSTINFO_ACCESS));
   EXPECT_EQ(Change(0, 1, 1), Int32(ERROR_CODE_LOSTINFO_ACCESS));  // the rename fails
+  WriteWholeFile(m_dir / "a.li", "[Lost_Pos]\nnRecordCount=1\nlost_info_0=1,2\n");
+  m_system.Follow(CFaultPlan().FailFrom(EOperation::kQuery, 1, ESystemError::kOther));
+  EXPECT_EQ(Text("a.tm"), Int32(RESULT_OK) + "0|1,2|");  // never "nothing is lost"
+  m_system.Follow(CFaultPlan().FailFrom(EOperation::kOpen, 1, ESystemError::kTooMany));
+  EXPECT_EQ(Text("a.tm"), Int32(ERROR_CODE_LOSTINFO_RECORD));
 }
 
 }  // namespace

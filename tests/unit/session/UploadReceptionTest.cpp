@@ -19,6 +19,11 @@ TEST_F(UploadReception, FlagDecidesWhetherAnExistingFileIsKept) {
   SendChunk(0, "made");
   EXPECT_EQ(ReadWholeFile(m_dir / "new/deep/file"), "made");
   EXPECT_EQ(AskUpload(true, "new"), Int32(CREATE_FILE_ERROR) + Int64(0));  // a directory
+  for (const EOperation operation : {EOperation::kQuery, EOperation::kOpen}) {
+    m_system.Follow(CFaultPlan().Fail(operation, 1, ESystemError::kTooMany));
+    AskUpload(false, "new\\deep\\file");
+    EXPECT_EQ(ReadWholeFile(m_dir / "new/deep/file"), "made") << "a fault empties no file";
+  }
 }
 
 TEST_F(UploadReception, RepeatedFailureIsAnnouncedAndLoggedOnce) {
@@ -37,6 +42,20 @@ TEST_F(UploadReception, RepeatedFailureIsAnnouncedAndLoggedOnce) {
   m_system.AdvanceClock(10);
   for (int i = 0; i < 5; ++i) SendChunk(-1, "x");
   EXPECT_EQ(Log(), "write data failed " + (m_dir / "full") + "\n");
+}
+
+// The next upload goes on where the file ends.
+TEST_F(UploadReception, NothingIsStoredBehindALostChunk) {
+  m_system.Follow(CFaultPlan().Fail(EOperation::kWrite, 2, ESystemError::kOther));
+  AskUpload(false, "run.tm");
+  for (int i = 0; i < 4; ++i) SendChunk(i * 3, "abc");
+  EXPECT_EQ(ReadWholeFile(m_dir / "run.tm"), "abc");
+  SendChunk(-1, "x");
+  for (int i = 1; i < 3; ++i) SendChunk(i * 3, "def");  // what closes the gap is stored
+  EXPECT_EQ(ReadWholeFile(m_dir / "run.tm"), "abcdefdef");
+  EXPECT_EQ(AskUpload(false, "run.tm"), Int32(RESULT_OK) + Int64(9));
+  SendChunk(20, "far");  // beyond the end of a file is no fault
+  EXPECT_EQ(FileSize(m_dir / "run.tm"), 23);
 }
 
 }  // namespace

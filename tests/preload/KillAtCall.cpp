@@ -1,0 +1,56 @@
+// Ends a program by SIGKILL in the middle of a call that was chosen beforehand.
+//
+//   KQFT_KILL_AT=write:12 LD_PRELOAD=libkill_at_call.so kqft put ...
+//
+// The 12th write to a file at a position leaves half of its bytes, the third
+// rename of "rename:3" is not begun. Stands before the C library.
+
+#include <dlfcn.h>
+#include <sys/types.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <string_view>
+
+namespace {
+
+std::atomic<int> g_writes{0};
+std::atomic<int> g_renames{0};
+
+bool IsChosen(std::string_view kind, std::atomic<int>& calls) {
+  const char* const plan = std::getenv("KQFT_KILL_AT");
+  const int call = ++calls;
+  if (plan == nullptr || std::string_view(plan).substr(0, kind.size()) != kind) return false;
+  return std::atoi(plan + kind.size()) == call;
+}
+
+template <typename Function>
+Function* Real(const char* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+ssize_t WriteHalf(int fd, const void* data, std::size_t size, off_t position) {
+  static auto* const real = Real<ssize_t(int, const void*, std::size_t, off_t)>("pwrite");
+  if (!IsChosen("write:", g_writes)) return real(fd, data, size, position);
+  real(fd, data, size / 2, position);
+  return std::raise(SIGKILL);
+}
+
+}  // namespace
+
+extern "C" {
+
+ssize_t pwrite(int fd, const void* data, std::size_t size, off_t position) {
+  return WriteHalf(fd, data, size, position);
+}
+ssize_t pwrite64(int fd, const void* data, std::size_t size, off_t position) {
+  return WriteHalf(fd, data, size, position);
+}
+
+int rename(const char* from, const char* to) noexcept {
+  static auto* const real = Real<int(const char*, const char*)>("rename");
+  if (IsChosen("rename:", g_renames)) std::raise(SIGKILL);
+  return real(from, to);
+}
+}
