@@ -10,16 +10,13 @@ long the lists took and how long the second client waited.
 """
 import argparse
 import os
-import re
-import shutil
-import signal
 import socket
-import statistics
 import struct
 import subprocess
 import sys
-import tempfile
 import time
+
+from common import Server, WorkDirectory, machine_line, median, say
 
 GET_PROJECT_DIRECTORY = 2511
 
@@ -39,9 +36,8 @@ def main():
     parser.add_argument("--directories", type=int, default=2000)
     parser.add_argument("--files", type=int, default=50000)
     args = parser.parse_args()
-    root = tempfile.mkdtemp(prefix="kqft-bench-")
-    server = None
-    try:
+    say(machine_line(args.build))
+    with WorkDirectory() as root, Server(args.build, f"{root}/data") as server:
         each = args.files // args.directories
         for d in range(args.directories):
             directory = f"{root}/data/All/group{d // 100}/d{d}"
@@ -49,18 +45,11 @@ def main():
             for f in range(each):
                 open(f"{directory}/f{f}.tm", "w", encoding="ascii").close()
         open(f"{root}/data/All/All.kqsln", "w", encoding="ascii").close()
-        os.mkdir(f"{root}/log")
-        server = subprocess.Popen(
-            [f"{args.build}/bin/kqft-server", "--dir", f"{root}/data", "--log-dir", f"{root}/log",
-             "--listen", "127.0.0.1", "--port", "0"],
-            stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
-        place = re.search(r"listening on (\S+)", server.stderr.readline()).group(1)
-        link = socket.create_connection(("127.0.0.1", int(place.rsplit(":", 1)[1])),
+        link = socket.create_connection(("127.0.0.1", server.port),
                                         source_address=("127.0.0.9", 0))
         ask(link)
         for command in (["ls"], ["files", "All"]):
-            call = [f"{args.build}/bin/kqft", "--server", place, "--bind", "127.0.0.8",
-                    "--log-dir", f"{root}/log"] + command
+            call = server.client("--bind", "127.0.0.8", *command)
             subprocess.run(call, check=True, stdout=subprocess.DEVNULL)  # warms the cache
             waits = []
             start = time.monotonic()
@@ -69,15 +58,10 @@ def main():
                 waits.append(ask(link))
             if lister.returncode != 0:
                 sys.exit("kqft failed")
-            print(f"kqft {' '.join(command)}: {time.monotonic() - start:.2f} s for "
-                  f"{args.files} files in {args.directories} directories; meanwhile "
-                  f"{len(waits)} questions of another client, median "
-                  f"{statistics.median(waits):.2f} ms, longest {max(waits):.1f} ms")
-    finally:
-        if server is not None:
-            server.send_signal(signal.SIGTERM)
-            server.wait()
-        shutil.rmtree(root, ignore_errors=True)
+            say(f"kqft {' '.join(command)}: {time.monotonic() - start:.2f} s for "
+                f"{args.files} files in {args.directories} directories; meanwhile "
+                f"{len(waits)} questions of another client, median "
+                f"{median(waits):.2f} ms, longest {max(waits):.1f} ms")
 
 
 if __name__ == "__main__":

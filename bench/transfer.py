@@ -1,167 +1,298 @@
 #!/usr/bin/env python3
-"""Moves one large file with kqft, up and down, beside the floor program.
+"""Moves files with kqft, up and down, beside the floor and what is in use today.
 
-  bench/transfer.py BUILD_DIR [--gib N] [--rounds N] [--stop SECONDS]
+  bench/transfer.py BUILD_DIR [large] [small] [--rounds N] [--gib N] [--no-peers]
+                    [--stop SECONDS]
 
-All move the same file between two directories on a memory file system over
-loopback, in turns. Prints each round, the medians and their ratio, CPU
-seconds per GiB of both sides together, and how far each program's memory
-grew beyond what it had when idle. With --stop, one more upload follows whose
-server is stopped (SIGSTOP) for that long in the middle.
+All move the same files between two directories on a memory file system over
+loopback, in turns, each as a user calls it. The first round compares every
+byte, the others every size. Prints the times of each round; then, of the
+medians, our throughput over that of each other, CPU seconds per GiB of both
+sides over the floor's, and memory. With --stop, one more large upload follows
+whose server is stopped (SIGSTOP) for that long in the middle.
 """
 import argparse
 import filecmp
 import os
-import platform
 import resource
 import shutil
 import signal
-import statistics
 import subprocess
 import sys
-import tempfile
 import threading
 import time
 
+import peers
+from common import (GIB, KIB, MIB, Server, WorkDirectory, bar, cpu_of, link_files, machine_line,
+                    make_files, median, say, status_mib)
 
-def memory_kib(pid, field):
-    with open(f"/proc/{pid}/status", encoding="ascii") as status:
-        for line in status:
-            if line.startswith(field + ":"):
-                return int(line.split()[1])
-    return 0
-
-
-class Peak:
-    """Largest resident memory of a process while it lives, in KiB."""
-
-    def __init__(self, pid):
-        self.kib = 0
-        self.first = 0
-        self.pid = pid
-        self.thread = threading.Thread(target=self.watch, daemon=True)
-        self.thread.start()
-
-    def watch(self):
-        while True:
-            try:
-                now = memory_kib(self.pid, "VmHWM")
-            except (OSError, ValueError):
-                return
-            self.first = self.first or now
-            self.kib = max(self.kib, now)
-            time.sleep(0.02)
+PAUSE_MS = 20  # the pause with which a client hands over each fetched file
+ADDED_MS = 1.0
+KQFT, FLOOR = "kqft", "floor"
 
 
-def start_server(build, directory):
-    server = subprocess.Popen(
-        [f"{build}/bin/kqft-server", "--dir", directory, "--port", "0",
-         "--log-dir", directory + ".log"],
-        stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
-    for line in server.stderr:
-        if "listening on " in line:
-            port = line.split("listening on ", 1)[1].split()[0].rsplit(":", 1)[1]
-            return server, int(port)
-    sys.exit("kqft-server did not start")
-
-
-def cpu_seconds():
+def children_cpu():
     usage = resource.getrusage(resource.RUSAGE_CHILDREN)
     return usage.ru_utime + usage.ru_stime
 
 
-def run_floor(build, source, target):
-    before = cpu_seconds()
-    receiver = subprocess.Popen([f"{build}/bin/kqft-floor", "receive", target],
-                                stdout=subprocess.PIPE, text=True)
-    port = receiver.stdout.readline().strip()
+class Peak:
+    """Largest resident memory of a process while it lives, in MiB."""
+
+    def __init__(self, pid):
+        self.mib = 0.0
+        self.over = threading.Event()
+        self.thread = threading.Thread(target=self.watch, args=(pid,))
+        self.thread.start()
+
+    def watch(self, pid):
+        while not self.over.wait(0.02):
+            self.mib = max(self.mib, status_mib(pid, "VmHWM"))
+
+    def end(self):
+        self.over.set()
+        self.thread.join()
+        return self.mib
+
+
+class Kqft:
+    """Ours; a fresh server for each transfer, to see how it grows."""
+
+    name, asks_per_file = KQFT, True
+
+    def __init__(self, build, root):
+        self.build = build
+        self.store = os.path.join(root, "kqft")
+        self.seconds, self.cpu, self.server_mib, self.client_mib = 0.0, 0.0, 0.0, 0.0
+
+    def run(self, arguments, during=None):
+        with Server(self.build, self.store) as server:
+            idle = status_mib(server.pid, "VmRSS")
+            cpu = children_cpu() - cpu_of(server.pid)
+            start = time.monotonic()
+            client = subprocess.Popen(server.client(*arguments), stdout=subprocess.DEVNULL,
+                                      stderr=subprocess.PIPE, text=True)
+            peak = Peak(client.pid)
+            if during:
+                during(server, client)
+            errors = client.stderr.read()
+            if client.wait() != 0:
+                sys.exit(f"kqft {arguments[0]} failed: {errors}")
+            self.seconds = time.monotonic() - start
+            self.client_mib = peak.end()
+            self.cpu = children_cpu() + cpu_of(server.pid) - cpu
+            self.server_mib = status_mib(server.pid, "VmHWM") - idle
+
+    def put(self, source, case, during=None):
+        self.run(["put", source, "--project", case], during)
+
+    def get(self, case, target):
+        self.run(["get", case, "--into", os.path.dirname(target)])
+
+    def close(self):
+        pass
+
+
+class Floor:
+    """The least that any program must do for the same files; one direction."""
+    name, asks_per_file = FLOOR, False
+
+    def __init__(self, build, root):
+        self.program = f"{build}/bin/kqft-floor"
+        self.store = os.path.join(root, "floor")
+        self.seconds, self.cpu = 0.0, 0.0
+
+    def put(self, source, case):
+        target = os.path.join(self.store, case)
+        os.makedirs(target)
+        cpu = children_cpu()
+        receiver = subprocess.Popen([self.program, "receive", target], stdout=subprocess.PIPE,
+                                    text=True)
+        port = receiver.stdout.readline().strip()
+        start = time.monotonic()
+        subprocess.run([self.program, "send", source, port], check=True)
+        self.seconds = time.monotonic() - start
+        receiver.wait()
+        self.cpu = children_cpu() - cpu
+
+    def close(self):
+        pass
+
+
+def check(source, copy, every_byte):
+    for name in os.listdir(source):
+        one, other = os.path.join(source, name), os.path.join(copy, name)
+        same = os.path.exists(other) and os.path.getsize(one) == os.path.getsize(other)
+        if not same or every_byte and not filecmp.cmp(one, other, shallow=False):
+            sys.exit(f"{other} is not what was sent")
+
+
+def move(contender, direction, source, case, root, every_byte):
+    """One transfer of all files of a directory; its seconds."""
+    stored = os.path.join(contender.store, case)
+    target = os.path.join(root, "fetched", case)
+    os.makedirs(os.path.dirname(target))
+    if direction == "down":
+        link_files(source, stored)
     start = time.monotonic()
-    subprocess.run([f"{build}/bin/kqft-floor", "send", source, port], check=True)
-    receiver.wait()
-    return time.monotonic() - start, cpu_seconds() - before
-
-
-def run_kqft(build, source, directory, command, stop=0):
-    """One put or get; returns seconds, CPU seconds and both memory growths."""
-    project = os.path.join(directory, "bench")
-    before = cpu_seconds()
-    server, port = start_server(build, directory)
-    idle = memory_kib(server.pid, "VmRSS")
-    call = [f"{build}/bin/kqft", "--server", f"127.0.0.1:{port}", "--log-dir", directory + ".log"]
-    if command == "put":
-        call += ["put", source, "--project", "bench"]
-        copy = os.path.join(project, os.path.basename(source))
+    if direction == "up":
+        contender.put(source, case)
     else:
-        os.makedirs(project)
-        os.link(source, os.path.join(project, os.path.basename(source)))
-        call += ["get", "bench", "--into", directory + ".back"]
-        copy = os.path.join(directory + ".back", "bench", os.path.basename(source))
-    start = time.monotonic()
-    client = subprocess.Popen(call, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-    peak = Peak(client.pid)
-    if stop:
-        half = os.path.getsize(source) // 2
+        contender.get(case, target)
+    seconds = getattr(contender, "seconds", time.monotonic() - start)
+    check(source, stored if direction == "up" else target, every_byte)
+    shutil.rmtree(stored)
+    shutil.rmtree(os.path.dirname(target))
+    return seconds
+
+
+class Case:
+    def __init__(self, name, count, size):
+        self.name, self.count, self.size = name, count, size
+        self.key = f"case{count}"
+        self.times = {"up": {}, "down": {}}
+        self.runs = {"up": {}, "down": {}}
+
+    def keep(self, direction, contender, seconds):
+        self.times[direction].setdefault(contender.name, []).append(seconds)
+        if hasattr(contender, "cpu"):
+            self.runs[direction].setdefault(contender.name, []).append(
+                {key: value for key, value in vars(contender).items() if isinstance(value, float)})
+
+    def time(self, direction, name):
+        # The floor moves its bytes one way.
+        return median(self.times["up" if name == FLOOR else direction][name])
+
+    def over(self, direction, name):
+        return self.time(direction, name) / self.time(direction, KQFT)
+
+    def cpu(self, direction, name):
+        return median(run["cpu"] for run in self.runs["up" if name == FLOOR else direction][name])
+
+
+def measure(case, contenders, rounds, root):
+    source = os.path.join(root, "source", case.key)
+    make_files(source, case.count, case.size)
+    for number in range(rounds):
+        for direction in ("up", "down"):
+            line = []
+            for contender in contenders:
+                if contender.name == FLOOR and direction == "down":
+                    continue
+                seconds = move(contender, direction, source, case.key, root, number == 0)
+                case.keep(direction, contender, seconds)
+                line.append(f"{contender.name} {seconds:.2f} s")
+            say(f"  {case.name} {direction}: " + ", ".join(line))
+    return source
+
+
+def table(cases, contenders):
+    names = [contender.name for contender in contenders if contender.name != KQFT]
+    say("\nour throughput over that of")
+    say(" " * 22 + "".join(f"{name:>17}" for name in names))
+    for case in cases:
+        for direction in ("up", "down"):
+            say(f"{case.name + ' ' + direction:22}"
+                + "".join(f"{case.over(direction, name):17.2f}" for name in names))
+    say("")
+
+
+def large_bars(case, contenders):
+    for direction in ("up", "down"):
+        cpu = case.cpu(direction, KQFT) / case.cpu(direction, FLOOR)
+        runs = case.runs[direction][KQFT]
+        say(f"  {case.name} {direction}: server grew by at most "
+            f"{max(r['server_mib'] for r in runs):.1f} MiB, client held at most "
+            f"{max(r['client_mib'] for r in runs):.1f} MiB in all")
+        bar(f"{case.name} {direction}, throughput over the floor's", case.over(direction, FLOOR),
+            0.85)
+        bar(f"{case.name} {direction}, CPU per GiB over the floor's", cpu, 1.25, most=True)
+        others = [c.name for c in contenders if isinstance(c, peers.Peer)]
+        if not others:
+            continue
+        best = min(others, key=lambda name: case.time(direction, name))
+        if direction == "down":
+            bar(f"{case.name} down, over the best peer ({best})", case.over(direction, best), 1.0)
+            continue
+        behind = [name for name in others if name != peers.WebDav.name]
+        if behind:
+            bar(f"{case.name} up, over the best of {', '.join(behind)}",
+                min(case.over("up", name) for name in behind), 1.0)
+        share = case.time("up", FLOOR) / case.time("up", best)
+        bar(f"{case.name} up, share of the floor behind the best's ({best})",
+            share - case.over("up", FLOOR), 0.1, most=True)
+
+
+def small_bars(case, contenders):
+    asking = [c.name for c in contenders if isinstance(c, peers.Peer) and c.asks_per_file]
+    if asking and case.size < MIB:
+        best = min(asking, key=lambda name: case.time("up", name))
+        bar(f"{case.name} up, over the best that asks per file ({best})", case.over("up", best),
+            1.0)
+    added = case.time("down", KQFT) / case.count * 1000 - PAUSE_MS
+    if case.size < MIB:
+        bar(f"{case.name} down, added to the {PAUSE_MS} ms of each file", added, ADDED_MS, " ms",
+            most=True)
+    else:
+        say(f"  {case.name} down: {added:.2f} ms added to the {PAUSE_MS} ms of each file")
+
+
+def stopped_upload(build, root, source, seconds):
+    """An upload whose server stands still in the middle."""
+    kqft = Kqft(build, root)
+    name = os.listdir(source)[0]
+    copy = os.path.join(kqft.store, "stopped", name)
+    half = os.path.getsize(os.path.join(source, name)) // 2
+
+    def pause(server, client):
         while client.poll() is None and (not os.path.exists(copy) or os.path.getsize(copy) < half):
             time.sleep(0.005)
-        server.send_signal(signal.SIGSTOP)
-        time.sleep(stop)
-        server.send_signal(signal.SIGCONT)
-    errors = client.stderr.read()
-    if client.wait() != 0:
-        sys.exit(f"kqft {command} failed: {errors.decode(errors='replace')}")
-    seconds = time.monotonic() - start
-    server_growth = memory_kib(server.pid, "VmHWM") - idle
-    server.send_signal(signal.SIGTERM)
-    server.wait()
-    spent = cpu_seconds() - before
-    if not filecmp.cmp(source, copy, shallow=False):
-        sys.exit("the copy differs")
-    shutil.rmtree(project, ignore_errors=True)
-    shutil.rmtree(directory + ".back", ignore_errors=True)
-    return seconds, spent, server_growth / 1024, peak.kib / 1024
+        server.process.send_signal(signal.SIGSTOP)
+        time.sleep(seconds)
+        server.process.send_signal(signal.SIGCONT)
+
+    kqft.put(source, "stopped", pause)
+    check(source, os.path.dirname(copy), True)
+    say(f"put with the server stopped for {seconds:.0f} s in the middle: whole after "
+        f"{kqft.seconds:.1f} s, server grew by {kqft.server_mib:.1f} MiB, client held at most "
+        f"{kqft.client_mib:.1f} MiB in all")
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("build")
+    parser.add_argument("parts", nargs="*", help="large, small; both when none is named")
     parser.add_argument("--gib", type=float, default=2)
     parser.add_argument("--rounds", type=int, default=3)
+    parser.add_argument("--no-peers", action="store_true")
     parser.add_argument("--stop", type=float, default=0)
-    args = parser.parse_args()
-    root = tempfile.mkdtemp(prefix="kqft-bench-", dir="/dev/shm")
-    try:
-        source = os.path.join(root, "large.bin")
-        block = os.urandom(1 << 20)
-        with open(source, "wb") as out:
-            for _ in range(int(args.gib * 1024)):
-                out.write(block)
-        directory = os.path.join(root, "server")
-        os.makedirs(directory)
-        os.makedirs(directory + ".log")
-        print(f"{platform.machine()}, {os.cpu_count()} cores, {args.gib} GiB, build {args.build}")
-        floors, ours = [], {"put": [], "get": []}
-        for _ in range(args.rounds):
-            floors.append(run_floor(args.build, source, os.path.join(root, "copy")))
-            os.unlink(os.path.join(root, "copy"))
-            for command, runs in ours.items():
-                runs.append(run_kqft(args.build, source, directory, command))
-            print(f"  floor {floors[-1][0]:.2f} s, kqft put {ours['put'][-1][0]:.2f} s, "
-                  f"get {ours['get'][-1][0]:.2f} s")
-        floor = statistics.median(t for t, _ in floors)
-        floor_cpu = statistics.median(c for _, c in floors)
-        for command, runs in ours.items():
-            print(f"{command} over floor: throughput "
-                  f"{floor / statistics.median(r[0] for r in runs):.2f}, CPU per GiB "
-                  f"{statistics.median(r[1] for r in runs) / floor_cpu:.2f}; server grew by "
-                  f"{max(r[2] for r in runs):.1f} MiB, client held at most "
-                  f"{max(r[3] for r in runs):.1f} MiB in all")
-        if args.stop:
-            stopped = run_kqft(args.build, source, directory, "put", args.stop)
-            print(f"put with the server stopped for {args.stop:.0f} s in the middle: whole after "
-                  f"{stopped[0]:.1f} s, server grew by {stopped[2]:.1f} MiB, "
-                  f"client held at most {stopped[3]:.1f} MiB in all")
-    finally:
-        shutil.rmtree(root, ignore_errors=True)
+    args = parser.parse_intermixed_args()
+    large = Case(f"{args.gib:g} GiB", 1, int(args.gib * GIB))
+    small = [Case("2,000 x 4 KiB", 2000, 4 * KIB), Case("200 x 1 MiB", 200, MIB)]
+    parts = args.parts or ["large", "small"]
+    cases = ([large] if "large" in parts else []) + (small if "small" in parts else [])
+    say(machine_line(args.build))
+    say(f"{', '.join(case.name for case in cases)}; {args.rounds} rounds, medians")
+    with WorkDirectory() as root:
+        contenders = [Floor(args.build, root), Kqft(args.build, root)]
+        if not args.no_peers:
+            for kind in peers.ALL:
+                if kind.is_installed():
+                    contenders.append(kind(root))
+                else:
+                    say(f"{kind.name}: not installed")
+        try:
+            for case in cases:
+                source = measure(case, contenders, args.rounds, root)
+                if case is large and args.stop:
+                    stopped_upload(args.build, root, source, args.stop)
+                shutil.rmtree(source)
+            table(cases, contenders)
+            for case in cases:
+                (large_bars if case is large else small_bars)(case, contenders)
+        finally:
+            for contender in contenders:
+                contender.close()
 
 
 if __name__ == "__main__":

@@ -1,8 +1,9 @@
 // The floor under every transfer figure: reads 1 MiB, sends it; receives
-// 1 MiB, writes it at its position. No framing, no answers, no progress.
+// 1 MiB, writes it at its position. No answers, no progress; a short head
+// before each file.
 //
-//   kqft-floor receive FILE        prints its port, takes one connection
-//   kqft-floor send FILE PORT      sends FILE to 127.0.0.1:PORT, waits for the end
+//   kqft-floor receive DIRECTORY    prints its port, takes one connection
+//   kqft-floor send DIRECTORY PORT  sends its files to 127.0.0.1:PORT, waits for the end
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -10,11 +11,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
+#include <string>
 
 namespace {
 
@@ -33,7 +37,13 @@ sockaddr_in Loopback(int port) {
   return address;
 }
 
-void Receive(const char* path) {
+// Goes before each file.
+struct SFileHead {
+  char m_name[248];
+  std::uint64_t m_ullBytes;
+};
+
+int Accept() {
   const int listener = socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address = Loopback(0);
   if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) Fail("bind");
@@ -42,41 +52,82 @@ void Receive(const char* path) {
   getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
   std::printf("%d\n", ntohs(address.sin_port));
   std::fflush(stdout);
-  const int link = accept(listener, nullptr, nullptr);
-  const int file = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  if (link < 0 || file < 0) Fail(path);
+  return accept(listener, nullptr, nullptr);
+}
+
+void Receive(const std::string& directory) {
+  const int link = Accept();
   const std::unique_ptr<char[]> block(new char[kBlockBytes]);
-  off_t position = 0;
-  for (;;) {
-    const ssize_t n = recv(link, block.get(), kBlockBytes, 0);
+  std::size_t begin = 0;  // of what is in the block and not yet used
+  std::size_t end = 0;
+  const auto more = [&] {
+    const ssize_t n = recv(link, block.get() + end, kBlockBytes - end, 0);
     if (n < 0) Fail("recv");
-    if (n == 0) break;
-    if (pwrite(file, block.get(), static_cast<std::size_t>(n), position) != n) Fail("pwrite");
-    position += n;
+    end += static_cast<std::size_t>(n);
+    return n > 0;
+  };
+  for (bool open = true; open;) {
+    SFileHead head;
+    std::memmove(block.get(), block.get() + begin, end - begin);
+    end -= begin;
+    begin = sizeof head;
+    while (end < sizeof head && open) open = more();
+    if (!open) break;
+    std::memcpy(&head, block.get(), sizeof head);
+    const std::string path = directory + "/" + head.m_name;
+    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (file < 0) Fail(path.c_str());
+    for (std::uint64_t position = 0; position < head.m_ullBytes;) {
+      if (begin == end) {
+        begin = end = 0;
+        if (!more()) Fail("the end came early");
+      }
+      const std::size_t bytes = std::min<std::uint64_t>(end - begin, head.m_ullBytes - position);
+      const ssize_t n = pwrite(file, block.get() + begin, bytes, static_cast<off_t>(position));
+      if (n != static_cast<ssize_t>(bytes)) Fail("pwrite");
+      position += bytes;
+      begin += bytes;
+    }
+    close(file);
   }
-  close(file);
   shutdown(link, SHUT_RDWR);
 }
 
-void Send(const char* path, int port) {
+void SendAll(int link, const char* data, std::size_t bytes) {
+  while (bytes > 0) {
+    const ssize_t part = send(link, data, bytes, MSG_NOSIGNAL);
+    if (part < 0) Fail("send");
+    data += part;
+    bytes -= static_cast<std::size_t>(part);
+  }
+}
+
+void SendFile(int link, const std::filesystem::directory_entry& entry, char* block) {
+  SFileHead head{};
+  entry.path().filename().string().copy(head.m_name, sizeof head.m_name - 1);
+  head.m_ullBytes = entry.file_size();
+  std::memcpy(block, &head, sizeof head);
+  const int file = open(entry.path().c_str(), O_RDONLY);
+  if (file < 0) Fail(entry.path().c_str());
+  std::size_t used = sizeof head;
+  for (std::uint64_t left = head.m_ullBytes; left > 0 || used > 0; used = 0) {
+    const ssize_t n = read(file, block + used, std::min<std::uint64_t>(kBlockBytes - used, left));
+    if (n < 0 || (n == 0 && left > 0)) Fail("read");
+    SendAll(link, block, used + static_cast<std::size_t>(n));
+    left -= static_cast<std::uint64_t>(n);
+  }
+  close(file);
+}
+
+void Send(const char* directory, int port) {
   const int link = socket(AF_INET, SOCK_STREAM, 0);
   const sockaddr_in address = Loopback(port);
   if (connect(link, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     Fail("connect");
   }
-  const int file = open(path, O_RDONLY);
-  if (file < 0) Fail(path);
   const std::unique_ptr<char[]> block(new char[kBlockBytes]);
-  for (;;) {
-    const ssize_t n = read(file, block.get(), kBlockBytes);
-    if (n < 0) Fail("read");
-    if (n == 0) break;
-    for (ssize_t sent = 0; sent < n;) {
-      const ssize_t part =
-          send(link, block.get() + sent, static_cast<std::size_t>(n - sent), MSG_NOSIGNAL);
-      if (part < 0) Fail("send");
-      sent += part;
-    }
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+    SendFile(link, entry, block.get());
   }
   shutdown(link, SHUT_WR);
   char end = 0;
@@ -92,7 +143,7 @@ int main(int argc, char** argv) {
   } else if (argc == 4 && std::strcmp(argv[1], "send") == 0) {
     Send(argv[2], std::atoi(argv[3]));
   } else {
-    std::fprintf(stderr, "usage: kqft-floor receive FILE | send FILE PORT\n");
+    std::fprintf(stderr, "usage: kqft-floor receive DIRECTORY | send DIRECTORY PORT\n");
     return 2;
   }
   return 0;

@@ -24,6 +24,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kPatience(1500);  // a longer wait is explained
 constexpr milliseconds kLateAnswers(1000);
+constexpr int kMomentMs = 5;
 constexpr milliseconds kConfirmation(200);
 constexpr int kWarmUpTries = 4;
 constexpr int kFileEndWaitMs = 30000;
@@ -208,6 +209,12 @@ int CSession::StartDownload(const std::vector<Channel_Key_Value>& records,
   // The library stays "downloading" when the disk is too small.
   if (result != RESULT_OK) m_nTransState = 0;
   return result;
+}
+
+// Others than the worker set the event too: then it says nothing.
+void CSession::WaitWhileMoving() {
+  if (m_evTransEnd->Wait(kMomentMs) == kWaitTimeout || !IsMoving()) return;
+  std::this_thread::sleep_for(milliseconds(kMomentMs));
 }
 
 void CSession::StopMoving() {

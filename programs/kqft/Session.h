@@ -78,6 +78,9 @@ class CSession : public CKQFileTransServiceClient {
   /// True while the worker of a started transfer runs.
   bool IsMoving() const { return m_bStarted && !IsTransFinished(); }
 
+  /// Waits a moment; the end of an upload ends the wait.
+  void WaitWhileMoving();
+
   /// Stops what runs; what has arrived is kept. Cuts the connection where a
   /// stop could harm: one in the middle of a lost range would be reported to
   /// the server in a way that makes it forget some missing bytes.

@@ -3,8 +3,6 @@
 #include "programs/kqft/Transfer.h"
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
 #include <unordered_map>
 
 #include "programs/kqft/Interrupt.h"
@@ -21,7 +19,6 @@ constexpr std::int64_t kBytesPerRequest = std::int64_t{4} << 30;
 
 const char* const kInterrupted = "interrupted";
 
-constexpr std::chrono::milliseconds kPollInterval(5);
 constexpr int kFirstPauseMs = 1000;
 constexpr int kLongestPauseMs = 30000;
 
@@ -189,7 +186,7 @@ std::size_t CTransfer::Watch(const Batch& batch) {
       stopping = true;
       m_session.StopMoving();
     }
-    if (moving) std::this_thread::sleep_for(kPollInterval);
+    if (moving) m_session.WaitWhileMoving();
   }
   if (IsResumable(*batch[reached])) m_llResumed += m_session.BytesMoved() - movedBefore;
   return reached;

@@ -1,0 +1,97 @@
+#!/usr/bin/env python3
+"""Many links at once against one server: speed, fairness and memory.
+
+  bench/links.py BUILD_DIR [--mib N] [--rounds N] [--links N...]
+
+Links from addresses of their own send a file each (--mib long, again and
+again), then fetch one; bytes are counted while all of them are at it. Then
+all but one begin a download and stop reading, and the speed of the one is
+compared with its speed alone.
+"""
+import argparse
+import os
+import re
+import shutil
+import subprocess
+import sys
+
+from common import (MIB, Server, WorkDirectory, bar, machine_line, make_files, median, say,
+                    status_mib)
+
+FETCHED_MIB = 1024
+SERVER_MIB, LINK_MIB, STALLED_MIB = 100, 2, 1024
+
+
+def run(args, root, source, command, count):
+    """One case on a fresh server; its figures and the server's peak memory."""
+    directory = os.path.join(root, "moved")
+    os.makedirs(directory)
+    with Server(args.build, os.path.join(root, "server")) as server:
+        done = subprocess.run(
+            [f"{args.build}/bin/kqft-links", str(server.port), command, str(count), source,
+             directory], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
+        peak = status_mib(server.pid, "VmHWM")
+    if done.returncode != 0:
+        sys.exit(f"kqft-links {command} {count} failed: {done.stderr[-500:]}")
+    shutil.rmtree(directory)
+    figures = {key: float(value) for key, value in re.findall(r"(\w+)=([\d.]+)", done.stdout)}
+    figures["peak"] = peak
+    return figures
+
+
+def middle(runs, key):
+    return median(run[key] for run in runs)
+
+
+def speed_over(runs, others):
+    return middle(runs, "mib_per_second") / middle(others, "mib_per_second")
+
+
+def report(name, cases, most):
+    """The figures of one direction, and whether the bars hold for the most links."""
+    for count, runs in cases.items():
+        say(f"  {name:4} {count:4} links: total {speed_over(runs, cases[1]):.2f} of one link's, "
+            f"slowest over fastest {middle(runs, 'fairness'):.2f}, all had begun after "
+            f"{middle(runs, 'begun'):.2f} s, server at most {max(r['peak'] for r in runs):.0f} MiB")
+    runs = cases[most]
+    bar(f"{name}, {most} links, total over one link's", speed_over(runs, cases[1]), 0.8)
+    bar(f"{name}, {most} links, slowest over fastest", middle(runs, "fairness"), 0.5)
+    bar(f"{name}, {most} links, server memory", max(r["peak"] for r in runs),
+        SERVER_MIB + LINK_MIB * most, " MiB", True)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("build")
+    parser.add_argument("--mib", type=int, default=64, help="size of the file that a link sends")
+    parser.add_argument("--rounds", type=int, default=3)
+    parser.add_argument("--links", type=int, nargs="+", default=[1, 10, 100])
+    args = parser.parse_args()
+    counts = sorted({1, *args.links})
+    most = counts[-1]
+    say(machine_line(args.build))
+    say(f"links: sent {args.mib} MiB files, fetched {FETCHED_MIB} MiB files, again and again; "
+        f"{args.rounds} rounds, medians")
+    runs = {command: {count: [] for count in counts} for command in ("up", "down")}
+    stalled = []
+    with WorkDirectory() as root:
+        sources = {"up": os.path.join(root, "sent"), "down": os.path.join(root, "fetched")}
+        make_files(sources["up"], 1, args.mib * MIB)
+        make_files(sources["down"], 1, FETCHED_MIB * MIB)
+        for command, directory in sources.items():
+            sources[command] = os.path.join(directory, "file00000.bin")
+        for _ in range(args.rounds):
+            for count in counts:
+                for command, cases in runs.items():
+                    cases[count].append(run(args, root, sources[command], command, count))
+            stalled.append(run(args, root, sources["down"], "stalled", most - 1))
+    for command, cases in runs.items():
+        report(command, cases, most)
+    bar(f"one download beside {most - 1} stalled ones, over its speed alone",
+        speed_over(stalled, runs["down"][1]), 0.8)
+    bar(f"{most - 1} stalled downloads, server memory", max(r["peak"] for r in stalled),
+        STALLED_MIB, " MiB", True)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,54 @@
+#!/bin/sh
+# Measures everything, three rounds, medians, beside what else moves files on
+# this machine, and tells at the end which bars hold.
+#
+#   bench/run.sh [large] [small] [links] [requests] [parser] [rounds]
+#
+# Builds into build/release. Takes 10 to 15 minutes and up to 9 GiB of the
+# memory file system. Peers that are not installed are left out:
+#   apt-get install rsync vsftpd nginx-light openssh-server curl
+# Nothing else should run meanwhile. Exit status 0 when every bar holds.
+set -eu
+cd "$(dirname "$0")/.."
+parts=${*:-large small links requests parser rounds}
+for part in $parts; do
+  case $part in
+    large | small | links | requests | parser | rounds) ;;
+    *) echo "no such part: $part" >&2; exit 2 ;;
+  esac
+done
+
+mkdir -p build
+{ cmake --preset release -DKQFT_BUILD_BENCH=ON && cmake --build build/release; } \
+  >build/bench.log 2>&1 || { cat build/bench.log; exit 1; }
+bin=build/release/bin
+shown=$(mktemp "${TMPDIR:-/tmp}/kqft-bench.XXXXXX")
+trap 'rm -f "$shown"' EXIT
+
+wants() { case " $parts " in *" $1 "*) ;; *) return 1 ;; esac; }
+
+# What a program shows, here and in the summary. A failure is shown there too.
+show() {
+  echo
+  echo "== $*"
+  { "$@" 2>&1 || echo "[falls short] $1 ended with status $?"; } | tee -a "$shown"
+}
+
+# Programs that hold a server show its links on their standard output.
+quiet() { "$@" >/dev/null; }
+
+if wants large || wants small; then
+  moved=
+  if wants large; then moved=large; fi
+  if wants small; then moved="$moved small"; fi
+  show bench/transfer.py build/release $moved
+fi
+if wants links; then show bench/links.py build/release; fi
+if wants requests; then show quiet "$bin/kqft-request"; fi
+if wants parser; then show "$bin/kqft-parser"; fi
+if wants rounds; then show quiet "$bin/kqft-rounds"; fi
+
+echo
+echo "== Bars"
+grep '^\[' "$shown" || true
+! grep -q '^\[falls short\]' "$shown"
