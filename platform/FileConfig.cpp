@@ -264,7 +264,11 @@ void QFileConfig::Insert(SSection& section, SLine line) {
 std::string QFileConfig::Content() const {
   std::string content;
   for (const SLine& line : m_lstLines) content += line.m_strText;
-  return content;
+  // A name that looks like the mark needs one in front, or it would be taken
+  // for it.
+  const bool marked = !m_lstLines.front().m_strText.empty();
+  return !marked && content.starts_with(kByteOrderMark) ? content.insert(0, kByteOrderMark)
+                                                        : content;
 }
 
 bool QFileConfig::UpdateFile(bool) {

@@ -68,6 +68,20 @@ TEST(FileConfig, AFileOfAnotherProgramIsReadAndOnlyTheChangedValueDiffers) {
   EXPECT_EQ(Value(config, "lost_pos", "NEW"), "1 [x]");
 }
 
+TEST(FileConfig, AKeyThatBeginsLikeAByteOrderMarkIsReadBack) {
+  const CTempDirectory temp;
+  WriteWholeFile(temp / "a.li", "");
+  for (const char* value : {"1", "2"}) {
+    QFileConfig config;
+    config.SetFileName(temp / "a.li");
+    ASSERT_TRUE(config.ReadConfig());
+    config.WriteString("", "\xEF\xBB\xBFkey", value, "", true);
+    ASSERT_TRUE(config.UpdateFile(true));
+    ASSERT_TRUE(config.ReadConfig());
+    EXPECT_EQ(Value(config, "", "\xEF\xBB\xBFkey"), value);
+  }
+}
+
 TEST(FileConfig, WhatCannotBeReadIsRefusedAndLeavesNothingInMemory) {
   const CTempDirectory temp;
   WriteWholeFile(temp / "good", "[s]\nk=v\n");
