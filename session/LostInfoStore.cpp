@@ -23,8 +23,10 @@ constexpr int kFirstSize = 1;                       // sizes from 1, kept on pur
 const char kRangeSection[] = "Lost_Pos";
 const char kRangeKey[] = "lost_info_";
 
-// A corrupt record count must not fill the memory: some 400,000 ranges fit in
-// this text, beyond what a client could ask to have resent one by one.
+// A corrupt record count must not fill the memory or keep the link busy: no
+// configuration file holds more keys, and some 400,000 ranges fit in this text,
+// beyond what a client could ask to have resent one by one.
+constexpr int kMostRecords = 1000000;
 constexpr int kLargestListBytes = 8 << 20;
 
 std::string SideFilePath(const std::string& path, const std::string& extension) {
@@ -36,7 +38,7 @@ std::string SideFilePath(const std::string& path, const std::string& extension) 
 // False when they would become too long.
 bool JoinRecords(QFileConfig& config, const std::string& section, const std::string& stem,
                  int first, int count, std::string& joined) {
-  if (count > kLargestListBytes) return false;
+  if (count > kMostRecords) return false;
   for (int i = 0; i < count; ++i) {
     std::string value;
     config.ReadString(section, stem + std::to_string(first + i), value, true);

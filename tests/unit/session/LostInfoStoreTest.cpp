@@ -50,7 +50,7 @@ TEST_F(LostInfoStore, UnusableFilesAreReportedWithoutText) {
   WriteWholeFile(m_dir / "dir.li/file", "");
   EXPECT_EQ(Text("dir.tm"), Int32(ERROR_CODE_LOSTINFO_RECORD));
   EXPECT_EQ(Change(0, 1, 1), Int32(ERROR_CODE_LOSTINFO_RECORD));
-  WriteWholeFile(m_dir / "run.li", "[Lost_Pos]\nnRecordCount=2147483647\n");
+  WriteWholeFile(m_dir / "run.li", "[Lost_Pos]\nnRecordCount=1000001\n");
   EXPECT_EQ(Text("run.tm"), Int32(ERROR_CODE_LOSTINFO_ACCESS));
   EXPECT_EQ(Change(0, 1, 1), Int32(ERROR_CODE_LOSTINFO_ACCESS));  // the rename fails
   WriteWholeFile(m_dir / "a.li", "[Lost_Pos]\nnRecordCount=1\nlost_info_0=1,2\n");
