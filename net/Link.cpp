@@ -14,6 +14,7 @@
 #include "net/NetWorkCore.h"
 #include "net/NetWorkPackHead.h"
 #include "net/Sockets.h"
+#include "platform/System.h"
 
 namespace {
 
@@ -23,6 +24,9 @@ constexpr std::size_t kReceiveBytes = std::size_t{1} << 20;
 
 // Less room than this is not worth a call: what is left is moved to the front.
 constexpr std::size_t kLeastRoomBytes = std::size_t{64} << 10;
+
+// A link from which nothing has come for this long may have to make room.
+constexpr std::int64_t kSilentSeconds = 2;
 
 constexpr std::size_t kShellLocks = 32;
 
@@ -65,6 +69,7 @@ bool CLink::SetUp(std::uint64_t turn) {
     }
     if (m_pParser != nullptr && !m_core.IsStopping()) {
       m_pParser->m_ullLinkSerial = m_ullSerial;
+      m_llSilentSince = System().Now();
       Announce(NET_COMMAND_CONNECT);
       announced = true;
     }
@@ -94,18 +99,22 @@ void CLink::Receive() {
     }
     if (result == EIoResult::kClosed) return;
     end += bytes;
-    const std::size_t whole = DeliverableBytes(data.get() + begin, end - begin);
-    if (whole > 0 && !DeliverChunk(data.get() + begin, whole)) return;
-    begin += whole;
+    while (const std::size_t whole = DeliverableBytes(data.get() + begin, end - begin)) {
+      if (!DeliverChunk(data.get() + begin, whole)) return;
+      begin += whole;
+      if (m_core.Listens()) m_queue.WaitTextRoom();
+    }
     if (begin == end) begin = end = 0;
   }
 }
 
 // How many of the bytes the parser can use now: whole packets, any part of a
-// large one, and a malformed head, which it has to see.
+// large one, and a malformed head, which it has to see. Requests go one by
+// one, because each may leave a long answer behind.
 std::size_t CLink::DeliverableBytes(const char* data, std::size_t bytes) {
   std::size_t used = std::min(m_nPassOn, bytes);
   m_nPassOn -= used;
+  if (used > 0 && m_core.Listens()) return used;
   while (bytes - used >= kPackHeadBytes) {
     if (!CNetWorkPackHead::IsValid(data + used)) return bytes;
     const std::size_t packet = CNetWorkPackHead::BodyLength(data + used) + kPackHeadBytes;
@@ -115,6 +124,7 @@ std::size_t CLink::DeliverableBytes(const char* data, std::size_t bytes) {
       break;
     }
     used += std::min(packet, bytes - used);
+    if (m_core.Listens()) break;
   }
   return used;
 }
@@ -125,6 +135,7 @@ bool CLink::DeliverChunk(const char* data, std::size_t bytes) {
   bool goOn = !m_core.IsStopping();
   // A parser that serves a newer link has no use for this one's bytes.
   if (goOn && m_pParser->m_ullLinkSerial == m_ullSerial) {
+    m_llSilentSince = INT64_MAX;
     try {
       m_pParser->DealNetData(data, bytes);
     } catch (...) {  // a host's override must not end the layer
@@ -140,6 +151,10 @@ void CLink::Announce(int code) {
     m_core.Sink().DealNetMsg(m_nIP, m_nPort, code, 0, nullptr, 0);
   } catch (...) {  // as above
   }
+}
+
+bool CLink::IsSilent() const {
+  return m_bUp && System().Now() - kSilentSeconds >= m_llSilentSince;
 }
 
 void CLink::MarkDown() {

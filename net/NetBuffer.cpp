@@ -7,8 +7,10 @@
 #include "net/NetBuffer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "net/DealNetData.h"
@@ -20,18 +22,66 @@ namespace {
 // A gathered packet's memory is kept for the next one up to this size.
 constexpr std::size_t kKeepBytes = 1 << 20;
 
-// Room for `more` bytes; growth doubles but never passes the packet's end.
-void Append(std::vector<char>& bytes, const char* data, std::size_t more, std::size_t packetBytes) {
-  const std::size_t size = bytes.size() + more;
-  if (size > bytes.capacity()) bytes.reserve(std::min(packetBytes, std::max(size, 2 * size)));
-  bytes.insert(bytes.end(), data, data + more);
-}
+constexpr std::size_t kMostSharedBytes = std::size_t{128} << 20;
+
+std::atomic<std::size_t> sharedBytes{0};  // of large packets, in parsers that share
 
 }  // namespace
 
+// The part of a packet that has arrived so far.
+class CNetBuffer::CGathered {
+ public:
+  explicit CGathered(bool shares) : m_bShares(shares) {}
+  CGathered(const CGathered&) = delete;
+  CGathered& operator=(const CGathered&) = delete;
+  ~CGathered() { sharedBytes -= m_nShared; }
+
+  const char* Data() const { return m_vecBytes.data(); }
+  std::size_t Size() const { return m_vecBytes.size(); }
+
+  void Swap(CGathered& other) {
+    m_vecBytes.swap(other.m_vecBytes);
+    std::swap(m_nShared, other.m_nShared);
+  }
+
+  void Clear() {
+    if (m_vecBytes.capacity() > kKeepBytes) CGathered(m_bShares).Swap(*this);
+    m_vecBytes.clear();
+  }
+
+  /// Growth doubles but never passes the packet's end.
+  /// @return false when there is no room left for it
+  bool Append(const char* data, std::size_t more, std::size_t packetBytes) {
+    const std::size_t size = m_vecBytes.size() + more;
+    if (size > m_vecBytes.capacity()) {
+      const std::size_t room = std::min(packetBytes, std::max(size, 2 * size));
+      if (!Share(room)) return false;
+      m_vecBytes.reserve(room);
+    }
+    m_vecBytes.insert(m_vecBytes.end(), data, data + more);
+    return true;
+  }
+
+ private:
+  bool Share(std::size_t room) {
+    if (!m_bShares || room <= kKeepBytes) return true;
+    const std::size_t more = room - m_nShared;
+    if ((sharedBytes += more) > kMostSharedBytes) {
+      sharedBytes -= more;
+      return false;
+    }
+    m_nShared = room;
+    return true;
+  }
+
+  const bool m_bShares;
+  std::vector<char> m_vecBytes;
+  std::size_t m_nShared = 0;
+};
+
 struct CNetBuffer::SPartial {
   std::mutex m_mutex;
-  std::vector<char> m_vecBytes;  // guarded by m_mutex
+  CGathered m_gathered{false};  // guarded by m_mutex
 };
 
 CNetBuffer::CNetBuffer(unsigned int ip, int port)
@@ -42,12 +92,12 @@ CNetBuffer::~CNetBuffer() = default;
 void CNetBuffer::DealNetData(const char* data, std::uint64_t length) {
   if (m_bBroken) return;
   m_ullServing = m_ullGeneration;
-  std::vector<char> partial;
+  CGathered partial(m_bShareMemory);
   {
     const std::lock_guard<std::mutex> guard(m_pPartial->m_mutex);
-    partial.swap(m_pPartial->m_vecBytes);
+    partial.Swap(m_pPartial->m_gathered);
   }
-  std::uint64_t used = partial.empty() ? 0 : CompletePartial(partial, data, length);
+  std::uint64_t used = partial.Size() == 0 ? 0 : CompletePartial(partial, data, length);
   while (used < length && !m_bBroken && !IsCleared()) {
     const int chunk = static_cast<int>(std::min<std::uint64_t>(length - used, INT_MAX));
     const int parsed = ParseBuffer(chunk, data + used);
@@ -64,41 +114,46 @@ void CNetBuffer::DealNetData(const char* data, std::uint64_t length) {
 
 // Fills the gathered packet from the chunk and delivers it when it is whole.
 // Returns the bytes of the chunk that it took.
-std::uint64_t CNetBuffer::CompletePartial(std::vector<char>& partial, const char* data,
+std::uint64_t CNetBuffer::CompletePartial(CGathered& partial, const char* data,
                                           std::uint64_t length) {
   std::uint64_t used = 0;
   std::size_t goal = kPackHeadBytes;
   for (;;) {
-    if (partial.size() >= goal) {
-      const int packet = ParseBuffer_Common(static_cast<int>(goal), partial.data());
+    if (partial.Size() >= goal) {
+      const int packet = ParseBuffer_Common(static_cast<int>(goal), partial.Data());
       if (packet < 0) {
         m_bBroken = true;
         return length;
       }
-      if (static_cast<std::size_t>(packet) == partial.size()) break;
+      if (static_cast<std::size_t>(packet) == partial.Size()) break;
       goal = static_cast<std::size_t>(packet);
     }
-    const std::uint64_t take = std::min<std::uint64_t>(goal - partial.size(), length - used);
+    const std::uint64_t take = std::min<std::uint64_t>(goal - partial.Size(), length - used);
     if (take == 0) return used;
-    Append(partial, data + used, static_cast<std::size_t>(take), goal);
+    if (!partial.Append(data + used, static_cast<std::size_t>(take), goal)) {
+      m_bBroken = true;
+      return length;
+    }
     used += take;
   }
-  Deliver(partial.data());
-  if (partial.capacity() > kKeepBytes) partial = std::vector<char>();
-  partial.clear();
+  Deliver(partial.Data());
+  partial.Clear();
   return used;
 }
 
 // Keeps what is left of the chunk, or only the memory for it, for next time.
-void CNetBuffer::KeepPartial(std::vector<char>& partial, const char* data, std::uint64_t length) {
+void CNetBuffer::KeepPartial(CGathered& partial, const char* data, std::uint64_t length) {
   if (m_bBroken) return;
   if (length > 0) {
     std::size_t packet = kPackHeadBytes;
     if (length >= kPackHeadBytes) packet += CNetWorkPackHead::BodyLength(data);
-    Append(partial, data, static_cast<std::size_t>(length), packet);
+    if (!partial.Append(data, static_cast<std::size_t>(length), packet)) {
+      m_bBroken = true;
+      return;
+    }
   }
   const std::lock_guard<std::mutex> guard(m_pPartial->m_mutex);
-  if (!IsCleared()) m_pPartial->m_vecBytes.swap(partial);
+  if (!IsCleared()) m_pPartial->m_gathered.Swap(partial);
 }
 
 int CNetBuffer::ParseBuffer(int length, const char* data) {
@@ -132,7 +187,7 @@ void CNetBuffer::Deliver(const char* packet) {
 void CNetBuffer::ClearData() {
   const std::lock_guard<std::mutex> guard(m_pPartial->m_mutex);
   m_ullGeneration += 1;
-  m_pPartial->m_vecBytes.clear();
+  CGathered(false).Swap(m_pPartial->m_gathered);
   m_bBroken = false;
 }
 

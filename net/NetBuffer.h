@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "KQFileTransServiceExport.h"
 #include "platform/SharedWord.h"
@@ -13,7 +12,9 @@ class IDealNetData;
 /// owner's DealNetMsg.
 ///
 /// Memory grows with the bytes received, never with the length that a head
-/// announces. A packet that lies whole in the received chunk is delivered
+/// announces. All parsers of a process that share memory (m_bShareMemory) hold
+/// at most 128 MiB of unfinished large packets; one that would need more calls
+/// its link broken. A packet that lies whole in the received chunk is delivered
 /// from there without a copy.
 ///
 /// Threads: DealNetData on one thread at a time; ClearData and the queries on
@@ -35,7 +36,7 @@ class KQFT_API CNetBuffer {
   virtual int ParseBuffer(int length, const char* data);
 
  public:
-  /// Forgets a partial packet and any malformed head. A DealNetData that runs
+  /// Forgets a partial packet, its memory and any malformed head. A DealNetData that runs
   /// meanwhile delivers nothing more.
   virtual void ClearData();
 
@@ -44,7 +45,7 @@ class KQFT_API CNetBuffer {
   ///         -1 when the head is malformed.
   virtual int ParseBuffer_Common(int length, const char* data);
 
-  /// True once a malformed head arrived: nothing more can be read from the
+  /// True once a malformed head or too much arrived: nothing more can be read from the
   /// link. The layer closes it.
   bool IsBroken() const;
 
@@ -52,14 +53,19 @@ class KQFT_API CNetBuffer {
   int m_nLinkPort;                   ///< remote port of that link
   IDealNetData* m_pOwner = nullptr;  ///< not owned; receives the packets
 
+  /// Whether unfinished packets count towards the bound that all such parsers
+  /// have together; set before the first byte.
+  bool m_bShareMemory = false;
+
   /// Serial of the link that the layer serves with this parser. Set and read
   /// by the layer only.
   CSharedWord<std::uint64_t> m_ullLinkSerial = 0;
 
  private:
+  class CGathered;
   struct SPartial;
-  std::uint64_t CompletePartial(std::vector<char>& partial, const char* data, std::uint64_t length);
-  void KeepPartial(std::vector<char>& partial, const char* data, std::uint64_t length);
+  std::uint64_t CompletePartial(CGathered& partial, const char* data, std::uint64_t length);
+  void KeepPartial(CGathered& partial, const char* data, std::uint64_t length);
   void Deliver(const char* packet);
   bool IsCleared() const;
 

@@ -59,6 +59,7 @@ bool CNetWorkCore::Start(bool listen, int port) {
   if (listen) {
     m_pListener = Sockets().Listen(m_settings.m_strLocalAddress, port);
     if (m_pListener == nullptr) return false;
+    m_bListens = true;
   }
   if (StartThread(nullptr, false, [this] { GiveBackLoop(); }) &&
       (!listen || StartThread(nullptr, false, [this] { AcceptLoop(); }))) {
@@ -103,10 +104,23 @@ void CNetWorkCore::AcceptLoop() {
     if (result == EAcceptResult::kStopped || m_bStopping) return;
     if (result == EAcceptResult::kOutOfResources) {
       System().Sleep(kNoDescriptorPauseMs);
-    } else if (m_nLive < m_settings.m_nCapacity) {
+    } else if (m_nLive < m_settings.m_nCapacity || DropSilentLink()) {
       AddLink(std::move(socket));
     }
   }
+}
+
+// Whoever holds links open without a word must not keep others out.
+bool CNetWorkCore::DropSilentLink() {
+  std::shared_ptr<CLink> silent;
+  {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    const auto oldest = std::find_if(m_links.begin(), m_links.end(),
+                                     [](const SEntry& entry) { return entry.m_pLink->IsSilent(); });
+    if (oldest != m_links.end()) silent = oldest->m_pLink;
+  }
+  if (silent != nullptr) silent->MarkDown();
+  return silent != nullptr;
 }
 
 // Enters a connection and starts its delivery thread, which starts the sender.

@@ -73,6 +73,7 @@ class CNetWorkCore : public std::enable_shared_from_this<CNetWorkCore> {
   // For links.
   IDealNetData& Sink() { return m_sink; }
   bool IsStopping() const { return m_bStopping; }
+  bool Listens() const { return m_bListens; }
   void NoteSetUp(const CLink& link);
   void NoteDown() { m_nLive += -1; }
 
@@ -93,6 +94,7 @@ class CNetWorkCore : public std::enable_shared_from_this<CNetWorkCore> {
   bool HasLink(const CLink& link) const;
   void RemoveLink(const CLink& link);
   void AcceptLoop();
+  bool DropSilentLink();
   void GiveBackLoop();
   void WaitThreads(const std::function<bool(const SThread&)>& concerns);
 
@@ -100,6 +102,7 @@ class CNetWorkCore : public std::enable_shared_from_this<CNetWorkCore> {
   const SNetWorkSettings m_settings;
   const std::shared_ptr<CLinkShells> m_pShells;
   std::unique_ptr<IWakeHandle> m_pConnectWake;  // constant from Start
+  bool m_bListens = false;                      // constant from Start
   CSharedWord<bool> m_bStopping = false;
   CSharedWord<int> m_nLive = 0;  // links up: the capacity in use
 

@@ -19,6 +19,11 @@ constexpr std::size_t kRoomBuffers = 64;
 constexpr std::size_t kSendTogether = 16;
 
 constexpr std::size_t kMaxQueuedTextBytes = std::size_t{64} << 20;
+
+// What a peer may leave unread before its next request has to wait.
+constexpr std::size_t kRoomTextBytes = std::size_t{256} << 10;
+constexpr std::size_t kRoomTexts = 1024;
+
 constexpr int kSlicesPerSend = 32;
 
 // Sent buffers go back this many at a time, so that the sender thread is not
@@ -110,11 +115,21 @@ bool CSendQueue::WaitRoom(int ms) {
   return m_bClosed || m_items.size() < kRoomBuffers;
 }
 
+void CSendQueue::WaitTextRoom() {
+  Lock lock(m_mutex);
+  while (!m_bClosed && (m_nTextBytes > kRoomTextBytes || m_items.size() > kRoomTexts)) {
+    m_bWanted = true;
+    WakeSenderThread();
+    m_textRoom.wait(lock);
+  }
+}
+
 void CSendQueue::Close() {
   const std::lock_guard<std::mutex> guard(m_mutex);
   m_bClosed = true;
   m_work.notify_all();
   m_room.notify_all();
+  m_textRoom.notify_all();
 }
 
 void CSendQueue::Run() {
@@ -177,6 +192,7 @@ bool CSendQueue::SendSome(Lock& lock, int waitMs) {
   m_bSending = false;
   Advance(sent);
   if (m_nRoomWaiters > 0) m_room.notify_all();
+  m_textRoom.notify_all();
   if (m_bClosed) m_work.notify_all();
   return result != EIoResult::kClosed;
 }

@@ -44,6 +44,9 @@ class CSendQueue {
   ///         called; false: ask again.
   bool WaitRoom(int ms);
 
+  /// Waits until little of the texts is left to send, or Close was called.
+  void WaitTextRoom();
+
   /// Nothing is sent any more; Run gives everything back and returns.
   void Close();
 
@@ -74,6 +77,7 @@ class CSendQueue {
   std::mutex m_mutex;
   std::condition_variable m_work;       // for the sender thread
   std::condition_variable m_room;       // for those who wait while another thread sends
+  std::condition_variable m_textRoom;   // for the one who waits for texts to go
   std::deque<SItem> m_items;            // guarded by m_mutex
   std::vector<CIOCPBuffer*> m_vecDone;  // guarded by m_mutex; to give back
   std::size_t m_nTextBytes = 0;         // guarded by m_mutex; of queued texts

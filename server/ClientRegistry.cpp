@@ -2,7 +2,9 @@
 //
 // A client that comes back from its address with a new port gets its earlier
 // session again. Every operation holds m_pClientLock throughout, also while it
-// waits for a write in progress: kept on purpose, others wait as long.
+// waits for a write in progress: kept on purpose, other callers wait as long.
+// Messages and ends of links do not come this way, so that a client that
+// breaks off an upload, or thousands that come and go, delay nobody else.
 
 #include <exception>
 #include <memory>
@@ -37,17 +39,16 @@ using OwnedSession = std::unique_ptr<CTransClient, SEndSession>;
 
 void Quiesce(CTransClient& session) {
   session.StopService();
-  session.m_pTransFile->Close();
+  session.Rest();
 }
 
 }  // namespace
 
 CTransClient* CKQFileTransServiceServer::AddClientManage(unsigned int ip, int port) {
   const CScopedLock lock(m_pClientLock);
-  const auto known = m_mapClient.find(LinkKey(ip, port));
-  if (known != m_mapClient.end()) {
-    known->second->m_nLinkPort = port;
-    return known->second;
+  if (CTransClient* const known = FindSession(ip, port); known != nullptr) {
+    known->m_nLinkPort = port;
+    return known;
   }
   CTransClient* const session = TakeOver(ip, port);
   return session != nullptr ? session : MakeSession(ip, port);
@@ -59,9 +60,12 @@ CTransClient* CKQFileTransServiceServer::TakeOver(unsigned int ip, int port) {
   for (auto entry = m_mapClient.begin(); entry != m_mapClient.end(); ++entry) {
     CTransClient* const session = entry->second;
     if (AddressOf(entry->first) != ip || session->m_bInUse) continue;
-    auto node = m_mapClient.extract(entry);
-    node.key() = LinkKey(ip, port);
-    m_mapClient.insert(std::move(node));
+    {
+      const std::lock_guard<std::mutex> guard(*m_pMapLock);
+      auto node = m_mapClient.extract(entry);
+      node.key() = LinkKey(ip, port);
+      m_mapClient.insert(std::move(node));
+    }
     session->m_nLinkPort = port;
     return session;
   }
@@ -73,6 +77,7 @@ CTransClient* CKQFileTransServiceServer::MakeSession(unsigned int ip, int port) 
   try {
     OwnedSession session(new CTransClient(this, ip, port));
     session->SetLog(LogDirectory());
+    const std::lock_guard<std::mutex> guard(*m_pMapLock);
     m_mapClient[LinkKey(ip, port)] = session.get();
     return session.release();
   } catch (const std::exception&) {
@@ -82,14 +87,24 @@ CTransClient* CKQFileTransServiceServer::MakeSession(unsigned int ip, int port) 
 
 CTransClient* CKQFileTransServiceServer::GetClientManage(unsigned int ip, int port) {
   const CScopedLock lock(m_pClientLock);
+  return FindSession(ip, port);
+}
+
+CTransClient* CKQFileTransServiceServer::FindSession(unsigned int ip, int port) const {
+  const std::lock_guard<std::mutex> guard(*m_pMapLock);
   const auto entry = m_mapClient.find(LinkKey(ip, port));
   return entry == m_mapClient.end() ? nullptr : entry->second;
 }
 
 void CKQFileTransServiceServer::RemoveClientManage(unsigned int ip, int port) {
   const CScopedLock lock(m_pClientLock);
-  const auto entry = m_mapClient.find(LinkKey(ip, port));
-  if (entry != m_mapClient.end()) Quiesce(*entry->second);
+  EndLink(ip, port);
+}
+
+// On the link's thread no lock is needed: no other link of this address is
+// set up meanwhile, and sessions end after the network only.
+void CKQFileTransServiceServer::EndLink(unsigned int ip, int port) {
+  if (CTransClient* const session = FindSession(ip, port); session != nullptr) Quiesce(*session);
 }
 
 void CKQFileTransServiceServer::RemoveAllClient(bool bDelete) {
@@ -99,5 +114,7 @@ void CKQFileTransServiceServer::RemoveAllClient(bool bDelete) {
     session->WaitSenders();
     if (bDelete) const OwnedSession ended(session);
   }
-  if (bDelete) m_mapClient.clear();
+  if (!bDelete) return;
+  const std::lock_guard<std::mutex> guard(*m_pMapLock);
+  m_mapClient.clear();
 }

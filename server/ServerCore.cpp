@@ -79,15 +79,15 @@ bool CKQFileTransServiceServer::DealNetMsg(unsigned int ip, int port, int code, 
   switch (code) {
     case NET_COMMAND_DISCONNECT:
       AnnounceLink("client disconnect:", ip, port);
-      RemoveClientManage(ip, port);
+      EndLink(ip, port);
       break;
     case NET_COMMAND_CONNECT:
       AnnounceLink("new client:", ip, port);
       AddClientManage(ip, port);
       break;
     default:
-      // Outside the registry's lock: a long request delays its own link only.
-      if (CTransClient* const session = GetClientManage(ip, port); session != nullptr) {
+      // Outside the registry's locks: a long request delays its own link only.
+      if (CTransClient* const session = FindSession(ip, port); session != nullptr) {
         session->DealNetMsg(ip, port, code, bodyLen, body, extra);
       }
   }
@@ -109,6 +109,7 @@ CNetBuffer* CKQFileTransServiceServer::CreateNetBuffer(unsigned int ip, int port
   buffer->m_nLinkIP = ip;
   buffer->m_nLinkPort = port;
   buffer->ClearData();
+  buffer->m_bShareMemory = true;
   buffer->m_pOwner = this;
   session->StopService();
   session->m_pTransFile->Close();

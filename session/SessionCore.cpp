@@ -134,8 +134,16 @@ void CTransClient::WriteLog(const std::string& msg) {
   if (!m_bLog) return;
   if (IsLogFileFull(LogFilePath())) CreateLogFile();
   const CScopedLock lock(m_pLogLock);
+  if (!m_pLogFile->IsOpen()) OpenLogFile(*m_pLogFile, m_strLogFile);
   ReopenLogFileIfDue(*m_pLogFile, m_strLogFile, m_llLogReopenTime);
   AppendLogLine(*m_pLogFile, msg);
+}
+
+void CTransClient::Rest() {
+  m_pTransFile->Close();
+  m_pNetBuffer->ClearData();
+  const CScopedLock lock(m_pLogLock);
+  m_pLogFile->Close();
 }
 
 bool CTransClient::StopService() {

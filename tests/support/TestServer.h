@@ -29,7 +29,8 @@ class CTestServer : public CKQFileTransServiceServer {
   void DropNetwork() { delete std::exchange(m_pPrimaryNetWork, nullptr); }
 
   using Base::AddClientManage, Base::GetClientManage, Base::RemoveAllClient;
-  using Base::m_mapClient, Base::m_strLogFile, Base::RemoveClientManage, Base::WriteLog;
+  using Base::m_mapClient, Base::m_pClientLock, Base::m_strLogFile, Base::RemoveClientManage,
+      Base::WriteLog;
 };
 
 /// A test of the server, on test time.

@@ -54,6 +54,23 @@ TEST_F(NetBuffer, MalformedHeadBreaksTheLinkUntilCleared) {
   }
 }
 
+TEST_F(NetBuffer, UnfinishedPacketsThatShareMemoryAreBounded) {
+  const std::string head = MakePacket(2504).replace(12, 4, Int32(kMaxBodyBytes));
+  const std::string block(8 << 20, 'x');
+  CNetBuffer other(8, 9);
+  const auto begin = [&](CNetBuffer& buffer, int blocks) {
+    buffer.ClearData();
+    buffer.m_bShareMemory = true;
+    buffer.DealNetData(head.data(), head.size());
+    while (blocks-- > 0) buffer.DealNetData(block.data(), block.size());
+    return !buffer.IsBroken();
+  };
+  EXPECT_TRUE(begin(m_buffer, 8));
+  EXPECT_FALSE(begin(other, 9));
+  EXPECT_TRUE(begin(m_buffer, 0));  // and gives the memory back
+  EXPECT_TRUE(begin(other, 8));
+}
+
 TEST_F(NetBuffer, ClearingDropsThePartialPacketAndEndsARunningDelivery) {
   Receive(kFirst.substr(0, kFirst.size() - 1));
   m_buffer.ClearData();

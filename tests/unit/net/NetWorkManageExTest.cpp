@@ -195,6 +195,42 @@ TEST(NetWorkManageEx, CapacityCountsLinksThatAreUp) {
   EXPECT_EQ(server.Count(0), 2U);  // Stop announces nothing
 }
 
+TEST(NetWorkManageEx, LinkThatSaidNothingForAWhileMakesRoom) {
+  CScopedSystem system;
+  CRecordingServer server(2);
+  const CRawClient silent(server.Port(), "127.3.0.21"), busy(server.Port(), "127.3.0.22");
+  ASSERT_TRUE(server.WaitFor(1, 2));
+  busy.Send(MakePacket(2511));
+  ASSERT_TRUE(server.WaitFor(2511));
+  EXPECT_TRUE(CRawClient(server.Port(), "127.3.0.23").WaitClosed());  // too early
+  system.AdvanceClock(3);
+  const CRawClient next(server.Port(), "127.3.0.24");
+  EXPECT_TRUE(silent.WaitClosed());
+  ASSERT_TRUE(server.WaitFor(1, 3));
+  EXPECT_TRUE(CRawClient(server.Port(), "127.3.0.25").WaitClosed());  // nobody is silent
+  busy.Send(MakePacket(2511));
+  EXPECT_TRUE(server.WaitFor(2511, 2));
+}
+
+TEST(NetWorkManageEx, RequestsWaitUntilAnswersAreRead) {
+  constexpr std::size_t kRequests = 3000;
+  const std::string answer(32768, 'a');  // together more than may be queued
+  CRecordingServer server;
+  std::atomic<bool> refused = false;
+  server.On(2511, [&](const std::string&) { refused = refused || !server.Send(2511, answer); });
+  const CRawClient client(server.Port(), "127.3.0.26");
+  std::string requests;
+  for (std::size_t i = 0; i < kRequests; ++i) requests += MakePacket(2511);
+  ASSERT_TRUE(client.Send(requests));
+  const auto read = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+  WaitUntil([&] { return refused || std::chrono::steady_clock::now() > read; });
+  ASSERT_FALSE(refused);
+  for (std::size_t i = 0; i < kRequests; ++i) {
+    ASSERT_EQ(client.Receive(20 + answer.size()).size(), 20 + answer.size());
+  }
+  server.Stop();
+}
+
 TEST(NetWorkManageEx, CallbacksMayStopCloseAndConnect) {
   std::promise<bool> reconnected;
   CRecordingServer server;

@@ -1,8 +1,13 @@
 // Which session serves which link, and how sessions end.
 
+#include <filesystem>
+
 #include "net/NetBuffer.h"
 #include "platform/KQFile.h"
+#include "protocol/MessageCodes.h"
 #include "protocol/TransferTypes.h"
+#include "support/Packets.h"
+#include "support/Sockets.h"
 #include "support/TestServer.h"
 
 namespace {
@@ -51,6 +56,37 @@ TEST_F(ClientRegistry, StoppedSessionsStayUntilTheyAreDeleted) {
   EXPECT_FALSE(first->m_bStopService);
   m_server.RemoveAllClient(true);
   EXPECT_TRUE(m_server.m_mapClient.empty());
+}
+
+TEST_F(ClientRegistry, OthersAreServedWhileSessionsAreStopped) {
+  ASSERT_TRUE(m_server.Init(0));
+  CRawClient client(m_server.Port(), "127.8.0.3");
+  const std::string answer = MakePacket(NET_CTS_GETPRJDIR, m_dir.Path());
+  const auto ask = [&] {
+    client.Send(MakePacket(NET_CTS_GETPRJDIR));
+    return client.Receive(answer.size());
+  };
+  EXPECT_EQ(ask(), answer);
+  const CScopedLock lock(m_server.m_pClientLock);  // as whoever stops a session for seconds
+  EXPECT_EQ(ask(), answer);
+  client.Close();
+  EXPECT_TRUE(WaitUntil([&] { return m_server.m_mapClient.begin()->second->m_bStopService; }));
+}
+
+TEST_F(ClientRegistry, ClientThatNeverReturnsCostsNoDescriptor) {
+  const auto descriptors = [] {
+    const std::filesystem::directory_iterator open("/proc/self/fd");
+    return std::distance(begin(open), end(open));
+  };
+  const auto before = descriptors();
+  for (unsigned int ip = 1; ip <= 3; ++ip) {
+    m_server.CreateNetBuffer(ip, 1, 0, 0);
+    m_server.DealNetMsg(ip, 1, NET_CTS_TRANSFILEDATA_END, 0, nullptr, 0);
+    m_server.DealNetMsg(ip, 1, 0, 0, nullptr, 0);
+  }
+  EXPECT_EQ(descriptors(), before);
+  CTransClient* const session = m_server.GetClientManage(1, 1);
+  EXPECT_EQ(m_server.CreateNetBuffer(1, 2, 0, 0), session->m_pNetBuffer);
 }
 
 }  // namespace
