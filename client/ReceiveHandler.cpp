@@ -1,7 +1,8 @@
 // Receive handler: stores what the server answers and wakes who waits.
 //
-// Runs on the network layer's threads. Every handler stores the fields first
-// and sets the event last; a lost link sets no event.
+// Runs on the network layer's threads. Every handler stores the fields first,
+// then sets the event, and writes the log while the waiter goes on already; a
+// lost link sets no event.
 
 #include <algorithm>
 #include <cstdint>
@@ -87,36 +88,36 @@ void CKQFileTransServiceClient::OnPrepareAnswer(int length, const char* body) {
   const std::int64_t held = ReadInt64(body + kResultBytes);
   m_nErrorCode = result;
   m_llServerFilePos = held;
+  m_evReply->SetKQEvent();
   WriteLog("NET_CTS_PREPARETRAN_FILE Rec:" + std::to_string(result) + "::" + std::to_string(held) +
            "\n");
-  m_evReply->SetKQEvent();
 }
 
 void CKQFileTransServiceClient::OnUploadEnd() {
-  WriteLog("DealNetMsg NET_CTS_TRANSFILEDATA_END \n");
   m_evFileEnd->SetKQEvent();
+  WriteLog("DealNetMsg NET_CTS_TRANSFILEDATA_END \n");
 }
 
 void CKQFileTransServiceClient::OnTransStopped() {
-  WriteLog("DealNetMsg NET_CTS_TRANS_STOP \n");
   m_evTransEnd->SetKQEvent();
+  WriteLog("DealNetMsg NET_CTS_TRANS_STOP \n");
 }
 
 void CKQFileTransServiceClient::OnTotalSize(int length, const char* body) {
   if (length < kTotalSizeBytes) return;
   const std::int64_t total = ReadInt64(body);
   m_TotalTransBytes = total;
+  m_evReply->SetKQEvent();
   WriteLog("DealNetMsg NET_CTS_REQUEST_SERVERFILESIZE m_TotalTransBytes = " +
            std::to_string(total) + "\n");
-  m_evReply->SetKQEvent();
 }
 
 void CKQFileTransServiceClient::OnDownloadAnswer(int length, const char* body) {
   if (length < kResultBytes) return;
   const std::int32_t result = ReadInt32(body);
   m_nErrorCode = result;
-  WriteLog("DealNetMsg NET_CTS_PREPARETRANS_FILE m_nErrorCode :" + std::to_string(result) + " \n");
   m_evReply->SetKQEvent();
+  WriteLog("DealNetMsg NET_CTS_PREPARETRANS_FILE m_nErrorCode :" + std::to_string(result) + " \n");
 }
 
 // The one path that every downloaded byte takes. Whoever closes the file
@@ -156,9 +157,10 @@ void CKQFileTransServiceClient::OnDownloadEnd(int length, const char* body) {
   if (length < kResultBytes) return;
   const std::int32_t endCode = ReadInt32(body);
   if (endCode != RESULT_OK) m_nServerErrorCode = endCode;
-  WriteLog("DealNetMsg NET_STC_TRANSFILEDATA_END m_nServerErrorCode :" +
-           std::to_string(m_nServerErrorCode) + " \n");
+  const std::int32_t shown = m_nServerErrorCode;
   m_evFileEnd->SetKQEvent();
+  WriteLog("DealNetMsg NET_STC_TRANSFILEDATA_END m_nServerErrorCode :" + std::to_string(shown) +
+           " \n");
 }
 
 void CKQFileTransServiceClient::OnServerWriteError(int length, const char* body) {
@@ -177,15 +179,15 @@ void CKQFileTransServiceClient::OnLostInfo(int length, const char* body) {
     const CScopedLock lock(m_pLock);
     m_strLostInfo.assign(body + kResultBytes, static_cast<std::size_t>(length - kResultBytes));
   }
-  WriteLog("DealNetMsg NET_CTS_GETLOSTINFO m_nErrorCode :" + std::to_string(result) + " \n");
   m_evReply->SetKQEvent();
+  WriteLog("DealNetMsg NET_CTS_GETLOSTINFO m_nErrorCode :" + std::to_string(result) + " \n");
 }
 
 // The result in the answer is not stored, on purpose: m_nErrorCode keeps that
 // of the 2500 before, and that is what the requester reads.
 void CKQFileTransServiceClient::OnLostInfoChanged() {
-  WriteLog("DealNetMsg NET_CTS_CHANGELOSTINFO \n");
   m_evReply->SetKQEvent();
+  WriteLog("DealNetMsg NET_CTS_CHANGELOSTINFO \n");
 }
 
 void CKQFileTransServiceClient::OnText(std::string& member, int length, const char* body) {

@@ -70,11 +70,13 @@ int CKQFileTransServiceClient::Prepare(int mode, const std::string& xml) {
 
   std::vector<Channel_Key_Value> records;
   Channel_Key_Value::ConvertXMLToValue(xml, records);
+  std::string shown;
   for (Channel_Key_Value& rec : records) {
     rec.m_nStatus = RESULT_OK;
     EU::CExpertUtils::RelaceString(rec.m_strPath, "/", "\\");
-    System().WriteStandard(true, "m_vecKey[i].m_strPath " + rec.m_strPath + "\n");
+    shown += "m_vecKey[i].m_strPath " + rec.m_strPath + "\n";
   }
+  if (!shown.empty()) System().WriteStandard(true, shown);
   BeginRun(mode, std::move(records));
   return RESULT_OK;
 }

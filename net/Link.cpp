@@ -93,11 +93,7 @@ void CLink::Receive() {
     }
     std::size_t bytes = 0;
     const EIoResult result = m_pSocket->Receive(data.get() + end, kReceiveBytes - end, bytes);
-    if (result == EIoResult::kWouldBlock) {
-      m_pSocket->WaitReceive();
-      continue;
-    }
-    if (result == EIoResult::kClosed) return;
+    if (result != EIoResult::kDone) return;
     end += bytes;
     while (const std::size_t whole = DeliverableBytes(data.get() + begin, end - begin)) {
       if (!DeliverChunk(data.get() + begin, whole)) return;

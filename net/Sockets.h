@@ -31,16 +31,16 @@ class IStreamSocket {
  public:
   virtual ~IStreamSocket() = default;
 
-  /// Takes what has arrived, at most `size` bytes. Never blocks.
+  /// Waits until something arrives, then takes what is there, at most `size`
+  /// bytes. kClosed at the end of the connection and after Shutdown.
   virtual EIoResult Receive(char* data, std::size_t size, std::size_t& received) = 0;
 
   /// Sends as much as fits now, in order. Never blocks. kDone with fewer
   /// bytes than given means that the rest would block.
   virtual EIoResult Send(const SSlice* slices, int count, std::size_t& sent) = 0;
 
-  /// Wait until the call above may do something, or until Shutdown; for
-  /// sending at most `ms` milliseconds, -1 without end.
-  virtual void WaitReceive() = 0;
+  /// Waits until Send may do something, or until Shutdown, at most `ms`
+  /// milliseconds, -1 without end.
   virtual void WaitSend(int ms) = 0;
 
   /// Ends the connection in both directions and every wait on it, for good.

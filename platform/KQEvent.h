@@ -1,7 +1,6 @@
 #pragma once
 
-#include <condition_variable>
-#include <mutex>
+#include <memory>
 
 #include "KQFileTransServiceExport.h"
 
@@ -13,11 +12,12 @@ constexpr int kWaitTimeout = 258;
 /// Threads: every operation from any thread.
 class KQFT_API CKQEvent {
  public:
-  CKQEvent() = default;
+  CKQEvent();
   CKQEvent(const CKQEvent&) = delete;
   CKQEvent& operator=(const CKQEvent&) = delete;
-  virtual ~CKQEvent() = default;
+  virtual ~CKQEvent();
 
+  /// The waiter may destroy the event while this call returns.
   void SetKQEvent();
   void ResetKQEvent();
 
@@ -26,7 +26,6 @@ class KQFT_API CKQEvent {
   int Wait(int ms);
 
  private:
-  std::mutex m_mutex;
-  std::condition_variable m_condition;
-  bool m_bSet = false;  // guarded by m_mutex
+  struct SState;
+  const std::shared_ptr<SState> m_pState;
 };

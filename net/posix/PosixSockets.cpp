@@ -18,11 +18,13 @@
 #include <cstring>
 
 #include "net/Sockets.h"
+#include "platform/BriefWait.h"
 
 namespace {
 
 constexpr int kBacklog = 128;
 constexpr int kMaxSlices = 64;
+constexpr int kNoWake = -1;
 
 // Unsent bytes that the kernel takes beyond what the peer's window allows.
 // More would only hide from the queue how far the peer is behind.
@@ -137,20 +139,18 @@ class CPosixStream : public IStreamSocket {
     SetOption(fd, IPPROTO_TCP, TCP_NOTSENT_LOWAT, kNotSentLowWater);
   }
 
-  bool IsValid() const { return m_wake.IsValid(); }
-
   EIoResult Receive(char* data, std::size_t size, std::size_t& received) override {
-    received = 0;
-    for (;;) {
-      const ssize_t n = recv(m_socket.Get(), data, size, MSG_DONTWAIT);
-      if (n > 0) {
-        received = static_cast<std::size_t>(n);
-        return EIoResult::kDone;
-      }
-      if (n == 0) return EIoResult::kClosed;
-      if (errno == EAGAIN || errno == EWOULDBLOCK) return EIoResult::kWouldBlock;
-      if (errno != EINTR) return EIoResult::kClosed;
+    ssize_t n = -1;
+    m_briefWait.Try([&] {
+      n = recv(m_socket.Get(), data, size, MSG_DONTWAIT);
+      return n >= 0;
+    });
+    while (n < 0) {
+      n = recv(m_socket.Get(), data, size, 0);
+      if (n < 0 && errno != EINTR) break;
     }
+    received = n > 0 ? static_cast<std::size_t>(n) : 0;
+    return n > 0 ? EIoResult::kDone : EIoResult::kClosed;
   }
 
   EIoResult Send(const SSlice* slices, int count, std::size_t& sent) override {
@@ -175,13 +175,10 @@ class CPosixStream : public IStreamSocket {
     }
   }
 
-  void WaitReceive() override { WaitFor(m_socket.Get(), POLLIN, m_wake.Get(), -1); }
-  void WaitSend(int ms) override { WaitFor(m_socket.Get(), POLLOUT, m_wake.Get(), ms); }
+  void WaitSend(int ms) override { WaitFor(m_socket.Get(), POLLOUT, kNoWake, ms); }
 
-  void Shutdown() override {
-    shutdown(m_socket.Get(), SHUT_RDWR);
-    m_wake.Wake();
-  }
+  // Ends a recv and a poll that wait, too.
+  void Shutdown() override { shutdown(m_socket.Get(), SHUT_RDWR); }
 
   void SetKeepAlive(int idleMs, int intervalMs, int probes) override {
     SetOption(m_socket.Get(), SOL_SOCKET, SO_KEEPALIVE, 1);
@@ -195,15 +192,13 @@ class CPosixStream : public IStreamSocket {
 
  private:
   CDescriptor m_socket;
-  CPosixWake m_wake;
+  CBriefWait m_briefWait;  // of Receive
   const unsigned int m_nIP;
   const int m_nPort;
 };
 
 std::unique_ptr<IStreamSocket> MakeStream(CDescriptor& fd, const sockaddr_in& remote) {
-  auto stream = std::make_unique<CPosixStream>(fd.Release(), remote);
-  if (!stream->IsValid()) return nullptr;
-  return stream;
+  return std::make_unique<CPosixStream>(fd.Release(), remote);
 }
 
 class CPosixListener : public IListenSocket {
@@ -225,9 +220,8 @@ class CPosixListener : public IListenSocket {
       }
       sockaddr_in remote{};
       socklen_t size = sizeof remote;
-      CDescriptor fd(
-          KeepOffStandardStreams(accept4(m_socket.Get(), reinterpret_cast<sockaddr*>(&remote),
-                                         &size, SOCK_CLOEXEC | SOCK_NONBLOCK)));
+      CDescriptor fd(KeepOffStandardStreams(
+          accept4(m_socket.Get(), reinterpret_cast<sockaddr*>(&remote), &size, SOCK_CLOEXEC)));
       if (fd.Get() < 0) {
         if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
           return EAcceptResult::kOutOfResources;
@@ -235,7 +229,7 @@ class CPosixListener : public IListenSocket {
         continue;  // the connection went away again, or somebody else's signal
       }
       socket = MakeStream(fd, remote);
-      return socket != nullptr ? EAcceptResult::kAccepted : EAcceptResult::kOutOfResources;
+      return EAcceptResult::kAccepted;
     }
   }
 
@@ -283,6 +277,7 @@ class CPosixSockets : public ISocketSystem {
     if (!FinishConnect(fd.Get(), remote, timeoutMs, static_cast<const CPosixWake&>(wake).Get())) {
       return nullptr;
     }
+    fcntl(fd.Get(), F_SETFL, 0);  // from here on Receive waits
     return MakeStream(fd, remote);
   }
 

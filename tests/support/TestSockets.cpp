@@ -27,9 +27,12 @@ class CScopedSockets::CPlannedSocket final : public IStreamSocket {
   }
 
   EIoResult Receive(char* data, std::size_t size, std::size_t& received) override {
-    if (m_bSilent) return EIoResult::kWouldBlock;
-    const std::size_t granted = Granted(EDirection::kReceived, size);
-    if (granted == 0) return End();
+    Linger(m_plan.m_nLingerMs);
+    const std::size_t granted = m_bSilent ? 0 : Granted(EDirection::kReceived, size);
+    if (granted == 0 && End() == EIoResult::kWouldBlock) {
+      while (!m_bDown) Linger(1);
+    }
+    if (granted == 0) return EIoResult::kClosed;
     const EIoResult result = m_pSocket->Receive(data, granted, received);
     if (result == EIoResult::kDone) Carry(EDirection::kReceived, data, received);
     return result;
@@ -40,11 +43,6 @@ class CScopedSockets::CPlannedSocket final : public IStreamSocket {
     const EIoResult result = m_pSocket->Send(&granted, 1, sent);
     if (result == EIoResult::kDone) Carry(EDirection::kSent, granted.m_pData, sent);
     return result;
-  }
-  void WaitReceive() override {
-    while (m_bSilent && !m_bDown) Linger(1);
-    m_pSocket->WaitReceive();
-    Linger(m_plan.m_nLingerMs);
   }
   void WaitSend(int ms) override { m_pSocket->WaitSend(ms); }
   void Shutdown() override {
