@@ -3,10 +3,11 @@
 
   bench/links.py BUILD_DIR [--mib N] [--rounds N] [--links N...]
 
-Links from addresses of their own send a file each (--mib long, again and
-again), then fetch one; bytes are counted while all of them are at it. Then
-all but one begin a download and stop reading, and the speed of the one is
-compared with its speed alone.
+Links from addresses of their own send a file each, again and again, then
+fetch one; bytes are counted while all of them are at it. The files that are
+sent take the same memory in all, however many links send one: fresh memory
+is slower. Then all but one begin a download and stop reading, and the speed
+of the one is compared with its speed alone.
 """
 import argparse
 import os
@@ -63,28 +64,30 @@ def report(name, cases, most):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("build")
-    parser.add_argument("--mib", type=int, default=64, help="size of the file that a link sends")
+    parser.add_argument("--mib", type=int, default=2048, help="sent files in all")
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--links", type=int, nargs="+", default=[1, 10, 100])
     args = parser.parse_args()
     counts = sorted({1, *args.links})
     most = counts[-1]
     say(machine_line(args.build))
-    say(f"links: sent {args.mib} MiB files, fetched {FETCHED_MIB} MiB files, again and again; "
-        f"{args.rounds} rounds, medians")
+    say(f"links: sent files of {args.mib} MiB in all, fetched {FETCHED_MIB} MiB each, again and "
+        f"again; {args.rounds} rounds, medians")
     runs = {command: {count: [] for count in counts} for command in ("up", "down")}
     stalled = []
     with WorkDirectory() as root:
-        sources = {"up": os.path.join(root, "sent"), "down": os.path.join(root, "fetched")}
-        make_files(sources["up"], 1, args.mib * MIB)
-        make_files(sources["down"], 1, FETCHED_MIB * MIB)
-        for command, directory in sources.items():
-            sources[command] = os.path.join(directory, "file00000.bin")
+        def source(command, count):
+            size = FETCHED_MIB if command == "down" else args.mib / count
+            directory = os.path.join(root, f"{size:.0f}")
+            if not os.path.exists(directory):
+                make_files(directory, 1, int(size * MIB))
+            return os.path.join(directory, "file00000.bin")
+
         for _ in range(args.rounds):
             for count in counts:
                 for command, cases in runs.items():
-                    cases[count].append(run(args, root, sources[command], command, count))
-            stalled.append(run(args, root, sources["down"], "stalled", most - 1))
+                    cases[count].append(run(args, root, source(command, count), command, count))
+            stalled.append(run(args, root, source("down", 1), "stalled", most - 1))
     for command, cases in runs.items():
         report(command, cases, most)
     bar(f"one download beside {most - 1} stalled ones, over its speed alone",
