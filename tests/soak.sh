@@ -17,7 +17,7 @@ build=${BUILD:-$PWD/build/dev}
 if [ "${1:-}" = sweep ]; then
   set -o pipefail
   KQFT_SWEEP=all "$build/bin/kqft_tests" --gtest_filter='*ProgramFault*' --gtest_brief=1 |
-    grep -v '^new client:\|^client disconnect:'
+    grep --line-buffered -v '^new client:\|^client disconnect:'
   exit
 fi
 rounds=${1:-1000}

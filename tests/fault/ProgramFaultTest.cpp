@@ -249,7 +249,7 @@ TEST_P(ProgramFault, ConnectionsMayEndAnywhereFallSilentAndCutBytesAsTheyLike) {
           "silent after " + std::to_string(tenths) + "/10");
   }
   m_system.Follow(CFaultPlan().ClockFaster(5));  // one byte at a time takes its time
-  for (const std::size_t piece : {1, 19, 21}) {
+  for (const std::size_t piece : {1U, 19U, 21U}) {
     place({-1, EDirection::kSent, false, piece}, "pieces of " + std::to_string(piece));
   }
   place({-1, EDirection::kSent, false, SIZE_MAX, 3}, "clumps");
