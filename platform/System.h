@@ -67,6 +67,15 @@ class ISystemFile {
 
   /// Waits until what was written lies on the disk.
   virtual bool Flush() = 0;
+
+  /// Begins to write to the disk what was written so far, and waits for what
+  /// the call before began. Promises nothing: only Flush does.
+  /// @return false when something could not be written; Flush may not tell of
+  ///         that again
+  virtual bool StartFlush() = 0;
+
+  /// Cuts the file off behind `bytes`, or fills it up with zeros.
+  virtual bool Resize(std::int64_t bytes) = 0;
 };
 
 /// What a path names, symbolic links followed.
@@ -117,7 +126,8 @@ class ISystem {
   virtual ESystemError MakeDirectory(const std::string& path) = 0;
   virtual ESystemError RemoveEmptyDirectory(const std::string& path) = 0;
 
-  /// Waits until the names in a directory lie on the disk.
+  /// Waits until the names in a directory lie on the disk. True as well on a
+  /// file system that knows no such wait.
   virtual bool FlushDirectory(const std::string& path) = 0;
 
   /// Lists every entry: first "." and ".." as plain directories, then the

@@ -51,6 +51,23 @@ class CPosixFile final : public ISystemFile {
     return result == 0;
   }
 
+  bool StartFlush() override {
+    constexpr unsigned kWaitThenBegin = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE;
+    int result = -1;
+    do {
+      result = sync_file_range(m_fd.Get(), 0, 0, kWaitThenBegin);  // to the end
+    } while (result < 0 && errno == EINTR);
+    return result == 0 || errno == ENOSYS;
+  }
+
+  bool Resize(std::int64_t bytes) override {
+    int result = -1;
+    do {
+      result = ftruncate(m_fd.Get(), static_cast<off_t>(bytes));
+    } while (result < 0 && errno == EINTR);
+    return result == 0;
+  }
+
  private:
   // Constant after construction.
   const CDescriptor m_fd;

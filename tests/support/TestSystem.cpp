@@ -43,6 +43,11 @@ class CScopedSystem::CPlannedFile final : public ISystemFile {
   bool Flush() override {
     return m_scope.Begin(EOperation::kFlush, m_strPath) == ESystemError::kNone && m_pFile->Flush();
   }
+  bool StartFlush() override {
+    return m_scope.Begin(EOperation::kFlush, m_strPath) == ESystemError::kNone &&
+           m_pFile->StartFlush();
+  }
+  bool Resize(std::int64_t bytes) override { return m_pFile->Resize(bytes); }
 
  private:
   CScopedSystem& m_scope;
