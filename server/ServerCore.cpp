@@ -74,6 +74,10 @@ void CKQFileTransServiceServer::SetPrjSuffix(const std::string& suffix) {
   m_strPrjSuffix = suffix;
 }
 
+void CKQFileTransServiceServer::SetDurable(bool durable) {
+  m_bDurable = durable;
+}
+
 bool CKQFileTransServiceServer::DealNetMsg(unsigned int ip, int port, int code, int bodyLen,
                                            const char* body, int extra) {
   switch (code) {
@@ -147,4 +151,8 @@ std::string CKQFileTransServiceServer::GetFileDir() {
 
 std::string CKQFileTransServiceServer::GetPrjSuffix() {
   return m_strPrjSuffix;
+}
+
+bool CKQFileTransServiceServer::IsDurable() {
+  return m_bDurable;
 }
