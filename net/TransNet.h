@@ -30,4 +30,7 @@ class KQFT_API ITransNet {
 
   /// Whether a file must lie on the disk before its end is confirmed.
   virtual bool IsDurable() { return false; }
+
+  /// Whether projects are deleted when a client asks for it.
+  virtual bool MayDelete() { return true; }
 };

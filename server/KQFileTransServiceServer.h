@@ -70,6 +70,11 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   /// not called. Call before Init.
   void SetDurable(bool durable);
 
+  /// Whether requests to delete a project are carried out; on when not called.
+  /// Refused or not, a client is told that it was done, and sees the files in
+  /// the next list. Files can be overwritten all the same. Call before Init.
+  void SetDeleting(bool deleting);
+
   // IDealNetData: the network layer's calls.
   bool DealNetMsg(unsigned int ip, int port, int code, int bodyLen, const char* body,
                   int extra) override;
@@ -82,6 +87,7 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   std::string GetFileDir() override;
   std::string GetPrjSuffix() override;
   bool IsDurable() override;
+  bool MayDelete() override;
 
  protected:
   /// The registry: one session per link, found by its address and port, taken
@@ -126,6 +132,7 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   CKQFile* m_pLogFile;                                 // owned; used under m_pLogLock
   CThreadLock* m_pLogLock;                             // owned; constant after construction
   bool m_bDurable = false;                             // constant while the network runs
+  bool m_bDeleting = true;                             // constant while the network runs
 
  private:
   void AnnounceLink(const char* event, unsigned int ip, int port);

@@ -78,6 +78,10 @@ void CKQFileTransServiceServer::SetDurable(bool durable) {
   m_bDurable = durable;
 }
 
+void CKQFileTransServiceServer::SetDeleting(bool deleting) {
+  m_bDeleting = deleting;
+}
+
 bool CKQFileTransServiceServer::DealNetMsg(unsigned int ip, int port, int code, int bodyLen,
                                            const char* body, int extra) {
   switch (code) {
@@ -155,4 +159,8 @@ std::string CKQFileTransServiceServer::GetPrjSuffix() {
 
 bool CKQFileTransServiceServer::IsDurable() {
   return m_bDurable;
+}
+
+bool CKQFileTransServiceServer::MayDelete() {
+  return m_bDeleting;
 }
