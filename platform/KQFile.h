@@ -49,6 +49,10 @@ class CFileHandle {
   /// Cuts the file off behind `bytes`. All three: false after MarkClosed.
   bool Resize(std::int64_t bytes);
 
+  /// The text that stands beside the content, see ISystemFile.
+  std::string Note();
+  void SetNote(const std::string& text);
+
   /// As ReadAt and WriteAt at the handle's own position, which moves on.
   int Read(char* buf, int len);
 

@@ -76,6 +76,15 @@ class ISystemFile {
 
   /// Cuts the file off behind `bytes`, or fills it up with zeros.
   virtual bool Resize(std::int64_t bytes) = 0;
+
+  /// A short text that stands beside the content; "" when there is none. A
+  /// file system that loses power keeps it in step with what was written out
+  /// before it was set.
+  virtual std::string Note() = 0;
+
+  /// Puts it in the place of the one before; "" removes that.
+  /// @return false when the file system keeps none
+  virtual bool SetNote(const std::string& text) = 0;
 };
 
 /// What a path names, symbolic links followed.
@@ -145,6 +154,10 @@ class ISystem {
   /// Bytes free in all on the file system that holds `path`, or its nearest
   /// existing parent.
   virtual bool QueryFreeSpace(const std::string& path, std::uint64_t& bytes) = 0;
+
+  /// Names the run of the operating system. Under another name, what earlier
+  /// ones had not flushed may be lost. "" when it cannot tell.
+  virtual std::string BootName() = 0;
 
   // Time.
   /// Seconds since 1970: the wall clock when the process started, moved on by

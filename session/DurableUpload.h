@@ -8,10 +8,12 @@
 /// Brings one received file to the disk: while it arrives, at its end, and
 /// what a failure leaves of it.
 ///
-/// A disk that cannot keep what it took says so once; from then on the file
-/// looks whole. So after a failure the file is cut to the length that is known
-/// to lie on the disk, and a client that goes on from its length sends the
-/// rest again.
+/// A client that goes on with a file takes its length for what the server
+/// holds. Two accidents make a file longer than what it holds: a disk that
+/// failed to keep what it took says so once and shows the file whole from then
+/// on; and a machine that lost power may come back with a file as long as it
+/// was and zeros at its end. After either the file is cut to the length that
+/// is known to lie on the disk, which a note beside the content remembers.
 ///
 /// Threads: the delivery thread of the session.
 class CDurableUpload {
@@ -20,11 +22,19 @@ class CDurableUpload {
   /// all that are missing.
   static int CountNewEntries(const std::string& path);
 
+  /// Cuts a file whose reception the machine did not survive. Call before its
+  /// length is looked at, on servers of every kind.
+  static void Recover(const std::string& path);
+
   /// A file was opened to be received.
   /// @param newEntries as counted before; 0 when the file existed
-  /// @param keptBytes  its length; 0 when it was emptied
+  /// @param keptBytes  its length; -1 for a file that is not kept and will not
+  ///                   be gone on with
   /// Blocks: as End, when the file before it never came to its end.
-  void Begin(const std::string& path, int newEntries, std::int64_t keptBytes);
+  void Begin(CFileHandle& file, const std::string& path, int newEntries, std::int64_t keptBytes);
+
+  /// Call before each chunk is stored.
+  void BeforeWrite(CFileHandle& file);
 
   /// Counts a stored chunk and now and then starts to bring what was stored to
   /// the disk.
@@ -44,10 +54,13 @@ class CDurableUpload {
 
  private:
   bool Fail(CFileHandle& file);
+  void WriteNote(CFileHandle& file) const;
 
   std::string m_strPath;              // "" once its end has been confirmed
   int m_nNewEntries = 0;              // in as many directories above it
   bool m_bFailed = false;             // since Begin
+  bool m_bWantsNote = false;          // before the first chunk
+  bool m_bNoted = false;              // the file bears a note
   bool m_bInOrder = true;             // each chunk began where the last one ended
   std::int64_t m_llSafeBytes = 0;     // this much lies on the disk
   std::int64_t m_llStartedBytes = 0;  // this much was on its way at the last step

@@ -50,6 +50,7 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   if (nLength < kCreateFlagBytes) return CREATE_FILE_ERROR;
   const bool create = data[0] != 0;
   const std::string path(data + kCreateFlagBytes, nLength - kCreateFlagBytes);
+  if (!create) CDurableUpload::Recover(path);
 
   *llFileLen = static_cast<KQLonglong>(CHardWareCommon::GetFileSize(path));
   // The low 32 bits only, kept on purpose; the answer carries all of them.
@@ -125,7 +126,9 @@ bool CTransClient::StoreChunk(KQLonglong position, const char* data, int nLength
 // What could not be brought to the disk is lost as well, wherever it began.
 bool CTransClient::WriteDurably(KQLonglong position, const char* data, int nLength) {
   const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle();
-  if (file == nullptr || !file->WriteAt(position, data, nLength)) return false;
+  if (file == nullptr) return false;
+  if (position >= 0) m_durable.BeforeWrite(*file);
+  if (!file->WriteAt(position, data, nLength)) return false;
   if (m_durable.Wrote(*file, position, nLength)) return true;
   m_llLostPos = std::min(m_llLostPos, m_durable.SafeBytes());
   return false;

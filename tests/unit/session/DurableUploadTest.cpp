@@ -1,6 +1,7 @@
 // What a durable server has on the disk when it confirms, and what it says
 // and leaves when the disk fails.
 
+#include "platform/ByteOrder.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "support/FakeTransNet.h"
@@ -45,30 +46,31 @@ TEST_F(DurableUpload, FailedFlushIsToldBeforeTheEndAndWhatItLostIsSentAgain) {
     EXPECT_EQ(Upload(name, "new"), good);
     flushes += 4;  // once more for all of them: none is known to have succeeded
   }
-  m_system.Follow(CFaultPlan().Fail(EOperation::kFlush, flushes + 2, ESystemError::kOther));
-  EXPECT_EQ(Upload("run.tm", "new", 3), good);
+  m_system.Follow(CFaultPlan().Fail(EOperation::kFlush, flushes + 1, ESystemError::kOther));
   m_net.m_bDurable = false;
   EXPECT_EQ(Upload("run.tm", "plain"), good);
 }
 
-TEST_F(DurableUpload, LongFileIsBroughtToTheDiskStepByStep) {
-  const std::string step(64 << 20, 's');
-  m_system.Follow(CFaultPlan().Fail(EOperation::kFlush, 3, ESystemError::kNoSpace));
-  AskUpload(false, "run.tm");
+TEST_F(DurableUpload, LongFileIsCutToWhatLiesOnTheDiskAfterAnAccident) {
+  constexpr std::int64_t kStep = 64 << 20;
+  const std::string step(kStep, 's');
+  const auto held = [&] { return ReadInt64(AskUpload(false, "run.tm").data() + 4); };
+  held();
   SendChunk(0, step);
-  SendChunk(std::ssize(step), step);  // now the first one lies on the disk
-  SendChunk(2 * std::ssize(step), "x");
-  EXPECT_EQ(m_net.Count(NET_STC_WRITEDATA_ERROR), 0U);
+  SendChunk(kStep, step);  // now the first one lies on the disk
+  SendChunk(2 * kStep, "x");
+  EXPECT_EQ(held(), 2 * kStep + 1);  // the link was cut, no more
+  m_system.Reboot();
+  EXPECT_EQ(held(), kStep);
+  m_system.Follow(CFaultPlan().Fail(EOperation::kFlush, 3, ESystemError::kNoSpace));
+  SendChunk(kStep, step);
+  EXPECT_EQ(m_net.Count(NET_STC_WRITEDATA_ERROR), 1U);  // at once, not at the end
+  SendChunk(2 * kStep, "behind what was lost");
+  EXPECT_EQ(held(), kStep);
+  SendChunk(kStep, "rest");
   Ask(NET_CTS_TRANSFILEDATA_END);
-  EXPECT_EQ(m_net.Count(NET_STC_WRITEDATA_ERROR), 1U);
-  EXPECT_EQ(FileSize(m_dir / "run.tm"), std::ssize(step));
-
-  m_system.Follow(CFaultPlan().Fail(EOperation::kFlush, 4, ESystemError::kNoSpace));
-  AskUpload(false, "run.tm");
-  SendChunk(std::ssize(step), step);
-  EXPECT_EQ(m_net.Count(NET_STC_WRITEDATA_ERROR), 2U);  // at once, not at the end
-  SendChunk(2 * std::ssize(step), "behind what was lost");
-  EXPECT_EQ(FileSize(m_dir / "run.tm"), std::ssize(step));
+  m_system.Reboot();
+  EXPECT_EQ(held(), kStep + 4);
 }
 
 TEST_F(DurableUpload, RangeLiesOnTheDiskBeforeItsRecordShrinks) {
