@@ -76,14 +76,20 @@ files=$(wc -l <"$work/sent.sha256")
 say "2. The project: $name, $files files, $(du -shL "$project" | cut -f1)"
 
 : >"$work/server.err"
-build/release/bin/kqft-server --dir "$work/server" --listen 127.0.0.1 --port 0 \
-  --log-dir "$work/log" >"$work/server.out" 2>"$work/server.err" &
-server=$!
-while ! grep -q '^listening on ' "$work/server.err"; do
-  kill -0 "$server" 2>/dev/null || fail "the server: $(cat "$work/server.err")"
-  sleep 0.05
-done
-export KQFT_SERVER="$(sed -n 's/^listening on //p' "$work/server.err")"
+start_server() {
+  build/release/bin/kqft-server --dir "$work/server" --listen 127.0.0.1 --port 0 \
+    --log-dir "$work/log" "$@" >"$work/server.out" 2>"$work/server.err" &
+  server=$!
+  while ! grep -q '^listening on ' "$work/server.err"; do
+    kill -0 "$server" 2>/dev/null || return 1
+    sleep 0.05
+  done
+}
+if ! start_server; then
+  grep -q -e --no-confine "$work/server.err" || fail "the server: $(cat "$work/server.err")"
+  start_server --no-confine || fail "the server: $(cat "$work/server.err")"
+fi
+export KQFT_SERVER="$(sed -n 's/^listening on \([^ ]*\).*/\1/p' "$work/server.err")"
 say "3. A server is $(cat "$work/server.err")"
 
 say "4. Upload: kqft put $name"

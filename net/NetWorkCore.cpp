@@ -104,7 +104,8 @@ void CNetWorkCore::AcceptLoop() {
     if (result == EAcceptResult::kStopped || m_bStopping) return;
     if (result == EAcceptResult::kOutOfResources) {
       System().Sleep(kNoDescriptorPauseMs);
-    } else if (m_nLive < m_settings.m_nCapacity || DropSilentLink()) {
+    } else if (IsAllowed(socket->RemoteIP()) &&
+               (m_nLive < m_settings.m_nCapacity || DropSilentLink())) {
       AddLink(std::move(socket));
     }
   }
@@ -121,6 +122,13 @@ bool CNetWorkCore::DropSilentLink() {
   }
   if (silent != nullptr) silent->MarkDown();
   return silent != nullptr;
+}
+
+bool CNetWorkCore::IsAllowed(unsigned int ip) const {
+  const std::vector<CAddressRange>& allowed = m_settings.m_vecAllowed;
+  return allowed.empty() ||
+         std::any_of(allowed.begin(), allowed.end(),
+                     [ip](const CAddressRange& range) { return range.Contains(ip); });
 }
 
 // Enters a connection and starts its delivery thread, which starts the sender.

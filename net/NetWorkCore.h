@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "net/AddressRange.h"
 #include "platform/SharedWord.h"
 
 class CAddressLane;
@@ -26,6 +27,7 @@ class IWakeHandle;
 /// How a manager was set up before Init.
 struct SNetWorkSettings {
   std::string m_strLocalAddress;
+  std::vector<CAddressRange> m_vecAllowed;  // empty: everyone
   int m_nCapacity = 0;
   bool m_bKeepAlive = false;
   int m_nKeepAliveIdleMs = 0;
@@ -95,6 +97,7 @@ class CNetWorkCore : public std::enable_shared_from_this<CNetWorkCore> {
   void RemoveLink(const CLink& link);
   void AcceptLoop();
   bool DropSilentLink();
+  bool IsAllowed(unsigned int ip) const;
   void GiveBackLoop();
   void WaitThreads(const std::function<bool(const SThread&)>& concerns);
 

@@ -43,6 +43,10 @@ void CNetWorkManageEx::SetLocalAddress(const std::string& address) {
   m_pState->m_settings.m_strLocalAddress = address;
 }
 
+void CNetWorkManageEx::SetAllowedPeers(std::vector<CAddressRange> ranges) {
+  m_pState->m_settings.m_vecAllowed = std::move(ranges);
+}
+
 std::shared_ptr<CNetWorkCore> CNetWorkManageEx::Core() const {
   const std::lock_guard<std::mutex> guard(m_pState->m_mutex);
   return m_pState->m_pCore;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "KQFileTransServiceExport.h"
+#include "net/AddressRange.h"
 
 class CIOCPBuffer;
 class CNetWorkCore;
@@ -37,6 +38,10 @@ class KQFT_API CNetWorkManageEx {
   /// Connections go out from this local address, and the listening socket is
   /// bound to it. "" (the default): the system chooses; listen on all.
   void SetLocalAddress(const std::string& address);
+
+  /// Only these addresses may connect; others are closed right after accept,
+  /// before any callback. None (the default): everyone may.
+  void SetAllowedPeers(std::vector<CAddressRange> ranges);
 
   /// Starts the layer.
   /// @param sink     receives every callback; must outlive Stop

@@ -27,4 +27,10 @@ class KQFT_API ITransNet {
   /// The project directory and the suffix of project files.
   virtual std::string GetFileDir() = 0;
   virtual std::string GetPrjSuffix() = 0;
+
+  /// Whether a file must lie on the disk before its end is confirmed.
+  virtual bool IsDurable() { return false; }
+
+  /// Whether projects are deleted when a client asks for it.
+  virtual bool MayDelete() { return true; }
 };

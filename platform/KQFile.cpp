@@ -101,6 +101,26 @@ bool CFileHandle::WriteAt(std::int64_t position, const char* data, int len) {
   return true;
 }
 
+bool CFileHandle::Flush() {
+  return !IsClosed() && m_pState->m_pFile->Flush();
+}
+
+bool CFileHandle::StartFlush() {
+  return !IsClosed() && m_pState->m_pFile->StartFlush();
+}
+
+bool CFileHandle::Resize(std::int64_t bytes) {
+  return !IsClosed() && m_pState->m_pFile->Resize(bytes);
+}
+
+std::string CFileHandle::Note() {
+  return m_pState->m_pFile->Note();
+}
+
+void CFileHandle::SetNote(const std::string& text) {
+  m_pState->m_pFile->SetNote(text);
+}
+
 int CFileHandle::Read(char* buf, int len) {
   const std::lock_guard<std::mutex> lock(m_pState->m_mutex);
   const int done = ReadAt(m_pState->m_llPosition, buf, len);

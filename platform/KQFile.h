@@ -39,7 +39,21 @@ class CFileHandle {
   ///         length, and when position + len does not fit in 64 bits.
   bool WriteAt(std::int64_t position, const char* data, int len);
 
-  /// As above at the handle's own position, which moves on.
+  /// Waits until what was written lies on the disk.
+  bool Flush();
+
+  /// Begins to write it there; what the call before began is there on return.
+  /// @return false when something could not be written
+  bool StartFlush();
+
+  /// Cuts the file off behind `bytes`. All three: false after MarkClosed.
+  bool Resize(std::int64_t bytes);
+
+  /// The text that stands beside the content, see ISystemFile.
+  std::string Note();
+  void SetNote(const std::string& text);
+
+  /// As ReadAt and WriteAt at the handle's own position, which moves on.
   int Read(char* buf, int len);
 
   /// Fills `count` parts one after the other, less than 2 GiB in all; the

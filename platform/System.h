@@ -67,6 +67,24 @@ class ISystemFile {
 
   /// Waits until what was written lies on the disk.
   virtual bool Flush() = 0;
+
+  /// Begins to write to the disk what was written so far, and waits for what
+  /// the call before began. Promises nothing: only Flush does.
+  /// @return false when something could not be written; Flush may not tell of
+  ///         that again
+  virtual bool StartFlush() = 0;
+
+  /// Cuts the file off behind `bytes`, or fills it up with zeros.
+  virtual bool Resize(std::int64_t bytes) = 0;
+
+  /// A short text that stands beside the content; "" when there is none. A
+  /// file system that loses power keeps it in step with what was written out
+  /// before it was set.
+  virtual std::string Note() = 0;
+
+  /// Puts it in the place of the one before; "" removes that.
+  /// @return false when the file system keeps none
+  virtual bool SetNote(const std::string& text) = 0;
 };
 
 /// What a path names, symbolic links followed.
@@ -117,7 +135,8 @@ class ISystem {
   virtual ESystemError MakeDirectory(const std::string& path) = 0;
   virtual ESystemError RemoveEmptyDirectory(const std::string& path) = 0;
 
-  /// Waits until the names in a directory lie on the disk.
+  /// Waits until the names in a directory lie on the disk. True as well on a
+  /// file system that knows no such wait.
   virtual bool FlushDirectory(const std::string& path) = 0;
 
   /// Lists every entry: first "." and ".." as plain directories, then the
@@ -135,6 +154,10 @@ class ISystem {
   /// Bytes free in all on the file system that holds `path`, or its nearest
   /// existing parent.
   virtual bool QueryFreeSpace(const std::string& path, std::uint64_t& bytes) = 0;
+
+  /// Names the run of the operating system. Under another name, what earlier
+  /// ones had not flushed may be lost. "" when it cannot tell.
+  virtual std::string BootName() = 0;
 
   // Time.
   /// Seconds since 1970: the wall clock when the process started, moved on by

@@ -20,8 +20,9 @@ class CTransClient;
 /// that carries out its requests against a directory of projects.
 ///
 /// Set the project directory, the suffix and the log, then call Init. Paths
-/// in requests are used as they come and may lead anywhere: run the process
-/// as a user that may reach nothing but the data.
+/// in requests are used as they come and may lead anywhere: confine the process
+/// (platform/Confinement.h), or run it as a user that may reach nothing but
+/// the data.
 ///
 /// A host may derive, to see events or to use the network manager itself.
 /// Such a class calls Stop in its own destructor, since calls from the
@@ -63,6 +64,17 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   /// always on: without it they lie in the working directory. Call before Init.
   void SetLog(std::string dir, bool enable);
 
+  /// Makes a received file, and every directory made for it, lie on the disk
+  /// before its end is confirmed, and before its list of missing ranges gets
+  /// shorter. A disk that cannot keep it is told as a failed write. Off when
+  /// not called. Call before Init.
+  void SetDurable(bool durable);
+
+  /// Whether requests to delete a project are carried out; on when not called.
+  /// Refused or not, a client is told that it was done, and sees the files in
+  /// the next list. Files can be overwritten all the same. Call before Init.
+  void SetDeleting(bool deleting);
+
   // IDealNetData: the network layer's calls.
   bool DealNetMsg(unsigned int ip, int port, int code, int bodyLen, const char* body,
                   int extra) override;
@@ -74,6 +86,8 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   bool SendText(unsigned int ip, int port, const char* data, int len) override;
   std::string GetFileDir() override;
   std::string GetPrjSuffix() override;
+  bool IsDurable() override;
+  bool MayDelete() override;
 
  protected:
   /// The registry: one session per link, found by its address and port, taken
@@ -117,6 +131,8 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   std::string m_strPrjSuffix;                          // constant while the network runs
   CKQFile* m_pLogFile;                                 // owned; used under m_pLogLock
   CThreadLock* m_pLogLock;                             // owned; constant after construction
+  bool m_bDurable = false;                             // constant while the network runs
+  bool m_bDeleting = true;                             // constant while the network runs
 
  private:
   void AnnounceLink(const char* event, unsigned int ip, int port);

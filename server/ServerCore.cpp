@@ -74,6 +74,14 @@ void CKQFileTransServiceServer::SetPrjSuffix(const std::string& suffix) {
   m_strPrjSuffix = suffix;
 }
 
+void CKQFileTransServiceServer::SetDurable(bool durable) {
+  m_bDurable = durable;
+}
+
+void CKQFileTransServiceServer::SetDeleting(bool deleting) {
+  m_bDeleting = deleting;
+}
+
 bool CKQFileTransServiceServer::DealNetMsg(unsigned int ip, int port, int code, int bodyLen,
                                            const char* body, int extra) {
   switch (code) {
@@ -147,4 +155,12 @@ std::string CKQFileTransServiceServer::GetFileDir() {
 
 std::string CKQFileTransServiceServer::GetPrjSuffix() {
   return m_strPrjSuffix;
+}
+
+bool CKQFileTransServiceServer::IsDurable() {
+  return m_bDurable;
+}
+
+bool CKQFileTransServiceServer::MayDelete() {
+  return m_bDeleting;
 }

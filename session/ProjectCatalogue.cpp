@@ -81,11 +81,14 @@ void CTransClient::AnswerProjectFileList(int nLength, const char* data) {
 }
 
 // The name is not checked and the answer says success whatever happened, kept
-// on purpose. The system refuses "", NUL bytes and the root directory.
+// on purpose, also where the server deletes nothing. The system refuses "",
+// NUL bytes and the root directory.
 void CTransClient::AnswerDeleteProject(int nLength, const char* data) {
   const std::string path = ProjectDir() + std::string(data, static_cast<std::size_t>(nLength));
-  CHardWareCommon::KQClearDir(path);
-  System().RemoveEmptyDirectory(path);
+  if (m_pTransNet == nullptr || m_pTransNet->MayDelete()) {
+    CHardWareCommon::KQClearDir(path);
+    System().RemoveEmptyDirectory(path);
+  }
   char body[4];
   WriteInt32(body, RESULT_OK);
   SendMsg(NET_CTS_DELETEPRJ, body, sizeof(body));

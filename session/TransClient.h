@@ -10,6 +10,7 @@
 #include "platform/ChannelKeyValue.h"
 #include "platform/FileDataPos.h"
 #include "platform/SharedWord.h"
+#include "session/DurableUpload.h"
 
 class CKQFile;
 class CNetBuffer;
@@ -132,6 +133,8 @@ class KQFT_API CTransClient {
 
   std::string m_strLostInfoPath;  // delivery thread; side file of the last 2509
 
+  CDurableUpload m_durable;  // delivery thread; idle unless the server is durable
+
   // State of the project walks. Delivery thread. Never reset between
   // requests: what an earlier walk left counts for the next one's first record.
   std::string m_strCurPrjName;
@@ -214,9 +217,13 @@ class KQFT_API CTransClient {
   int SendFrame(int port, int msgType, const void* body, int nLength);
   std::string LogFilePath() const;
   void Dispatch(int msgType, int nLength, const char* data);
-  bool OpenTarget(const std::string& path, bool create);
+  bool OpenTarget(const std::string& path, bool create, int* newEntries);
   int CheckReceiving();
   bool StoreChunk(KQLonglong position, const char* data, int nLength);
+  bool WriteDurably(KQLonglong position, const char* data, int nLength);
+  void LogWriteFailure();
+  void AnnounceFailure(int result);
+  void FlushReceived();
   std::string ProjectDir() const;
   void AppendProject(std::vector<Channel_Key_Value>* out);
   bool StartSender(KQLonglong position, const std::string& path);

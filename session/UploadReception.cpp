@@ -7,6 +7,7 @@
 
 #include <algorithm>
 
+#include "net/TransNet.h"
 #include "platform/ByteOrder.h"
 #include "platform/ExpertUtils.h"
 #include "platform/HardWareCommon.h"
@@ -49,6 +50,7 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   if (nLength < kCreateFlagBytes) return CREATE_FILE_ERROR;
   const bool create = data[0] != 0;
   const std::string path(data + kCreateFlagBytes, nLength - kCreateFlagBytes);
+  if (!create) CDurableUpload::Recover(path);
 
   *llFileLen = static_cast<KQLonglong>(CHardWareCommon::GetFileSize(path));
   // The low 32 bits only, kept on purpose; the answer carries all of them.
@@ -57,9 +59,14 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   m_nLastDataError = RESULT_OK;
   m_llLostPos = INT64_MAX;
 
-  if (!OpenTarget(path, create)) {
+  const bool durable = m_pTransNet != nullptr && m_pTransNet->IsDurable();
+  int newEntries = 0;
+  if (!OpenTarget(path, create, durable ? &newEntries : nullptr)) {
     WriteLog("CTransClient::PrepareReceiveData open file fales CREATE_FILE_ERROR \n");
     return CREATE_FILE_ERROR;
+  }
+  if (const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle(); durable && file) {
+    m_durable.Begin(*file, path, newEntries, create ? -1 : *llFileLen);
   }
   m_nTransType = PROCESS_TYPE_CLIENT_UPDATA;
   return RESULT_OK;
@@ -67,9 +74,10 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
 
 // A file that is to be kept is opened without a look before: one that cannot
 // be looked at now must not pass for a missing one and be emptied.
-bool CTransClient::OpenTarget(const std::string& path, bool create) {
+bool CTransClient::OpenTarget(const std::string& path, bool create, int* newEntries) {
   if (!create && m_pTransFile->KQOpen(path, "r+b")) return true;
   if (!CKQPlatForm::IsFileExist(path)) {
+    if (newEntries != nullptr) *newEntries = CDurableUpload::CountNewEntries(path);
     EU::CExpertUtils::CreateAllDir(path);
   } else if (!create) {
     return false;
@@ -77,10 +85,14 @@ bool CTransClient::OpenTarget(const std::string& path, bool create) {
   return m_pTransFile->KQOpen(path, "w+b");
 }
 
-// A failure that repeats is announced once.
 void CTransClient::StoreFileData(int nLength, const char* data) {
   const int result = ReceiveData(static_cast<unsigned>(nLength), data);
-  if (result == RESULT_OK || result == m_nLastDataError) return;
+  if (result != RESULT_OK) AnnounceFailure(result);
+}
+
+// A failure that repeats is announced once.
+void CTransClient::AnnounceFailure(int result) {
+  if (result == m_nLastDataError) return;
   m_nLastDataError = result;
   char body[4];
   WriteInt32(body, result);
@@ -103,11 +115,22 @@ int CTransClient::CheckReceiving() {
 // Nothing is stored behind a chunk that was lost: the next upload goes on
 // where the file ends and takes all before it for stored.
 bool CTransClient::StoreChunk(KQLonglong position, const char* data, int nLength) {
-  if (position <= m_llLostPos && m_pTransFile->WriteEx(position, data, nLength)) {
+  if (position <= m_llLostPos && WriteDurably(position, data, nLength)) {
     m_llLostPos = std::max(m_llLostPos, position + nLength);
     return true;
   }
   if (position >= 0) m_llLostPos = std::min(m_llLostPos, position);
+  return false;
+}
+
+// What could not be brought to the disk is lost as well, wherever it began.
+bool CTransClient::WriteDurably(KQLonglong position, const char* data, int nLength) {
+  const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle();
+  if (file == nullptr) return false;
+  if (position >= 0) m_durable.BeforeWrite(*file);
+  if (!file->WriteAt(position, data, nLength)) return false;
+  if (m_durable.Wrote(*file, position, nLength)) return true;
+  m_llLostPos = std::min(m_llLostPos, m_durable.SafeBytes());
   return false;
 }
 
@@ -130,23 +153,35 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
     // StopService of a session that stored data waits its full time.
     return RESULT_OK;
   }
-  const std::int64_t now = CTimeConvert::GetCurTime();
-  const std::int64_t since = now - m_llWriteErrTime;
-  if (since > kWriteErrorLogSeconds || since < -kWriteErrorLogSeconds) {
-    m_llWriteErrTime = now;
-    WriteLog("write data failed " + m_pTransFile->GetFilePath() + "\n");
-  }
+  LogWriteFailure();
   m_bWriting = false;
   return ERROR_CODE_SERVER_WRITE;
 }
 
-// Ends an upload. During a download it closes the file under the sender and
-// leaves the state to it, kept on purpose.
+void CTransClient::LogWriteFailure() {
+  const std::int64_t now = CTimeConvert::GetCurTime();
+  const std::int64_t since = now - m_llWriteErrTime;
+  if (since <= kWriteErrorLogSeconds && since >= -kWriteErrorLogSeconds) return;
+  m_llWriteErrTime = now;
+  WriteLog("write data failed " + m_pTransFile->GetFilePath() + "\n");
+}
+
+// Ends an upload; its flush, where the server wants one, comes before the
+// answer, and its failure as that of a write. During a download it closes the file under the sender
+// and leaves the state to it, kept on purpose.
 void CTransClient::AnswerEndOfFile() {
   if (!m_bStopService) {
+    if (m_nTransType == PROCESS_TYPE_CLIENT_UPDATA) FlushReceived();
     m_nTransType.Claim(PROCESS_TYPE_CLIENT_UPDATA, PROCESS_TYPE_NONE);
     m_pTransFile->Close();
   }
   SendMsg(NET_CTS_TRANSFILEDATA_END, nullptr, 0);
   WriteLog("DealNetMsg NET_CTS_TRANSFILEDATA_END \n");
+}
+
+void CTransClient::FlushReceived() {
+  const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle();
+  if (file != nullptr ? m_durable.End(*file) : m_durable.EndPending()) return;
+  LogWriteFailure();
+  AnnounceFailure(ERROR_CODE_SERVER_WRITE);
 }

@@ -155,7 +155,7 @@ bool CPosixSystem::FlushDirectory(const std::string& path) {
   do {
     result = fsync(fd.Get());
   } while (result < 0 && errno == EINTR);
-  return result == 0;
+  return result == 0 || errno == EINVAL || errno == ENOTSUP;
 }
 
 ESystemError CPosixSystem::ListDirectory(const std::string& path,

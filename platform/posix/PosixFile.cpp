@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +17,8 @@ namespace {
 
 // Of one read call; a caller with more gets the rest from its next call.
 constexpr int kMaxParts = 32;
+const char kNoteName[] = "user.kqft.receiving";
+constexpr std::size_t kLongestNote = 256;
 
 class CPosixFile final : public ISystemFile {
  public:
@@ -49,6 +52,34 @@ class CPosixFile final : public ISystemFile {
       result = fsync(m_fd.Get());
     } while (result < 0 && errno == EINTR);
     return result == 0;
+  }
+
+  bool StartFlush() override {
+    constexpr unsigned kWaitThenBegin = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE;
+    int result = -1;
+    do {
+      result = sync_file_range(m_fd.Get(), 0, 0, kWaitThenBegin);  // to the end
+    } while (result < 0 && errno == EINTR);
+    return result == 0 || errno == ENOSYS;
+  }
+
+  bool Resize(std::int64_t bytes) override {
+    int result = -1;
+    do {
+      result = ftruncate(m_fd.Get(), static_cast<off_t>(bytes));
+    } while (result < 0 && errno == EINTR);
+    return result == 0;
+  }
+
+  std::string Note() override {
+    char text[kLongestNote];
+    const ssize_t n = fgetxattr(m_fd.Get(), kNoteName, text, sizeof text);
+    return n > 0 ? std::string(text, static_cast<std::size_t>(n)) : "";
+  }
+
+  bool SetNote(const std::string& text) override {
+    if (text.empty()) return fremovexattr(m_fd.Get(), kNoteName) == 0 || errno == ENODATA;
+    return fsetxattr(m_fd.Get(), kNoteName, text.data(), text.size(), 0) == 0;
   }
 
  private:

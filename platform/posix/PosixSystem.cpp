@@ -49,6 +49,14 @@ bool IsPending(int signal) {
   return sigpending(&pending) == 0 && sigismember(&pending, signal) == 1;
 }
 
+std::string ReadBootName() {
+  constexpr std::size_t kNameBytes = 36;
+  const CDescriptor fd = OpenDescriptor(AT_FDCWD, "/proc/sys/kernel/random/boot_id", O_RDONLY);
+  char name[kNameBytes];
+  const bool whole = fd.IsOpen() && read(fd.Get(), name, sizeof name) == sizeof name;
+  return whole ? std::string(name, sizeof name) : "";
+}
+
 void WriteAll(int fd, const std::string& text) {
   std::size_t written = 0;
   while (written < text.size()) {
@@ -131,7 +139,8 @@ ESystemError ToSystemError(int number) {
 }
 
 CPosixSystem::CPosixSystem()
-    : m_startWall(std::chrono::system_clock::now()),
+    : m_strBootName(ReadBootName()),
+      m_startWall(std::chrono::system_clock::now()),
       m_startSteady(std::chrono::steady_clock::now()) {}
 
 std::int64_t CPosixSystem::Now() {

@@ -54,6 +54,7 @@ class CPosixSystem final : public ISystem {
                              std::vector<SDirectoryEntry>& entries) override;
   ESystemError ClearDirectory(const std::string& path) override;
   bool QueryFreeSpace(const std::string& path, std::uint64_t& bytes) override;
+  std::string BootName() override { return m_strBootName; }
   std::int64_t Now() override;
   SCalendarTime LocalTime(std::int64_t seconds) override;
   void Sleep(int milliseconds) override;
@@ -63,6 +64,9 @@ class CPosixSystem final : public ISystem {
   void WriteStandard(bool errorStream, const std::string& text) override;
 
  private:
+  // Constant after construction; read before the process may confine itself.
+  const std::string m_strBootName;
+
   // Constant after construction: one moment on both clocks.
   const std::chrono::system_clock::time_point m_startWall;
   const std::chrono::steady_clock::time_point m_startSteady;

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "net/NetWorkManageEx.h"
+#include "platform/Confinement.h"
 #include "programs/Directories.h"
 #include "programs/ExitStatus.h"
 #include "programs/ServiceNotify.h"
@@ -26,10 +27,11 @@ namespace {
 // received is in its file by then, so the process may end before.
 constexpr std::chrono::milliseconds kStopBound(1500);
 
-/// The library's server, told on which local address to listen.
+/// The library's server, told where and to whom to listen.
 class CServer : public CKQFileTransServiceServer {
  public:
   void ListenOn(const std::string& address) { m_pPrimaryNetWork->SetLocalAddress(address); }
+  void Admit(const std::vector<CAddressRange>& peers) { m_pPrimaryNetWork->SetAllowedPeers(peers); }
   int ListenPort() const { return m_pPrimaryNetWork->GetListenPort(); }
 };
 
@@ -57,18 +59,40 @@ void EndServer(std::unique_ptr<CServer> server) {
   if (ended.wait_for(kStopBound) != std::future_status::ready) std::_Exit(kExitDone);
 }
 
+// Before the first thread of the process, which would stay free.
+std::string Confine(const SServerOptions& options, const std::string& logDirectory) {
+  SConfinement confinement;
+  confinement.m_strDataDirectory = DirectoryForLibrary(options.m_strDirectory);
+  confinement.m_strLogDirectory = DirectoryForLibrary(logDirectory);
+  confinement.m_bRemoveDirectories = !options.m_bNoDelete;
+  confinement.m_nListenPort = options.m_nPort;
+  confinement.m_bAbstractSockets = EnvironmentWord("NOTIFY_SOCKET").starts_with('@');
+  return ConfineProcess(confinement);
+}
+
 int Serve(const SServerOptions& options, const std::string& logDirectory) {
   auto server = std::make_unique<CServer>();
   server->SetPrjDir(DirectoryForLibrary(options.m_strDirectory));
   server->SetPrjSuffix(options.m_strSuffix);
-  server->SetLog(DirectoryForLibrary(logDirectory), true);
+  server->SetDurable(options.m_bDurable);
+  server->SetDeleting(!options.m_bNoDelete);
+  server->SetLog(DirectoryForLibrary(logDirectory), true);  // also reads the time zone
   server->ListenOn(options.m_strListenAddress);
+  server->Admit(options.m_vecAllowed);
+  if (!options.m_bNoConfine) {
+    const std::string why = Confine(options, logDirectory);
+    if (!why.empty()) {
+      return Fail("cannot confine itself to its directories: " + why +
+                  "; --no-confine starts it unconfined");
+    }
+  }
   const std::string place = options.m_strListenAddress + ":";
   if (!server->Init(options.m_nPort)) {
     return Fail("cannot listen on " + place + std::to_string(options.m_nPort) +
                 ": the port is in use, or the address or port is not to be had");
   }
-  std::cerr << "listening on " + place + std::to_string(server->ListenPort()) + "\n";
+  std::cerr << "listening on " + place + std::to_string(server->ListenPort()) +
+                   (options.m_bNoConfine ? " (not confined)\n" : " (confined)\n");
   NotifyServiceManager("READY=1");
   WaitForTermination();
   NotifyServiceManager("STOPPING=1");

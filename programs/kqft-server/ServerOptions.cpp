@@ -20,12 +20,27 @@ const char* const kDescription =
 const char* const kFooter =
     "\nExamples:\n"
     "  kqft-server --dir /srv/projects\n"
-    "  kqft-server --dir /srv/projects --listen 10.0.0.5 --port 9999 --log-dir /var/log/kqft\n"
+    "  kqft-server --dir /srv/projects --listen 10.0.0.5 --log-dir /var/log/kqft\n"
+    "  kqft-server --dir /srv/projects --allow 10.1.0.0/16 --allow 10.2.7.4 --no-delete\n"
     "\n"
-    "Once ready it says \"listening on ADDRESS:PORT\" on the error stream. SIGTERM and Ctrl-C\n"
-    "end it. A configuration file holds the same options, one \"key = value\" a line.";
+    "Once ready it says \"listening on ADDRESS:PORT (confined)\" on the error stream, or\n"
+    "\"(not confined)\". SIGTERM and Ctrl-C end it. A configuration file holds the same options, "
+    "one \"key = value\" a line.";
 
-void AddOptions(CLI::App& app, SServerOptions& options, std::string& config) {
+/// What is read as text and understood afterwards.
+struct STexts {
+  std::string m_strConfigFile;
+  std::vector<std::string> m_vecAllowed;
+};
+
+void TakeRanges(const std::vector<std::string>& texts, std::vector<CAddressRange>& ranges) {
+  for (const std::string& text : texts) {
+    const std::string wrong = CAddressRange::Parse(text, ranges.emplace_back());
+    if (!wrong.empty()) throw CLI::ValidationError("--allow", text + ": " + wrong);
+  }
+}
+
+void AddOptions(CLI::App& app, SServerOptions& options, STexts& texts) {
   app.add_option("--dir", options.m_strDirectory, "directory that holds the projects (required)")
       ->type_name("DIR");
   app.add_option("--port", options.m_nPort, "TCP port to listen on; 0 picks a free one")
@@ -44,7 +59,17 @@ void AddOptions(CLI::App& app, SServerOptions& options, std::string& config) {
                  "directory for log files (default: the service manager's, /var/log/kqft or "
                  "the user's own)")
       ->type_name("DIR");
-  app.add_option("--config", config, "read options from a file")
+  app.add_option("--allow", texts.m_vecAllowed,
+                 "only peers with such an address may connect; repeat it for more ranges")
+      ->type_name("CIDR")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  app.add_flag("--no-delete", options.m_bNoDelete, "delete no project, whoever asks for it");
+  app.add_flag("--durable,!--no-durable", options.m_bDurable,
+               "confirm a file only once it lies on the disk (default), or do not wait for it");
+  app.add_flag("--no-confine", options.m_bNoConfine,
+               "leave the process free to reach more than the two directories");
+  app.add_option("--config", texts.m_strConfigFile, "read options from a file")
       ->type_name("FILE")
       ->configurable(false);
   app.set_version_flag("--version", "kqft-server " KQFT_VERSION)->configurable(false);
@@ -59,11 +84,12 @@ bool ParseServerOptions(int argc, char** argv, SServerOptions& options, int& sta
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
     return std::string("kqft-server: ") + error.what() + "\nTry \"kqft-server --help\".\n";
   });
-  std::string config;
-  AddOptions(app, options, config);
+  STexts texts;
+  AddOptions(app, options, texts);
   try {
     app.parse(argc, argv);
-    if (!config.empty()) ApplyConfigFile(app, config);
+    if (!texts.m_strConfigFile.empty()) ApplyConfigFile(app, texts.m_strConfigFile);
+    TakeRanges(texts.m_vecAllowed, options.m_vecAllowed);
     if (options.m_strDirectory.empty()) throw CLI::RequiredError("--dir");
   } catch (const CLI::ParseError& error) {
     status = app.exit(error) == 0 ? kExitDone : kExitUsage;

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+#include "net/AddressRange.h"
 
 /// What the command line and the configuration file of kqft-server say.
 struct SServerOptions {
@@ -8,7 +11,11 @@ struct SServerOptions {
   std::string m_strLogDirectory;  ///< "" when none was given
   std::string m_strSuffix = ".kqsln";
   std::string m_strListenAddress = "0.0.0.0";
-  int m_nPort = 9999;  ///< 0: any free one
+  int m_nPort = 9999;                       ///< 0: any free one
+  std::vector<CAddressRange> m_vecAllowed;  ///< who may connect; empty: everyone
+  bool m_bNoConfine = false;
+  bool m_bNoDelete = false;
+  bool m_bDurable = true;
 };
 
 /// Reads them. A wrong use, help and version are dealt with here: the text is

@@ -22,6 +22,7 @@ class CFakeTransNet : public ITransNet, public ILinkInfo, public CPacketLog {
   bool SendText(unsigned int ip, int port, const char* data, int len) override;
   std::string GetFileDir() override { return m_strFileDir; }
   std::string GetPrjSuffix() override { return ".kqsln"; }
+  bool IsDurable() override { return m_bDurable; }
   bool IsLink() const override { return true; }
   unsigned int GetIP() const override { return kClientIp; }
   int GetPort() const override { return kClientPort; }
@@ -31,6 +32,7 @@ class CFakeTransNet : public ITransNet, public ILinkInfo, public CPacketLog {
   std::vector<int> Codes();        ///< of everything but file data
 
   std::string m_strFileDir;
+  bool m_bDurable = false;
   CSharedWord<bool> m_bRoom = true;         ///< the link has room for a packet
   CSharedWord<bool> m_bHold = false;        ///< file data waits while it is being sent
   CSharedWord<bool> m_bHeld = false;        ///< some has begun to wait

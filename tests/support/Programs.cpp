@@ -60,9 +60,10 @@ std::int64_t CProgram::MemoryBytes() const {
 }
 
 void CServerProgram::Start() {
-  m_pProcess = std::make_unique<CProgram>(
-      KQFT_SERVER_PROGRAM, Arguments{"--dir", m_projects.Path(), "--log-dir", m_logs.Path(),
-                                     "--listen", "127.0.0.1", "--port", std::to_string(m_nPort)});
+  Arguments arguments = {"--dir",    m_projects.Path(), "--log-dir", m_logs.Path(),
+                         "--listen", "127.0.0.1",       "--port",    std::to_string(m_nPort)};
+  arguments.insert(arguments.end(), m_more.begin(), m_more.end());
+  m_pProcess = std::make_unique<CProgram>(KQFT_SERVER_PROGRAM, arguments);
   const std::string ready = "listening on 127.0.0.1:";
   ASSERT_TRUE(WaitUntil([&] { return m_pProcess->Error().find('\n') != std::string::npos; }));
   const std::string line = m_pProcess->Error();

@@ -41,7 +41,12 @@ class CProgram {
 /// A kqft-server with directories of its own, ready.
 class CServerProgram {
  public:
-  CServerProgram() { Start(); }
+  /// @param more further arguments; as a rule those that let tests run quickly
+  ///             and on every kernel
+  explicit CServerProgram(Arguments more = {"--no-confine", "--no-durable"})
+      : m_more(std::move(more)) {
+    Start();
+  }
 
   /// The same server again, on the same port, after the process ended.
   void Start();
@@ -53,6 +58,7 @@ class CServerProgram {
  private:
   CTempDirectory m_projects;
   CTempDirectory m_logs;
+  const Arguments m_more;
   std::unique_ptr<CProgram> m_pProcess;
   int m_nPort = 0;
 };

@@ -43,6 +43,16 @@ class CScopedSystem::CPlannedFile final : public ISystemFile {
   bool Flush() override {
     return m_scope.Begin(EOperation::kFlush, m_strPath) == ESystemError::kNone && m_pFile->Flush();
   }
+  bool StartFlush() override {
+    return m_scope.Begin(EOperation::kFlush, m_strPath) == ESystemError::kNone &&
+           m_pFile->StartFlush();
+  }
+  bool Resize(std::int64_t bytes) override { return m_pFile->Resize(bytes); }
+  std::string Note() override { return m_scope.NoteOf(m_strPath); }
+  bool SetNote(const std::string& text) override {
+    m_scope.NoteOf(m_strPath) = text;
+    return true;
+  }
 
  private:
   CScopedSystem& m_scope;
@@ -103,6 +113,7 @@ class CScopedSystem::CPlanned final : public ISystem {
     bytes = static_cast<std::uint64_t>(*m_scope.m_plan.m_freeSpace);
     return *m_scope.m_plan.m_freeSpace >= 0;
   }
+  std::string BootName() override { return std::to_string(m_scope.m_nBoots); }
   std::int64_t Now() override {
     const auto passed =
         (std::chrono::steady_clock::now() - m_scope.m_start) * m_scope.m_nClockFactor.load();
@@ -148,6 +159,11 @@ void CScopedSystem::Follow(const CFaultPlan& plan) {
   m_mapCalls.clear();
   m_llWritten = 0;
   if (plan.m_nClockFactor != 0) m_nClockFactor = plan.m_nClockFactor;
+}
+
+std::string& CScopedSystem::NoteOf(const std::string& path) {
+  const std::lock_guard lock(m_mutex);
+  return m_mapNotes[path];
 }
 
 // Counts a call and tells what it must fail with.

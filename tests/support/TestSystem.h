@@ -87,6 +87,9 @@ class CScopedSystem {
   /// Moves the clock on without waiting.
   void AdvanceClock(std::int64_t seconds) { m_llAdvanced += seconds; }
 
+  /// The operating system starts again.
+  void Reboot() { ++m_nBoots; }
+
   /// Milliseconds that Sleep was asked for so far, all threads together.
   std::int64_t SleptMilliseconds() const { return m_llSlept; }
 
@@ -94,6 +97,7 @@ class CScopedSystem {
   class CPlanned;
   class CPlannedFile;
   ESystemError Begin(EOperation operation, const std::string& path);
+  std::string& NoteOf(const std::string& path);  ///< used by one thread for each path
   std::size_t LimitTransfer(std::size_t size, bool write);
 
   const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
@@ -103,6 +107,8 @@ class CScopedSystem {
   std::map<EOperation, int> m_mapCalls;  // guarded by m_mutex
   std::int64_t m_llWritten = 0;          // guarded by m_mutex
   std::atomic<int> m_nStruck{0};
+  std::map<std::string, std::string> m_mapNotes;  // guarded by m_mutex
+  std::atomic<int> m_nBoots{0};
   std::atomic<std::int64_t> m_llSlept{0};
   std::atomic<std::int64_t> m_llAdvanced{0};
   const std::unique_ptr<ISystem> m_pSystem;

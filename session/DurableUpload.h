@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "platform/KQFile.h"
+
+/// Brings one received file to the disk: while it arrives, at its end, and
+/// what a failure leaves of it.
+///
+/// A client that goes on with a file takes its length for what the server
+/// holds. Two accidents make a file longer than what it holds: a disk that
+/// failed to keep what it took says so once and shows the file whole from then
+/// on; and a machine that lost power may come back with a file as long as it
+/// was and zeros at its end. After either the file is cut to the length that
+/// is known to lie on the disk, which a note beside the content remembers.
+///
+/// Threads: the delivery thread of the session.
+class CDurableUpload {
+ public:
+  /// How many directories above a file get a new entry when it is made with
+  /// all that are missing.
+  static int CountNewEntries(const std::string& path);
+
+  /// Cuts a file whose reception the machine did not survive. Call before its
+  /// length is looked at, on servers of every kind.
+  static void Recover(const std::string& path);
+
+  /// A file was opened to be received.
+  /// @param newEntries as counted before; 0 when the file existed
+  /// @param keptBytes  its length; -1 for a file that is not kept and will not
+  ///                   be gone on with
+  /// Blocks: as End, when the file before it never came to its end.
+  void Begin(CFileHandle& file, const std::string& path, int newEntries, std::int64_t keptBytes);
+
+  /// Call before each chunk is stored.
+  void BeforeWrite(CFileHandle& file);
+
+  /// Counts a stored chunk and now and then starts to bring what was stored to
+  /// the disk.
+  /// @return false when some of it could not be brought there
+  /// Blocks: until what the call before last started has been written.
+  bool Wrote(CFileHandle& file, std::int64_t position, std::int64_t bytes);
+
+  /// @return true when the file and the way to it lie on the disk
+  /// Blocks: for at most two steps of data, and for the directories' entries.
+  bool End(CFileHandle& file);
+
+  /// This much of the file is known to lie on the disk.
+  std::int64_t SafeBytes() const { return m_llSafeBytes; }
+
+  /// As End, for a file whose end never came; true when there is none.
+  bool EndPending();
+
+ private:
+  bool Fail(CFileHandle& file);
+  void WriteNote(CFileHandle& file) const;
+
+  std::string m_strPath;              // "" once its end has been confirmed
+  int m_nNewEntries = 0;              // in as many directories above it
+  bool m_bFailed = false;             // since Begin
+  bool m_bWantsNote = false;          // before the first chunk
+  bool m_bNoted = false;              // the file bears a note
+  bool m_bInOrder = true;             // each chunk began where the last one ended
+  std::int64_t m_llSafeBytes = 0;     // this much lies on the disk
+  std::int64_t m_llStartedBytes = 0;  // this much was on its way at the last step
+  std::int64_t m_llEnd = 0;           // where the last chunk ended
+  std::int64_t m_llStepBytes = 0;     // stored since the last step
+};

@@ -1,0 +1,99 @@
+// What a durable server has on the disk when it confirms, and what it says
+// and leaves when the disk fails.
+
+#include "platform/ByteOrder.h"
+#include "protocol/MessageCodes.h"
+#include "protocol/ResultCodes.h"
+#include "support/FakeTransNet.h"
+
+namespace {
+
+// A session of a durable server.
+class DurableUpload : public CSessionTest {
+ protected:
+  DurableUpload() { m_net.m_bDurable = true; }
+
+  // A whole upload; the codes of what came back.
+  std::vector<int> Upload(const std::string& name, const std::string& bytes, std::int64_t at = 0) {
+    const std::size_t before = m_net.Codes().size();
+    AskUpload(false, name);
+    SendChunk(at, bytes);
+    Ask(NET_CTS_TRANSFILEDATA_END);
+    const std::vector<int> codes = m_net.Codes();
+    return {codes.begin() + static_cast<std::ptrdiff_t>(before), codes.end()};
+  }
+};
+
+TEST_F(DurableUpload, FailedFlushIsToldBeforeTheEndAndWhatItLostIsSentAgain) {
+  const std::vector<int> good = {NET_CTS_PREPARETRAN_FILE, NET_CTS_TRANSFILEDATA_END};
+  const std::vector<int> bad = {NET_CTS_PREPARETRAN_FILE, NET_STC_WRITEDATA_ERROR,
+                                NET_CTS_TRANSFILEDATA_END};
+  WriteWholeFile(m_dir / "run.tm", "old");
+  // Of a file that is there one flush, of a new one also those of its own,
+  // the made and the upper directory.
+  int flushes = 0;
+  m_system.Follow(CFaultPlan().Fail(EOperation::kFlush, ++flushes, ESystemError::kOther));
+  EXPECT_EQ(Upload("run.tm", "new", 3), bad);
+  EXPECT_EQ(m_net.LastBody(NET_STC_WRITEDATA_ERROR), Int32(ERROR_CODE_SERVER_WRITE));
+  EXPECT_EQ(ReadWholeFile(m_dir / "run.tm"), "old");
+  for (int each = 1; each <= 4; ++each) {
+    const std::string name = std::to_string(each) + "/deep/run.tm";
+    flushes += each;
+    m_system.Follow(CFaultPlan().Fail(EOperation::kFlush, flushes, ESystemError::kOther));
+    EXPECT_EQ(Upload(name, "new"), bad) << each;
+    EXPECT_EQ(FileSize(m_dir / name), 0);
+    m_system.Heal();
+    EXPECT_EQ(Upload(name, "new"), good);
+    flushes += 4;  // once more for all of them: none is known to have succeeded
+  }
+  m_system.Follow(CFaultPlan().Fail(EOperation::kFlush, flushes + 1, ESystemError::kOther));
+  m_net.m_bDurable = false;
+  EXPECT_EQ(Upload("run.tm", "plain"), good);
+}
+
+TEST_F(DurableUpload, LongFileIsCutToWhatLiesOnTheDiskAfterAnAccident) {
+  constexpr std::int64_t kStep = 64 << 20;
+  const std::string step(kStep, 's');
+  const auto held = [&] { return ReadInt64(AskUpload(false, "run.tm").data() + 4); };
+  held();
+  SendChunk(0, step);
+  SendChunk(kStep, step);  // now the first one lies on the disk
+  SendChunk(2 * kStep, "x");
+  EXPECT_EQ(held(), 2 * kStep + 1);  // the link was cut, no more
+  m_system.Reboot();
+  EXPECT_EQ(held(), kStep);
+  m_system.Follow(CFaultPlan().Fail(EOperation::kFlush, 3, ESystemError::kNoSpace));
+  SendChunk(kStep, step);
+  EXPECT_EQ(m_net.Count(NET_STC_WRITEDATA_ERROR), 1U);  // at once, not at the end
+  SendChunk(2 * kStep, "behind what was lost");
+  EXPECT_EQ(held(), kStep);
+  SendChunk(kStep, "rest");
+  Ask(NET_CTS_TRANSFILEDATA_END);
+  m_system.Reboot();
+  EXPECT_EQ(held(), kStep + 4);
+}
+
+TEST_F(DurableUpload, RangeLiesOnTheDiskBeforeItsRecordShrinks) {
+  const std::string record = "[Lost_Pos]\nnRecordCount=1\nlost_info_0=";
+  WriteWholeFile(m_dir / "run.tm", "..........");
+  WriteWholeFile(m_dir / "run.li", record + "2,3\n");
+  const auto report = [&] {
+    Ask(NET_CTS_GETLOSTINFO, m_dir / "run.tm");
+    return Ask(NET_CTS_CHANGELOSTINFO, Int32(0) + Int64(5) + Int64(0));
+  };
+  // The link breaks before the end of the range; the client reports it.
+  m_system.Follow(CFaultPlan().Fail(EOperation::kFlush, 1, ESystemError::kOther));
+  AskUpload(false, "run.tm");
+  SendChunk(2, "new");
+  m_session.StopService();
+  m_session.ResetForLink();
+  EXPECT_EQ(report(), Int32(ERROR_CODE_LOSTINFO_ACCESS));
+  EXPECT_EQ(report(), Int32(ERROR_CODE_LOSTINFO_ACCESS));  // the disk will not say it again
+  EXPECT_EQ(ReadWholeFile(m_dir / "run.li"), record + "2,3\n");
+
+  EXPECT_EQ(Upload("run.tm", "new", 2).size(), 2U);
+  EXPECT_EQ(report(), Int32(RESULT_OK));
+  EXPECT_EQ(ReadWholeFile(m_dir / "run.li"), record + "5,0\n");
+}
+
+}  // namespace
