@@ -14,7 +14,6 @@
 #include "net/NetWorkCore.h"
 #include "net/NetWorkPackHead.h"
 #include "net/Sockets.h"
-#include "platform/System.h"
 
 namespace {
 
@@ -24,9 +23,6 @@ constexpr std::size_t kReceiveBytes = std::size_t{1} << 20;
 
 // Less room than this is not worth a call: what is left is moved to the front.
 constexpr std::size_t kLeastRoomBytes = std::size_t{64} << 10;
-
-// A link from which nothing has come for this long may have to make room.
-constexpr std::int64_t kSilentSeconds = 2;
 
 constexpr std::size_t kShellLocks = 32;
 
@@ -69,7 +65,6 @@ bool CLink::SetUp(std::uint64_t turn) {
     }
     if (m_pParser != nullptr && !m_core.IsStopping()) {
       m_pParser->m_ullLinkSerial = m_ullSerial;
-      m_llSilentSince = System().Now();
       Announce(NET_COMMAND_CONNECT);
       announced = true;
     }
@@ -131,7 +126,6 @@ bool CLink::DeliverChunk(const char* data, std::size_t bytes) {
   bool goOn = !m_core.IsStopping();
   // A parser that serves a newer link has no use for this one's bytes.
   if (goOn && m_pParser->m_ullLinkSerial == m_ullSerial) {
-    m_llSilentSince = INT64_MAX;
     try {
       m_pParser->DealNetData(data, bytes);
     } catch (...) {  // a host's override must not end the layer
@@ -147,10 +141,6 @@ void CLink::Announce(int code) {
     m_core.Sink().DealNetMsg(m_nIP, m_nPort, code, 0, nullptr, 0);
   } catch (...) {  // as above
   }
-}
-
-bool CLink::IsSilent() const {
-  return m_bUp && System().Now() - kSilentSeconds >= m_llSilentSince;
 }
 
 void CLink::MarkDown() {

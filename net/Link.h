@@ -27,9 +27,6 @@ class CLink : public std::enable_shared_from_this<CLink> {
   unsigned int IP() const { return m_nIP; }
   int Port() const { return m_nPort; }
   bool IsUp() const { return m_bUp; }
-
-  /// True when no request has come since the link was set up, some seconds ago.
-  bool IsSilent() const;
   CSendQueue& Queue() { return m_queue; }
   const std::shared_ptr<CAddressLane>& Lane() const { return m_pLane; }
 
@@ -58,7 +55,6 @@ class CLink : public std::enable_shared_from_this<CLink> {
   class CNetBuffer* m_pParser = nullptr;  // delivery thread only; owned by the sink
   std::size_t m_nPassOn = 0;              // delivery thread only; rest of a large packet
   CSharedWord<bool> m_bUp = true;
-  CSharedWord<std::int64_t> m_llSilentSince = INT64_MAX;  // seconds; MAX: does not count
 };
 
 /// What users of a connection hold: small, and alive until the manager dies.

@@ -21,6 +21,9 @@ constexpr int kKeepAliveProbes = 5;
 // Pause of the accept thread while the process has no descriptor left.
 constexpr int kNoDescriptorPauseMs = 50;
 
+// Links whose end was not delivered yet, for each place of the capacity.
+constexpr std::size_t kLinksPerPlace = 4;
+
 std::uint64_t NextSerial() {
   static std::atomic<std::uint64_t> last{0};
   return ++last;
@@ -104,24 +107,18 @@ void CNetWorkCore::AcceptLoop() {
     if (result == EAcceptResult::kStopped || m_bStopping) return;
     if (result == EAcceptResult::kOutOfResources) {
       System().Sleep(kNoDescriptorPauseMs);
-    } else if (IsAllowed(socket->RemoteIP()) &&
-               (m_nLive < m_settings.m_nCapacity || DropSilentLink())) {
+    } else if (IsAllowed(socket->RemoteIP()) && HasPlace()) {
       AddLink(std::move(socket));
     }
   }
 }
 
-// Whoever holds links open without a word must not keep others out.
-bool CNetWorkCore::DropSilentLink() {
-  std::shared_ptr<CLink> silent;
-  {
-    const std::lock_guard<std::mutex> guard(m_mutex);
-    const auto oldest = std::find_if(m_links.begin(), m_links.end(),
-                                     [](const SEntry& entry) { return entry.m_pLink->IsSilent(); });
-    if (oldest != m_links.end()) silent = oldest->m_pLink;
-  }
-  if (silent != nullptr) silent->MarkDown();
-  return silent != nullptr;
+// A link that is down frees its place at once, but its threads not before its
+// end was delivered: that must not fall behind without a bound.
+bool CNetWorkCore::HasPlace() {
+  if (m_nLive >= m_settings.m_nCapacity) return false;
+  const std::lock_guard<std::mutex> guard(m_mutex);
+  return m_links.size() < kLinksPerPlace * static_cast<std::size_t>(m_settings.m_nCapacity);
 }
 
 bool CNetWorkCore::IsAllowed(unsigned int ip) const {

@@ -96,7 +96,7 @@ class CNetWorkCore : public std::enable_shared_from_this<CNetWorkCore> {
   bool HasLink(const CLink& link) const;
   void RemoveLink(const CLink& link);
   void AcceptLoop();
-  bool DropSilentLink();
+  bool HasPlace();
   bool IsAllowed(unsigned int ip) const;
   void GiveBackLoop();
   void WaitThreads(const std::function<bool(const SThread&)>& concerns);

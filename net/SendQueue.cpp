@@ -12,11 +12,10 @@
 
 namespace {
 
-constexpr std::size_t kRoomBuffers = 64;
-
 // A caller that comes back for room leaves its packets until this many, about
-// what one block of a file makes, can go in one call.
-constexpr std::size_t kSendTogether = 16;
+// what one block of a file makes, can go in one call. More than those wait for
+// nobody: a slow link keeps no more memory than a fast one.
+constexpr std::size_t kRoomBuffers = 16;
 
 constexpr std::size_t kMaxQueuedTextBytes = std::size_t{64} << 20;
 
@@ -72,7 +71,7 @@ CSendQueue::EPush CSendQueue::Push(Lock& lock, SItem item) {
     return EPush::kTaken;
   }
   m_items.push_back(std::move(item));
-  if (attended && !m_bClosed && m_items.size() < kSendTogether) {
+  if (attended && !m_bClosed && m_items.size() < kRoomBuffers) {
     KeepText(m_items.back());
     WakeSenderThread();
     return EPush::kTaken;
@@ -100,7 +99,7 @@ void CSendQueue::KeepText(SItem& item) {
 bool CSendQueue::WaitRoom(int ms) {
   Lock lock(m_mutex);
   m_bAttended = true;
-  if (m_bClosed || m_items.size() < kSendTogether) return true;
+  if (m_bClosed || m_items.size() < kRoomBuffers) return true;
   if (m_bSending) {
     ++m_nRoomWaiters;
     System().Wait(m_room, lock, ms, [this] { return m_bClosed || !m_bSending; });

@@ -2,9 +2,7 @@
 //
 // A client that comes back from its address with a new port gets its earlier
 // session again. Every operation holds m_pClientLock throughout, also while it
-// waits for a write in progress: kept on purpose, other callers wait as long.
-// Messages and ends of links do not come this way, so that a client that
-// breaks off an upload, or thousands that come and go, delay nobody else.
+// waits for a write in progress: kept on purpose, others wait as long.
 
 #include <exception>
 #include <memory>
@@ -46,9 +44,10 @@ void Quiesce(CTransClient& session) {
 
 CTransClient* CKQFileTransServiceServer::AddClientManage(unsigned int ip, int port) {
   const CScopedLock lock(m_pClientLock);
-  if (CTransClient* const known = FindSession(ip, port); known != nullptr) {
-    known->m_nLinkPort = port;
-    return known;
+  const auto known = m_mapClient.find(LinkKey(ip, port));
+  if (known != m_mapClient.end()) {
+    known->second->m_nLinkPort = port;
+    return known->second;
   }
   CTransClient* const session = TakeOver(ip, port);
   return session != nullptr ? session : MakeSession(ip, port);
@@ -60,12 +59,9 @@ CTransClient* CKQFileTransServiceServer::TakeOver(unsigned int ip, int port) {
   for (auto entry = m_mapClient.begin(); entry != m_mapClient.end(); ++entry) {
     CTransClient* const session = entry->second;
     if (AddressOf(entry->first) != ip || session->m_bInUse) continue;
-    {
-      const std::lock_guard<std::mutex> guard(*m_pMapLock);
-      auto node = m_mapClient.extract(entry);
-      node.key() = LinkKey(ip, port);
-      m_mapClient.insert(std::move(node));
-    }
+    auto node = m_mapClient.extract(entry);
+    node.key() = LinkKey(ip, port);
+    m_mapClient.insert(std::move(node));
     session->m_nLinkPort = port;
     return session;
   }
@@ -77,7 +73,6 @@ CTransClient* CKQFileTransServiceServer::MakeSession(unsigned int ip, int port) 
   try {
     OwnedSession session(new CTransClient(this, ip, port));
     session->SetLog(LogDirectory());
-    const std::lock_guard<std::mutex> guard(*m_pMapLock);
     m_mapClient[LinkKey(ip, port)] = session.get();
     return session.release();
   } catch (const std::exception&) {
@@ -87,24 +82,14 @@ CTransClient* CKQFileTransServiceServer::MakeSession(unsigned int ip, int port) 
 
 CTransClient* CKQFileTransServiceServer::GetClientManage(unsigned int ip, int port) {
   const CScopedLock lock(m_pClientLock);
-  return FindSession(ip, port);
-}
-
-CTransClient* CKQFileTransServiceServer::FindSession(unsigned int ip, int port) const {
-  const std::lock_guard<std::mutex> guard(*m_pMapLock);
   const auto entry = m_mapClient.find(LinkKey(ip, port));
   return entry == m_mapClient.end() ? nullptr : entry->second;
 }
 
 void CKQFileTransServiceServer::RemoveClientManage(unsigned int ip, int port) {
   const CScopedLock lock(m_pClientLock);
-  EndLink(ip, port);
-}
-
-// On the link's thread no lock is needed: no other link of this address is
-// set up meanwhile, and sessions end after the network only.
-void CKQFileTransServiceServer::EndLink(unsigned int ip, int port) {
-  if (CTransClient* const session = FindSession(ip, port); session != nullptr) Quiesce(*session);
+  const auto entry = m_mapClient.find(LinkKey(ip, port));
+  if (entry != m_mapClient.end()) Quiesce(*entry->second);
 }
 
 void CKQFileTransServiceServer::RemoveAllClient(bool bDelete) {
@@ -114,7 +99,5 @@ void CKQFileTransServiceServer::RemoveAllClient(bool bDelete) {
     session->WaitSenders();
     if (bDelete) const OwnedSession ended(session);
   }
-  if (!bDelete) return;
-  const std::lock_guard<std::mutex> guard(*m_pMapLock);
-  m_mapClient.clear();
+  if (bDelete) m_mapClient.clear();
 }

@@ -94,9 +94,7 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   /// over by the next link from the same address. A session lives until the
   /// server's end, so it is used without the lock.
   ///
-  /// Each operation holds m_pClientLock throughout, its waits included. The
-  /// server's own way to a session takes m_pMapLock only: however long
-  /// sessions are being stopped, the other clients are answered.
+  /// Each operation holds m_pClientLock throughout, its waits included.
 
   /// The link's session; an idle one of the same address is taken over before
   /// a new one is made.
@@ -123,7 +121,7 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   CSharedWord<std::int32_t> m_nPort = 9999;            // shared word; host threads
   CThreadLock* m_pClientLock;                          // owned; constant after construction
   CNetWorkManageEx* m_pPrimaryNetWork;                 // owned; constant after construction
-  std::map<std::uint64_t, CTransClient*> m_mapClient;  // owned; changed under both locks
+  std::map<std::uint64_t, CTransClient*> m_mapClient;  // owned; guarded by m_pClientLock
   CSharedWord<bool> m_bLog = false;                    // shared word; set by SetLog, read by all
   std::string m_strLogDir;                             // guarded by m_pLogLock
   std::string m_strLogFile;                            // guarded by m_pLogLock
@@ -136,14 +134,12 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
 
  private:
   void AnnounceLink(const char* event, unsigned int ip, int port);
-  CTransClient* FindSession(unsigned int ip, int port) const;
   CTransClient* TakeOver(unsigned int ip, int port);
   CTransClient* MakeSession(unsigned int ip, int port);
   void EndLink(unsigned int ip, int port);
   std::string LogFilePath() const;
   std::string LogDirectory() const;
 
-  // Guards the change of m_mapClient, and its reading without m_pClientLock.
-  // Constant after construction.
-  std::shared_ptr<std::mutex> m_pMapLock = std::make_shared<std::mutex>();
+  // Held while a link's end is handled. Constant after construction.
+  std::shared_ptr<std::mutex> m_pEndTurn = std::make_shared<std::mutex>();
 };

@@ -11,6 +11,7 @@
 #include "net/NetBuffer.h"
 #include "net/NetWorkManageEx.h"
 #include "platform/KQFile.h"
+#include "platform/KQPlatForm.h"
 #include "platform/System.h"
 #include "platform/ThreadLock.h"
 #include "session/TransClient.h"
@@ -22,6 +23,7 @@ static_assert(std::is_copy_assignable_v<CKQFileTransServiceServer>);
 namespace {
 
 constexpr int kMostLinks = 100;
+constexpr int kBetweenEndsMs = 2;
 constexpr int kKeepAliveIdleMs = 2000;
 constexpr int kKeepAliveIntervalMs = 1000;
 
@@ -94,12 +96,21 @@ bool CKQFileTransServiceServer::DealNetMsg(unsigned int ip, int port, int code, 
       AddClientManage(ip, port);
       break;
     default:
-      // Outside the registry's locks: a long request delays its own link only.
-      if (CTransClient* const session = FindSession(ip, port); session != nullptr) {
+      // Outside the registry's lock: a long request delays its own link only.
+      if (CTransClient* const session = GetClientManage(ip, port); session != nullptr) {
         session->DealNetMsg(ip, port, code, bodyLen, body, extra);
       }
   }
   return true;
+}
+
+// The registry is locked while a session is stopped. Ends of links therefore
+// come one at a time, with a pause between: the lock is not fair, and messages
+// that wait for it get their turn then, however many links end at once.
+void CKQFileTransServiceServer::EndLink(unsigned int ip, int port) {
+  const std::lock_guard<std::mutex> turn(*m_pEndTurn);
+  RemoveClientManage(ip, port);
+  CKQPlatForm::KQSleep(kBetweenEndsMs);
 }
 
 // The blanks of the log entry are missing on standard output, kept on purpose.

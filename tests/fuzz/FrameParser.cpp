@@ -31,8 +31,7 @@ class CCuttingSocket : public IStreamSocket {
     return received == 0 ? EIoResult::kClosed : EIoResult::kDone;
   }
   EIoResult Send(const SSlice*, int, std::size_t&) override { return EIoResult::kClosed; }
-  void WaitReceive() override {}
-  void WaitSend() override {}
+  void WaitSend(int) override {}
   void Shutdown() override {}
   void SetKeepAlive(int, int, int) override {}
   unsigned int RemoteIP() const override { return 7; }

@@ -84,6 +84,7 @@ class CJail : public ISystem {
   bool QueryFreeSpace(const std::string& path, std::uint64_t& bytes) override {
     return m_real.QueryFreeSpace(path, bytes);
   }
+  std::string BootName() override { return m_real.BootName(); }
   std::int64_t Now() override { return m_real.Now(); }
   SCalendarTime LocalTime(std::int64_t seconds) override { return m_real.LocalTime(seconds); }
   void Sleep(int) override {}

@@ -100,8 +100,8 @@ TEST(NetWorkManageEx, EveryBufferComesBackOnceAndNeverOnTheCallersThread) {
     EXPECT_TRUE(manager.DirectSendData(link, make(MakePacket(2501))));
     int taken = 0;
     while (link->WaitSendRoom(0)) taken += manager.DirectSendData(link, make()) ? 1 : 0;
-    EXPECT_GE(taken, 64);
-    EXPECT_LE(taken, 64 + 64 * 4);  // 64 queued, the rest in the sockets
+    EXPECT_GE(taken, 16);
+    EXPECT_LE(taken, 16 + 64 * 4);  // 16 queued, the rest in the sockets
     manager.Stop();
     hold.Release();
     EXPECT_FALSE(manager.DirectSendData(link, make()));  // the destructor's, not the sink's
@@ -193,23 +193,6 @@ TEST(NetWorkManageEx, CapacityCountsLinksThatAreUp) {
   server.Stop();
   EXPECT_EQ(server.Count(1), 3U);
   EXPECT_EQ(server.Count(0), 2U);  // Stop announces nothing
-}
-
-TEST(NetWorkManageEx, LinkThatSaidNothingForAWhileMakesRoom) {
-  CScopedSystem system;
-  CRecordingServer server(2);
-  const CRawClient silent(server.Port(), "127.3.0.21"), busy(server.Port(), "127.3.0.22");
-  ASSERT_TRUE(server.WaitFor(1, 2));
-  busy.Send(MakePacket(2511));
-  ASSERT_TRUE(server.WaitFor(2511));
-  EXPECT_TRUE(CRawClient(server.Port(), "127.3.0.23").WaitClosed());  // too early
-  system.AdvanceClock(3);
-  const CRawClient next(server.Port(), "127.3.0.24");
-  EXPECT_TRUE(silent.WaitClosed());
-  ASSERT_TRUE(server.WaitFor(1, 3));
-  EXPECT_TRUE(CRawClient(server.Port(), "127.3.0.25").WaitClosed());  // nobody is silent
-  busy.Send(MakePacket(2511));
-  EXPECT_TRUE(server.WaitFor(2511, 2));
 }
 
 TEST(NetWorkManageEx, RequestsWaitUntilAnswersAreRead) {

@@ -58,21 +58,6 @@ TEST_F(ClientRegistry, StoppedSessionsStayUntilTheyAreDeleted) {
   EXPECT_TRUE(m_server.m_mapClient.empty());
 }
 
-TEST_F(ClientRegistry, OthersAreServedWhileSessionsAreStopped) {
-  ASSERT_TRUE(m_server.Init(0));
-  CRawClient client(m_server.Port(), "127.8.0.3");
-  const std::string answer = MakePacket(NET_CTS_GETPRJDIR, m_dir.Path());
-  const auto ask = [&] {
-    client.Send(MakePacket(NET_CTS_GETPRJDIR));
-    return client.Receive(answer.size());
-  };
-  EXPECT_EQ(ask(), answer);
-  const CScopedLock lock(m_server.m_pClientLock);  // as whoever stops a session for seconds
-  EXPECT_EQ(ask(), answer);
-  client.Close();
-  EXPECT_TRUE(WaitUntil([&] { return m_server.m_mapClient.begin()->second->m_bStopService; }));
-}
-
 TEST_F(ClientRegistry, ClientThatNeverReturnsCostsNoDescriptor) {
   const auto descriptors = [] {
     const std::filesystem::directory_iterator open("/proc/self/fd");
