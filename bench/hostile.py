@@ -62,13 +62,20 @@ def receive(link, size):
     return data
 
 
+def receive_packet(link):
+    marker, code, _, size, _ = struct.unpack(HEAD, receive(link, 20))
+    if marker != b"KQFT":
+        sys.exit("no packet")
+    return code, receive(link, size)
+
+
 def ask(link, code, body=b""):
     """One question; returns its answer."""
     link.sendall(packet(code, body))
-    marker, answered, _, size, _ = struct.unpack(HEAD, receive(link, 20))
-    if (marker, answered) != (b"KQFT", code):
+    answered, answer = receive_packet(link)
+    if answered != code:
         sys.exit(f"wrong answer {answered} to {code}")
-    return receive(link, size)
+    return answer
 
 
 def open_links(port, count, network, until):
@@ -204,6 +211,13 @@ class Client(multiprocessing.Process):
                 if self.anew and link is not None:
                     link.close()
             time.sleep(0.1 if self.anew else 0.002)
+        if not self.anew:
+            # As kqft leaves: a session whose last write failed is stopped at once.
+            ask(link, ANNOUNCE, b"\0" + path)
+            link.sendall(packet(DATA, struct.pack("<q", -1) + b"x"))
+            link.sendall(packet(END))
+            while receive_packet(link)[0] != END:
+                pass
         self.result.put((waits, failed))
 
 

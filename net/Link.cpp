@@ -14,6 +14,7 @@
 #include "net/NetWorkCore.h"
 #include "net/NetWorkPackHead.h"
 #include "net/Sockets.h"
+#include "platform/System.h"
 
 namespace {
 
@@ -23,6 +24,11 @@ constexpr std::size_t kReceiveBytes = std::size_t{1} << 20;
 
 // Less room than this is not worth a call: what is left is moved to the front.
 constexpr std::size_t kLeastRoomBytes = std::size_t{64} << 10;
+
+// A client has this many questions on their way at most, unless it floods.
+constexpr int kQuestionsAtOnce = 64;
+constexpr int kQuestionsPerPause = 8;
+constexpr int kPauseMs = 5;
 
 constexpr std::size_t kShellLocks = 32;
 
@@ -90,13 +96,19 @@ void CLink::Receive() {
     const EIoResult result = m_pSocket->Receive(data.get() + end, kReceiveBytes - end, bytes);
     if (result != EIoResult::kDone) return;
     end += bytes;
+    int answered = 0;
     while (const std::size_t whole = DeliverableBytes(data.get() + begin, end - begin)) {
       if (!DeliverChunk(data.get() + begin, whole)) return;
       begin += whole;
-      if (m_core.Listens()) m_queue.WaitTextRoom();
+      if (m_core.Listens() && m_queue.WaitTextRoom()) Pace(++answered);
     }
     if (begin == end) begin = end = 0;
   }
+}
+
+// Who floods a server with questions waits, so that the others do not.
+void CLink::Pace(int answered) {
+  if (answered > kQuestionsAtOnce && answered % kQuestionsPerPause == 0) System().Sleep(kPauseMs);
 }
 
 // How many of the bytes the parser can use now: whole packets, any part of a

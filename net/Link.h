@@ -41,6 +41,7 @@ class CLink : public std::enable_shared_from_this<CLink> {
  private:
   bool SetUp(std::uint64_t turn);
   void Receive();
+  static void Pace(int answered);
   bool DeliverChunk(const char* data, std::size_t bytes);
   std::size_t DeliverableBytes(const char* data, std::size_t bytes);
   void Announce(int code);

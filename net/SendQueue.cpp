@@ -57,6 +57,7 @@ CSendQueue::EPush CSendQueue::PushText(const char* data, std::size_t bytes) {
   item.m_pData = data;
   item.m_nBytes = bytes;
   m_nTextBytes += bytes;
+  m_bTexts = true;
   return Push(lock, std::move(item));
 }
 
@@ -114,13 +115,14 @@ bool CSendQueue::WaitRoom(int ms) {
   return m_bClosed || m_items.size() < kRoomBuffers;
 }
 
-void CSendQueue::WaitTextRoom() {
+bool CSendQueue::WaitTextRoom() {
   Lock lock(m_mutex);
   while (!m_bClosed && (m_nTextBytes > kRoomTextBytes || m_items.size() > kRoomTexts)) {
     m_bWanted = true;
     WakeSenderThread();
     m_textRoom.wait(lock);
   }
+  return std::exchange(m_bTexts, false);
 }
 
 void CSendQueue::Close() {

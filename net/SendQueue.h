@@ -45,7 +45,8 @@ class CSendQueue {
   bool WaitRoom(int ms);
 
   /// Waits until little of the texts is left to send, or Close was called.
-  void WaitTextRoom();
+  /// @return whether texts came since the last call
+  bool WaitTextRoom();
 
   /// Nothing is sent any more; Run gives everything back and returns.
   void Close();
@@ -82,6 +83,7 @@ class CSendQueue {
   std::vector<CIOCPBuffer*> m_vecDone;  // guarded by m_mutex; to give back
   std::size_t m_nTextBytes = 0;         // guarded by m_mutex; of queued texts
   std::uint64_t m_ullTaken = 0;         // guarded by m_mutex; items that left m_items
+  bool m_bTexts = false;                // guarded by m_mutex; since the last WaitTextRoom
   bool m_bSending = false;              // guarded by m_mutex; one thread is in Send
   bool m_bAttended = false;             // guarded by m_mutex; who asked for room comes back
   bool m_bWanted = false;               // guarded by m_mutex; the sender thread has to send

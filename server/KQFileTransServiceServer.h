@@ -140,6 +140,8 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   std::string LogFilePath() const;
   std::string LogDirectory() const;
 
+  CSharedWord<int> m_nAsking = 0;  // messages that look for their session
+
   // Held while a link's end is handled. Constant after construction.
   std::shared_ptr<std::mutex> m_pEndTurn = std::make_shared<std::mutex>();
 };

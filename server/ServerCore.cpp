@@ -23,7 +23,8 @@ static_assert(std::is_copy_assignable_v<CKQFileTransServiceServer>);
 namespace {
 
 constexpr int kMostLinks = 100;
-constexpr int kBetweenEndsMs = 2;
+constexpr int kPassMs = 1;
+constexpr int kMostPasses = 20;
 constexpr int kKeepAliveIdleMs = 2000;
 constexpr int kKeepAliveIntervalMs = 1000;
 
@@ -96,21 +97,22 @@ bool CKQFileTransServiceServer::DealNetMsg(unsigned int ip, int port, int code, 
       AddClientManage(ip, port);
       break;
     default:
+      m_nAsking += 1;
+      CTransClient* const session = GetClientManage(ip, port);
+      m_nAsking += -1;
       // Outside the registry's lock: a long request delays its own link only.
-      if (CTransClient* const session = GetClientManage(ip, port); session != nullptr) {
-        session->DealNetMsg(ip, port, code, bodyLen, body, extra);
-      }
+      if (session != nullptr) session->DealNetMsg(ip, port, code, bodyLen, body, extra);
   }
   return true;
 }
 
-// The registry is locked while a session is stopped. Ends of links therefore
-// come one at a time, with a pause between: the lock is not fair, and messages
-// that wait for it get their turn then, however many links end at once.
+// The registry is locked while a session is stopped, and the lock is not fair.
+// Ends of links therefore come one at a time, and let the messages that wait
+// pass before the next one, however many links end at once.
 void CKQFileTransServiceServer::EndLink(unsigned int ip, int port) {
   const std::lock_guard<std::mutex> turn(*m_pEndTurn);
   RemoveClientManage(ip, port);
-  CKQPlatForm::KQSleep(kBetweenEndsMs);
+  for (int i = 0; i < kMostPasses && (i == 0 || m_nAsking > 0); ++i) CKQPlatForm::KQSleep(kPassMs);
 }
 
 // The blanks of the log entry are missing on standard output, kept on purpose.
