@@ -1,7 +1,7 @@
 #!/bin/sh
-# Fuzzes every target, two at a time.
+# Fuzzes every target, as many at a time as there are processors.
 #
-#   tests/fuzz.sh SECONDS [TARGET...]
+#   tests/fuzz.sh SECONDS [TARGET...]      (KQFT_FUZZ_JOBS: so many at a time)
 #
 # Begins with the committed seeds and with what earlier runs have found
 # interesting (build/fuzz/corpus). Ends with a table; exit status 1 when there
@@ -13,9 +13,12 @@ cd "$(dirname "$0")/.."
 . tools/require-packages.sh
 require_packages g++ cmake ninja-build pkg-config libgtest-dev libcli11-dev clang libclang-rt-14-dev
 
-cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz >/dev/null
 out=$PWD/build/fuzz
+mkdir -p "$out"
+{ cmake --preset fuzz && cmake --build --preset fuzz; } >"$out/build.log" 2>&1 || {
+  cat "$out/build.log"
+  exit 1
+}
 [ $# -gt 0 ] || set -- $(ls tests/fuzz/seeds)
 rm -rf "$out/findings"
 mkdir -p "$out/findings" "$out/logs"
@@ -34,14 +37,17 @@ fuzz_one() {
   [ "$status" -eq 0 ] || cp "$out/logs/$1" "$out/findings/$1.report"
 }
 
-# One after the other from a list that both workers take from.
+# One after the other from a list that all workers take from.
 fuzz_all() {
   for target in "$@"; do
     if mkdir "$out/findings/.taken-$target" 2>/dev/null; then fuzz_one "$target"; fi
   done
 }
-fuzz_all "$@" &
-fuzz_all "$@"
+jobs=${KQFT_FUZZ_JOBS:-$(nproc)}
+while [ "$jobs" -gt 0 ]; do
+  fuzz_all "$@" &
+  jobs=$((jobs - 1))
+done
 wait
 rm -rf "$out"/findings/.taken-*
 
