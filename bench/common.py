@@ -110,7 +110,10 @@ def stop(process):
 
 
 class Server:
-    """A kqft-server of our own, with the directory that it serves."""
+    """A kqft-server of our own, with the directory that it serves.
+
+    It confirms files as the peers do, before they lie on the disk.
+    """
 
     def __init__(self, build, directory):
         os.makedirs(directory, exist_ok=True)
@@ -119,7 +122,7 @@ class Server:
         self.directory = directory
         self.process = subprocess.Popen(
             [f"{build}/bin/kqft-server", "--dir", directory, "--listen", "127.0.0.1",
-             "--port", "0", "--log-dir", directory + ".log"],
+             "--port", "0", "--log-dir", directory + ".log", "--no-durable"],
             stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
         for line in self.process.stderr:
             if "listening on " in line:

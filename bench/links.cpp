@@ -38,6 +38,10 @@ constexpr milliseconds kWindow(8000);
 constexpr int kEndWaitMs = 100;
 constexpr double kMiB = 1 << 20;
 
+// A link that stops reading has its download's answer by then, which may come
+// behind the first data.
+constexpr std::int64_t kBeforeHold = 8 << 20;
+
 struct SJob {
   bool m_bUpload;
   std::string m_strSource;     ///< here for an upload, there for a download
@@ -87,7 +91,12 @@ class CLinkClient : public CKQFileTransServiceClient {
     if (result != RESULT_OK) Fail("a transfer was refused: " + std::to_string(result));
     // The event tells the end of an upload at once.
     while (!IsTransFinished()) m_evTransEnd->Wait(kEndWaitMs);
-    if (!IsConnect() || GetTrans() != 1.0F) Fail("a file did not go whole");
+    if (!IsConnect() || GetTrans() != 1.0F) {
+      std::string statuses;
+      GetAllTransFileStatus(statuses);
+      Fail(name + " did not go whole, " + (IsConnect() ? "" : "not ") + "connected, " +
+           std::to_string(GetTrans()) + " of it: " + statuses);
+    }
   }
 
   bool DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, const char* pData,
@@ -95,7 +104,7 @@ class CLinkClient : public CKQFileTransServiceClient {
     if (nMsgType != NET_STC_TRANSFILEDATA) {
       return CKQFileTransServiceClient::DealNetMsg(ip, port, nMsgType, nLength, pData, extra);
     }
-    while (m_bHold) {
+    while (m_bHold && m_llMoved > kBeforeHold) {
       m_bHeld = true;
       m_llTransBytes += 1;  // a client gives a download up that does not advance
       std::this_thread::sleep_for(milliseconds(50));

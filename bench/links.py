@@ -25,7 +25,7 @@ SERVER_MIB, LINK_MIB, STALLED_MIB = 100, 2, 1024
 
 def run(args, root, source, command, count):
     """One case on a fresh server; its figures and the server's peak memory."""
-    directory = os.path.join(root, "moved")
+    directory = os.path.join(root, "server", "moved")
     os.makedirs(directory)
     with Server(args.build, os.path.join(root, "server")) as server:
         done = subprocess.run(
@@ -78,7 +78,7 @@ def main():
     with WorkDirectory() as root:
         def source(command, count):
             size = FETCHED_MIB if command == "down" else args.mib / count
-            directory = os.path.join(root, f"{size:.0f}")
+            directory = os.path.join(root, "server", f"{size:.0f}")
             if not os.path.exists(directory):
                 make_files(directory, 1, int(size * MIB))
             return os.path.join(directory, "file00000.bin")
