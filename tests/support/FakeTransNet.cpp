@@ -24,7 +24,9 @@ bool CFakeTransNet::SendText(unsigned int, int, const char* data, int len) {
 }
 
 bool CFakeTransNet::WaitSendRoom(int ms) {
-  if (!m_bRoom) System().Sleep(ms);
+  if (m_bRoom) return true;
+  m_bHeld = true;
+  System().Sleep(ms);
   return m_bRoom;
 }
 

@@ -35,7 +35,7 @@ class CFakeTransNet : public ITransNet, public ILinkInfo, public CPacketLog {
   bool m_bDurable = false;
   CSharedWord<bool> m_bRoom = true;         ///< the link has room for a packet
   CSharedWord<bool> m_bHold = false;        ///< file data waits while it is being sent
-  CSharedWord<bool> m_bHeld = false;        ///< some has begun to wait
+  CSharedWord<bool> m_bHeld = false;        ///< some has begun to wait, or a sender for room
   CSharedWord<bool> m_bRefuseData = false;  ///< file data cannot be sent
 };
 

@@ -81,6 +81,7 @@ TEST_F(DownloadSending, StopIsAcknowledgedAfterTheBlockInHand) {
   WriteWholeFile(m_dir / "file", PatternBytes(5 << 20));
   m_net.m_bRoom = false;  // a client that does not read
   EXPECT_EQ(AskDownload(0, "file"), kOk);
+  EXPECT_TRUE(WaitUntil([this] { return m_net.m_bHeld; }));
   EXPECT_EQ(AskUpload(true, "up"), Int32(ERROR_CODE_SERVER_DOWNDATA) + Int64(0));
   EXPECT_EQ(Ask(NET_CTS_GETLOSTINFO, "file"), Int32(ERROR_CODE_TRANS_BUSY));
   Ask(NET_CTS_TRANSFILEDATA_END);  // closes the file, keeps the state
