@@ -40,6 +40,18 @@ std::vector<std::string> BodiesOf(const std::string& stream, int code) {
   return bodies;
 }
 
+std::vector<Channel_Key_Value> ParseRecords(const std::string& xml) {
+  std::vector<Channel_Key_Value> records;
+  Channel_Key_Value::ConvertXMLToValue(xml, records);
+  return records;
+}
+
+std::string PrintRecords(const std::vector<Channel_Key_Value>& records) {
+  std::string xml = "replaced";
+  Channel_Key_Value::ConverValueToXML(records, xml);
+  return xml;
+}
+
 void CPacketLog::Add(int code, const std::string& body) {
   const std::lock_guard lock(m_mutex);
   m_vecPackets.emplace_back(code, body);
