@@ -68,20 +68,6 @@ TEST(FileConfig, AFileOfAnotherProgramIsReadAndOnlyTheChangedValueDiffers) {
   EXPECT_EQ(Value(config, "lost_pos", "NEW"), "1 [x]");
 }
 
-TEST(FileConfig, AKeyThatBeginsLikeAByteOrderMarkIsReadBack) {
-  const CTempDirectory temp;
-  WriteWholeFile(temp / "a.li", "");
-  for (const char* value : {"1", "2"}) {
-    QFileConfig config;
-    config.SetFileName(temp / "a.li");
-    ASSERT_TRUE(config.ReadConfig());
-    config.WriteString("", "\xEF\xBB\xBFkey", value, "", true);
-    ASSERT_TRUE(config.UpdateFile(true));
-    ASSERT_TRUE(config.ReadConfig());
-    EXPECT_EQ(Value(config, "", "\xEF\xBB\xBFkey"), value);
-  }
-}
-
 TEST(FileConfig, WhatCannotBeReadIsRefusedAndLeavesNothingInMemory) {
   const CTempDirectory temp;
   WriteWholeFile(temp / "good", "[s]\nk=v\n");
@@ -127,20 +113,6 @@ TEST(FileConfig, AFailureAtAnyStepLeavesTheOldFileAndNoOther) {
     EXPECT_TRUE(IsAlone(temp / "a.li"));
     EXPECT_EQ(std::filesystem::status(temp / "a.li").permissions(), std::filesystem::perms(0640));
   }
-}
-
-TEST(FileConfig, WhatAKilledUpdateLeftIsGoneAfterTheNextOne) {
-  const CTempDirectory temp;
-  WriteWholeFile(temp / "a.li", "[Lost_Pos]\nlost_info_0=1,2\n");
-  CScopedSystem system(CFaultPlan()
-                           .Fail(EOperation::kRename, 1, ESystemError::kOther)
-                           .Fail(EOperation::kRemove, 1, ESystemError::kOther)
-                           .ClockFaster(50));
-  EXPECT_FALSE(SetValue(temp / "a.li", "3,4"));
-  ASSERT_FALSE(IsAlone(temp / "a.li"));
-  EXPECT_TRUE(SetValue(temp / "a.li", "5,6"));
-  EXPECT_EQ(ReadWholeFile(temp / "a.li"), "[Lost_Pos]\nlost_info_0=5,6\n");
-  EXPECT_TRUE(IsAlone(temp / "a.li"));
 }
 
 }  // namespace
