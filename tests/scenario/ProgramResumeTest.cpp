@@ -69,8 +69,9 @@ TEST_F(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
   EXPECT_EQ(ReadWholeFile(m_dir / "P/Run.li"), left);
   // The one chunk of a second run is the courtesy before leaving, a write to
   // nowhere, which spares the server a wait.
-  EXPECT_EQ(BodiesOf(put("127.0.0.3"), NET_CTS_TRANSFILEDATA),
-            std::vector<std::string>{Int64(-1) + "x"});
+  const std::string again = put("127.0.0.3");
+  EXPECT_NE(again.find(MakePacket(NET_CTS_TRANSFILEDATA, Int64(-1) + "x")), std::string::npos);
+  EXPECT_LT(again.size(), kRangeBytes / 100);
 }
 
 }  // namespace

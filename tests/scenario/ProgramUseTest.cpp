@@ -1,7 +1,6 @@
 // How the programs are called, what they refuse, and how they end.
 
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -98,8 +97,6 @@ TEST(ProgramUse, ServerTellsItsStateToServiceManagerAndOutputStream) {
   sockaddr_un address = {AF_UNIX, {}};
   std::strncpy(address.sun_path, (directory / "notify").c_str(), sizeof address.sun_path - 1);
   ASSERT_EQ(bind(manager, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  const timeval limit{60, 0};
-  setsockopt(manager, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
   const auto next = [&] {
     char text[256] = {};
     recv(manager, text, sizeof text - 1, 0);
