@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "support/TestSystem.h"
@@ -104,15 +105,9 @@ class CJail : public ISystem {
   }
   // It also stays there.
   bool IsInside(const std::string& path) const {
-    if (!IsMeant(path)) return false;
-    int depth = 0;
-    for (std::size_t at = Root().size(); at < path.size() && depth >= 0;) {
-      const std::size_t end = std::min(path.find_first_of("\\/", at), path.size());
-      const std::string part = path.substr(at, end - at);
-      depth += part == ".." ? -1 : part.empty() || part == "." ? 0 : 1;
-      at = end + 1;
-    }
-    return depth >= 0;
+    std::string host = path;
+    std::replace(host.begin(), host.end(), '\\', '/');
+    return IsMeant(path) && IsMeant(std::filesystem::path(host).lexically_normal());
   }
   template <typename Call>
   ESystemError Change(const std::string& path, const Call& call) const {

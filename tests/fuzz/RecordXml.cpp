@@ -6,17 +6,11 @@
 #include <tuple>
 
 #include "Fuzz.h"
-#include "platform/ChannelKeyValue.h"
+#include "support/Packets.h"
 
 namespace {
 
 using Records = std::vector<Channel_Key_Value>;
-
-Records Read(const std::string& xml) {
-  Records records;
-  Channel_Key_Value::ConvertXMLToValue(xml, records);
-  return records;
-}
 
 bool AreEqual(const Records& left, const Records& right) {
   const auto members = [](const Channel_Key_Value& r) {
@@ -33,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   CFuzzInput input(data, size);
   Records records;
   if (input.TakeByte() % 2 == 0) {
-    records = Read(input.Rest());
+    records = ParseRecords(input.Rest());
   } else {
     while (!input.AtEnd()) {
       Channel_Key_Value& record = records.emplace_back();
@@ -46,12 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       }
     }
   }
-  std::string xml;
-  Channel_Key_Value::ConverValueToXML(records, xml);
-  const Records again = Read(xml);
-  Require(AreEqual(records, again));
-  std::string second;
-  Channel_Key_Value::ConverValueToXML(again, second);
-  Require(xml == second);
+  const std::string xml = PrintRecords(records);
+  const Records again = ParseRecords(xml);
+  Require(AreEqual(records, again) && xml == PrintRecords(again));
   return 0;
 }

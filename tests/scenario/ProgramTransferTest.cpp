@@ -4,10 +4,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "protocol/MessageCodes.h"
-#include "support/Packets.h"
 #include "support/Programs.h"
-#include "support/Sockets.h"
 
 namespace fs = std::filesystem;
 
@@ -150,22 +147,6 @@ TEST_F(ProgramTransfer, InterruptedGetEndsSoonAlsoBetweenTwoFiles) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
   EXPECT_EQ(m_station.Start(command)->Wait(), 0);
   EXPECT_EQ(TreeOf(m_local / "P"), TreeOf(m_server.ProjectPath("P")));
-}
-
-TEST_F(ProgramTransfer, SlowReaderCostsTheServerNoMemory) {
-  MakeSparseFile(m_server.ProjectPath("P/big.tm"), std::int64_t{4} << 30);
-  CRawClient client(m_server.Port(), "127.0.0.2");
-  ASSERT_TRUE(client.Send(MakePacket(NET_CTS_GETPRJDIR)));
-  ASSERT_EQ(client.Receive(20).size(), 20U);
-  const std::int64_t idle = m_server.Process().MemoryBytes();
-  ASSERT_TRUE(client.Send(
-      MakePacket(NET_CTS_PREPARETRANS_FILE, Int64(0) + m_server.ProjectPath("P/big.tm"))));
-  constexpr std::size_t kStep = 100000;  // 1 MB/s
-  for (int i = 0; i < 40; ++i) {
-    ASSERT_EQ(client.Receive(kStep).size(), kStep);
-    EXPECT_LT(m_server.Process().MemoryBytes() - idle, std::int64_t{64} << 20);
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  }
 }
 
 TEST_F(ProgramTransfer, GetNeverMixesVersionsOrLeavesItsDirectory) {

@@ -28,16 +28,16 @@ std::string MakePacket(int code, const std::string& body) {
   return packet + body;
 }
 
-std::vector<std::string> BodiesOf(const std::string& stream, int code) {
-  std::vector<std::string> bodies;
-  for (std::size_t at = 0; at + kPackHeadBytes <= stream.size();) {
-    const char* const head = stream.data() + at;
-    const std::size_t length = CNetWorkPackHead::BodyLength(head);
-    at += kPackHeadBytes + length;
-    if (at > stream.size() || CNetWorkPackHead::Code(head) != static_cast<unsigned>(code)) continue;
-    bodies.emplace_back(head + kPackHeadBytes, length);
-  }
-  return bodies;
+std::vector<Channel_Key_Value> ParseRecords(const std::string& xml) {
+  std::vector<Channel_Key_Value> records;
+  Channel_Key_Value::ConvertXMLToValue(xml, records);
+  return records;
+}
+
+std::string PrintRecords(const std::vector<Channel_Key_Value>& records) {
+  std::string xml = "replaced";
+  Channel_Key_Value::ConverValueToXML(records, xml);
+  return xml;
 }
 
 void CPacketLog::Add(int code, const std::string& body) {

@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/ChannelKeyValue.h"
+
 /// Pieces of message bodies, to be joined with "+".
 std::string Int32(std::int32_t value);
 std::string Int64(std::int64_t value);
@@ -13,8 +15,9 @@ std::string Int64(std::int64_t value);
 /// A whole packet as it travels.
 std::string MakePacket(int code, const std::string& body = "");
 
-/// The bodies of all packets of a code, in a stream that may end anywhere.
-std::vector<std::string> BodiesOf(const std::string& stream, int code);
+/// The records of an XML text, and the text of records.
+std::vector<Channel_Key_Value> ParseRecords(const std::string& xml);
+std::string PrintRecords(const std::vector<Channel_Key_Value>& records);
 
 /// Code and body.
 using Packet = std::pair<int, std::string>;

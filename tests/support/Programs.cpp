@@ -54,11 +54,6 @@ int CProgram::Wait() {
   return WaitUntil([this] { return !IsRunning(); }) ? m_nStatus : -1;
 }
 
-std::int64_t CProgram::MemoryBytes() const {
-  const std::string counts = ReadWholeFile("/proc/" + std::to_string(m_nPid) + "/statm");
-  return std::stoll(counts.substr(counts.find(' '))) * getpagesize();
-}
-
 void CServerProgram::Start() {
   Arguments arguments = {"--dir",    m_projects.Path(), "--log-dir", m_logs.Path(),
                          "--listen", "127.0.0.1",       "--port",    std::to_string(m_nPort)};

@@ -26,9 +26,6 @@ class CProgram {
   ///         that ended it; -1 when it does not end within 60 s.
   int Wait();
 
-  /// Resident memory.
-  std::int64_t MemoryBytes() const;
-
   std::string Output() const { return ReadWholeFile(m_directory / "out"); }
   std::string Error() const { return ReadWholeFile(m_directory / "err"); }
 

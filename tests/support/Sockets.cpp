@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -26,25 +25,6 @@ int BoundSocket(const std::string& host) {
   return fd;
 }
 
-bool SendAll(int fd, const char* data, std::size_t bytes) {
-  while (bytes > 0) {
-    const ssize_t n = send(fd, data, bytes, MSG_NOSIGNAL);
-    if (n <= 0) return false;
-    data += n;
-    bytes -= static_cast<std::size_t>(n);
-  }
-  return true;
-}
-
-// Passes on what has arrived; false when the sender has closed.
-bool Pass(int from, int to, std::string& copy) {
-  char block[65536];
-  const ssize_t n = recv(from, block, sizeof block, 0);
-  if (n <= 0) return false;
-  copy.append(block, static_cast<std::size_t>(n));
-  return SendAll(to, block, static_cast<std::size_t>(n));
-}
-
 }  // namespace
 
 CRawClient::CRawClient(int port, const std::string& from) : m_fd(BoundSocket(from)) {
@@ -60,7 +40,7 @@ void CRawClient::Close() {
 }
 
 bool CRawClient::Send(const std::string& bytes) const {
-  return SendAll(m_fd, bytes.data(), bytes.size());
+  return send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == std::ssize(bytes);
 }
 
 std::string CRawClient::Receive(std::size_t bytes) const {
@@ -75,40 +55,4 @@ bool CRawClient::WaitClosed() const {
   ssize_t n = 1;
   while (n > 0) n = recv(m_fd, block, sizeof block, 0);
   return n == 0 || errno == ECONNRESET;
-}
-
-CWireTap::CWireTap(int serverPort, const std::string& from)
-    : CRawClient(serverPort, from), m_listener(BoundSocket("127.0.0.1")) {
-  EXPECT_EQ(listen(m_listener, 1), 0);
-  m_thread = std::thread([this] { Run(); });
-}
-
-CWireTap::~CWireTap() {
-  shutdown(m_listener, SHUT_RDWR);  // wakes an accept that nobody came to
-  WaitClosed();
-  close(m_listener);
-}
-
-int CWireTap::Port() const {
-  sockaddr_in address{};
-  socklen_t size = sizeof address;
-  getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &size);
-  return ntohs(address.sin_port);
-}
-
-void CWireTap::WaitClosed() {
-  if (m_thread.joinable()) m_thread.join();
-}
-
-void CWireTap::Run() {
-  const int client = accept(m_listener, nullptr, nullptr);
-  shutdown(m_listener, SHUT_RDWR);
-  pollfd fds[2] = {{client, POLLIN, 0}, {m_fd, POLLIN, 0}};
-  bool open = client >= 0;
-  while (open && poll(fds, 2, -1) > 0) {
-    if (fds[0].revents != 0) open = Pass(client, m_fd, m_strFromClient);
-    if (open && fds[1].revents != 0) open = Pass(m_fd, client, m_strFromServer);
-  }
-  Close();
-  close(client);
 }

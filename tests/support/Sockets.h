@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <thread>
 
 /// A plain blocking TCP connection to 127.0.0.1 that sends any bytes.
 class CRawClient {
@@ -22,29 +21,6 @@ class CRawClient {
   bool WaitClosed() const;
   void Close();
 
- protected:
-  int m_fd;
-};
-
-/// Stands between one client and a server on 127.0.0.1, passes every byte on
-/// and keeps what went each way. A second connection is refused.
-class CWireTap : private CRawClient {
- public:
-  explicit CWireTap(int serverPort, const std::string& from = "");
-  ~CWireTap();
-
-  int Port() const;
-
-  /// Waits until the client has closed; then what it sent and was answered.
-  void WaitClosed();
-  const std::string& FromClient() const { return m_strFromClient; }
-  const std::string& FromServer() const { return m_strFromServer; }
-
  private:
-  void Run();
-
-  const int m_listener;
-  std::string m_strFromClient;  // the thread's until WaitClosed
-  std::string m_strFromServer;
-  std::thread m_thread;
+  int m_fd;
 };

@@ -13,9 +13,7 @@ std::string Request(const std::vector<std::string>& names, const std::string& re
     records[i].m_strName = remote + names[i];
     records[i].m_strPath = local + names[i];
   }
-  std::string xml;
-  Channel_Key_Value::ConverValueToXML(records, xml);
-  return xml;
+  return PrintRecords(records);
 }
 
 }  // namespace
@@ -51,10 +49,8 @@ std::vector<int> CTestClient::Finish(int startResult) {
   EXPECT_TRUE(WaitUntil([this] { return IsTransFinished(); }));
   std::string xml;
   GetAllTransFileStatus(xml);
-  std::vector<Channel_Key_Value> records;
-  Channel_Key_Value::ConvertXMLToValue(xml, records);
   std::vector<int> statuses;
-  for (const Channel_Key_Value& rec : records) statuses.push_back(rec.m_nStatus);
+  for (const Channel_Key_Value& rec : ParseRecords(xml)) statuses.push_back(rec.m_nStatus);
   return statuses;
 }
 

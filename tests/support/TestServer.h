@@ -26,7 +26,6 @@ class CTestServer : public CKQFileTransServiceServer {
     const CScopedLock lock(m_pClientLock);
     return m_mapClient.size();
   }
-  void DropNetwork() { delete std::exchange(m_pPrimaryNetWork, nullptr); }
 
   using Base::AddClientManage, Base::GetClientManage, Base::RemoveAllClient;
   using Base::m_mapClient, Base::m_pClientLock, Base::m_strLogFile, Base::RemoveClientManage,

@@ -28,11 +28,13 @@ class CScopedSockets::CPlannedSocket final : public IStreamSocket {
 
   EIoResult Receive(char* data, std::size_t size, std::size_t& received) override {
     Linger(m_plan.m_nLingerMs);
-    const std::size_t granted = m_bSilent ? 0 : Granted(EDirection::kReceived, size);
-    if (granted == 0 && End() == EIoResult::kWouldBlock) {
-      while (!m_bDown) Linger(1);
+    const std::size_t granted = Granted(EDirection::kReceived, size);
+    if (granted == 0) {
+      if (End() == EIoResult::kWouldBlock) {
+        while (m_pSocket->Receive(data, size, received) == EIoResult::kDone) continue;
+      }
+      return EIoResult::kClosed;
     }
-    if (granted == 0) return EIoResult::kClosed;
     const EIoResult result = m_pSocket->Receive(data, granted, received);
     if (result == EIoResult::kDone) Carry(EDirection::kReceived, data, received);
     return result;
@@ -45,10 +47,7 @@ class CScopedSockets::CPlannedSocket final : public IStreamSocket {
     return result;
   }
   void WaitSend(int ms) override { m_pSocket->WaitSend(ms); }
-  void Shutdown() override {
-    m_bDown = true;
-    m_pSocket->Shutdown();
-  }
+  void Shutdown() override { m_pSocket->Shutdown(); }
   void SetKeepAlive(int idleMs, int intervalMs, int probes) override {
     m_pSocket->SetKeepAlive(idleMs, intervalMs, probes);
   }
@@ -90,7 +89,6 @@ class CScopedSockets::CPlannedSocket final : public IStreamSocket {
   SLinkPlan m_plan;       // constant after construction
   bool m_bFirst = false;  // constant after construction
   CSharedWord<bool> m_bSilent = false;
-  CSharedWord<bool> m_bDown = false;
 };
 
 class CScopedSockets::CPlanned final : public ISocketSystem {

@@ -78,10 +78,7 @@ class CScopedSystem::CPlanned final : public ISystem {
     if (planned != ESystemError::kNone) status = SFileStatus();
     return planned == ESystemError::kNone && m_real.QueryFile(path, status);
   }
-  ESystemError RemoveFile(const std::string& path) override {
-    const ESystemError planned = m_scope.Begin(EOperation::kRemove, path);
-    return planned != ESystemError::kNone ? planned : m_real.RemoveFile(path);
-  }
+  ESystemError RemoveFile(const std::string& path) override { return m_real.RemoveFile(path); }
   ESystemError RenameFile(const std::string& from, const std::string& to) override {
     const ESystemError planned = m_scope.Begin(EOperation::kRename, to);
     return planned != ESystemError::kNone ? planned : m_real.RenameFile(from, to);

@@ -13,7 +13,7 @@
 #include "platform/System.h"
 
 /// The calls that a plan can make fail.
-enum class EOperation { kOpen, kRead, kWrite, kFlush, kRename, kRemove, kMakeDirectory, kQuery };
+enum class EOperation { kOpen, kRead, kWrite, kFlush, kRename, kMakeDirectory, kQuery };
 
 /// Faults that a test decides on beforehand, read as sentences.
 class CFaultPlan {

@@ -1,8 +1,8 @@
 // Golden bytes: an upload as it travels, written out by hand.
 
-#include "support/Sockets.h"
 #include "support/TestClient.h"
 #include "support/TestServer.h"
+#include "support/TestSockets.h"
 
 namespace {
 
@@ -21,14 +21,14 @@ TEST_F(WireBytes, UploadOfAnOrdinaryFile) {
   const std::string content = PatternBytes(131017);
   const std::string target = m_dir / "up/run1.tmx";
   ASSERT_TRUE(m_server.Init(0));
-  CWireTap tap(m_server.Port());
+  CScopedSockets sockets;
+  sockets.Follow(SLinkPlan());
   {
-    CTestClient client(tap.Port());
+    CTestClient client(m_server.Port());
     client.File("run1.tmx", content);
     EXPECT_EQ(client.Upload({"run1.tmx"}, m_dir / "up/"), std::vector<int>{1});
     EXPECT_EQ(client.GetTrans(), 1.0F);
   }
-  tap.WaitClosed();
   EXPECT_EQ(ReadWholeFile(target), content);
 
   const auto pathLength = static_cast<char>(target.size() + 1);
@@ -46,10 +46,10 @@ TEST_F(WireBytes, UploadOfAnOrdinaryFile) {
   sent += content.substr(131016);
   // code 2502, nothing
   sent += Bytes("4b 51 46 54 c6 09 00 00 01 00 00 00 00 00 00 00 00 00 00 00");
-  EXPECT_TRUE(tap.FromClient() == sent);
+  EXPECT_TRUE(sockets.Carried(EDirection::kSent) == sent);
 
   // 2500: result 1, the file had 0 bytes; 2502: nothing
-  EXPECT_TRUE(tap.FromServer() ==
+  EXPECT_TRUE(sockets.Carried(EDirection::kReceived) ==
               Bytes("4b 51 46 54 c4 09 00 00 01 00 00 00 0c 00 00 00 00 00 00 00 "
                     "01 00 00 00 00 00 00 00 00 00 00 00 "
                     "4b 51 46 54 c6 09 00 00 01 00 00 00 00 00 00 00 00 00 00 00"));

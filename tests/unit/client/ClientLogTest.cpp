@@ -35,23 +35,4 @@ TEST_F(ClientLog, FileIsReopenedAfterMoreThanSixtySeconds) {
   EXPECT_EQ(client.Log(), "reopened\n");
 }
 
-TEST_F(ClientLog, LinesOfManyThreadsStayWholeThroughRotations) {
-  CTestClient client;
-  std::string line(10000, 'a');
-  line.back() = '\n';
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([&] {
-      for (int k = 0; k < 50; ++k) {
-        client.WriteLog(line);
-        if (k % 10 == 0) m_system.AdvanceClock(7);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  std::string expected;
-  for (int i = 0; i < 400; ++i) expected += line;
-  EXPECT_TRUE(client.Log() == expected);
-}
-
 }  // namespace

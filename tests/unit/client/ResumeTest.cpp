@@ -67,30 +67,6 @@ TEST_F(Resume, WithoutRangesTheFileGoesOnUnderItsOwnName) {
   }
 }
 
-TEST_F(Resume, FailuresEndTheUploadWithTheirCode) {
-  m_system.Follow(CFaultPlan().ClockFaster(20));
-  const std::string huge = "9223372036854775807", ok = Int32(1);
-  m_client.File("a.tm", "0123456789");
-  m_server.Silent(2510);
-  for (const auto& [answer, status] :
-       std::map<std::string, int>{{ok + "5|1,2,3|", -36},
-                                  {ok + "|", -36},
-                                  {ok + "5|1,2|3|4", -36},
-                                  {ok + "0|0,11|", -34},
-                                  {ok + "0|-9,4|", -33},
-                                  {ok + "99999999999|0,4|", -34},
-                                  {ok + "0|0,4|", -19},
-                                  {ok + "7|" + huge + "," + huge + "|-" + huge, -33},
-                                  {Int32(-29), -35}}) {
-    m_server.Answer(2509, answer);
-    EXPECT_EQ(m_client.Upload({"a.tm"}), Statuses{status}) << answer;
-  }
-  m_server.Silent(2509);
-  EXPECT_EQ(m_client.Upload({"a.tm"}), Statuses{-35});
-  m_server.Answer(2509, ok + "0|0,4|");
-  EXPECT_EQ(m_client.Upload({"missing.tm"}), Statuses{-17});
-}
-
 TEST_F(Resume, StopReportsTheRestOfItsRangeAndSendsTheOthersEmpty) {
   constexpr std::int64_t kLength = 30 << 20;
   MakeSparseFile(m_client.m_files / "a.tm", 40 << 20);

@@ -23,6 +23,8 @@ TEST_F(Upload, FirstFailureEndsTheUploadWithItsCode) {
     bool m_bLoseLink = false;  // before the answer
   };
   const auto held = [](std::int64_t bytes) { return Packet(2500, Int32(1) + Int64(bytes)); };
+  const auto lost = [](const std::string& text) { return Packet(2509, Int32(1) + text); };
+  const std::string huge = "9223372036854775807";
   const SCase cases[] = {{"missing", 0, {}, -17},
                          {std::string(1024, 'n'), 0, {}, -18},
                          {"a", 2500, Packet(2500, Int32(-8) + Int64(0)), -8},
@@ -33,16 +35,29 @@ TEST_F(Upload, FirstFailureEndsTheUploadWithItsCode) {
                          {"a.tm", 2509, Packet(2509, Int32(1)), -18, true},
                          {"a.tm", 2500, held(-5), -33},
                          {"a.tm", 2500, held(500), -34},  // the server has more
-                         {"a.tm", 2500, held(INT64_MAX), -34}};
+                         {"a.tm", 2500, held(INT64_MAX), -34},
+                         {"a.tm", 2509, {}, -35},
+                         {"a.tm", 2509, Packet(2509, Int32(-29)), -35},
+                         {"a.tm", 2509, lost("|"), -36},
+                         {"a.tm", 2509, lost("5|1,2,3|"), -36},
+                         {"a.tm", 2509, lost("5|1,2|3|4"), -36},
+                         {"a.tm", 2509, lost("0|0,11|"), -34},
+                         {"a.tm", 2509, lost("0|-9,4|"), -33},
+                         {"a.tm", 2509, lost("99999999999|0,4|"), -34},
+                         {"a.tm", 2509, lost("7|" + huge + "," + huge + "|-" + huge), -33},
+                         {"a.tm", 2509, lost("0|0,4|"), -19},  // the report gets no answer
+                         {"missing.tm", 2509, lost("0|0,4|"), -17}};
   for (const SCase& each : cases) {
     CFakeServer server;
     CTestClient client(server.Port());
     for (const std::string name : {"a", "a.tm"}) client.File(name, "0123456789");
+    server.Silent(2510);
     server.On(each.m_nCode, [&](const std::string&) {
       if (each.m_bLoseLink) client.m_pLinkInfo = nullptr;
       if (each.m_answer) server.Send(each.m_answer->first, each.m_answer->second);
     });
-    EXPECT_EQ(client.Upload({each.m_strFile, "never"}), (Statuses{each.m_nStatus, 1}));
+    EXPECT_EQ(client.Upload({each.m_strFile, "never"}), (Statuses{each.m_nStatus, 1}))
+        << (each.m_answer ? each.m_answer->second : "");
     EXPECT_EQ(client.m_nTransState, 0);
     server.Stop();
   }

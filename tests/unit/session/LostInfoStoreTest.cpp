@@ -32,27 +32,21 @@ TEST_F(LostInfoStore, TextHoldsHeadRangesAndSizes) {
   EXPECT_EQ(Text("a.b.tm"), ok + "0|1,2,,5,6|");
 }
 
-TEST_F(LostInfoStore, ChangedRangeIsStoredInItsRecord) {
+TEST_F(LostInfoStore, MissingAndUnusableFilesAreReportedWithoutText) {
   EXPECT_EQ(Change(0, 1, 1), Int32(ERROR_CODE_LOSTINFO_NOFILE));
   Text("run.tm");  // named, though missing
   EXPECT_EQ(Change(0, 1, 1), Int32(ERROR_CODE_LOSTINFO_NOFILE));
-  const std::string head = "; by the recorder\r\n[Lost_Pos]\r\nnRecordCount=2\r\nlost_info_0=";
-  WriteWholeFile(m_dir / "run.li", head + "0,5\r\nlost_info_1=10,5\r\n");
-  EXPECT_EQ(Change(0, 1LL << 32, 0), Int32(RESULT_OK));
-  EXPECT_EQ(Change(5, -1, INT64_MAX), Int32(RESULT_OK));  // a record that nobody visits
-  EXPECT_EQ(Text("run.tm"), Int32(RESULT_OK) + "0|4294967296,0,10,5|");
-  EXPECT_EQ(ReadWholeFile(m_dir / "run.li"),
-            head + "4294967296,0\r\nlost_info_1=10,5\r\nlost_info_5=-1,9223372036854775807\r\n");
-}
-
-TEST_F(LostInfoStore, UnusableFilesAreReportedWithoutText) {
-  m_system.Follow(CFaultPlan().Fail(EOperation::kRename, 1, ESystemError::kAccess));
   WriteWholeFile(m_dir / "dir.li/file", "");
   EXPECT_EQ(Text("dir.tm"), Int32(ERROR_CODE_LOSTINFO_RECORD));
   EXPECT_EQ(Change(0, 1, 1), Int32(ERROR_CODE_LOSTINFO_RECORD));
-  WriteWholeFile(m_dir / "run.li", "[Lost_Pos]\nnRecordCount=1000001\n");
+  const std::string before = "[Lost_Pos]\nnRecordCount=1000001\n";
+  WriteWholeFile(m_dir / "run.li", before);
   EXPECT_EQ(Text("run.tm"), Int32(ERROR_CODE_LOSTINFO_ACCESS));
-  EXPECT_EQ(Change(0, 1, 1), Int32(ERROR_CODE_LOSTINFO_ACCESS));  // the rename fails
+  for (const EOperation step : {EOperation::kWrite, EOperation::kFlush, EOperation::kRename}) {
+    m_system.Follow(CFaultPlan().Fail(step, 1, ESystemError::kNoSpace));
+    EXPECT_EQ(Change(0, 1, 1), Int32(ERROR_CODE_LOSTINFO_ACCESS));
+    EXPECT_EQ(ReadWholeFile(m_dir / "run.li"), before);
+  }
   WriteWholeFile(m_dir / "a.li", "[Lost_Pos]\nnRecordCount=1\nlost_info_0=1,2\n");
   m_system.Follow(CFaultPlan().FailFrom(EOperation::kQuery, 1, ESystemError::kOther));
   EXPECT_EQ(Text("a.tm"), Int32(RESULT_OK) + "0|1,2|");  // never "nothing is lost"

@@ -2,7 +2,6 @@
 
 #include <filesystem>
 
-#include "platform/ChannelKeyValue.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "support/FakeTransNet.h"
@@ -21,10 +20,8 @@ class ProjectCatalogue : public CSessionTest {
   }
 
   Records List(int code, const std::string& name) {
-    std::vector<Channel_Key_Value> records;
-    Channel_Key_Value::ConvertXMLToValue(Ask(code, name), records);
     Records shown;
-    for (const Channel_Key_Value& record : records) {
+    for (const Channel_Key_Value& record : ParseRecords(Ask(code, name))) {
       const bool sized = code == NET_CTS_GETPRJLIST;
       shown.push_back(record.m_strPath + (sized ? "=" + std::to_string(record.m_llSize) : ""));
       SFileStatus status;
