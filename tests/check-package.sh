@@ -38,11 +38,49 @@ cmake -G Ninja -S "$work/app" -B "$work/app/build" -DCMAKE_PREFIX_PATH="$work/pr
   -DCMAKE_CXX_COMPILER="$compiler" >/dev/null
 cmake --build "$work/app/build" >/dev/null
 
+# Behind <windows.h>, which turns common words into macros, too.
+cat >"$work/app/windows.h" <<'END'
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+#define SendMessage SendMessageW
+#define GetObject GetObjectW
+#define CreateFile CreateFileW
+#define DeleteFile DeleteFileW
+#define min(a, b) (((a) < (b)) ? (a) : (b))
+#define max(a, b) (((a) > (b)) ? (a) : (b))
+#define small char
+#define interface struct
+#define near
+#define far
+#define ERROR 0
+#define IN
+#define OUT
+END
+cat >"$work/app/host.cpp" <<'END'
+#include "client/KQFileTransServiceClient.h"
+#include "server/KQFileTransServiceServer.h"
+class CWindowsHost : public CKQFileTransServiceClient {
+ public:
+  ~CWindowsHost() override { Stop(); }
+  bool Ask() { return SendMessage(2511, nullptr, 0); }
+};
+int main() { return CWindowsHost().Ask() ? 1 : 0; }
+END
+
 export PKG_CONFIG_PATH="$(dirname "$(find "$work/prefix" -name KQFileTransService.pc)")"
 # shellcheck disable=SC2046 # a list of words on purpose
 "$compiler" "$work/app/app.cpp" $(pkg-config --cflags --libs KQFileTransService) -o "$work/app/app"
+# shellcheck disable=SC2046 # as above
+"$compiler" -include "$work/app/windows.h" "$work/app/host.cpp" \
+  $(pkg-config --cflags --libs KQFileTransService) -o "$work/app/host"
 LD_LIBRARY_PATH=$(pkg-config --variable=libdir KQFileTransService)
 export LD_LIBRARY_PATH
+(cd "$work" && app/host)
 
 printf 'measured' >"$work/run1.tm"
 for app in "$work/app/build/app" "$work/app/app"; do

@@ -3,21 +3,9 @@
 #include "programs/kqft/Text.h"
 
 #include "programs/kqft/JsonObject.h"
-#include "programs/kqft/Progress.h"
 
-TEST(Text, SizesAndTimesReadWell) {
-  EXPECT_EQ(FormatSize(1023), "1023 B");
-  EXPECT_EQ(FormatSize((1 << 20) - 1), "1.0 MiB");
-  EXPECT_EQ(FormatSize(INT64_MAX), "8.0 EiB");
-  EXPECT_EQ(FormatExactSize(1610612736), "1.5 GiB (1,610,612,736 bytes)");
-  EXPECT_EQ(FormatDuration(3723), "1:02:03");
-}
-
-TEST(Text, NamesCannotMoveTheCursor) {
+TEST(Text, NamesCannotMoveTheCursorAndAreWellFormed) {
   EXPECT_EQ(Printable("a\x1b[2J\n\x7f\xc3\xa4"), "a\\x1B[2J\\x0A\\x7F\xc3\xa4");
-}
-
-TEST(Text, OnlyWellFormedUtf8Counts) {
   for (const char* good :
        {"", "a", "\xc3\xa4", "\xe2\x82\xac", "\xf0\x9f\x98\x80", "\xed\x9f\xbf"}) {
     EXPECT_TRUE(IsUtf8(good)) << good;
@@ -36,16 +24,4 @@ TEST(Text, JsonCarriesEveryByteOfAName) {
   EXPECT_EQ(object.Line(),
             "{\"type\":\"x\",\"name\":\"a\xef\xbf\xbd\",\"name_hex\":\"61ff\","
             "\"text\":\"q\\\"\\\\\\u000A\\u0001\",\"n\":-2,\"s\":0.250,\"list\":[{\"a\":1},{}]}");
-}
-
-TEST(Text, ProgressFitsTheTerminal) {
-  SProgress progress;
-  progress.m_llDone = 512;
-  progress.m_llTotal = 1024;
-  progress.m_nFilesTotal = 2;
-  progress.m_strFile = "\xc3\xa4.tm";
-  // Columns count, not bytes; with nothing to do there is no division by zero.
-  EXPECT_EQ(ProgressLine(progress, 0, 63),
-            "[=========>          ]  50%  512 B of 1.0 KiB  0 of 2 files  \xc3\xa4.");
-  EXPECT_EQ(ProgressLine(SProgress(), 0, 27), "[                    ]   0%");
 }

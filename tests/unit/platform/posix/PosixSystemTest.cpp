@@ -1,7 +1,6 @@
 // Threads, signals, sleep and standard streams of the POSIX system.
 
 #include <signal.h>
-#include <unistd.h>
 
 #include <stdexcept>
 
@@ -25,21 +24,6 @@ TEST(PosixSystem, ThreadsBlockSignalsAndAFailureEndsOnlyTheThread) {
   sigset_t inCaller;
   pthread_sigmask(SIG_BLOCK, nullptr, &inCaller);
   EXPECT_EQ(sigismember(&inCaller, SIGTERM), 0);
-}
-
-TEST(PosixSystem, PrintingIntoABrokenPipeRaisesNoSignal) {
-  int ends[2] = {};
-  ASSERT_EQ(pipe(ends), 0);
-  const int saved = dup(STDERR_FILENO);
-  dup2(ends[1], STDERR_FILENO);
-  close(ends[1]);
-  close(ends[0]);
-  System().WriteStandard(true, "lost\n");  // the signal's default ends the process
-  dup2(saved, STDERR_FILENO);
-  close(saved);
-  sigset_t pending;
-  sigpending(&pending);
-  EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
 }
 
 }  // namespace
