@@ -3,6 +3,7 @@
 #include "net/SendQueue.h"
 
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "net/DealNetData.h"
@@ -65,22 +66,28 @@ CSendQueue::EPush CSendQueue::PushText(const char* data, std::size_t bytes) {
 // thread is sending: that one sees to it.
 CSendQueue::EPush CSendQueue::Push(Lock& lock, SItem item) {
   const bool attended = std::exchange(m_bAttended, false);
-  if (m_bSending) {
-    KeepText(item);
+  if (m_bSending || (attended && m_items.size() + 1 < kRoomBuffers)) {
+    if (!KeepText(item)) {
+      m_nTextBytes -= item.m_nBytes;
+      return EPush::kRefused;
+    }
     m_items.push_back(std::move(item));
     if (!attended) m_bWanted = true;
-    return EPush::kTaken;
-  }
-  m_items.push_back(std::move(item));
-  if (attended && !m_bClosed && m_items.size() < kRoomBuffers) {
-    KeepText(m_items.back());
     WakeSenderThread();
     return EPush::kTaken;
   }
+  m_items.push_back(std::move(item));
   const std::uint64_t own = m_ullTaken + m_items.size();
-  const bool sound = SendSome(lock, 0);
+  bool sound = SendSome(lock, 0);
   const bool whole = m_ullTaken >= own;
-  if (!whole) KeepText(m_items[static_cast<std::size_t>(own - m_ullTaken) - 1]);
+  if (!whole) {
+    const auto rest = m_items.begin() + static_cast<std::ptrdiff_t>(own - m_ullTaken - 1);
+    if (!KeepText(*rest)) {  // out of memory: what has begun cannot be ended
+      m_nTextBytes -= rest->m_nBytes;
+      m_items.erase(rest);
+      sound = false;
+    }
+  }
   if (!m_items.empty() && !attended) m_bWanted = true;
   WakeSenderThread();
   if (sound) return whole || !m_bClosed ? EPush::kTaken : EPush::kLost;
@@ -89,12 +96,15 @@ CSendQueue::EPush CSendQueue::Push(Lock& lock, SItem item) {
   return EPush::kLost;
 }
 
-// A text is its caller's memory until here.
-void CSendQueue::KeepText(SItem& item) {
-  if (item.m_pBuffer != nullptr) return;
-  item.m_pText.reset(new char[item.m_nBytes]);
+// A text is its caller's memory until here. Returns false when there is none
+// for it.
+bool CSendQueue::KeepText(SItem& item) {
+  if (item.m_pBuffer != nullptr) return true;
+  item.m_pText.reset(new (std::nothrow) char[item.m_nBytes]);
+  if (item.m_pText == nullptr) return false;
   std::memcpy(item.m_pText.get(), item.m_pData, item.m_nBytes);
   item.m_pData = item.m_pText.get();
+  return true;
 }
 
 bool CSendQueue::WaitRoom(int ms) {

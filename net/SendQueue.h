@@ -64,7 +64,7 @@ class CSendQueue {
   using Lock = std::unique_lock<std::mutex>;
 
   EPush Push(Lock& lock, SItem item);
-  static void KeepText(SItem& item);
+  static bool KeepText(SItem& item);
   bool SendSome(Lock& lock, int waitMs);
   void SendWhatIsLeft(Lock& lock);
   void Advance(std::size_t bytes);
