@@ -73,7 +73,6 @@ TEST(ProgramUse, ServerThatCannotServeSaysWhyInOneLine) {
   }
   EXPECT_EQ(run(good.Path(), good.Path(), 65536)->Wait(), 2);
   EXPECT_EQ(CProgram(KQFT_SERVER_PROGRAM, {"--port", "0"}).Wait(), 2);
-  EXPECT_EQ(CProgram(KQFT_SERVER_PROGRAM, {"--help"}).Wait(), 0);
 }
 
 TEST(ProgramUse, ServerEndsSoonHoweverManySessionsHaveStoredData) {
