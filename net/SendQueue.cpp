@@ -18,6 +18,9 @@ namespace {
 // nobody: a slow link keeps no more memory than a fast one.
 constexpr std::size_t kRoomBuffers = 16;
 
+// Queued, and sent but not given back.
+constexpr std::size_t kHeldBuffers = 32;
+
 constexpr std::size_t kMaxQueuedTextBytes = std::size_t{64} << 20;
 
 // What a peer may leave unread before its next request has to wait.
@@ -110,10 +113,10 @@ bool CSendQueue::KeepText(SItem& item) {
 bool CSendQueue::WaitRoom(int ms) {
   Lock lock(m_mutex);
   m_bAttended = true;
-  if (m_bClosed || m_items.size() < kRoomBuffers) return true;
-  if (m_bSending) {
+  if (HasRoom()) return true;
+  if (m_bSending || !IsFull()) {
     ++m_nRoomWaiters;
-    System().Wait(m_room, lock, ms, [this] { return m_bClosed || !m_bSending; });
+    System().Wait(m_room, lock, ms, [this] { return HasRoom() || (!m_bSending && IsFull()); });
     --m_nRoomWaiters;
   } else if (!SendSome(lock, ms)) {
     lock.unlock();
@@ -122,7 +125,17 @@ bool CSendQueue::WaitRoom(int ms) {
   } else {
     WakeSenderThread();
   }
-  return m_bClosed || m_items.size() < kRoomBuffers;
+  return HasRoom();
+}
+
+bool CSendQueue::IsFull() const {
+  return m_items.size() >= kRoomBuffers;
+}
+
+// Sent buffers that were not given back yet count, too: where many links are
+// busy their threads may be late.
+bool CSendQueue::HasRoom() const {
+  return m_bClosed || (!IsFull() && m_items.size() + m_vecDone.size() < kHeldBuffers);
 }
 
 bool CSendQueue::WaitTextRoom() {
@@ -235,6 +248,7 @@ void CSendQueue::GiveBack(Lock& lock) {
   while (!m_vecDone.empty()) {
     std::vector<CIOCPBuffer*> done;
     done.swap(m_vecDone);
+    if (m_nRoomWaiters > 0) m_room.notify_all();
     lock.unlock();
     for (CIOCPBuffer* buffer : done) {
       try {

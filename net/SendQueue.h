@@ -40,8 +40,8 @@ class CSendQueue {
   EPush PushText(const char* data, std::size_t bytes);
 
   /// Waits for about `ms` milliseconds at most, sending meanwhile.
-  /// @return true when fewer than kRoomBuffers items are queued or Close was
-  ///         called; false: ask again.
+  /// @return true when fewer than kRoomBuffers items are queued and not many
+  ///         more are on their way back, or Close was called; false: ask again.
   bool WaitRoom(int ms);
 
   /// Waits until little of the texts is left to send, or Close was called.
@@ -65,6 +65,8 @@ class CSendQueue {
 
   EPush Push(Lock& lock, SItem item);
   static bool KeepText(SItem& item);
+  bool IsFull() const;
+  bool HasRoom() const;
   bool SendSome(Lock& lock, int waitMs);
   void SendWhatIsLeft(Lock& lock);
   void Advance(std::size_t bytes);
