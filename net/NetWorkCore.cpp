@@ -165,7 +165,7 @@ std::shared_ptr<CLink> CNetWorkCore::RegisterLink(std::unique_ptr<IStreamSocket>
     }
   }
   m_nLive += 1;
-  m_links.push_back({link, m_pShells->Add(link), false});
+  m_links.push_back({link, nullptr, false});
   return link;
 }
 
@@ -196,7 +196,7 @@ void CNetWorkCore::RemoveLink(const CLink& link) {
   const auto found = std::find_if(m_links.begin(), m_links.end(), [&](const SEntry& entry) {
     return entry.m_pLink.get() == &link;
   });
-  found->m_pShell->Release();
+  if (found->m_pShell != nullptr) found->m_pShell->Release();
   m_links.erase(found);
   const unsigned int ip = link.IP();
   if (std::none_of(m_links.begin(), m_links.end(),
@@ -235,11 +235,15 @@ bool CNetWorkCore::Connect(const std::string& host, int port) {
   return link->IsUp();
 }
 
-std::vector<ILinkInfo*> CNetWorkCore::LiveLinks() const {
+// A shell outlives its link, so that only links that someone asks for get one:
+// the many short visits of a server's life leave nothing behind.
+std::vector<ILinkInfo*> CNetWorkCore::LiveLinks() {
   std::vector<ILinkInfo*> live;
   const std::lock_guard<std::mutex> guard(m_mutex);
-  for (const SEntry& entry : m_links) {
-    if (entry.m_pLink->IsUp()) live.push_back(entry.m_pShell);
+  for (SEntry& entry : m_links) {
+    if (!entry.m_pLink->IsUp()) continue;
+    if (entry.m_pShell == nullptr) entry.m_pShell = m_pShells->Add(entry.m_pLink);
+    live.push_back(entry.m_pShell);
   }
   return live;
 }

@@ -52,7 +52,7 @@ class CNetWorkCore : public std::enable_shared_from_this<CNetWorkCore> {
   int ListenPort() const;
 
   bool Connect(const std::string& host, int port);
-  std::vector<ILinkInfo*> LiveLinks() const;
+  std::vector<ILinkInfo*> LiveLinks();
   bool SendText(unsigned int ip, int port, const char* data, std::size_t bytes);
 
   /// Gives `buffer` back on a thread of the layer.
@@ -83,7 +83,7 @@ class CNetWorkCore : public std::enable_shared_from_this<CNetWorkCore> {
   struct SThread;
   struct SEntry {
     std::shared_ptr<CLink> m_pLink;
-    CLinkShell* m_pShell;
+    CLinkShell* m_pShell;  // null until someone asks for it
     bool m_bSetUp;
   };
   using Lock = std::unique_lock<std::mutex>;
