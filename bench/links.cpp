@@ -34,13 +34,9 @@ using std::chrono::milliseconds;
 
 constexpr int kAddressesPerNet = 250;
 constexpr milliseconds kWarmUp(500);
-constexpr milliseconds kWindow(8000);
+constexpr milliseconds kWindow(12000);
 constexpr int kEndWaitMs = 100;
 constexpr double kMiB = 1 << 20;
-
-// A link that stops reading has its download's answer by then, which may come
-// behind the first data.
-constexpr std::int64_t kBeforeHold = 8 << 20;
 
 struct SJob {
   bool m_bUpload;
@@ -102,9 +98,10 @@ class CLinkClient : public CKQFileTransServiceClient {
   bool DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, const char* pData,
                   int extra) override {
     if (nMsgType != NET_STC_TRANSFILEDATA) {
+      if (nMsgType == NET_CTS_PREPARETRANS_FILE) m_bAnswered = true;
       return CKQFileTransServiceClient::DealNetMsg(ip, port, nMsgType, nLength, pData, extra);
     }
-    while (m_bHold && m_llMoved > kBeforeHold) {
+    while (m_bHold && m_bAnswered) {  // the answer may come behind the first data
       m_bHeld = true;
       m_llTransBytes += 1;  // a client gives a download up that does not advance
       std::this_thread::sleep_for(milliseconds(50));
@@ -123,6 +120,7 @@ class CLinkClient : public CKQFileTransServiceClient {
   const int m_nNumber;
   CSharedWord<std::int64_t> m_llMoved = 0;  // word; bytes in all
   CSharedWord<bool> m_bHold = false;        // word
+  CSharedWord<bool> m_bAnswered = false;    // word; the server has begun a download
   CSharedWord<bool> m_bHeld = false;        // word
 };
 

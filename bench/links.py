@@ -5,9 +5,10 @@
 
 Links from addresses of their own send a file each, again and again, then
 fetch one; bytes are counted while all of them are at it. The files that are
-sent take the same memory in all, however many links send one: fresh memory
-is slower. Then all but one begin a download and stop reading, and the speed
-of the one is compared with its speed alone.
+sent take the same memory in all, however many links send one, and it was in
+use before: fresh memory is several times slower on a virtual machine. Then all
+but one begin a download and stop reading, and the speed of the one is compared
+with its speed alone.
 """
 import argparse
 import os
@@ -26,6 +27,8 @@ SERVER_MIB, LINK_MIB, STALLED_MIB = 100, 2, 1024
 def run(args, root, source, command, count):
     """One case on a fresh server; its figures and the server's peak memory."""
     directory = os.path.join(root, "server", "moved")
+    make_files(directory, 1, args.mib * MIB)
+    shutil.rmtree(directory)
     os.makedirs(directory)
     with Server(args.build, os.path.join(root, "server")) as server:
         done = subprocess.run(
