@@ -14,6 +14,7 @@ namespace {
 
 constexpr int kPackets = 512;
 constexpr double kSecondsPerSize = 0.5;
+constexpr std::size_t kChunks[] = {1, 1448, 64 << 10, 1 << 20};
 
 /// Takes every packet and counts its bytes.
 class CCounter : public IDealNetData {
@@ -69,6 +70,6 @@ void Measure(const std::string& stream, std::size_t chunk) {
 int main() {
   const std::string stream = MakeStream();
   std::printf("frame parser, packets of %d bytes\n", kSendBufferBytes);
-  for (const std::size_t chunk : {1, 1448, 65536, 1 << 20}) Measure(stream, chunk);
+  for (const std::size_t chunk : kChunks) Measure(stream, chunk);
   return 0;
 }

@@ -31,6 +31,8 @@ constexpr int kClockFactor = 100;
 constexpr int kThreads = 4;
 constexpr int kAddresses = 250;  // of each thread
 constexpr int kFirstRounds = 5 * kThreads * kAddresses;
+constexpr int kMostTries = 1000;
+constexpr std::chrono::milliseconds kRetryPause(50);
 constexpr int kSettleSteps = 100;
 constexpr std::chrono::milliseconds kSettleStep(100);
 constexpr double kGrowthMiB = 2;  // what an allocator may round
@@ -72,15 +74,21 @@ SFigures Settled(const SFigures& before) {
   return now;
 }
 
+// A server that has not yet left enough of the earlier visitors closes a new
+// one, who then comes again.
 void Round(const std::string& from, int port, std::size_t answerBytes) {
-  const int fd = ConnectFrom(from, port);
-  std::vector<char> answer(answerBytes);
-  if (fd < 0 || !SendAll(fd, Packet(NET_CTS_GETPRJDIR, "")) ||
-      !ReceiveAll(fd, answer.data(), answer.size())) {
-    std::fprintf(stderr, "kqft-rounds: a visit failed\n");
-    std::_Exit(1);
+  for (int i = 0; i < kMostTries; ++i) {
+    const int fd = ConnectFrom(from, port);
+    if (fd < 0) break;
+    std::vector<char> answer(answerBytes);
+    const bool answered =
+        SendAll(fd, Packet(NET_CTS_GETPRJDIR, "")) && ReceiveAll(fd, answer.data(), answer.size());
+    close(fd);
+    if (answered) return;
+    std::this_thread::sleep_for(kRetryPause);
   }
-  close(fd);
+  std::fprintf(stderr, "kqft-rounds: a visit failed\n");
+  std::_Exit(1);
 }
 
 void Visit(int port, int rounds, std::size_t answerBytes) {
