@@ -1,5 +1,6 @@
 """What the measuring programs share: servers, figures of a process, files to
 move, and the lines that a reader looks for at the end."""
+import contextlib
 import os
 import platform
 import shutil
@@ -8,6 +9,7 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import threading
 
 KIB, MIB, GIB = 1 << 10, 1 << 20, 1 << 30
 median = statistics.median
@@ -95,6 +97,68 @@ def make_files(directory, count, size):
                 stamp += 1
                 block[:8] = stamp.to_bytes(8, "little")
                 left -= out.write(block[:min(left, len(block))])
+
+
+class Ballast:
+    """Memory in files, freed at the pace at which a transfer needs it, so that
+    no transfer gets new memory. A virtual machine gives free memory back to its
+    host within seconds, and to get it again may be ten times as slow as to use
+    it. What a transfer stored is the ballast of the next one."""
+
+    AHEAD, STEP = 256 * MIB, 32 * MIB
+
+    def __init__(self, root, size):
+        self.directory = os.path.join(root, "ballast")
+        self.number = 0
+        self.paths = []
+        os.makedirs(self.directory)
+        with open(self._next(), "wb") as file:
+            os.posix_fallocate(file.fileno(), 0, size + self.AHEAD)
+
+    def keep(self, directory):
+        """Takes the files of a directory."""
+        for name in os.listdir(directory):
+            os.replace(os.path.join(directory, name), self._next())
+
+    def drop(self):
+        shutil.rmtree(self.directory)
+
+    @contextlib.contextmanager
+    def fed(self):
+        """What stores files inside of this gets the ballast's memory."""
+        level = self._used() - self.AHEAD
+        over = threading.Event()
+
+        def feed():
+            while not over.wait(0.002):
+                self._free(self._used() - level)
+
+        self._free(self.AHEAD)
+        thread = threading.Thread(target=feed)
+        thread.start()
+        try:
+            yield
+        finally:
+            over.set()
+            thread.join()
+
+    def _next(self):
+        self.number += 1
+        self.paths.append(os.path.join(self.directory, str(self.number)))
+        return self.paths[-1]
+
+    def _used(self):
+        state = os.statvfs(self.directory)
+        return (state.f_blocks - state.f_bfree) * state.f_frsize
+
+    def _free(self, size):
+        while size >= self.STEP and self.paths:
+            left = os.path.getsize(self.paths[-1]) - size
+            if left > 0:
+                os.truncate(self.paths[-1], left)
+                return
+            os.remove(self.paths.pop())
+            size = -left
 
 
 def link_files(source, target):

@@ -5,10 +5,9 @@
 
 Links from addresses of their own send a file each, again and again, then
 fetch one; bytes are counted while all of them are at it. The files that are
-sent take the same memory in all, however many links send one, and it was in
-use before: fresh memory is several times slower on a virtual machine. Then all
-but one begin a download and stop reading, and the speed of the one is compared
-with its speed alone.
+sent take the same memory in all, however many links send one. Then all but one
+begin a download and stop reading, and the speed of the one is compared with its
+speed alone.
 """
 import argparse
 import os
@@ -17,7 +16,7 @@ import shutil
 import subprocess
 import sys
 
-from common import (MIB, Server, WorkDirectory, bar, machine_line, make_files, median, say,
+from common import (MIB, Ballast, Server, WorkDirectory, bar, machine_line, make_files, median, say,
                     status_mib)
 
 FETCHED_MIB = 1024
@@ -27,10 +26,9 @@ SERVER_MIB, LINK_MIB, STALLED_MIB = 100, 2, 1024
 def run(args, root, source, command, count):
     """One case on a fresh server; its figures and the server's peak memory."""
     directory = os.path.join(root, "server", "moved")
-    make_files(directory, 1, args.mib * MIB)
-    shutil.rmtree(directory)
     os.makedirs(directory)
-    with Server(args.build, os.path.join(root, "server")) as server:
+    ballast = Ballast(root, args.mib * MIB)
+    with Server(args.build, os.path.join(root, "server")) as server, ballast.fed():
         done = subprocess.run(
             [f"{args.build}/bin/kqft-links", str(server.port), command, str(count), source,
              directory], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
@@ -38,6 +36,7 @@ def run(args, root, source, command, count):
     if done.returncode != 0:
         sys.exit(f"kqft-links {command} {count} failed: {done.stderr[-500:]}")
     shutil.rmtree(directory)
+    ballast.drop()
     figures = {key: float(value) for key, value in re.findall(r"(\w+)=([\d.]+)", done.stdout)}
     figures["peak"] = peak
     return figures
@@ -67,7 +66,7 @@ def report(name, cases, most):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("build")
-    parser.add_argument("--mib", type=int, default=2048, help="sent files in all")
+    parser.add_argument("--mib", type=int, default=768, help="sent files in all")
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--links", type=int, nargs="+", default=[1, 10, 100])
     args = parser.parse_args()

@@ -23,8 +23,8 @@ import threading
 import time
 
 import peers
-from common import (GIB, KIB, MIB, Server, WorkDirectory, bar, cpu_of, link_files, machine_line,
-                    make_files, median, say, status_mib)
+from common import (GIB, KIB, MIB, Ballast, Server, WorkDirectory, bar, cpu_of, link_files,
+                    machine_line, make_files, median, say, status_mib)
 
 PAUSE_MS = 20  # the pause with which a client hands over each fetched file
 ADDED_MS = 1.0
@@ -127,20 +127,23 @@ def check(source, copy, every_byte):
             sys.exit(f"{other} is not what was sent")
 
 
-def move(contender, direction, source, case, root, every_byte):
+def move(contender, direction, source, case, root, ballast, every_byte):
     """One transfer of all files of a directory; its seconds."""
     stored = os.path.join(contender.store, case)
     target = os.path.join(root, "fetched", case)
     os.makedirs(os.path.dirname(target))
     if direction == "down":
         link_files(source, stored)
-    start = time.monotonic()
-    if direction == "up":
-        contender.put(source, case)
-    else:
-        contender.get(case, target)
-    seconds = getattr(contender, "seconds", time.monotonic() - start)
-    check(source, stored if direction == "up" else target, every_byte)
+    with ballast.fed():
+        start = time.monotonic()
+        if direction == "up":
+            contender.put(source, case)
+        else:
+            contender.get(case, target)
+        seconds = getattr(contender, "seconds", time.monotonic() - start)
+    copy = stored if direction == "up" else target
+    check(source, copy, every_byte)
+    ballast.keep(copy)
     shutil.rmtree(stored)
     shutil.rmtree(os.path.dirname(target))
     return seconds
@@ -173,18 +176,19 @@ class Case:
 def measure(case, contenders, rounds, root):
     source = os.path.join(root, "source", case.key)
     make_files(source, case.count, case.size)
-    # Memory that was never used is slower: nobody is to be the first.
-    move(contenders[0], "up", source, case.key, root, False)
+    ballast = Ballast(root, case.count * case.size)
     for number in range(rounds):
         for direction in ("up", "down"):
             line = []
             for contender in contenders:
                 if contender.name == FLOOR and direction == "down":
                     continue
-                seconds = move(contender, direction, source, case.key, root, number == 0)
+                seconds = move(contender, direction, source, case.key, root, ballast,
+                               number == 0)
                 case.keep(direction, contender, seconds)
                 line.append(f"{contender.name} {seconds:.2f} s")
             say(f"  {case.name} {direction}: " + ", ".join(line))
+    ballast.drop()
     return source
 
 
@@ -203,6 +207,10 @@ def large_bars(case, contenders):
     for direction in ("up", "down"):
         cpu = case.cpu(direction, KQFT) / case.cpu(direction, FLOOR)
         runs = case.runs[direction][KQFT]
+        say(f"  {case.name} {direction}: " + ", ".join(
+            f"{name} {case.size / 1e6 / case.time(direction, name):.0f} MB/s, "
+            f"{case.cpu(direction, name) * GIB / case.size:.2f} CPU s per GiB of both sides"
+            for name in (KQFT, FLOOR)))
         say(f"  {case.name} {direction}: server grew by at most "
             f"{max(r['server_mib'] for r in runs):.1f} MiB, client held at most "
             f"{max(r['client_mib'] for r in runs):.1f} MiB in all")
