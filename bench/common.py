@@ -1,6 +1,6 @@
 """What the measuring programs share: servers, figures of a process, files to
 move, and the lines that a reader looks for at the end."""
-import contextlib
+import ctypes
 import os
 import platform
 import shutil
@@ -9,9 +9,9 @@ import statistics
 import subprocess
 import sys
 import tempfile
-import threading
 
 KIB, MIB, GIB = 1 << 10, 1 << 20, 1 << 30
+PUNCH_HOLE_KEEP_SIZE = 3  # of linux/falloc.h
 median = statistics.median
 
 # Whoever ends a run also ends its servers and removes its files.
@@ -99,66 +99,21 @@ def make_files(directory, count, size):
                 left -= out.write(block[:min(left, len(block))])
 
 
-class Ballast:
-    """Memory in files, freed at the pace at which a transfer needs it, so that
-    no transfer gets new memory. A virtual machine gives free memory back to its
-    host within seconds, and to get it again may be ten times as slow as to use
-    it. What a transfer stored is the ballast of the next one."""
-
-    AHEAD, STEP = 256 * MIB, 32 * MIB
-
-    def __init__(self, root, size):
-        self.directory = os.path.join(root, "ballast")
-        self.number = 0
-        self.paths = []
-        os.makedirs(self.directory)
-        with open(self._next(), "wb") as file:
-            os.posix_fallocate(file.fileno(), 0, size + self.AHEAD)
-
-    def keep(self, directory):
-        """Takes the files of a directory."""
-        for name in os.listdir(directory):
-            os.replace(os.path.join(directory, name), self._next())
-
-    def drop(self):
-        shutil.rmtree(self.directory)
-
-    @contextlib.contextmanager
-    def fed(self):
-        """What stores files inside of this gets the ballast's memory."""
-        level = self._used() - self.AHEAD
-        over = threading.Event()
-
-        def feed():
-            while not over.wait(0.002):
-                self._free(self._used() - level)
-
-        self._free(self.AHEAD)
-        thread = threading.Thread(target=feed)
-        thread.start()
-        try:
-            yield
-        finally:
-            over.set()
-            thread.join()
-
-    def _next(self):
-        self.number += 1
-        self.paths.append(os.path.join(self.directory, str(self.number)))
-        return self.paths[-1]
-
-    def _used(self):
-        state = os.statvfs(self.directory)
-        return (state.f_blocks - state.f_bfree) * state.f_frsize
-
-    def _free(self, size):
-        while size >= self.STEP and self.paths:
-            left = os.path.getsize(self.paths[-1]) - size
-            if left > 0:
-                os.truncate(self.paths[-1], left)
-                return
-            os.remove(self.paths.pop())
-            size = -left
+def warm_memory(root, size):
+    """Puts memory to use and frees all of it but a page in every half MiB. A
+    virtual machine gives free memory back to its host within seconds, in larger
+    pieces than these, and to get it again is up to ten times as slow as to use
+    it. So what moves next finds memory that is in use, and finds it first."""
+    page = os.sysconf("SC_PAGE_SIZE")
+    step = 128 * page
+    fallocate = ctypes.CDLL(None).fallocate
+    fallocate.argtypes = [ctypes.c_int, ctypes.c_int, ctypes.c_long, ctypes.c_long]
+    with open(os.path.join(root, "memory"), "wb", buffering=0) as file:
+        for _ in range(0, size, MIB):
+            file.write(b"m" * MIB)
+        for at in range(0, size, step):
+            if fallocate(file.fileno(), PUNCH_HOLE_KEEP_SIZE, at + page, step - page) != 0:
+                sys.exit("cannot free a part of a file")
 
 
 def link_files(source, target):

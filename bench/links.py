@@ -16,8 +16,8 @@ import shutil
 import subprocess
 import sys
 
-from common import (MIB, Ballast, Server, WorkDirectory, bar, machine_line, make_files, median, say,
-                    status_mib)
+from common import (MIB, Server, WorkDirectory, bar, machine_line, make_files, median, say,
+                    status_mib, warm_memory)
 
 FETCHED_MIB = 1024
 SERVER_MIB, LINK_MIB, STALLED_MIB = 100, 2, 1024
@@ -27,8 +27,7 @@ def run(args, root, source, command, count):
     """One case on a fresh server; its figures and the server's peak memory."""
     directory = os.path.join(root, "server", "moved")
     os.makedirs(directory)
-    ballast = Ballast(root, args.mib * MIB)
-    with Server(args.build, os.path.join(root, "server")) as server, ballast.fed():
+    with Server(args.build, os.path.join(root, "server")) as server:
         done = subprocess.run(
             [f"{args.build}/bin/kqft-links", str(server.port), command, str(count), source,
              directory], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
@@ -36,7 +35,6 @@ def run(args, root, source, command, count):
     if done.returncode != 0:
         sys.exit(f"kqft-links {command} {count} failed: {done.stderr[-500:]}")
     shutil.rmtree(directory)
-    ballast.drop()
     figures = {key: float(value) for key, value in re.findall(r"(\w+)=([\d.]+)", done.stdout)}
     figures["peak"] = peak
     return figures
@@ -66,7 +64,7 @@ def report(name, cases, most):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("build")
-    parser.add_argument("--mib", type=int, default=768, help="sent files in all")
+    parser.add_argument("--mib", type=int, default=2048, help="sent files in all")
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--links", type=int, nargs="+", default=[1, 10, 100])
     args = parser.parse_args()
@@ -78,6 +76,7 @@ def main():
     runs = {command: {count: [] for count in counts} for command in ("up", "down")}
     stalled = []
     with WorkDirectory() as root:
+        warm_memory(root, (len(counts) + 2) * args.mib * MIB)
         def source(command, count):
             size = FETCHED_MIB if command == "down" else args.mib / count
             directory = os.path.join(root, "server", f"{size:.0f}")

@@ -23,8 +23,8 @@ import threading
 import time
 
 import peers
-from common import (GIB, KIB, MIB, Ballast, Server, WorkDirectory, bar, cpu_of, link_files,
-                    machine_line, make_files, median, say, status_mib)
+from common import (GIB, KIB, MIB, Server, WorkDirectory, bar, cpu_of, link_files, machine_line,
+                    make_files, median, say, status_mib, warm_memory)
 
 PAUSE_MS = 20  # the pause with which a client hands over each fetched file
 ADDED_MS = 1.0
@@ -127,23 +127,20 @@ def check(source, copy, every_byte):
             sys.exit(f"{other} is not what was sent")
 
 
-def move(contender, direction, source, case, root, ballast, every_byte):
+def move(contender, direction, source, case, root, every_byte):
     """One transfer of all files of a directory; its seconds."""
     stored = os.path.join(contender.store, case)
     target = os.path.join(root, "fetched", case)
     os.makedirs(os.path.dirname(target))
     if direction == "down":
         link_files(source, stored)
-    with ballast.fed():
-        start = time.monotonic()
-        if direction == "up":
-            contender.put(source, case)
-        else:
-            contender.get(case, target)
-        seconds = getattr(contender, "seconds", time.monotonic() - start)
-    copy = stored if direction == "up" else target
-    check(source, copy, every_byte)
-    ballast.keep(copy)
+    start = time.monotonic()
+    if direction == "up":
+        contender.put(source, case)
+    else:
+        contender.get(case, target)
+    seconds = getattr(contender, "seconds", time.monotonic() - start)
+    check(source, stored if direction == "up" else target, every_byte)
     shutil.rmtree(stored)
     shutil.rmtree(os.path.dirname(target))
     return seconds
@@ -176,19 +173,16 @@ class Case:
 def measure(case, contenders, rounds, root):
     source = os.path.join(root, "source", case.key)
     make_files(source, case.count, case.size)
-    ballast = Ballast(root, case.count * case.size)
     for number in range(rounds):
         for direction in ("up", "down"):
             line = []
             for contender in contenders:
                 if contender.name == FLOOR and direction == "down":
                     continue
-                seconds = move(contender, direction, source, case.key, root, ballast,
-                               number == 0)
+                seconds = move(contender, direction, source, case.key, root, number == 0)
                 case.keep(direction, contender, seconds)
                 line.append(f"{contender.name} {seconds:.2f} s")
             say(f"  {case.name} {direction}: " + ", ".join(line))
-    ballast.drop()
     return source
 
 
@@ -284,6 +278,8 @@ def main():
     say(machine_line(args.build))
     say(f"{', '.join(case.name for case in cases)}; {args.rounds} rounds, medians")
     with WorkDirectory() as root:
+        # The source, a copy, and some for the programs.
+        warm_memory(root, 2 * max(case.count * case.size for case in cases) + GIB)
         contenders = [Floor(args.build, root), Kqft(args.build, root)]
         if not args.no_peers:
             for kind in peers.ALL:
