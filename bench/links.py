@@ -77,6 +77,7 @@ def main():
     stalled = []
     with WorkDirectory() as root:
         warm_memory(root, (len(counts) + 2) * args.mib * MIB)
+
         def source(command, count):
             size = FETCHED_MIB if command == "down" else args.mib / count
             directory = os.path.join(root, "server", f"{size:.0f}")

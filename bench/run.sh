@@ -4,7 +4,7 @@
 #
 #   bench/run.sh [large] [small] [links] [requests] [parser] [rounds]
 #
-# Builds into build/release. Takes 20 minutes and up to 9 GiB of the
+# Builds into build/release. Takes 20 minutes and up to 10 GiB of the
 # memory file system. Peers that are not installed are left out:
 #   apt-get install rsync vsftpd nginx-light openssh-server curl
 # Nothing else should run meanwhile. Exit status 0 when every bar holds.
