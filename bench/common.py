@@ -162,3 +162,6 @@ class Server:
 
     def __exit__(self, *_):
         stop(self.process)
+        if self.process.returncode != 0:
+            sys.exit(f"kqft-server ended with {self.process.returncode}: "
+                     f"{self.process.stderr.read()[-4000:]}")

@@ -7,8 +7,9 @@
 //                                                        stop reading; then one more does
 //
 // Every link moves its file again and again. Once all have begun, bytes are
-// counted for a while. What is fetched is counted and dropped: a hundred
-// workstations have disks of their own, and it is the server that is judged.
+// counted for 12 seconds, or as many as a further argument says. What is
+// fetched is counted and dropped: a hundred workstations have disks of their
+// own, and it is the server that is judged.
 
 #include <algorithm>
 #include <chrono>
@@ -34,7 +35,7 @@ using std::chrono::milliseconds;
 
 constexpr int kAddressesPerNet = 250;
 constexpr milliseconds kWarmUp(500);
-constexpr milliseconds kWindow(12000);
+constexpr double kWindowSeconds = 12;
 constexpr int kEndWaitMs = 100;
 constexpr double kMiB = 1 << 20;
 
@@ -141,7 +142,7 @@ std::vector<std::int64_t> Counts(const Clients& clients) {
   return counts;
 }
 
-void Measure(const Clients& clients) {
+void Measure(const Clients& clients, double window) {
   using Clock = std::chrono::steady_clock;
   const auto opened = Clock::now();
   for (const auto& client : clients) {
@@ -151,7 +152,7 @@ void Measure(const Clients& clients) {
   std::this_thread::sleep_for(kWarmUp);
   const std::vector<std::int64_t> before = Counts(clients);
   const auto start = Clock::now();
-  std::this_thread::sleep_for(kWindow);
+  std::this_thread::sleep_for(std::chrono::duration<double>(window));
   const std::vector<std::int64_t> after = Counts(clients);
   const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
   double total = 0;
@@ -176,7 +177,9 @@ Clients OpenAll(int port, int first, int count) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 6) Fail("usage: kqft-links PORT up|down|stalled COUNT SOURCE DIRECTORY");
+  if (argc != 6 && argc != 7) {
+    Fail("usage: kqft-links PORT up|down|stalled COUNT SOURCE DIRECTORY [SECONDS]");
+  }
   const int port = std::atoi(argv[1]);
   const std::string command = argv[2];
   const SJob job{command == "up", argv[4], argv[5]};
@@ -192,7 +195,7 @@ int main(int argc, char** argv) {
   }
   const Clients& measured = late.empty() ? clients : late;
   MoveForEver(measured, job);
-  Measure(measured);
+  Measure(measured, argc == 7 ? std::atof(argv[6]) : kWindowSeconds);
   // The transfers need not come to an end.
   std::fflush(stdout);
   std::_Exit(0);

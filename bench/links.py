@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
 """Many links at once against one server: speed, fairness and memory.
 
-  bench/links.py BUILD_DIR [--mib N] [--rounds N] [--links N...]
+  bench/links.py BUILD_DIR [--mib N] [--rounds N] [--links N...] [--quick]
 
 Links from addresses of their own send a file each, again and again, then
 fetch one; bytes are counted while all of them are at it. The files that are
 sent take the same memory in all, however many links send one. Then all but one
 begin a download and stop reading, and the speed of the one is compared with its
 speed alone.
+
+--quick: the most links only, with small files for a second, and no bars.
 """
 import argparse
 import os
@@ -23,14 +25,23 @@ FETCHED_MIB = 1024
 SERVER_MIB, LINK_MIB, STALLED_MIB = 100, 2, 1024
 
 
-def run(args, root, source, command, count):
+def source(root, mib):
+    """A file that the server serves, made on first use."""
+    directory = os.path.join(root, "server", f"{mib:.0f}")
+    if not os.path.exists(directory):
+        make_files(directory, 1, int(mib * MIB))
+    return os.path.join(directory, "file00000.bin")
+
+
+def run(args, root, file, command, count, *seconds):
     """One case on a fresh server; its figures and the server's peak memory."""
     directory = os.path.join(root, "server", "moved")
     os.makedirs(directory)
     with Server(args.build, os.path.join(root, "server")) as server:
         done = subprocess.run(
-            [f"{args.build}/bin/kqft-links", str(server.port), command, str(count), source,
-             directory], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
+            [f"{args.build}/bin/kqft-links", str(server.port), command, str(count), file,
+             directory, *seconds],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
         peak = status_mib(server.pid, "VmHWM")
     if done.returncode != 0:
         sys.exit(f"kqft-links {command} {count} failed: {done.stderr[-500:]}")
@@ -61,13 +72,23 @@ def report(name, cases, most):
         SERVER_MIB + LINK_MIB * most, " MiB", True)
 
 
+def quick(args):
+    with WorkDirectory() as root:
+        for command in ("up", "down"):
+            figures = run(args, root, source(root, 2), command, max(args.links), "1")
+            say(f"{command}: all {max(args.links)} links had begun after {figures['begun']:.2f} s")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("build")
     parser.add_argument("--mib", type=int, default=2048, help="sent files in all")
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--links", type=int, nargs="+", default=[1, 10, 100])
+    parser.add_argument("--quick", action="store_true")
     args = parser.parse_args()
+    if args.quick:
+        return quick(args)
     counts = sorted({1, *args.links})
     most = counts[-1]
     say(machine_line(args.build))
@@ -78,18 +99,12 @@ def main():
     with WorkDirectory() as root:
         warm_memory(root, (len(counts) + 2) * args.mib * MIB)
 
-        def source(command, count):
-            size = FETCHED_MIB if command == "down" else args.mib / count
-            directory = os.path.join(root, "server", f"{size:.0f}")
-            if not os.path.exists(directory):
-                make_files(directory, 1, int(size * MIB))
-            return os.path.join(directory, "file00000.bin")
-
         for _ in range(args.rounds):
             for count in counts:
                 for command, cases in runs.items():
-                    cases[count].append(run(args, root, source(command, count), command, count))
-            stalled.append(run(args, root, source("down", 1), "stalled", most - 1))
+                    mib = FETCHED_MIB if command == "down" else args.mib / count
+                    cases[count].append(run(args, root, source(root, mib), command, count))
+            stalled.append(run(args, root, source(root, FETCHED_MIB), "stalled", most - 1))
     for command, cases in runs.items():
         report(command, cases, most)
     bar(f"one download beside {most - 1} stalled ones, over its speed alone",
