@@ -2,7 +2,10 @@
 # and the unit of the service.
 file(RELATIVE_PATH from_bin_to_lib
   ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-set_target_properties(kqft kqft-server PROPERTIES INSTALL_RPATH "$ORIGIN/${from_bin_to_lib}")
+# The same path in the build tree, where the library lies in ../lib: else CMake
+# fills up a shorter one with ":", and the loader searches the current directory.
+set_target_properties(kqft kqft-server PROPERTIES BUILD_WITH_INSTALL_RPATH ON
+  INSTALL_RPATH "$ORIGIN/${from_bin_to_lib};$ORIGIN/../lib")
 install(TARGETS kqft kqft-server RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 if(NOT WIN32)
