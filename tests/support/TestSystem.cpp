@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <random>
 #include <regex>
+#include <sstream>
 #include <thread>
 
 namespace {
@@ -203,7 +203,9 @@ CTempDirectory::~CTempDirectory() {
 
 std::string ReadWholeFile(const std::string& path) {
   std::ifstream file(ToHostPath(path), std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::ostringstream text;
+  text << file.rdbuf();
+  return std::move(text).str();
 }
 
 void WriteWholeFile(const std::string& path, const std::string& content) {
