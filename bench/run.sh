@@ -34,6 +34,10 @@ show() {
   { "$@" 2>&1 || echo "[falls short] $1 ended with status $?"; } | tee -a "$shown"
 }
 
+# What a virtual machine's host has taken of its processors, and all their time.
+stolen() { awk '$1 == "cpu" { print $9, $2 + $3 + $4 + $5 + $6 + $7 + $8 + $9 }' /proc/stat; }
+before=$(stolen)
+
 # Programs that hold a server show its links on their standard output.
 quiet() { "$@" >/dev/null; }
 
@@ -49,6 +53,8 @@ if wants parser; then show "$bin/kqft-parser"; fi
 if wants rounds; then show quiet "$bin/kqft-rounds"; fi
 
 echo
+echo "$before $(stolen)" | awk '{
+  printf "The host took %.1f %% of this machine'"'"'s processors meanwhile.\n", 100 * ($3 - $1) / ($4 - $2) }'
 echo "== Bars"
 grep '^\[' "$shown" || true
 ! grep -q '^\[falls short\]' "$shown"
