@@ -17,11 +17,11 @@ waits and the server's memory. Exit status 1 when a wait of the first is longer
 than --longest-ms, the server's memory passes 512 MiB, an answer is wrong, or
 the server is gone at the end.
 
-A virtual machine's host takes the processors away at times, also from a
-machine that has nothing to do: for 10 to 200 ms where this was written. Nobody
-in the machine can answer meanwhile, so a wait counts without the time that
-the kernel says was taken from any of them ("steal" of proc(5)). The longest
-wait with that time is printed beside it.
+Waits are by the clock. A virtual machine's host takes processors away at
+times, also from a machine that has nothing to do, and an answer may wait for
+that: the longest wait without the time in which any processor was taken ("steal"
+of proc(5)) is printed beside, to tell such a machine from a slow server. It
+decides nothing.
 
 --quick: hundreds of links and a second, all at once only.
 """
@@ -214,15 +214,15 @@ class Watch(multiprocessing.Process):
         self.result.put(periods)
 
 
-def what_counts(wait, periods):
-    """Seconds of a wait in which no processor was taken; periods are in order."""
+def outside(wait, periods):
+    """Seconds of a wait that lie in none of the periods, which are in order."""
     start, end = wait
-    counts, at = 0, start
+    seconds, at = 0, start
     for begin, over in periods:
         if over > at and begin < end:
-            counts += max(begin - at, 0)
+            seconds += max(begin - at, 0)
             at = over
-    return counts + max(end - at, 0)
+    return seconds + max(end - at, 0)
 
 
 class Client(multiprocessing.Process):
@@ -332,14 +332,15 @@ def phase(title, attacks, server, port, root, args):
     periods = sorted(period for watch in watches for period in watch.result.get())
     for process in attackers + clients + watches:
         process.join()
-    longest = {name: 1000 * max(what_counts(wait, periods) for wait in times)
+    longest = {name: 1000 * max(end - start for start, end in times)
                for name, times in waits.items()}
-    with_stolen = max((end - start for times in waits.values() for start, end in times), default=0)
+    untaken = max((outside(wait, periods) for times in waits.values() for wait in times),
+                  default=0)
     memory = status(server, "VmHWM") / 1024
     came = anew.get("project directory", [])
     print(f"{title:20} {sum(map(len, waits.values())):7} answers, longest wait "
           + ", ".join(f"{name} {ms:.1f}" for name, ms in longest.items())
-          + f" ms ({1000 * with_stolen:.1f} with what the host took); "
+          + f" ms ({1000 * untaken:.1f} without what the host took); "
           f"newcomers {len(came)} answered "
           f"({1000 * max((end - start for start, end in came), default=0):.0f} ms), "
           f"{refused} refused; {memory:.0f} MiB, {threads} threads, "
