@@ -128,6 +128,10 @@ class ISystem {
   /// the old or the new file under `to`.
   virtual ESystemError RenameFile(const std::string& from, const std::string& to) = 0;
 
+  /// The file that a symbolic link leads to, over as many links as there are;
+  /// `path` as it stands when it names no link, or one that leads nowhere.
+  virtual std::string FollowLinks(const std::string& path) { return path; }
+
   /// Gives `to` the permissions (and, where allowed, the owner) of `from`.
   virtual ESystemError CopyPermissions(const std::string& from, const std::string& to) = 0;
 

@@ -46,6 +46,7 @@ class CPosixSystem final : public ISystem {
   bool QueryFile(const std::string& path, SFileStatus& status) override;
   ESystemError RemoveFile(const std::string& path) override;
   ESystemError RenameFile(const std::string& from, const std::string& to) override;
+  std::string FollowLinks(const std::string& path) override;
   ESystemError CopyPermissions(const std::string& from, const std::string& to) override;
   ESystemError MakeDirectory(const std::string& path) override;
   ESystemError RemoveEmptyDirectory(const std::string& path) override;

@@ -83,6 +83,7 @@ class CScopedSystem::CPlanned final : public ISystem {
     const ESystemError planned = m_scope.Begin(EOperation::kRename, to);
     return planned != ESystemError::kNone ? planned : m_real.RenameFile(from, to);
   }
+  std::string FollowLinks(const std::string& path) override { return m_real.FollowLinks(path); }
   ESystemError CopyPermissions(const std::string& from, const std::string& to) override {
     return m_real.CopyPermissions(from, to);
   }
