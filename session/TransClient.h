@@ -171,7 +171,8 @@ class KQFT_API CTransClient {
   /// @return a result code
   int PrepareReceiveData(unsigned int nLength, const char* data, KQLonglong* llFileLen);
 
-  /// Writes the chunk of a 2501 body at the position it carries.
+  /// Writes the chunk of a 2501 body at the position it carries, unless bytes
+  /// before it are missing that could not be stored.
   /// @return a result code
   int ReceiveData(unsigned int nLength, const char* data);
 

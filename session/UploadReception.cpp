@@ -112,10 +112,8 @@ int CTransClient::CheckReceiving() {
   return RESULT_OK;
 }
 
-// Nothing is stored behind a chunk that was lost: the next upload goes on
-// where the file ends and takes all before it for stored.
 bool CTransClient::StoreChunk(KQLonglong position, const char* data, int nLength) {
-  if (position <= m_llLostPos && WriteDurably(position, data, nLength)) {
+  if (WriteDurably(position, data, nLength)) {
     m_llLostPos = std::max(m_llLostPos, position + nLength);
     return true;
   }
@@ -139,6 +137,13 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
   if (refusal != RESULT_OK) return refusal;
   if (nLength < kPositionBytes) return ERROR_CODE_SERVER_WRITE;
 
+  const KQLonglong position = ReadInt64(data);
+  // Nothing is stored behind what was lost until that has arrived: the next
+  // upload goes on where the file ends and takes all before it for stored.
+  if (position > m_llLostPos) {
+    LogWriteFailure();
+    return ERROR_CODE_SERVER_WRITE;
+  }
   // Marked, then looked at again: a stop that came after the first look has
   // not seen the mark and closes the file without waiting for this write.
   const bool marked = m_bWriting.Exchange(true);
@@ -147,10 +152,9 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
     m_bWriting = marked;
     return refusal;
   }
-  if (StoreChunk(ReadInt64(data), data + kPositionBytes,
-                 static_cast<int>(nLength - kPositionBytes))) {
-    // The mark stays, kept on purpose: only a failed write clears it, and
-    // StopService of a session that stored data waits its full time.
+  if (StoreChunk(position, data + kPositionBytes, static_cast<int>(nLength - kPositionBytes))) {
+    // The mark stays, kept on purpose: only a write that was tried and failed
+    // clears it, and StopService of a session that stored data waits its full time.
     return RESULT_OK;
   }
   LogWriteFailure();
