@@ -163,6 +163,10 @@ class ISystem {
   /// ones had not flushed may be lost. "" when it cannot tell.
   virtual std::string BootName() = 0;
 
+  /// Names the machine, the same in every run of its system. "" when it cannot
+  /// tell.
+  virtual std::string MachineName() { return ""; }
+
   // Time.
   /// Seconds since 1970: the wall clock when the process started, moved on by
   /// a clock that is never set. Differences are therefore true.

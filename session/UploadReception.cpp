@@ -50,7 +50,8 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   if (nLength < kCreateFlagBytes) return CREATE_FILE_ERROR;
   const bool create = data[0] != 0;
   const std::string path(data + kCreateFlagBytes, nLength - kCreateFlagBytes);
-  if (!create) CDurableUpload::Recover(path);
+  const bool durable = m_pTransNet != nullptr && m_pTransNet->IsDurable();
+  if (durable && !create) CDurableUpload::Recover(path);
 
   *llFileLen = static_cast<KQLonglong>(CHardWareCommon::GetFileSize(path));
   // The low 32 bits only, kept on purpose; the answer carries all of them.
@@ -59,7 +60,6 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   m_nLastDataError = RESULT_OK;
   m_llLostPos = INT64_MAX;
 
-  const bool durable = m_pTransNet != nullptr && m_pTransNet->IsDurable();
   int newEntries = 0;
   if (!OpenTarget(path, create, durable ? &newEntries : nullptr)) {
     WriteLog("CTransClient::PrepareReceiveData open file fales CREATE_FILE_ERROR \n");
@@ -67,6 +67,7 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   }
   if (const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle(); durable && file) {
     m_durable.Begin(*file, path, newEntries, create ? -1 : *llFileLen);
+    if (m_durable.IsShortened()) m_llLostPos = *llFileLen;
   }
   m_nTransType = PROCESS_TYPE_CLIENT_UPDATA;
   return RESULT_OK;
@@ -136,7 +137,6 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
   int refusal = CheckReceiving();
   if (refusal != RESULT_OK) return refusal;
   if (nLength < kPositionBytes) return ERROR_CODE_SERVER_WRITE;
-
   const KQLonglong position = ReadInt64(data);
   // Nothing is stored behind what was lost until that has arrived: the next
   // upload goes on where the file ends and takes all before it for stored.
@@ -144,6 +144,7 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
     LogWriteFailure();
     return ERROR_CODE_SERVER_WRITE;
   }
+
   // Marked, then looked at again: a stop that came after the first look has
   // not seen the mark and closes the file without waiting for this write.
   const bool marked = m_bWriting.Exchange(true);

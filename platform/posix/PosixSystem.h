@@ -56,6 +56,7 @@ class CPosixSystem final : public ISystem {
   ESystemError ClearDirectory(const std::string& path) override;
   bool QueryFreeSpace(const std::string& path, std::uint64_t& bytes) override;
   std::string BootName() override { return m_strBootName; }
+  std::string MachineName() override { return m_strMachineName; }
   std::int64_t Now() override;
   SCalendarTime LocalTime(std::int64_t seconds) override;
   void Sleep(int milliseconds) override;
@@ -67,6 +68,7 @@ class CPosixSystem final : public ISystem {
  private:
   // Constant after construction; read before the process may confine itself.
   const std::string m_strBootName;
+  const std::string m_strMachineName;
 
   // Constant after construction: one moment on both clocks.
   const std::chrono::system_clock::time_point m_startWall;
