@@ -39,11 +39,12 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   ~CKQFileTransServiceServer() override;
 
   /// Starts to listen; harmless when it listens on this port already, moves
-  /// when it listens on another.
+  /// when it listens on another: then it stops first.
   /// @param port 0 picks a free one: m_pPrimaryNetWork->GetListenPort().
   /// @return false when it cannot listen; may be called again
   bool Init(int port);
 
+  /// Blocks: as Stop when it moves.
   /// Stops listening, closes every link and stops every session's work. The
   /// sessions stay for the next Init; no thread of theirs or of the network
   /// runs on return.

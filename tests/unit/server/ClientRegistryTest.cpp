@@ -56,6 +56,10 @@ TEST_F(ClientRegistry, StoppedSessionsStayUntilTheyAreDeleted) {
   EXPECT_FALSE(first->m_bStopService);
   m_server.RemoveAllClient(true);
   EXPECT_TRUE(m_server.m_mapClient.empty());
+  ASSERT_TRUE(m_server.Init(0) && first->m_pTransFile->KQOpen(m_dir / "up", "r+b"));
+  ASSERT_TRUE(m_server.Init(m_server.Port()));  // another port, as the server knows it
+  EXPECT_TRUE(first->m_bStopService);
+  EXPECT_FALSE(first->m_pTransFile->IsOpen());
 }
 
 TEST_F(ClientRegistry, ClientThatNeverReturnsCostsNoDescriptor) {
