@@ -105,11 +105,13 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   /// @return null when the link has no session
   CTransClient* GetClientManage(unsigned int ip, int port);
 
-  /// Stops the link's session and closes its file; the session stays.
+  /// Stops the link's session and closes its file; the session stays. A link
+  /// that is up stays too: its messages are still answered, by refusals where
+  /// there is work to do.
   void RemoveClientManage(unsigned int ip, int port);
 
-  /// Stops every session; with `bDelete` also ends them all. Call that only
-  /// while the network is stopped.
+  /// Does so with every session; with `bDelete` also ends them all. Call that
+  /// only while the network is stopped.
   void RemoveAllClient(bool bDelete);
 
   /// Starts a new log file, named after the time.
@@ -140,6 +142,7 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   void EndLink(unsigned int ip, int port);
   std::string LogFilePath() const;
   std::string LogDirectory() const;
+  void Quiesce(std::uint64_t key, CTransClient& session);
 
   CSharedWord<int> m_nAsking = 0;  // messages that look for their session
 

@@ -58,9 +58,8 @@ class KQFT_API CTransClient {
   /// Blocks: 20 ms to 5070 ms.
   bool StopService();
 
-  /// Gives back what a stopped session holds besides its state: a client that
-  /// never returns must not cost descriptors, nor the memory of a packet that
-  /// it left unfinished. The log opens again by itself.
+  /// Closes the files of a stopped session: a client that never returns must
+  /// not cost descriptors. The log opens again by itself.
   void Rest();
 
   /// Waits until no sender of a stopped session runs any more.
