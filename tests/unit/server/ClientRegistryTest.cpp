@@ -6,6 +6,7 @@
 #include "platform/KQFile.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/TransferTypes.h"
+#include "server/EndServer.h"
 #include "support/FakeTransNet.h"
 #include "support/Packets.h"
 #include "support/Sockets.h"
@@ -61,6 +62,10 @@ TEST_F(ClientRegistry, StoppedSessionsStayUntilTheyAreDeleted) {
   EXPECT_FALSE(first->m_pTransFile->IsOpen());
   m_server.RemoveAllClient(true);
   EXPECT_TRUE(m_server.m_mapClient.empty());
+
+  auto other = std::make_unique<CTestServer>(m_dir);
+  other->AddClientManage(1, 1);
+  EXPECT_TRUE(EndServer(std::move(other), 1000000));
 }
 
 // A server whose every link is up, or none.
