@@ -141,6 +141,7 @@ class KQFT_API CTransClient {
   std::int64_t m_llCurPrjSize = 0;
   bool m_bCurPrjFound = false;
 
+ private:
   /// Appends an entry to the session's log; the message ends its own line.
   void WriteLog(const std::string& msg);
   void CreateLogFile();
@@ -213,7 +214,6 @@ class KQFT_API CTransClient {
                     std::vector<Channel_Key_Value>* out, int depth);
   void ListProjectFiles(const std::string& path, std::vector<Channel_Key_Value>* out, int depth);
 
- private:
   int SendFrame(int port, int msgType, const void* body, int nLength);
   std::string LogFilePath() const;
   void Dispatch(int msgType, int nLength, const char* data);
