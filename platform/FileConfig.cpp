@@ -274,18 +274,20 @@ std::string QFileConfig::Content() const {
 bool QFileConfig::UpdateFile(bool) {
   const std::string content = Content();
   if (m_nEntries > kMostEntries || content.size() > kLargestFileBytes) return false;
-  const std::string directory = EU::CExpertUtils::PickDirectory(m_strPath);
-  const std::uint64_t hash = HashOf(EU::CExpertUtils::PickFileName(m_strPath));
+  // What a link leads to is replaced, and lies perhaps on another file system.
+  const std::string path = System().FollowLinks(m_strPath);
+  const std::string directory = EU::CExpertUtils::PickDirectory(path);
+  const std::uint64_t hash = HashOf(EU::CExpertUtils::PickFileName(path));
   const std::lock_guard<std::mutex> lock(UpdateLock(hash));
   const std::string temporary = directory + ".kqft-" + std::to_string(hash) + ".tmp";
   auto file = CreateTemporary(temporary);
   if (file == nullptr) return false;
   // A file system without permissions of its own refuses to copy them; the
   // content matters more.
-  if (CKQPlatForm::IsFileExist(m_strPath)) System().CopyPermissions(m_strPath, temporary);
+  if (CKQPlatForm::IsFileExist(path)) System().CopyPermissions(path, temporary);
   const bool written = WriteAll(*file, content) && file->Flush();
   file.reset();
-  if (!written || System().RenameFile(temporary, m_strPath) != ESystemError::kNone) {
+  if (!written || System().RenameFile(temporary, path) != ESystemError::kNone) {
     System().RemoveFile(temporary);
     return false;
   }

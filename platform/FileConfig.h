@@ -38,7 +38,8 @@ class QFileConfig {
                    const std::string& comment, bool);
 
   /// Writes the file back in one step: at any moment, also after a crash or
-  /// on a full disk, the path holds the whole old or the whole new content.
+  /// on a full disk, the path holds the whole old or the whole new content. A
+  /// symbolic link stays and leads to the new content.
   /// @return false when it could not; the old content is then in place.
   bool UpdateFile(bool);
 

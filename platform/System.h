@@ -128,6 +128,10 @@ class ISystem {
   /// the old or the new file under `to`.
   virtual ESystemError RenameFile(const std::string& from, const std::string& to) = 0;
 
+  /// The file that a symbolic link leads to, over as many links as there are;
+  /// `path` as it stands when it names no link, or one that leads nowhere.
+  virtual std::string FollowLinks(const std::string& path) { return path; }
+
   /// Gives `to` the permissions (and, where allowed, the owner) of `from`.
   virtual ESystemError CopyPermissions(const std::string& from, const std::string& to) = 0;
 
@@ -158,6 +162,10 @@ class ISystem {
   /// Names the run of the operating system. Under another name, what earlier
   /// ones had not flushed may be lost. "" when it cannot tell.
   virtual std::string BootName() = 0;
+
+  /// Names the machine, the same in every run of its system. "" when it cannot
+  /// tell.
+  virtual std::string MachineName() { return ""; }
 
   // Time.
   /// Seconds since 1970: the wall clock when the process started, moved on by

@@ -8,7 +8,8 @@
 #include <memory>
 #include <utility>
 
-#include "platform/KQFile.h"
+#include "net/LinkInfo.h"
+#include "net/NetBuffer.h"
 #include "platform/ThreadLock.h"
 #include "server/KQFileTransServiceServer.h"
 #include "session/TransClient.h"
@@ -25,6 +26,10 @@ unsigned int AddressOf(std::uint64_t key) {
   return static_cast<unsigned int>(key & 0xffffffffU);
 }
 
+int PortOf(std::uint64_t key) {
+  return static_cast<int>(static_cast<std::uint32_t>(key >> kPortShift));
+}
+
 // The destructor is not virtual and nothing derived is ever owned here; the
 // qualified call tells the compiler so.
 struct SEndSession {
@@ -34,11 +39,6 @@ struct SEndSession {
   }
 };
 using OwnedSession = std::unique_ptr<CTransClient, SEndSession>;
-
-void Quiesce(CTransClient& session) {
-  session.StopService();
-  session.Rest();
-}
 
 }  // namespace
 
@@ -89,13 +89,22 @@ CTransClient* CKQFileTransServiceServer::GetClientManage(unsigned int ip, int po
 void CKQFileTransServiceServer::RemoveClientManage(unsigned int ip, int port) {
   const CScopedLock lock(m_pClientLock);
   const auto entry = m_mapClient.find(LinkKey(ip, port));
-  if (entry != m_mapClient.end()) Quiesce(*entry->second);
+  if (entry != m_mapClient.end()) Quiesce(entry->first, *entry->second);
+}
+
+// What a live link has begun to send is left in its parser: the rest of it
+// would be taken for the beginning of a packet.
+void CKQFileTransServiceServer::Quiesce(std::uint64_t key, CTransClient& session) {
+  session.StopService();
+  session.Rest();
+  ILinkInfo* const link = GetLinkInfo(AddressOf(key), PortOf(key));
+  if (link == nullptr || !link->IsLink()) session.m_pNetBuffer->ClearData();
 }
 
 void CKQFileTransServiceServer::RemoveAllClient(bool bDelete) {
   const CScopedLock lock(m_pClientLock);
   for (const auto& [key, session] : m_mapClient) {
-    Quiesce(*session);
+    Quiesce(key, *session);
     session->WaitSenders();
     if (bDelete) const OwnedSession ended(session);
   }

@@ -54,7 +54,11 @@ CKQFileTransServiceServer::~CKQFileTransServiceServer() {
 bool CKQFileTransServiceServer::Init(int port) {
   if (m_pPrimaryNetWork == nullptr) return false;
   if (m_bInit && port == m_nPort) return true;
-  m_pPrimaryNetWork->Stop();
+  if (m_bInit) {
+    Stop();  // the sessions too: they were working for the other port
+  } else {
+    m_pPrimaryNetWork->Stop();
+  }
   const bool ok = m_pPrimaryNetWork->Init(this, port, kMostLinks);
   m_nPort = port;
   m_bInit = ok;

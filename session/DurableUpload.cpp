@@ -20,21 +20,53 @@ constexpr int kOwnDirectory = 2;  // as PickDirectory counts
 constexpr int kMostLevels = 1000;
 constexpr char kNoteSeparator = ' ';
 
-// A note: the run of the operating system that it was written in, and how many
-// bytes lay on the disk by then.
+// What stands beside a file that is not whole, each but the last followed by a
+// separator. Several servers may use one storage, so the run of a system says
+// nothing without its machine.
 struct SNote {
-  std::string m_strBoot;
-  std::int64_t m_llSafeBytes = 0;
+  std::string m_strBoot;            // the run of the system that wrote the note
+  std::int64_t m_llSafeBytes = 0;   // this much lay on the disk by then
+  std::int64_t m_llWholeBytes = 0;  // the length from which the file was cut; 0: it was not
+  std::string m_strMachine;         // whose system it was
 };
 
+std::string TakeWord(std::string& text) {
+  const std::size_t end = std::min(text.find(kNoteSeparator), text.size());
+  std::string word = text.substr(0, end);
+  text.erase(0, end + 1);
+  return word;
+}
+
+std::int64_t TakeBytes(std::string& text) {
+  return std::max<std::int64_t>(CKQPlatForm::KQToLONGLONG(TakeWord(text)), 0);
+}
+
 bool ReadNote(CFileHandle& file, SNote& note) {
-  const std::string text = file.Note();
-  const std::size_t separator = text.find(kNoteSeparator);
-  if (separator == std::string::npos) return false;
-  note.m_strBoot = text.substr(0, separator);
-  note.m_llSafeBytes =
-      std::max<std::int64_t>(CKQPlatForm::KQToLONGLONG(text.substr(separator + 1)), 0);
+  std::string text = file.Note();
+  if (text.empty()) return false;
+  note.m_strBoot = TakeWord(text);
+  note.m_llSafeBytes = TakeBytes(text);
+  note.m_llWholeBytes = TakeBytes(text);
+  note.m_strMachine = text;
   return true;
+}
+
+// A file system that keeps no notes, and a system that cannot name itself,
+// leave the second accident to chance.
+void WriteNote(CFileHandle& file, std::int64_t safeBytes, std::int64_t wholeBytes) {
+  const std::string boot = System().BootName();
+  const std::string machine = System().MachineName();
+  if (boot.empty() || machine.empty()) return;
+  file.SetNote(boot + kNoteSeparator + std::to_string(safeBytes) + kNoteSeparator +
+               std::to_string(wholeBytes) + kNoteSeparator + machine);
+}
+
+// Whether this machine wrote the note before its system started again. Of
+// another machine nobody here knows whether it still runs.
+bool IsOfAnEarlierRun(const SNote& note) {
+  const std::string boot = System().BootName();
+  if (boot.empty() || note.m_strBoot.empty() || note.m_strMachine.empty()) return false;
+  return note.m_strMachine == System().MachineName() && note.m_strBoot != boot;
 }
 
 std::int64_t SizeOf(const std::string& path) {
@@ -59,9 +91,17 @@ int CDurableUpload::CountNewEntries(const std::string& path) {
 void CDurableUpload::Recover(const std::string& path) {
   const std::shared_ptr<CFileHandle> file = CFileHandle::Open(path, "r+b");
   SNote note;
-  if (file == nullptr || !ReadNote(*file, note) || note.m_strBoot == System().BootName()) return;
-  if (SizeOf(path) > note.m_llSafeBytes && !file->Resize(note.m_llSafeBytes)) return;
-  file->SetNote("");
+  if (file == nullptr || !ReadNote(*file, note) || !IsOfAnEarlierRun(note)) return;
+  const std::int64_t size = SizeOf(path);
+  if (size == 0) return;  // or not to be told
+  if (size > note.m_llSafeBytes && !file->Resize(note.m_llSafeBytes)) return;
+  SetNoteFor(*file, std::min(size, note.m_llSafeBytes), std::max(size, note.m_llWholeBytes));
+}
+
+// A file that was cut keeps its note until it is as long again as it was.
+void CDurableUpload::SetNoteFor(CFileHandle& file, std::int64_t bytes, std::int64_t wholeBytes) {
+  if (bytes >= wholeBytes) return file.SetNote("");
+  WriteNote(file, bytes, wholeBytes);
 }
 
 void CDurableUpload::Begin(CFileHandle& file, const std::string& path, int newEntries,
@@ -78,7 +118,9 @@ void CDurableUpload::Begin(CFileHandle& file, const std::string& path, int newEn
   m_bNoted = ReadNote(file, note);
   m_llSafeBytes = std::min(m_llSafeBytes, begin);
   if (m_bNoted) m_llSafeBytes = std::min(m_llSafeBytes, note.m_llSafeBytes);
-  m_bWantsNote = keptBytes >= 0;
+  m_llWholeBytes = keptBytes < 0 ? 0 : note.m_llWholeBytes;
+  m_bShortened = begin < m_llWholeBytes;
+  m_bWantsNote = true;
   m_llStartedBytes = m_llSafeBytes;
   m_llEnd = begin;
   m_llStepBytes = 0;
@@ -92,7 +134,7 @@ void CDurableUpload::BeforeWrite(CFileHandle& file) {
   if (!m_bWantsNote) return;
   m_bWantsNote = false;
   m_bNoted = true;
-  WriteNote(file);
+  WriteNote(file, m_llSafeBytes, m_llWholeBytes);
 }
 
 bool CDurableUpload::Wrote(CFileHandle& file, std::int64_t position, std::int64_t bytes) {
@@ -106,23 +148,21 @@ bool CDurableUpload::Wrote(CFileHandle& file, std::int64_t position, std::int64_
   if (!m_bInOrder) return true;
   m_llSafeBytes = std::max(m_llSafeBytes, m_llStartedBytes);
   m_llStartedBytes = m_llEnd;
-  if (m_bNoted) WriteNote(file);
+  if (m_bNoted) WriteNote(file, m_llSafeBytes, m_llWholeBytes);
   return true;
 }
 
-// A file system that keeps no notes leaves the second accident to chance.
-void CDurableUpload::WriteNote(CFileHandle& file) const {
-  const std::string boot = System().BootName();
-  if (!boot.empty()) file.SetNote(boot + kNoteSeparator + std::to_string(m_llSafeBytes));
-}
-
+// Where nothing was begun the note is that of another server, a durable one.
 bool CDurableUpload::End(CFileHandle& file) {
-  if (m_strPath.empty()) return true;
+  if (m_strPath.empty()) {
+    file.SetNote("");
+    return true;
+  }
   if (!file.Flush()) return Fail(file);
   for (int level = 0; level < m_nNewEntries; ++level) {
     if (!System().FlushDirectory(DirectoryAbove(m_strPath, level))) return Fail(file);
   }
-  if (m_bNoted) file.SetNote("");
+  if (m_bNoted) SetNoteFor(file, std::max(m_llSafeBytes, SizeOf(m_strPath)), m_llWholeBytes);
   m_strPath.clear();
   return true;
 }
@@ -137,7 +177,11 @@ bool CDurableUpload::EndPending() {
 
 bool CDurableUpload::Fail(CFileHandle& file) {
   m_bFailed = true;
-  if (SizeOf(m_strPath) > m_llSafeBytes) file.Resize(m_llSafeBytes);
+  const std::int64_t size = SizeOf(m_strPath);
+  if (size > m_llSafeBytes && file.Resize(m_llSafeBytes)) {
+    m_llWholeBytes = std::max(m_llWholeBytes, size);
+    WriteNote(file, m_llSafeBytes, m_llWholeBytes);
+  }
   m_llStartedBytes = m_llSafeBytes;
   m_bInOrder = false;
   return false;

@@ -13,7 +13,9 @@
 /// failed to keep what it took says so once and shows the file whole from then
 /// on; and a machine that lost power may come back with a file as long as it
 /// was and zeros at its end. After either the file is cut to the length that
-/// is known to lie on the disk, which a note beside the content remembers.
+/// is known to lie on the disk, which a note beside the content remembers. A
+/// file that was cut has no room for what lies behind its new end, until it is
+/// as long again as it was: a gap would hide in its length.
 ///
 /// Threads: the delivery thread of the session.
 class CDurableUpload {
@@ -22,14 +24,13 @@ class CDurableUpload {
   /// all that are missing.
   static int CountNewEntries(const std::string& path);
 
-  /// Cuts a file whose reception the machine did not survive. Call before its
-  /// length is looked at, on servers of every kind.
+  /// Cuts a file whose reception this machine did not survive. Call before its
+  /// length is looked at, on a durable server.
   static void Recover(const std::string& path);
 
   /// A file was opened to be received.
   /// @param newEntries as counted before; 0 when the file existed
-  /// @param keptBytes  its length; -1 for a file that is not kept and will not
-  ///                   be gone on with
+  /// @param keptBytes  its length; -1 for a file that was emptied
   /// Blocks: as End, when the file before it never came to its end.
   void Begin(CFileHandle& file, const std::string& path, int newEntries, std::int64_t keptBytes);
 
@@ -42,19 +43,23 @@ class CDurableUpload {
   /// Blocks: until what the call before last started has been written.
   bool Wrote(CFileHandle& file, std::int64_t position, std::int64_t bytes);
 
-  /// @return true when the file and the way to it lie on the disk
+  /// @return true when the file and the way to it lie on the disk. Without a
+  ///         Begin before, as on a server that is not durable, at once.
   /// Blocks: for at most two steps of data, and for the directories' entries.
   bool End(CFileHandle& file);
 
   /// This much of the file is known to lie on the disk.
   std::int64_t SafeBytes() const { return m_llSafeBytes; }
 
+  /// Whether the file that was begun is shorter than before it was cut.
+  bool IsShortened() const { return m_bShortened; }
+
   /// As End, for a file whose end never came; true when there is none.
   bool EndPending();
 
  private:
   bool Fail(CFileHandle& file);
-  void WriteNote(CFileHandle& file) const;
+  static void SetNoteFor(CFileHandle& file, std::int64_t bytes, std::int64_t wholeBytes);
 
   std::string m_strPath;              // "" once its end has been confirmed
   int m_nNewEntries = 0;              // in as many directories above it
@@ -62,6 +67,8 @@ class CDurableUpload {
   bool m_bWantsNote = false;          // before the first chunk
   bool m_bNoted = false;              // the file bears a note
   bool m_bInOrder = true;             // each chunk began where the last one ended
+  bool m_bShortened = false;          // at Begin
+  std::int64_t m_llWholeBytes = 0;    // the length from which it was cut; 0: it was not
   std::int64_t m_llSafeBytes = 0;     // this much lies on the disk
   std::int64_t m_llStartedBytes = 0;  // this much was on its way at the last step
   std::int64_t m_llEnd = 0;           // where the last chunk ended

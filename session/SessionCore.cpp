@@ -141,7 +141,6 @@ void CTransClient::WriteLog(const std::string& msg) {
 
 void CTransClient::Rest() {
   m_pTransFile->Close();
-  m_pNetBuffer->ClearData();
   const CScopedLock lock(m_pLogLock);
   m_pLogFile->Close();
 }

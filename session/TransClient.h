@@ -58,9 +58,8 @@ class KQFT_API CTransClient {
   /// Blocks: 20 ms to 5070 ms.
   bool StopService();
 
-  /// Gives back what a stopped session holds besides its state: a client that
-  /// never returns must not cost descriptors, nor the memory of a packet that
-  /// it left unfinished. The log opens again by itself.
+  /// Closes the files of a stopped session: a client that never returns must
+  /// not cost descriptors. The log opens again by itself.
   void Rest();
 
   /// Waits until no sender of a stopped session runs any more.
@@ -142,6 +141,7 @@ class KQFT_API CTransClient {
   std::int64_t m_llCurPrjSize = 0;
   bool m_bCurPrjFound = false;
 
+ private:
   /// Appends an entry to the session's log; the message ends its own line.
   void WriteLog(const std::string& msg);
   void CreateLogFile();
@@ -171,7 +171,8 @@ class KQFT_API CTransClient {
   /// @return a result code
   int PrepareReceiveData(unsigned int nLength, const char* data, KQLonglong* llFileLen);
 
-  /// Writes the chunk of a 2501 body at the position it carries.
+  /// Writes the chunk of a 2501 body at the position it carries, unless bytes
+  /// before it are missing that could not be stored.
   /// @return a result code
   int ReceiveData(unsigned int nLength, const char* data);
 
@@ -213,7 +214,6 @@ class KQFT_API CTransClient {
                     std::vector<Channel_Key_Value>* out, int depth);
   void ListProjectFiles(const std::string& path, std::vector<Channel_Key_Value>* out, int depth);
 
- private:
   int SendFrame(int port, int msgType, const void* body, int nLength);
   std::string LogFilePath() const;
   void Dispatch(int msgType, int nLength, const char* data);

@@ -50,7 +50,8 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   if (nLength < kCreateFlagBytes) return CREATE_FILE_ERROR;
   const bool create = data[0] != 0;
   const std::string path(data + kCreateFlagBytes, nLength - kCreateFlagBytes);
-  if (!create) CDurableUpload::Recover(path);
+  const bool durable = m_pTransNet != nullptr && m_pTransNet->IsDurable();
+  if (durable && !create) CDurableUpload::Recover(path);
 
   *llFileLen = static_cast<KQLonglong>(CHardWareCommon::GetFileSize(path));
   // The low 32 bits only, kept on purpose; the answer carries all of them.
@@ -59,7 +60,6 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   m_nLastDataError = RESULT_OK;
   m_llLostPos = INT64_MAX;
 
-  const bool durable = m_pTransNet != nullptr && m_pTransNet->IsDurable();
   int newEntries = 0;
   if (!OpenTarget(path, create, durable ? &newEntries : nullptr)) {
     WriteLog("CTransClient::PrepareReceiveData open file fales CREATE_FILE_ERROR \n");
@@ -67,6 +67,7 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   }
   if (const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle(); durable && file) {
     m_durable.Begin(*file, path, newEntries, create ? -1 : *llFileLen);
+    if (m_durable.IsShortened()) m_llLostPos = *llFileLen;
   }
   m_nTransType = PROCESS_TYPE_CLIENT_UPDATA;
   return RESULT_OK;
@@ -112,10 +113,8 @@ int CTransClient::CheckReceiving() {
   return RESULT_OK;
 }
 
-// Nothing is stored behind a chunk that was lost: the next upload goes on
-// where the file ends and takes all before it for stored.
 bool CTransClient::StoreChunk(KQLonglong position, const char* data, int nLength) {
-  if (position <= m_llLostPos && WriteDurably(position, data, nLength)) {
+  if (WriteDurably(position, data, nLength)) {
     m_llLostPos = std::max(m_llLostPos, position + nLength);
     return true;
   }
@@ -138,6 +137,13 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
   int refusal = CheckReceiving();
   if (refusal != RESULT_OK) return refusal;
   if (nLength < kPositionBytes) return ERROR_CODE_SERVER_WRITE;
+  const KQLonglong position = ReadInt64(data);
+  // Nothing is stored behind what was lost until that has arrived: the next
+  // upload goes on where the file ends and takes all before it for stored.
+  if (position > m_llLostPos) {
+    LogWriteFailure();
+    return ERROR_CODE_SERVER_WRITE;
+  }
 
   // Marked, then looked at again: a stop that came after the first look has
   // not seen the mark and closes the file without waiting for this write.
@@ -147,10 +153,9 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
     m_bWriting = marked;
     return refusal;
   }
-  if (StoreChunk(ReadInt64(data), data + kPositionBytes,
-                 static_cast<int>(nLength - kPositionBytes))) {
-    // The mark stays, kept on purpose: only a failed write clears it, and
-    // StopService of a session that stored data waits its full time.
+  if (StoreChunk(position, data + kPositionBytes, static_cast<int>(nLength - kPositionBytes))) {
+    // The mark stays, kept on purpose: only a write that was tried and failed
+    // clears it, and StopService of a session that stored data waits its full time.
     return RESULT_OK;
   }
   LogWriteFailure();

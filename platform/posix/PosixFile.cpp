@@ -9,6 +9,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <utility>
 
 #include "platform/posix/PosixSystem.h"
@@ -163,6 +166,16 @@ ESystemError CPosixSystem::RenameFile(const std::string& from, const std::string
     return ESystemError::kBadPath;
   }
   return LastError(rename(nativeFrom.c_str(), nativeTo.c_str()));
+}
+
+std::string CPosixSystem::FollowLinks(const std::string& path) {
+  std::string native;
+  struct stat status = {};
+  if (!ToNativePath(path, native) || lstat(native.c_str(), &status) != 0) return path;
+  if (!S_ISLNK(status.st_mode)) return path;
+  const std::unique_ptr<char, void (*)(void*)> target(realpath(native.c_str(), nullptr), std::free);
+  // A name with a "\" in it cannot be passed on: it would be taken for two.
+  return target == nullptr || std::strchr(target.get(), '\\') != nullptr ? path : target.get();
 }
 
 ESystemError CPosixSystem::CopyPermissions(const std::string& from, const std::string& to) {

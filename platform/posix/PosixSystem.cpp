@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/utsname.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -52,12 +53,27 @@ bool IsPending(int signal) {
   return sigpending(&pending) == 0 && sigismember(&pending, signal) == 1;
 }
 
+// The first bytes of a file; "" when it holds fewer.
+std::string ReadBytes(const char* path, std::size_t bytes) {
+  const CDescriptor fd = OpenDescriptor(AT_FDCWD, path, O_RDONLY);
+  std::string text(bytes, '\0');
+  const bool whole = fd.IsOpen() && read(fd.Get(), text.data(), bytes) == std::ssize(text);
+  return whole ? text : "";
+}
+
 std::string ReadBootName() {
   constexpr std::size_t kNameBytes = 36;
-  const CDescriptor fd = OpenDescriptor(AT_FDCWD, "/proc/sys/kernel/random/boot_id", O_RDONLY);
-  char name[kNameBytes];
-  const bool whole = fd.IsOpen() && read(fd.Get(), name, sizeof name) == sizeof name;
-  return whole ? std::string(name, sizeof name) : "";
+  return ReadBytes("/proc/sys/kernel/random/boot_id", kNameBytes);
+}
+
+// Both, where there are both: copies of one installation have the same id, and
+// many containers none.
+std::string ReadMachineName() {
+  constexpr std::size_t kIdBytes = 32;
+  utsname names = {};
+  const std::string host = uname(&names) == 0 ? names.nodename : "";
+  const std::string id = ReadBytes("/etc/machine-id", kIdBytes);
+  return host.empty() || id.empty() ? host + id : host + "/" + id;
 }
 
 void WriteAll(int fd, const std::string& text) {
@@ -143,6 +159,7 @@ ESystemError ToSystemError(int number) {
 
 CPosixSystem::CPosixSystem()
     : m_strBootName(ReadBootName()),
+      m_strMachineName(ReadMachineName()),
       m_startWall(std::chrono::system_clock::now()),
       m_startSteady(std::chrono::steady_clock::now()) {}
 

@@ -46,6 +46,7 @@ class CPosixSystem final : public ISystem {
   bool QueryFile(const std::string& path, SFileStatus& status) override;
   ESystemError RemoveFile(const std::string& path) override;
   ESystemError RenameFile(const std::string& from, const std::string& to) override;
+  std::string FollowLinks(const std::string& path) override;
   ESystemError CopyPermissions(const std::string& from, const std::string& to) override;
   ESystemError MakeDirectory(const std::string& path) override;
   ESystemError RemoveEmptyDirectory(const std::string& path) override;
@@ -55,6 +56,7 @@ class CPosixSystem final : public ISystem {
   ESystemError ClearDirectory(const std::string& path) override;
   bool QueryFreeSpace(const std::string& path, std::uint64_t& bytes) override;
   std::string BootName() override { return m_strBootName; }
+  std::string MachineName() override { return m_strMachineName; }
   std::int64_t Now() override;
   SCalendarTime LocalTime(std::int64_t seconds) override;
   void Sleep(int milliseconds) override;
@@ -66,6 +68,7 @@ class CPosixSystem final : public ISystem {
  private:
   // Constant after construction; read before the process may confine itself.
   const std::string m_strBootName;
+  const std::string m_strMachineName;
 
   // Constant after construction: one moment on both clocks.
   const std::chrono::system_clock::time_point m_startWall;

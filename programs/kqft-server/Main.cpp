@@ -3,13 +3,10 @@
 // The main thread sets everything up, then only waits for a termination
 // request. What happens to the links is printed and logged by the library.
 
-#include <chrono>
 #include <cstdlib>
-#include <future>
 #include <iostream>
 #include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "net/NetWorkManageEx.h"
@@ -19,13 +16,14 @@
 #include "programs/ServiceNotify.h"
 #include "programs/Termination.h"
 #include "programs/kqft-server/ServerOptions.h"
+#include "server/EndServer.h"
 #include "server/KQFileTransServiceServer.h"
 
 namespace {
 
 // A session that has stored data lets the server's Stop wait 5 s. Everything
 // received is in its file by then, so the process may end before.
-constexpr std::chrono::milliseconds kStopBound(1500);
+constexpr int kStopBoundMs = 1500;
 
 /// The library's server, told where and to whom to listen.
 class CServer : public CKQFileTransServiceServer {
@@ -45,18 +43,6 @@ std::string ChooseLogDirectory(const SServerOptions& options) {
   const std::string state = UserStateDirectory();
   return FirstUsableDirectory({EnvironmentWord("LOGS_DIRECTORY"), SystemLogDirectory(),
                                state.empty() ? "" : state + "/kqft"});
-}
-
-// Ends the server, but not later than the bound.
-void EndServer(std::unique_ptr<CServer> server) {
-  std::promise<void> promise;
-  const std::future<void> ended = promise.get_future();
-  std::thread([server = std::move(server), promise = std::move(promise)]() mutable {
-    server->Stop();
-    server.reset();
-    promise.set_value();
-  }).detach();
-  if (ended.wait_for(kStopBound) != std::future_status::ready) std::_Exit(kExitDone);
 }
 
 // Before the first thread of the process, which would stay free.
@@ -96,7 +82,7 @@ int Serve(const SServerOptions& options, const std::string& logDirectory) {
   NotifyServiceManager("READY=1");
   WaitForTermination();
   NotifyServiceManager("STOPPING=1");
-  EndServer(std::move(server));
+  if (!EndServer(std::move(server), kStopBoundMs)) std::_Exit(kExitDone);
   return kExitDone;
 }
 

@@ -43,9 +43,13 @@ std::vector<int> CFakeTransNet::Codes() {
   return codes;
 }
 
-std::string CSessionTest::Ask(int code, const std::string& body) {
+void CSessionTest::Hand(CTransClient& session, int code, const std::string& body) {
   const std::vector<char> exact(body.begin(), body.end());  // nothing to read behind its end
-  m_session.DealNetMsg(0, 0, code, static_cast<int>(exact.size()), exact.data(), 0);
+  session.DealNetMsg(0, 0, code, static_cast<int>(exact.size()), exact.data(), 0);
+}
+
+std::string CSessionTest::Ask(int code, const std::string& body) {
+  Hand(m_session, code, body);
   return m_net.LastBody(code);
 }
 

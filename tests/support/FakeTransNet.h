@@ -49,6 +49,7 @@ class CSessionTest : public testing::Test {
     using CTransClient::m_strLogFile;
   };
 
+  static void Hand(CTransClient& session, int code, const std::string& body);
   /// Hands the session a message. @return the body of the last answer to its code
   std::string Ask(int code, const std::string& body = "");
   /// As above: announces a file to receive, or to send, by its name in m_dir.

@@ -83,6 +83,7 @@ class CScopedSystem::CPlanned final : public ISystem {
     const ESystemError planned = m_scope.Begin(EOperation::kRename, to);
     return planned != ESystemError::kNone ? planned : m_real.RenameFile(from, to);
   }
+  std::string FollowLinks(const std::string& path) override { return m_real.FollowLinks(path); }
   ESystemError CopyPermissions(const std::string& from, const std::string& to) override {
     return m_real.CopyPermissions(from, to);
   }
@@ -110,7 +111,13 @@ class CScopedSystem::CPlanned final : public ISystem {
     bytes = static_cast<std::uint64_t>(*m_scope.m_plan.m_freeSpace);
     return *m_scope.m_plan.m_freeSpace >= 0;
   }
-  std::string BootName() override { return std::to_string(m_scope.m_nBoots); }
+  std::string BootName() override {
+    return MachineName().empty() ? "" : std::to_string(m_scope.m_nBoots);
+  }
+  std::string MachineName() override {
+    const std::lock_guard lock(m_scope.m_mutex);
+    return m_scope.m_strMachine;
+  }
   std::int64_t Now() override {
     const auto passed =
         (std::chrono::steady_clock::now() - m_scope.m_start) * m_scope.m_nClockFactor.load();

@@ -90,6 +90,14 @@ class CScopedSystem {
   /// The operating system starts again.
   void Reboot() { ++m_nBoots; }
 
+  /// The files are now used by another machine; "": one that cannot tell who
+  /// it is, nor which run of its system this is.
+  void Move(const std::string& machine) {
+    Reboot();
+    const std::lock_guard lock(m_mutex);
+    m_strMachine = machine;
+  }
+
   /// Milliseconds that Sleep was asked for so far, all threads together.
   std::int64_t SleptMilliseconds() const { return m_llSlept; }
 
@@ -108,6 +116,7 @@ class CScopedSystem {
   std::int64_t m_llWritten = 0;          // guarded by m_mutex
   std::atomic<int> m_nStruck{0};
   std::map<std::string, std::string> m_mapNotes;  // guarded by m_mutex
+  std::string m_strMachine = "here";              // guarded by m_mutex
   std::atomic<int> m_nBoots{0};
   std::atomic<std::int64_t> m_llSlept{0};
   std::atomic<std::int64_t> m_llAdvanced{0};

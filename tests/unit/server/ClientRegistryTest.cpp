@@ -6,6 +6,8 @@
 #include "platform/KQFile.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/TransferTypes.h"
+#include "server/EndServer.h"
+#include "support/FakeTransNet.h"
 #include "support/Packets.h"
 #include "support/Sockets.h"
 #include "support/TestServer.h"
@@ -54,8 +56,39 @@ TEST_F(ClientRegistry, StoppedSessionsStayUntilTheyAreDeleted) {
   EXPECT_EQ(m_server.m_mapClient.size(), 2U);
   m_server.CreateNetBuffer(1, 5, 0, 0);
   EXPECT_FALSE(first->m_bStopService);
+  ASSERT_TRUE(m_server.Init(0) && first->m_pTransFile->KQOpen(m_dir / "up", "r+b"));
+  ASSERT_TRUE(m_server.Init(m_server.Port()));  // another port, as the server knows it
+  EXPECT_TRUE(first->m_bStopService);
+  EXPECT_FALSE(first->m_pTransFile->IsOpen());
   m_server.RemoveAllClient(true);
   EXPECT_TRUE(m_server.m_mapClient.empty());
+
+  auto other = std::make_unique<CTestServer>(m_dir);
+  other->AddClientManage(1, 1);
+  EXPECT_TRUE(EndServer(std::move(other), 1000000));
+}
+
+// A server whose every link is up, or none.
+class CLinkedServer : public CTestServer {
+ public:
+  using CTestServer::CTestServer;
+  ILinkInfo* GetLinkInfo(unsigned int, int) override { return m_bLinked ? &m_link : nullptr; }
+
+  CFakeTransNet m_link;
+  bool m_bLinked = true;
+};
+
+TEST_F(ClientRegistry, OnlyALinkThatIsGoneLosesTheBeginningOfAPacket) {
+  const std::string packet = MakePacket(NET_CTS_REQUEST_SERVERFILESIZE, std::string(1700000, 'x'));
+  CLinkedServer server(m_dir);
+  CNetBuffer* const buffer = server.CreateNetBuffer(kAddress, 1, 0, 0);
+  for (const bool linked : {true, false}) {
+    server.m_bLinked = linked;
+    buffer->DealNetData(packet.data(), packet.size() / 2);
+    server.RemoveAllClient(false);
+    buffer->DealNetData(packet.data() + packet.size() / 2, packet.size() / 2);
+    EXPECT_EQ(buffer->IsBroken(), !linked);  // the rest is no packet
+  }
 }
 
 TEST_F(ClientRegistry, ClientThatNeverReturnsCostsNoDescriptor) {

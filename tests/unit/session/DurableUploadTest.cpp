@@ -22,6 +22,23 @@ class DurableUpload : public CSessionTest {
     const std::vector<int> codes = m_net.Codes();
     return {codes.begin() + static_cast<std::ptrdiff_t>(before), codes.end()};
   }
+
+  // What the server says that it holds.
+  std::int64_t Held(const std::string& name) {
+    return ReadInt64(AskUpload(false, name).data() + 4);
+  }
+
+  // A durable server ended while it received a file; 600 of its bytes are
+  // known to lie on the disk.
+  void LeaveUnfinished(const std::string& name) {
+    WriteWholeFile(m_dir / name, m_strWhole.substr(0, 600));
+    m_net.m_bDurable = true;
+    CSession gone(&m_net);
+    Hand(gone, NET_CTS_PREPARETRAN_FILE, std::string(1, '\0') + (m_dir / name));
+    Hand(gone, NET_CTS_TRANSFILEDATA, Int64(600) + m_strWhole.substr(600));
+  }
+
+  const std::string m_strWhole = PatternBytes(1000);
 };
 
 TEST_F(DurableUpload, FailedFlushIsToldBeforeTheEndAndWhatItLostIsSentAgain) {
@@ -51,7 +68,7 @@ TEST_F(DurableUpload, FailedFlushIsToldBeforeTheEndAndWhatItLostIsSentAgain) {
 TEST_F(DurableUpload, LongFileIsCutToWhatLiesOnTheDiskAfterAnAccident) {
   constexpr std::int64_t kStep = 64 << 20;
   const std::string step(kStep, 's');
-  const auto held = [&] { return ReadInt64(AskUpload(false, "run.tm").data() + 4); };
+  const auto held = [&] { return Held("run.tm"); };
   held();
   SendChunk(0, step);
   SendChunk(kStep, step);  // now the first one lies on the disk
@@ -68,6 +85,49 @@ TEST_F(DurableUpload, LongFileIsCutToWhatLiesOnTheDiskAfterAnAccident) {
   Ask(NET_CTS_TRANSFILEDATA_END);
   m_system.Reboot();
   EXPECT_EQ(held(), kStep + 4);
+}
+
+TEST_F(DurableUpload, OnlyADurableServerCutsAndOnlyWhatItsOwnMachineLeft) {
+  LeaveUnfinished("plain.tm");
+  m_system.Reboot();
+  m_net.m_bDurable = false;
+  EXPECT_EQ(Held("plain.tm"), 1000);
+  SendChunk(1000, "end");
+  Ask(NET_CTS_TRANSFILEDATA_END);  // confirmed: no later server cuts it either
+  m_net.m_bDurable = true;
+  EXPECT_EQ(Held("plain.tm"), 1003);
+  EXPECT_TRUE(ReadWholeFile(m_dir / "plain.tm") == m_strWhole + "end");
+
+  LeaveUnfinished("run.tm");
+  for (const std::string& machine : {std::string("other"), std::string()}) {
+    m_system.Move(machine);
+    EXPECT_EQ(Held("run.tm"), 1000);
+  }
+  EXPECT_TRUE(ReadWholeFile(m_dir / "run.tm") == m_strWhole);
+  m_system.Move("here");
+  EXPECT_EQ(Held("run.tm"), 600);
+
+  AskUpload(true, "new.tm");  // one that was begun anew may be gone on with as well
+  SendChunk(0, "zeros after the accident");
+  m_system.Reboot();
+  EXPECT_EQ(Held("new.tm"), 0);
+}
+
+TEST_F(DurableUpload, CutFileTakesNothingBehindItsEndUntilItIsWholeAgain) {
+  LeaveUnfinished("run.tm");
+  m_system.Reboot();
+  for (std::size_t time = 1; time <= 3; ++time) {
+    EXPECT_EQ(Held("run.tm"), 600);
+    SendChunk(100, m_strWhole.substr(100, 50));
+    Ask(NET_CTS_TRANSFILEDATA_END);
+    EXPECT_EQ(Upload("run.tm", m_strWhole.substr(800, 50), 800).size(), 3U);
+    EXPECT_EQ(m_net.Count(NET_STC_WRITEDATA_ERROR), time);
+    if (time == 2) m_system.Reboot();
+  }
+  EXPECT_EQ(Upload("run.tm", m_strWhole.substr(600), 600).size(), 2U);
+  EXPECT_TRUE(ReadWholeFile(m_dir / "run.tm") == m_strWhole);
+  EXPECT_EQ(Upload("run.tm", "far", 1200).size(), 2U);
+  EXPECT_EQ(FileSize(m_dir / "run.tm"), 1203);
 }
 
 TEST_F(DurableUpload, RangeLiesOnTheDiskBeforeItsRecordShrinks) {

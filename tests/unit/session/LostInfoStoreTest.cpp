@@ -1,5 +1,7 @@
 // The text made of the side files, and what resent ranges leave in them.
 
+#include <filesystem>
+
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "support/FakeTransNet.h"
@@ -30,6 +32,13 @@ TEST_F(LostInfoStore, TextHoldsHeadRangesAndSizes) {
   WriteWholeFile(m_dir / "a.b.li",
                  "[lost_pos]\r\nNRECORDCOUNT = 3\r\nlost_info_0 = 1,2\r\nlost_info_2=5,6\r\n");
   EXPECT_EQ(Text("a.b.tm"), ok + "0|1,2,,5,6|");
+
+  std::filesystem::create_symlink("deep/stored.li", m_dir / "link.li");
+  WriteWholeFile(m_dir / "deep/stored.li", "[Lost_Pos]\nlost_info_0=1,2\n");
+  Text("link.tm");
+  EXPECT_EQ(Change(0, 3, 0), ok);
+  EXPECT_TRUE(std::filesystem::is_symlink(m_dir / "link.li"));
+  EXPECT_EQ(ReadWholeFile(m_dir / "deep/stored.li"), "[Lost_Pos]\nlost_info_0=3,0\n");
 }
 
 TEST_F(LostInfoStore, MissingAndUnusableFilesAreReportedWithoutText) {

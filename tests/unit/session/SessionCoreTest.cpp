@@ -9,6 +9,16 @@ namespace {
 
 using SessionCore = CSessionTest;
 
+// What a session does for a request is its own business.
+struct SDerived : CTransClient {
+  template <typename T>
+  static constexpr bool kWalks = requires(T& session) {
+    session.AnswerProjectDir();
+  }
+  || requires(T& session) { session.ListProjects("", "", nullptr, 0); };
+};
+static_assert(!SDerived::kWalks<SDerived>);
+
 TEST_F(SessionCore, ShortBodiesAreAnsweredAndUnknownCodesAreNot) {
   for (const int code : {-1, 2499, 2506, 2507, 2508, 2515}) Ask(code, "body");
   EXPECT_TRUE(m_net.Codes().empty());

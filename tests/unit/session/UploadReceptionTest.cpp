@@ -40,7 +40,7 @@ TEST_F(UploadReception, RepeatedFailureIsAnnouncedAndLoggedOnce) {
   m_system.Heal();
   m_session.SetLog(m_dir / "log_");
   m_system.AdvanceClock(10);
-  for (int i = 0; i < 5; ++i) SendChunk(-1, "x");
+  for (int i = 0; i < 5; ++i) SendChunk(60000, "refused, since nothing lies before it");
   EXPECT_EQ(Log(), "write data failed " + (m_dir / "full") + "\n");
 }
 
@@ -51,6 +51,9 @@ TEST_F(UploadReception, NothingIsStoredBehindALostChunk) {
   for (int i = 0; i < 4; ++i) SendChunk(i * 3, "abc");
   EXPECT_EQ(ReadWholeFile(m_dir / "run.tm"), "abc");
   SendChunk(-1, "x");
+  SendChunk(0, "abc");
+  SendChunk(6, "behind");
+  EXPECT_TRUE(m_session.m_bWriting);                    // only a write that was tried clears it
   for (int i = 1; i < 3; ++i) SendChunk(i * 3, "def");  // what closes the gap is stored
   EXPECT_EQ(ReadWholeFile(m_dir / "run.tm"), "abcdefdef");
   EXPECT_EQ(AskUpload(false, "run.tm"), Int32(RESULT_OK) + Int64(9));
