@@ -10,15 +10,14 @@
 #include "platform/SharedWord.h"
 
 class CAddressLane;
-class CNetWorkCore;
-class IDealNetData;
+class ILinkOwner;
 class IStreamSocket;
 
 /// One live connection: its socket, its queue and the loops of its two
 /// threads. Shared by those threads and by everyone who is sending on it.
 class CLink : public std::enable_shared_from_this<CLink> {
  public:
-  CLink(CNetWorkCore& core, std::unique_ptr<IStreamSocket> socket, std::uint64_t serial,
+  CLink(ILinkOwner& owner, std::unique_ptr<IStreamSocket> socket, std::uint64_t serial,
         std::shared_ptr<CAddressLane> lane);
   CLink(const CLink&) = delete;
   CLink& operator=(const CLink&) = delete;
@@ -46,7 +45,7 @@ class CLink : public std::enable_shared_from_this<CLink> {
   std::size_t DeliverableBytes(const char* data, std::size_t bytes);
   void Announce(int code);
 
-  CNetWorkCore& m_core;  // alive as long as the link's threads, which hold it
+  ILinkOwner& m_owner;  // alive as long as the link's threads, which hold it
   const std::unique_ptr<IStreamSocket> m_pSocket;
   const std::uint64_t m_ullSerial;
   const unsigned int m_nIP;

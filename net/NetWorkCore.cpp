@@ -9,6 +9,7 @@
 #include "net/AddressLane.h"
 #include "net/DealNetData.h"
 #include "net/IOCPBuffer.h"
+#include "net/LayerThread.h"
 #include "net/Link.h"
 #include "net/Sockets.h"
 #include "platform/System.h"
@@ -54,10 +55,6 @@ CNetWorkCore::~CNetWorkCore() {
   for (CIOCPBuffer* buffer : m_vecGiveBack) delete buffer;  // only when no thread could be had
 }
 
-bool CNetWorkCore::IsLayerThread() {
-  return SThread::t_pThis != nullptr;
-}
-
 bool CNetWorkCore::Start(bool listen, int port) {
   if (listen) {
     m_pListener = Sockets().Listen(m_settings.m_strLocalAddress, port);
@@ -91,6 +88,7 @@ bool CNetWorkCore::StartThread(std::shared_ptr<CLink> link, bool delivers,
     core->m_changed.notify_all();
   };
   const bool started = System().StartThread([self, leave, run = std::move(body)] {
+    LayerThread().m_bOfLayer = true;
     SThread::t_pThis = &*self;
     run();
     SThread::t_pThis = nullptr;
@@ -224,7 +222,7 @@ bool CNetWorkCore::Connect(const std::string& host, int port) {
   if (socket == nullptr) return false;
   const std::shared_ptr<CLink> link = AddLink(std::move(socket));
   if (link == nullptr) return false;
-  if (!IsLayerThread()) {  // a callback may hold the lane that the set-up needs
+  if (!LayerThread().m_bOfLayer) {  // a callback may hold the lane that the set-up needs
     Lock lock(m_mutex);
     m_changed.wait(lock, [&] {
       return std::none_of(m_links.begin(), m_links.end(), [&](const SEntry& entry) {

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <utility>
 
+#include "net/AddressText.h"
 #include "net/DealNetData.h"
 #include "net/IOCPBuffer.h"
 #include "net/Link.h"
@@ -137,6 +138,5 @@ void CNetWorkManageEx::Stop() {
 }
 
 std::string CNetWorkManageEx::TransIP(unsigned int ip) {
-  return std::to_string(ip >> 24) + '.' + std::to_string(ip >> 16 & 0xff) + '.' +
-         std::to_string(ip >> 8 & 0xff) + '.' + std::to_string(ip & 0xff);
+  return AddressText(ip);
 }
