@@ -72,6 +72,7 @@ bool CLink::SetUp(std::uint64_t turn) {
     }
     if (m_pParser != nullptr && !m_owner.IsStopping()) {
       m_pParser->m_ullLinkSerial = m_ullSerial;
+      m_bServed = true;
       Announce(NET_COMMAND_CONNECT);
       announced = true;
     }

@@ -26,6 +26,9 @@ class CLink : public std::enable_shared_from_this<CLink> {
   unsigned int IP() const { return m_nIP; }
   int Port() const { return m_nPort; }
   bool IsUp() const { return m_bUp; }
+
+  /// True once the link has a parser: its set-up is over for what others send.
+  bool IsServed() const { return m_bServed; }
   CSendQueue& Queue() { return m_queue; }
   const std::shared_ptr<CAddressLane>& Lane() const { return m_pLane; }
 
@@ -55,6 +58,7 @@ class CLink : public std::enable_shared_from_this<CLink> {
   class CNetBuffer* m_pParser = nullptr;  // delivery thread only; owned by the sink
   std::size_t m_nPassOn = 0;              // delivery thread only; rest of a large packet
   CSharedWord<bool> m_bUp = true;
+  CSharedWord<bool> m_bServed = false;
 };
 
 /// What users of a connection hold: small, and alive until the manager dies.

@@ -52,6 +52,9 @@ class CNetWorkCore : public ILinkOwner, public std::enable_shared_from_this<CNet
 
   bool Connect(const std::string& host, int port);
   std::vector<ILinkInfo*> LiveLinks();
+
+  /// The link that SendText would send to; null if there is none.
+  ILinkInfo* LinkInfo(unsigned int ip, int port);
   bool SendText(unsigned int ip, int port, const char* data, std::size_t bytes);
 
   /// Gives `buffer` back on a thread of the layer.
@@ -88,6 +91,8 @@ class CNetWorkCore : public ILinkOwner, public std::enable_shared_from_this<CNet
   std::shared_ptr<CLink> AddLink(std::unique_ptr<IStreamSocket> socket);
   std::shared_ptr<CLink> RegisterLink(std::unique_ptr<IStreamSocket> socket,
                                       std::shared_ptr<CLink>& older);
+  std::shared_ptr<CLink> Target(unsigned int ip, int port) const;
+  ILinkInfo* Shell(SEntry& entry);
   void RunLink(CLink& link, std::shared_ptr<CLink> older, std::uint64_t turn);
   bool HasLink(const CLink& link) const;
   void RemoveLink(const CLink& link);

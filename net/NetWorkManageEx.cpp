@@ -91,6 +91,11 @@ std::vector<ILinkInfo*> CNetWorkManageEx::GetAllLinkInfo() const {
   return core != nullptr ? core->LiveLinks() : std::vector<ILinkInfo*>();
 }
 
+ILinkInfo* CNetWorkManageEx::GetLinkInfo(unsigned int ip, int port) const {
+  const std::shared_ptr<CNetWorkCore> core = Core();
+  return core != nullptr ? core->LinkInfo(ip, port) : nullptr;
+}
+
 bool CNetWorkManageEx::DirectSendData(ILinkInfo* link, CIOCPBuffer* buf) {
   if (buf == nullptr) return false;
   const std::shared_ptr<CNetWorkCore> core = Core();
