@@ -14,6 +14,7 @@
 #include "net/LinkOwner.h"
 #include "net/NetBuffer.h"
 #include "net/NetWorkPackHead.h"
+#include "net/Pacing.h"
 #include "net/Sockets.h"
 #include "platform/System.h"
 
@@ -26,8 +27,7 @@ constexpr std::size_t kReceiveBytes = std::size_t{1} << 20;
 // Less room than this is not worth a call: what is left is moved to the front.
 constexpr std::size_t kLeastRoomBytes = std::size_t{64} << 10;
 
-// A client has this many questions on their way at most, unless it floods.
-constexpr int kQuestionsAtOnce = 64;
+// Of one who floods.
 constexpr int kQuestionsPerPause = 8;
 constexpr int kPauseMs = 5;
 
