@@ -41,11 +41,13 @@ system_headers() {
 
 # A header and the source file of its name count as one.
 circles() {
-  for file in $(sources platform net protocol client session server programs tests); do
-    name=${file#tests/}
-    sed -nE 's|^[[:space:]]*#[[:space:]]*include[[:space:]]*"([^"]*)\.h".*|\1|p' "$file" |
-      awk -v from="${name%.*}" '$1 != from { print from, $1 }'
-  done | tsort 2>&1 >/dev/null | awk '
+  sources platform net protocol client session server programs tests | xargs awk -F '"' '
+    /^[ \t]*#[ \t]*include[ \t]*"/ {
+      from = FILENAME
+      sub(/^tests\//, "", from)
+      sub(/\.[a-z]+$/, "", from)
+      if (sub(/\.h$/, "", $2) && $2 != from) print from, $2
+    }' | tsort 2>&1 >/dev/null | awk '
     function tell() { if (ring != "") print ring " " first "   [include each other in a circle]" }
     /contains a loop/ { tell(); ring = ""; next }
     { if (ring == "") first = $2; ring = ring (ring == "" ? "" : " ") $2 }
