@@ -18,8 +18,9 @@ constexpr std::size_t kMostUnfinishedBytes = std::size_t{128} << 20;
 ///
 /// Memory grows with the bytes received, never with the length that a head
 /// announces, and all parsers of a process that share memory stay within
-/// kMostUnfinishedBytes: one that would need more calls its link broken. A packet that lies whole
-/// in the received chunk is delivered from there without a copy.
+/// kMostUnfinishedBytes: one that would need more calls its link broken. A
+/// packet that lies whole in the received chunk is delivered from there without
+/// a copy.
 ///
 /// Threads: DealNetData on one thread at a time; ClearData and the queries on
 /// any thread, also while DealNetData delivers. No lock is held during a
