@@ -6,7 +6,7 @@
 #include <charconv>
 #include <string_view>
 
-#include "net/NetWorkManageEx.h"
+#include "net/AddressText.h"
 
 namespace {
 
@@ -52,8 +52,8 @@ std::string CAddressRange::Parse(const std::string& text, CAddressRange& range) 
   // Shifting by all the bits there are is undefined.
   const unsigned int mask = prefix == 0 ? 0 : ~0U << (kAddressBits - prefix);
   if ((first & ~mask) != 0) {
-    return "the address has bits behind the prefix; the range is " +
-           CNetWorkManageEx::TransIP(first & mask) + "/" + std::to_string(prefix);
+    return "the address has bits behind the prefix; the range is " + AddressText(first & mask) +
+           "/" + std::to_string(prefix);
   }
   range.m_nFirst = first;
   range.m_nMask = mask;

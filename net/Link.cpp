@@ -9,10 +9,12 @@
 
 #include "net/AddressLane.h"
 #include "net/DealNetData.h"
+#include "net/LayerThread.h"
 #include "net/LinkEvents.h"
+#include "net/LinkOwner.h"
 #include "net/NetBuffer.h"
-#include "net/NetWorkCore.h"
 #include "net/NetWorkPackHead.h"
+#include "net/Pacing.h"
 #include "net/Sockets.h"
 #include "platform/System.h"
 
@@ -25,8 +27,7 @@ constexpr std::size_t kReceiveBytes = std::size_t{1} << 20;
 // Less room than this is not worth a call: what is left is moved to the front.
 constexpr std::size_t kLeastRoomBytes = std::size_t{64} << 10;
 
-// A client has this many questions on their way at most, unless it floods.
-constexpr int kQuestionsAtOnce = 64;
+// Of one who floods.
 constexpr int kQuestionsPerPause = 8;
 constexpr int kPauseMs = 5;
 
@@ -34,26 +35,26 @@ constexpr std::size_t kShellLocks = 32;
 
 }  // namespace
 
-CLink::CLink(CNetWorkCore& core, std::unique_ptr<IStreamSocket> socket, std::uint64_t serial,
+CLink::CLink(ILinkOwner& owner, std::unique_ptr<IStreamSocket> socket, std::uint64_t serial,
              std::shared_ptr<CAddressLane> lane)
-    : m_core(core),
+    : m_owner(owner),
       m_pSocket(std::move(socket)),
       m_ullSerial(serial),
       m_nIP(m_pSocket->RemoteIP()),
       m_nPort(m_pSocket->RemotePort()),
       m_pLane(std::move(lane)),
-      m_queue(*m_pSocket, core.Sink(), [this] { MarkDown(); }) {}
+      m_queue(*m_pSocket, owner.Sink(), [this] { MarkDown(); }) {}
 
 CLink::~CLink() = default;
 
 void CLink::Deliver(std::uint64_t turn) {
   const bool delivered = SetUp(turn);
   if (!delivered) MarkDown();
-  m_core.NoteSetUp(*this);
+  m_owner.NoteSetUp(*this);
   if (delivered) Receive();
   MarkDown();
   if (delivered && m_pLane->Enter()) {
-    if (!m_core.IsStopping()) Announce(NET_COMMAND_DISCONNECT);
+    if (!m_owner.IsStopping()) Announce(NET_COMMAND_DISCONNECT);
     m_pLane->Leave();
   }
 }
@@ -63,14 +64,15 @@ void CLink::Deliver(std::uint64_t turn) {
 bool CLink::SetUp(std::uint64_t turn) {
   if (!m_pLane->Enter(turn)) return false;
   bool announced = false;
-  if (!m_core.IsStopping()) {
+  if (!m_owner.IsStopping()) {
     try {
-      m_pParser = m_core.Sink().CreateNetBuffer(m_nIP, m_nPort, 0, 0);
+      m_pParser = m_owner.Sink().CreateNetBuffer(m_nIP, m_nPort, 0, 0);
     } catch (...) {
       m_pParser = nullptr;
     }
-    if (m_pParser != nullptr && !m_core.IsStopping()) {
+    if (m_pParser != nullptr && !m_owner.IsStopping()) {
       m_pParser->m_ullLinkSerial = m_ullSerial;
+      m_bServed = true;
       Announce(NET_COMMAND_CONNECT);
       announced = true;
     }
@@ -100,7 +102,7 @@ void CLink::Receive() {
     while (const std::size_t whole = DeliverableBytes(data.get() + begin, end - begin)) {
       if (!DeliverChunk(data.get() + begin, whole)) return;
       begin += whole;
-      if (m_core.Listens() && m_queue.WaitTextRoom()) Pace(++answered);
+      if (m_owner.Listens() && m_queue.WaitTextRoom()) Pace(++answered);
     }
     if (begin == end) begin = end = 0;
   }
@@ -117,7 +119,7 @@ void CLink::Pace(int answered) {
 std::size_t CLink::DeliverableBytes(const char* data, std::size_t bytes) {
   std::size_t used = std::min(m_nPassOn, bytes);
   m_nPassOn -= used;
-  if (used > 0 && m_core.Listens()) return used;
+  if (used > 0 && m_owner.Listens()) return used;
   while (bytes - used >= kPackHeadBytes) {
     if (!CNetWorkPackHead::IsValid(data + used)) return bytes;
     const std::size_t packet = CNetWorkPackHead::BodyLength(data + used) + kPackHeadBytes;
@@ -127,7 +129,7 @@ std::size_t CLink::DeliverableBytes(const char* data, std::size_t bytes) {
       break;
     }
     used += std::min(packet, bytes - used);
-    if (m_core.Listens()) break;
+    if (m_owner.Listens()) break;
   }
   return used;
 }
@@ -135,7 +137,7 @@ std::size_t CLink::DeliverableBytes(const char* data, std::size_t bytes) {
 // Returns false when nothing more can be read from the link.
 bool CLink::DeliverChunk(const char* data, std::size_t bytes) {
   if (!m_pLane->Enter()) return false;
-  bool goOn = !m_core.IsStopping();
+  bool goOn = !m_owner.IsStopping();
   // A parser that serves a newer link has no use for this one's bytes.
   if (goOn && m_pParser->m_ullLinkSerial == m_ullSerial) {
     try {
@@ -150,14 +152,14 @@ bool CLink::DeliverChunk(const char* data, std::size_t bytes) {
 
 void CLink::Announce(int code) {
   try {
-    m_core.Sink().DealNetMsg(m_nIP, m_nPort, code, 0, nullptr, 0);
+    m_owner.Sink().DealNetMsg(m_nIP, m_nPort, code, 0, nullptr, 0);
   } catch (...) {  // as above
   }
 }
 
 void CLink::MarkDown() {
   if (!m_bUp.Exchange(false)) return;
-  m_core.NoteDown();
+  m_owner.NoteDown();
   m_pSocket->Shutdown();
   m_queue.Close();
 }
@@ -187,7 +189,7 @@ bool CLinkShell::IsLink() const {
 }
 
 bool CLinkShell::WaitSendRoom(int ms) {
-  if (CNetWorkCore::IsLayerThread()) return true;
+  if (LayerThread().m_bOfLayer) return true;
   const std::shared_ptr<CLink> link = Link();
   return link == nullptr || link->Queue().WaitRoom(ms);
 }

@@ -10,15 +10,14 @@
 #include "platform/SharedWord.h"
 
 class CAddressLane;
-class CNetWorkCore;
-class IDealNetData;
+class ILinkOwner;
 class IStreamSocket;
 
 /// One live connection: its socket, its queue and the loops of its two
 /// threads. Shared by those threads and by everyone who is sending on it.
 class CLink : public std::enable_shared_from_this<CLink> {
  public:
-  CLink(CNetWorkCore& core, std::unique_ptr<IStreamSocket> socket, std::uint64_t serial,
+  CLink(ILinkOwner& owner, std::unique_ptr<IStreamSocket> socket, std::uint64_t serial,
         std::shared_ptr<CAddressLane> lane);
   CLink(const CLink&) = delete;
   CLink& operator=(const CLink&) = delete;
@@ -27,6 +26,9 @@ class CLink : public std::enable_shared_from_this<CLink> {
   unsigned int IP() const { return m_nIP; }
   int Port() const { return m_nPort; }
   bool IsUp() const { return m_bUp; }
+
+  /// True once the link has a parser: its set-up is over for what others send.
+  bool IsServed() const { return m_bServed; }
   CSendQueue& Queue() { return m_queue; }
   const std::shared_ptr<CAddressLane>& Lane() const { return m_pLane; }
 
@@ -46,7 +48,7 @@ class CLink : public std::enable_shared_from_this<CLink> {
   std::size_t DeliverableBytes(const char* data, std::size_t bytes);
   void Announce(int code);
 
-  CNetWorkCore& m_core;  // alive as long as the link's threads, which hold it
+  ILinkOwner& m_owner;  // alive as long as the link's threads, which hold it
   const std::unique_ptr<IStreamSocket> m_pSocket;
   const std::uint64_t m_ullSerial;
   const unsigned int m_nIP;
@@ -56,6 +58,7 @@ class CLink : public std::enable_shared_from_this<CLink> {
   class CNetBuffer* m_pParser = nullptr;  // delivery thread only; owned by the sink
   std::size_t m_nPassOn = 0;              // delivery thread only; rest of a large packet
   CSharedWord<bool> m_bUp = true;
+  CSharedWord<bool> m_bServed = false;
 };
 
 /// What users of a connection hold: small, and alive until the manager dies.

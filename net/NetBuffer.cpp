@@ -22,8 +22,6 @@ namespace {
 // A gathered packet's memory is kept for the next one up to this size.
 constexpr std::size_t kKeepBytes = 1 << 20;
 
-constexpr std::size_t kMostSharedBytes = std::size_t{128} << 20;
-
 std::atomic<std::size_t> sharedBytes{0};  // of large packets, in parsers that share
 
 }  // namespace
@@ -66,7 +64,7 @@ class CNetBuffer::CGathered {
   bool Share(std::size_t room) {
     if (!m_bShares || room <= kKeepBytes) return true;
     const std::size_t more = room - m_nShared;
-    if ((sharedBytes += more) > kMostSharedBytes) {
+    if ((sharedBytes += more) > kMostUnfinishedBytes) {
       sharedBytes -= more;
       return false;
     }

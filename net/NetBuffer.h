@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -8,14 +9,18 @@
 
 class IDealNetData;
 
+/// Bytes that the unfinished large packets of all parsers that share memory
+/// (CNetBuffer::m_bShareMemory) may take together.
+constexpr std::size_t kMostUnfinishedBytes = std::size_t{128} << 20;
+
 /// Cuts the byte stream of one link into packets and delivers each to its
 /// owner's DealNetMsg.
 ///
 /// Memory grows with the bytes received, never with the length that a head
-/// announces. All parsers of a process that share memory (m_bShareMemory) hold
-/// at most 128 MiB of unfinished large packets; one that would need more calls
-/// its link broken. A packet that lies whole in the received chunk is delivered
-/// from there without a copy.
+/// announces, and all parsers of a process that share memory stay within
+/// kMostUnfinishedBytes: one that would need more calls its link broken. A
+/// packet that lies whole in the received chunk is delivered from there without
+/// a copy.
 ///
 /// Threads: DealNetData on one thread at a time; ClearData and the queries on
 /// any thread, also while DealNetData delivers. No lock is held during a

@@ -9,7 +9,9 @@
 #include "net/AddressLane.h"
 #include "net/DealNetData.h"
 #include "net/IOCPBuffer.h"
+#include "net/LayerThread.h"
 #include "net/Link.h"
+#include "net/LinkBinding.h"
 #include "net/Sockets.h"
 #include "platform/System.h"
 
@@ -54,10 +56,6 @@ CNetWorkCore::~CNetWorkCore() {
   for (CIOCPBuffer* buffer : m_vecGiveBack) delete buffer;  // only when no thread could be had
 }
 
-bool CNetWorkCore::IsLayerThread() {
-  return SThread::t_pThis != nullptr;
-}
-
 bool CNetWorkCore::Start(bool listen, int port) {
   if (listen) {
     m_pListener = Sockets().Listen(m_settings.m_strLocalAddress, port);
@@ -91,6 +89,8 @@ bool CNetWorkCore::StartThread(std::shared_ptr<CLink> link, bool delivers,
     core->m_changed.notify_all();
   };
   const bool started = System().StartThread([self, leave, run = std::move(body)] {
+    LayerThread().m_bOfLayer = true;
+    if (self->m_bDelivers) LayerThread().m_pDelivers = self->m_pLink.get();
     SThread::t_pThis = &*self;
     run();
     SThread::t_pThis = nullptr;
@@ -224,7 +224,7 @@ bool CNetWorkCore::Connect(const std::string& host, int port) {
   if (socket == nullptr) return false;
   const std::shared_ptr<CLink> link = AddLink(std::move(socket));
   if (link == nullptr) return false;
-  if (!IsLayerThread()) {  // a callback may hold the lane that the set-up needs
+  if (!LayerThread().m_bOfLayer) {  // a callback may hold the lane that the set-up needs
     Lock lock(m_mutex);
     m_changed.wait(lock, [&] {
       return std::none_of(m_links.begin(), m_links.end(), [&](const SEntry& entry) {
@@ -241,22 +241,48 @@ std::vector<ILinkInfo*> CNetWorkCore::LiveLinks() {
   std::vector<ILinkInfo*> live;
   const std::lock_guard<std::mutex> guard(m_mutex);
   for (SEntry& entry : m_links) {
-    if (!entry.m_pLink->IsUp()) continue;
-    if (entry.m_pShell == nullptr) entry.m_pShell = m_pShells->Add(entry.m_pLink);
-    live.push_back(entry.m_pShell);
+    if (entry.m_pLink->IsUp()) live.push_back(Shell(entry));
   }
   return live;
 }
 
-bool CNetWorkCore::SendText(unsigned int ip, int port, const char* data, std::size_t bytes) {
-  std::shared_ptr<CLink> link;
-  {
-    const std::lock_guard<std::mutex> guard(m_mutex);
-    for (const SEntry& entry : m_links) {
-      const CLink& each = *entry.m_pLink;
-      if (each.IsUp() && each.IP() == ip && each.Port() == port) link = entry.m_pLink;
-    }
+// Called under m_mutex.
+ILinkInfo* CNetWorkCore::Shell(SEntry& entry) {
+  if (entry.m_pShell == nullptr) entry.m_pShell = m_pShells->Add(entry.m_pLink);
+  return entry.m_pShell;
+}
+
+ILinkInfo* CNetWorkCore::LinkInfo(unsigned int ip, int port) {
+  const std::shared_ptr<CLink> link = Target(ip, port);
+  const std::lock_guard<std::mutex> guard(m_mutex);
+  for (SEntry& entry : m_links) {
+    if (entry.m_pLink == link) return Shell(entry);
   }
+  return nullptr;
+}
+
+// A link has the address and port of an earlier one when its client used the
+// same port again, and the earlier one's callback may still be running: what
+// that sends is not meant for the new one. Nor is anything else before the new
+// one has a parser.
+std::shared_ptr<CLink> CNetWorkCore::Target(unsigned int ip, int port) const {
+  std::shared_ptr<CLink> link;
+  if (CLinkBinding::Find(ip, link)) return link;
+  const auto isNamed = [&](const CLink& each) { return each.IP() == ip && each.Port() == port; };
+  const SThread* const own = SThread::t_pThis;
+  if (own != nullptr && own->m_pCore == this && own->m_bDelivers && isNamed(*own->m_pLink)) {
+    return own->m_pLink;
+  }
+  const std::lock_guard<std::mutex> guard(m_mutex);
+  for (const SEntry& entry : m_links) {
+    const CLink& each = *entry.m_pLink;
+    if (each.IsUp() && each.IsServed() && isNamed(each)) link = entry.m_pLink;
+  }
+  return link;
+}
+
+bool CNetWorkCore::SendText(unsigned int ip, int port, const char* data, std::size_t bytes) {
+  const std::shared_ptr<CLink> link = Target(ip, port);
   return link != nullptr && link->Queue().PushText(data, bytes) == CSendQueue::EPush::kTaken;
 }
 

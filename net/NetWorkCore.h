@@ -11,14 +11,13 @@
 #include <vector>
 
 #include "net/AddressRange.h"
+#include "net/LinkOwner.h"
 #include "platform/SharedWord.h"
 
 class CAddressLane;
 class CIOCPBuffer;
-class CLink;
 class CLinkShell;
 class CLinkShells;
-class IDealNetData;
 class IListenSocket;
 class ILinkInfo;
 class IStreamSocket;
@@ -39,13 +38,13 @@ struct SNetWorkSettings {
 ///
 /// Threads of a core: one accepts (when it listens), one gives back buffers
 /// that no link took, and two for each link, one delivering, one sending.
-class CNetWorkCore : public std::enable_shared_from_this<CNetWorkCore> {
+class CNetWorkCore : public ILinkOwner, public std::enable_shared_from_this<CNetWorkCore> {
  public:
   CNetWorkCore(IDealNetData& sink, const SNetWorkSettings& settings,
                std::shared_ptr<CLinkShells> shells);
   CNetWorkCore(const CNetWorkCore&) = delete;
   CNetWorkCore& operator=(const CNetWorkCore&) = delete;
-  ~CNetWorkCore();
+  ~CNetWorkCore() override;
 
   /// Starts the threads. @param listen whether to listen on `port`
   bool Start(bool listen, int port);
@@ -53,6 +52,9 @@ class CNetWorkCore : public std::enable_shared_from_this<CNetWorkCore> {
 
   bool Connect(const std::string& host, int port);
   std::vector<ILinkInfo*> LiveLinks();
+
+  /// The link that SendText would send to; null if there is none.
+  ILinkInfo* LinkInfo(unsigned int ip, int port);
   bool SendText(unsigned int ip, int port, const char* data, std::size_t bytes);
 
   /// Gives `buffer` back on a thread of the layer.
@@ -69,15 +71,12 @@ class CNetWorkCore : public std::enable_shared_from_this<CNetWorkCore> {
   /// True when no thread is left.
   bool HasEnded() const;
 
-  /// True on any thread of any core.
-  static bool IsLayerThread();
-
-  // For links.
-  IDealNetData& Sink() { return m_sink; }
-  bool IsStopping() const { return m_bStopping; }
-  bool Listens() const { return m_bListens; }
-  void NoteSetUp(const CLink& link);
-  void NoteDown() { m_nLive += -1; }
+  // ILinkOwner.
+  IDealNetData& Sink() override { return m_sink; }
+  bool IsStopping() const override { return m_bStopping; }
+  bool Listens() const override { return m_bListens; }
+  void NoteSetUp(const CLink& link) override;
+  void NoteDown() override { m_nLive += -1; }
 
  private:
   struct SThread;
@@ -92,6 +91,8 @@ class CNetWorkCore : public std::enable_shared_from_this<CNetWorkCore> {
   std::shared_ptr<CLink> AddLink(std::unique_ptr<IStreamSocket> socket);
   std::shared_ptr<CLink> RegisterLink(std::unique_ptr<IStreamSocket> socket,
                                       std::shared_ptr<CLink>& older);
+  std::shared_ptr<CLink> Target(unsigned int ip, int port) const;
+  ILinkInfo* Shell(SEntry& entry);
   void RunLink(CLink& link, std::shared_ptr<CLink> older, std::uint64_t turn);
   bool HasLink(const CLink& link) const;
   void RemoveLink(const CLink& link);

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <utility>
 
+#include "net/AddressText.h"
 #include "net/DealNetData.h"
 #include "net/IOCPBuffer.h"
 #include "net/Link.h"
@@ -90,6 +91,11 @@ std::vector<ILinkInfo*> CNetWorkManageEx::GetAllLinkInfo() const {
   return core != nullptr ? core->LiveLinks() : std::vector<ILinkInfo*>();
 }
 
+ILinkInfo* CNetWorkManageEx::GetLinkInfo(unsigned int ip, int port) const {
+  const std::shared_ptr<CNetWorkCore> core = Core();
+  return core != nullptr ? core->LinkInfo(ip, port) : nullptr;
+}
+
 bool CNetWorkManageEx::DirectSendData(ILinkInfo* link, CIOCPBuffer* buf) {
   if (buf == nullptr) return false;
   const std::shared_ptr<CNetWorkCore> core = Core();
@@ -137,6 +143,5 @@ void CNetWorkManageEx::Stop() {
 }
 
 std::string CNetWorkManageEx::TransIP(unsigned int ip) {
-  return std::to_string(ip >> 24) + '.' + std::to_string(ip >> 16 & 0xff) + '.' +
-         std::to_string(ip >> 8 & 0xff) + '.' + std::to_string(ip & 0xff);
+  return AddressText(ip);
 }

@@ -63,6 +63,11 @@ class KQFT_API CNetWorkManageEx {
   /// Links that are up, oldest first.
   std::vector<ILinkInfo*> GetAllLinkInfo() const;
 
+  /// The link with this remote address and port, chosen as by SendText. Inside
+  /// a callback or under a CLinkBinding it may be down already.
+  /// @return null if there is none
+  ILinkInfo* GetLinkInfo(unsigned int ip, int port) const;
+
   /// Queues the first m_nDataLen bytes of `buf`. Takes the buffer whatever
   /// the result; ReleaseIOCPBuffer gives it back once. Never blocks. What is
   /// queued by DirectSendData and SendText leaves in the order of the calls.
@@ -70,7 +75,10 @@ class KQFT_API CNetWorkManageEx {
   bool DirectSendData(ILinkInfo* link, CIOCPBuffer* buf);
 
   /// Sends `len` bytes, a complete packet, to the link (ip, port). The bytes
-  /// are sent or copied before it returns. Never blocks.
+  /// are sent or copied before it returns. Never blocks. Reaches no link that
+  /// CreateNetBuffer was not called for yet. Inside a callback of a link with
+  /// this address and port it reaches that very link or none, never a newer
+  /// one; a CLinkBinding promises more.
   /// @return false when there is no such link, or when more than 64 MiB of
   ///         such bytes wait on it already.
   bool SendText(unsigned int ip, int port, const char* data, int len);

@@ -15,6 +15,7 @@ class KQFT_API ITransNet {
   virtual ~ITransNet() = default;
 
   /// The link with this remote address and port, up or not; null if none.
+  /// While a message is handled, the one on which it came.
   virtual ILinkInfo* GetLinkInfo(unsigned int ip, int port) = 0;
 
   /// Queues a buffer; it belongs to the network layer from now on, whatever

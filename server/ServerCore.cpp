@@ -6,8 +6,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "net/LinkBinding.h"
 #include "net/LinkEvents.h"
-#include "net/LinkInfo.h"
 #include "net/NetBuffer.h"
 #include "net/NetWorkManageEx.h"
 #include "platform/KQFile.h"
@@ -100,12 +100,16 @@ bool CKQFileTransServiceServer::DealNetMsg(unsigned int ip, int port, int code, 
       AnnounceLink("new client:", ip, port);
       AddClientManage(ip, port);
       break;
-    default:
+    default: {
       m_nAsking += 1;
       CTransClient* const session = GetClientManage(ip, port);
       m_nAsking += -1;
+      if (session == nullptr) break;
+      // The session may have been given another link's port meanwhile.
+      const CLinkBinding answers;
       // Outside the registry's lock: a long request delays its own link only.
-      if (session != nullptr) session->DealNetMsg(ip, port, code, bodyLen, body, extra);
+      session->DealNetMsg(ip, port, code, bodyLen, body, extra);
+    }
   }
   return true;
 }
@@ -143,11 +147,7 @@ CNetBuffer* CKQFileTransServiceServer::CreateNetBuffer(unsigned int ip, int port
 }
 
 ILinkInfo* CKQFileTransServiceServer::GetLinkInfo(unsigned int ip, int port) {
-  if (m_pPrimaryNetWork == nullptr) return nullptr;
-  for (ILinkInfo* const link : m_pPrimaryNetWork->GetAllLinkInfo()) {
-    if (link->GetIP() == ip && link->GetPort() == port) return link;
-  }
-  return nullptr;
+  return m_pPrimaryNetWork != nullptr ? m_pPrimaryNetWork->GetLinkInfo(ip, port) : nullptr;
 }
 
 bool CKQFileTransServiceServer::SendText(ILinkInfo* link, CIOCPBuffer* buf) {

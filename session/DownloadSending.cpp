@@ -10,6 +10,7 @@
 #include <new>
 #include <string_view>
 
+#include "net/LinkBinding.h"
 #include "net/LinkInfo.h"
 #include "net/TransNet.h"
 #include "platform/ByteOrder.h"
@@ -35,6 +36,7 @@ struct CTransClient::SSendRun {
   std::uint64_t m_ullLinkEpoch = 0;
   std::uint64_t m_ullRun = 0;
   int m_nLinkPort = 0;
+  ILinkInfo* m_pLink = nullptr;          // the network's; null when there was none
   std::shared_ptr<CFileHandle> m_pFile;  // null when it was closed at once
   std::string m_strPath;
   KQLonglong m_llPosition = 0;  // of the next packet's first data byte
@@ -107,6 +109,7 @@ bool CTransClient::StartSender(KQLonglong position, const std::string& path) {
   run->m_pSession = this;
   run->m_pGate = m_pSenderGate;
   run->m_nLinkPort = m_nLinkPort;
+  if (m_pTransNet != nullptr) run->m_pLink = m_pTransNet->GetLinkInfo(m_nLinkIP, run->m_nLinkPort);
   run->m_pFile = m_pTransFile->GetHandle();
   run->m_strPath = path;
   run->m_llPosition = position;
@@ -161,13 +164,11 @@ int CTransClient::StreamFile(SSendRun& run) {
   }
   CDataBlock block([] { return new CIOCPBuffer(kSendBufferBytes, true, false, 0); },
                    [](CIOCPBuffer* buffer) { delete buffer; });
-  ILinkInfo* const link =
-      m_pTransNet == nullptr ? nullptr : m_pTransNet->GetLinkInfo(m_nLinkIP, run.m_nLinkPort);
   while (!m_bStopTrans) {
     if (m_bStopService || IsStale(run)) break;
     const int n = run.m_pFile == nullptr ? 0 : block.Read(*run.m_pFile, kReadBlockBytes);
     if (n == 0) return RESULT_OK;
-    if (!SendBuffer(link, block, run)) break;
+    if (!SendBuffer(run.m_pLink, block, run)) break;
   }
   return ERROR_CODE_SEND_STOPPED;
 }
@@ -216,7 +217,9 @@ void CTransClient::FinishRun(const SSendRun& run, int end) {
   }
 }
 
-// To the port the run began with: a link that comes meanwhile is not reached.
+// To the link the run began on: one that comes between the look and the send
+// is not reached.
 void CTransClient::SendToRun(const SSendRun& run, int msgType, const void* body, int nLength) {
+  const CLinkBinding answers(run.m_pLink);
   if (!IsStale(run)) SendFrame(run.m_nLinkPort, msgType, body, nLength);
 }

@@ -10,6 +10,7 @@
 #include "platform/FileConfig.h"
 #include "platform/KQPlatForm.h"
 #include "platform/System.h"
+#include "protocol/LostInfoBounds.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
@@ -23,12 +24,6 @@ constexpr int kFirstSize = 1;                       // sizes from 1, kept on pur
 const char kRangeSection[] = "Lost_Pos";
 const char kRangeKey[] = "lost_info_";
 
-// A corrupt record count must not fill the memory or keep the link busy: no
-// configuration file holds more keys, and some 400,000 ranges fit in this text,
-// beyond what a client could ask to have resent one by one.
-constexpr int kMostRecords = 1000000;
-constexpr int kLargestListBytes = 8 << 20;
-
 std::string SideFilePath(const std::string& path, const std::string& extension) {
   return EU::CExpertUtils::PickDirectory(path, 2) +
          EU::CExpertUtils::EreaseFileExt(EU::CExpertUtils::PickFileName(path)) + extension;
@@ -38,13 +33,13 @@ std::string SideFilePath(const std::string& path, const std::string& extension) 
 // False when they would become too long.
 bool JoinRecords(QFileConfig& config, const std::string& section, const std::string& stem,
                  int first, int count, std::string& joined) {
-  if (count > kMostRecords) return false;
+  if (count > kMostLostRanges) return false;
   for (int i = 0; i < count; ++i) {
     std::string value;
     config.ReadString(section, stem + std::to_string(first + i), value, true);
     joined += value;
     if (i != count - 1) joined += ',';
-    if (joined.size() > kLargestListBytes) return false;
+    if (joined.size() > kMostLostListBytes) return false;
   }
   return true;
 }

@@ -1,11 +1,12 @@
 #!/bin/sh
-# Checks what the compiler does not: which folder may include which, where
-# system headers and questions about the operating system may stand, how long
-# files may be.
+# Checks what the compiler does not: which folder may include which, that no
+# files include each other in a circle, where system headers and questions about
+# the operating system may stand, how long files may be.
 #
 #   tests/check-layers.sh [ROOT]
 #
-# Prints every offence as FILE:LINE: TEXT; exit status 1 when there is one.
+# Prints every offence, circles as their names in a row, all others as
+# FILE:LINE: TEXT; exit status 1 when there is one.
 set -u
 export LC_ALL=C
 cd "${1:-$(dirname "$0")/..}" || exit 2
@@ -38,6 +39,21 @@ system_headers() {
   done
 }
 
+# A header and the source file of its name count as one.
+circles() {
+  sources platform net protocol client session server programs tests | xargs awk -F '"' '
+    /^[ \t]*#[ \t]*include[ \t]*"/ {
+      from = FILENAME
+      sub(/^tests\//, "", from)
+      sub(/\.[a-z]+$/, "", from)
+      if (sub(/\.h$/, "", $2) && $2 != from) print from, $2
+    }' | tsort 2>&1 >/dev/null | awk '
+    function tell() { if (ring != "") print ring " " first "   [include each other in a circle]" }
+    /contains a loop/ { tell(); ring = ""; next }
+    { if (ring == "") first = $2; ring = ring (ring == "" ? "" : " ") $2 }
+    END { tell() }'
+}
+
 long_files() {
   for file in $(sources platform net protocol client session server programs tests); do
     lines=$(wc -l <"$file")
@@ -53,6 +69,7 @@ long_files() {
   allow session protocol net platform
   allow server session protocol net platform
   allow programs server client protocol net platform
+  circles
   system_headers
   long_files
 } >"$offences"

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "net/Sockets.h"
 #include "platform/BriefWait.h"
@@ -24,7 +25,6 @@ namespace {
 
 constexpr int kBacklog = 128;
 constexpr int kMaxSlices = 64;
-constexpr int kNoWake = -1;
 
 // Unsent bytes that the kernel takes beyond what the peer's window allows.
 // More would only hide from the queue how far the peer is behind.
@@ -49,10 +49,19 @@ class CDescriptor {
   int m_fd;
 };
 
+// A descriptor under the number of a standard stream that the host has closed
+// would receive what is meant for that stream.
+int KeepOffStandardStreams(int fd) {
+  if (fd < 0 || fd > STDERR_FILENO) return fd;
+  const int other = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  close(fd);
+  return other;
+}
+
 // An event descriptor that, once written, stays readable.
 class CPosixWake : public IWakeHandle {
  public:
-  CPosixWake() : m_event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+  CPosixWake() : m_event(KeepOffStandardStreams(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))) {}
   bool IsValid() const { return m_event.Get() >= 0; }
   int Get() const { return m_event.Get(); }
   void Wake() override {
@@ -82,15 +91,6 @@ EWait WaitFor(int fd, short events, int wakeFd, int timeoutMs) {
       left = rest > 0 ? static_cast<int>(rest) : 0;
     }
   }
-}
-
-// A socket under the number of a standard stream that the host has closed
-// would receive what is meant for that stream.
-int KeepOffStandardStreams(int fd) {
-  if (fd < 0 || fd > STDERR_FILENO) return fd;
-  const int other = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  close(fd);
-  return other;
 }
 
 void SetOption(int fd, int level, int name, int value) {
@@ -133,21 +133,24 @@ bool Resolve(const std::string& host, in_addr& ip) {
 
 class CPosixStream : public IStreamSocket {
  public:
-  CPosixStream(int fd, const sockaddr_in& remote)
-      : m_socket(fd), m_nIP(ntohl(remote.sin_addr.s_addr)), m_nPort(ntohs(remote.sin_port)) {
+  CPosixStream(int fd, const sockaddr_in& remote, std::unique_ptr<CPosixWake> wake)
+      : m_socket(fd),
+        m_pWake(std::move(wake)),
+        m_nIP(ntohl(remote.sin_addr.s_addr)),
+        m_nPort(ntohs(remote.sin_port)) {
     SetOption(fd, IPPROTO_TCP, TCP_NODELAY, 1);
     SetOption(fd, IPPROTO_TCP, TCP_NOTSENT_LOWAT, kNotSentLowWater);
   }
 
   EIoResult Receive(char* data, std::size_t size, std::size_t& received) override {
     ssize_t n = -1;
-    m_briefWait.Try([&] {
-      n = recv(m_socket.Get(), data, size, MSG_DONTWAIT);
-      return n >= 0;
-    });
-    while (n < 0) {
+    const auto take = [&] {
       n = recv(m_socket.Get(), data, size, 0);
-      if (n < 0 && errno != EINTR) break;
+      return n >= 0 || (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR);
+    };
+    bool over = m_briefWait.Try(take);
+    while (!over && WaitFor(m_socket.Get(), POLLIN, m_pWake->Get(), -1) != EWait::kWoken) {
+      over = take();
     }
     received = n > 0 ? static_cast<std::size_t>(n) : 0;
     return n > 0 ? EIoResult::kDone : EIoResult::kClosed;
@@ -165,7 +168,7 @@ class CPosixStream : public IStreamSocket {
     message.msg_iov = parts;
     message.msg_iovlen = static_cast<std::size_t>(used);
     for (;;) {
-      const ssize_t n = sendmsg(m_socket.Get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+      const ssize_t n = sendmsg(m_socket.Get(), &message, MSG_NOSIGNAL);
       if (n >= 0) {
         sent = static_cast<std::size_t>(n);
         return EIoResult::kDone;
@@ -175,10 +178,13 @@ class CPosixStream : public IStreamSocket {
     }
   }
 
-  void WaitSend(int ms) override { WaitFor(m_socket.Get(), POLLOUT, kNoWake, ms); }
+  void WaitSend(int ms) override { WaitFor(m_socket.Get(), POLLOUT, m_pWake->Get(), ms); }
 
-  // Ends a recv and a poll that wait, too.
-  void Shutdown() override { shutdown(m_socket.Get(), SHUT_RDWR); }
+  // Not every system wakes by shutdown who waits.
+  void Shutdown() override {
+    shutdown(m_socket.Get(), SHUT_RDWR);
+    m_pWake->Wake();
+  }
 
   void SetKeepAlive(int idleMs, int intervalMs, int probes) override {
     SetOption(m_socket.Get(), SOL_SOCKET, SO_KEEPALIVE, 1);
@@ -192,13 +198,17 @@ class CPosixStream : public IStreamSocket {
 
  private:
   CDescriptor m_socket;
-  CBriefWait m_briefWait;  // of Receive
+  const std::unique_ptr<CPosixWake> m_pWake;  // woken by Shutdown
+  CBriefWait m_briefWait;                     // of Receive
   const unsigned int m_nIP;
   const int m_nPort;
 };
 
-std::unique_ptr<IStreamSocket> MakeStream(CDescriptor& fd, const sockaddr_in& remote) {
-  return std::make_unique<CPosixStream>(fd.Release(), remote);
+// Null when no descriptor is left.
+std::unique_ptr<CPosixWake> MakeValidWake() {
+  auto wake = std::make_unique<CPosixWake>();
+  if (!wake->IsValid()) wake.reset();
+  return wake;
 }
 
 class CPosixListener : public IListenSocket {
@@ -218,17 +228,21 @@ class CPosixListener : public IListenSocket {
       if (WaitFor(m_socket.Get(), POLLIN, m_wake.Get(), -1) == EWait::kWoken) {
         return EAcceptResult::kStopped;
       }
+      // Made first: a connection stays in the backlog until there is room for both.
+      std::unique_ptr<CPosixWake> wake = MakeValidWake();
+      if (wake == nullptr) return EAcceptResult::kOutOfResources;
       sockaddr_in remote{};
       socklen_t size = sizeof remote;
-      CDescriptor fd(KeepOffStandardStreams(
-          accept4(m_socket.Get(), reinterpret_cast<sockaddr*>(&remote), &size, SOCK_CLOEXEC)));
+      CDescriptor fd(
+          KeepOffStandardStreams(accept4(m_socket.Get(), reinterpret_cast<sockaddr*>(&remote),
+                                         &size, SOCK_CLOEXEC | SOCK_NONBLOCK)));
       if (fd.Get() < 0) {
         if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
           return EAcceptResult::kOutOfResources;
         }
         continue;  // the connection went away again, or somebody else's signal
       }
-      socket = MakeStream(fd, remote);
+      socket = std::make_unique<CPosixStream>(fd.Release(), remote, std::move(wake));
       return EAcceptResult::kAccepted;
     }
   }
@@ -264,8 +278,9 @@ class CPosixSockets : public ISocketSystem {
     if (port <= 0 || port > 65535 || !ParseLocal(localAddress, localIp) || !Resolve(host, ip)) {
       return nullptr;
     }
+    std::unique_ptr<CPosixWake> streamWake = MakeValidWake();
     CDescriptor fd(MakeSocket());
-    if (fd.Get() < 0) return nullptr;
+    if (fd.Get() < 0 || streamWake == nullptr) return nullptr;
     if (!localAddress.empty()) {
       // The port is chosen at connect, so that one address can reach many
       // servers without running out of ports (ip(7), IP_BIND_ADDRESS_NO_PORT).
@@ -277,8 +292,7 @@ class CPosixSockets : public ISocketSystem {
     if (!FinishConnect(fd.Get(), remote, timeoutMs, static_cast<const CPosixWake&>(wake).Get())) {
       return nullptr;
     }
-    fcntl(fd.Get(), F_SETFL, 0);  // from here on Receive waits
-    return MakeStream(fd, remote);
+    return std::make_unique<CPosixStream>(fd.Release(), remote, std::move(streamWake));
   }
 
   std::unique_ptr<IWakeHandle> MakeWake() override { return std::make_unique<CPosixWake>(); }

@@ -1,6 +1,9 @@
 // Real client, real server: transfers whose ends are cut, stopped, taken over
 // and destroyed while they run.
 
+#include <future>
+
+#include "net/NetWorkPackHead.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "support/Sockets.h"
@@ -67,6 +70,53 @@ TEST_F(TransferLife, ANewerLinkOfAnAddressTakesOverAndIsServedWhole) {
   EXPECT_TRUE(ReadWholeFile(m_dir / "b.dat") == content);
   EXPECT_EQ(m_server.Sessions(), 1U);
   EXPECT_NE(first.Finish(), std::vector<int>{RESULT_OK});  // its end was never acknowledged
+}
+
+// Lets a test act between a session's look at the link and what it sends.
+struct CInterruptedServer : CTestServer {
+  using CTestServer::CTestServer, CTestServer::SendText;
+  ~CInterruptedServer() override { Stop(); }
+  std::string GetFileDir() override {
+    if (m_nGivenTo != 0) AddClientManage(0x7f040005, m_nGivenTo);
+    return CTestServer::GetFileDir();
+  }
+  bool SendText(unsigned int ip, int port, const char* data, int len) override {
+    if (CNetWorkPackHead::Code(data) == NET_STC_TRANSFILEDATA_END) m_beforeEnd();
+    return CTestServer::SendText(ip, port, data, len);
+  }
+
+  CSharedWord<int> m_nGivenTo = 0;  // the port of a link that takes the session over
+  std::function<void()> m_beforeEnd;
+};
+
+TEST_F(TransferLife, AnswersGoToTheLinkOnWhichTheRequestCame) {
+  CInterruptedServer server(m_dir);
+  ASSERT_TRUE(server.Init(0));
+  const std::string question = MakePacket(NET_CTS_GETPRJDIR);
+  const std::string answer = MakePacket(NET_CTS_GETPRJDIR, m_dir.Path());
+  const CRawClient other(server.Port(), "127.4.0.5");
+  ASSERT_TRUE(WaitUntil([&] { return server.Sessions() == 1; }));
+  CRawClient client(server.Port(), "127.4.0.5");
+  const auto isAnswered = [&] {
+    return client.Send(question) && client.Receive(answer.size()) == answer;
+  };
+  ASSERT_TRUE(isAnswered());
+  server.m_nGivenTo = other.LocalPort();
+  EXPECT_TRUE(isAnswered());
+  server.m_nGivenTo = 0;
+  client.Reconnect();
+
+  // A download's end is on its way when its client comes back.
+  WriteWholeFile(m_dir / "file", "");
+  std::promise<bool> back;
+  server.m_beforeEnd = [&] {
+    client.Reconnect();
+    back.set_value(isAnswered());
+  };
+  client.Send(MakePacket(NET_CTS_PREPARETRANS_FILE, Int64(0) + (m_dir / "file")));
+  EXPECT_TRUE(back.get_future().get());
+  server.GetClientManage(0x7f040005, client.LocalPort())->WaitSenders();
+  EXPECT_TRUE(isAnswered());
 }
 
 TEST_F(TransferLife, ServerReadsOnlyALittleAheadOfASlowClient) {

@@ -12,6 +12,7 @@ class CRecordingServer : public CRecordingSink {
   /// No plan runs after it: what plans refer to may die.
   void Stop() { m_manager.Stop(); }
 
+  ILinkInfo* Link() const { return m_manager.GetAllLinkInfo().at(0); }
   int Port() const { return m_manager.GetListenPort(); }
 
   /// Sends on the newest link; closes all links. Both wait for a first one.

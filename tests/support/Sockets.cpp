@@ -18,17 +18,22 @@ sockaddr_in Address(const std::string& host, int port) {
   return address;
 }
 
-int BoundSocket(const std::string& host) {
+int BoundSocket(const std::string& host, int port) {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const sockaddr_in local = Address(host, 0);
+  const sockaddr_in local = Address(host, port);
   EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&local), sizeof local), 0) << host;
   return fd;
 }
 
 }  // namespace
 
-CRawClient::CRawClient(int port, const std::string& from) : m_fd(BoundSocket(from)) {
-  const sockaddr_in server = Address("127.0.0.1", port);
+CRawClient::CRawClient(int port, const std::string& from) : m_nServerPort(port), m_strFrom(from) {
+  Connect(0);
+}
+
+void CRawClient::Connect(int localPort) {
+  m_fd = BoundSocket(m_strFrom, localPort);
+  const sockaddr_in server = Address("127.0.0.1", m_nServerPort);
   const timeval limit{60, 0};
   setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
   EXPECT_EQ(connect(m_fd, reinterpret_cast<const sockaddr*>(&server), sizeof server), 0);
@@ -37,6 +42,21 @@ CRawClient::CRawClient(int port, const std::string& from) : m_fd(BoundSocket(fro
 void CRawClient::Close() {
   if (m_fd >= 0) close(m_fd);
   m_fd = -1;
+}
+
+void CRawClient::Reconnect() {
+  const int port = LocalPort();
+  const linger reset{1, 0};
+  setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+  Close();
+  Connect(port);
+}
+
+int CRawClient::LocalPort() const {
+  sockaddr_in local{};
+  socklen_t size = sizeof local;
+  EXPECT_EQ(getsockname(m_fd, reinterpret_cast<sockaddr*>(&local), &size), 0);
+  return ntohs(local.sin_port);
 }
 
 bool CRawClient::Send(const std::string& bytes) const {

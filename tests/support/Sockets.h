@@ -21,6 +21,14 @@ class CRawClient {
   bool WaitClosed() const;
   void Close();
 
+  /// Breaks the connection and makes a new one from the same port.
+  void Reconnect();
+  int LocalPort() const;
+
  private:
-  int m_fd;
+  void Connect(int localPort);
+
+  const int m_nServerPort;
+  const std::string m_strFrom;
+  int m_fd = -1;
 };

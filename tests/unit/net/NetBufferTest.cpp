@@ -42,7 +42,7 @@ TEST_F(NetBuffer, ClearingDropsThePartialPacketAndEndsARunningDelivery) {
     Receive(begun);
     m_buffer.ClearData();
   }
-  Receive(kSecond);
+  Receive(MakePacket(0) + MakePacket(1) + kSecond);  // the first two are the layer's own
   EXPECT_EQ(m_sink.Packets(), std::vector<Packet>({{2502, "second"}}));
 
   // Clearing from inside the delivery, first of a whole packet, then of one

@@ -5,6 +5,7 @@
 #include <future>
 
 #include "net/IOCPBuffer.h"
+#include "net/LinkBinding.h"
 #include "net/LinkInfo.h"
 #include "support/FakeServer.h"
 #include "support/Sockets.h"
@@ -128,6 +129,36 @@ TEST(NetWorkManageEx, NewerLinkTakesTheParserAndTheOlderIsDiscarded) {
   ASSERT_TRUE(server.WaitFor(2503));
   server.Stop();
   EXPECT_EQ(server.Count(2501), 0U);
+}
+
+TEST(NetWorkManageEx, NothingMeantForALinkReachesANewerOneFromTheSamePort) {
+  CRecordingServer server;
+  std::promise<void> release;
+  std::atomic<bool> answered = true;
+  server.On(2511, [&](const std::string&) {
+    release.get_future().wait();
+    answered = server.Send(2511, "late");
+  });
+  CRawClient client(server.Port(), "127.3.0.27");
+  ASSERT_TRUE(client.Send(MakePacket(2511)));
+  ASSERT_TRUE(server.WaitFor(2511));
+  const ILinkInfo* const first = server.Link();
+  client.Reconnect();
+  ASSERT_TRUE(WaitUntil([&] { return !first->IsLink(); }));  // the new link is there
+  EXPECT_FALSE(server.Send(2512, "too early for it"));
+  release.set_value();
+  ASSERT_TRUE(server.WaitFor(1, 2));
+  EXPECT_FALSE(answered);
+  {
+    const CLinkBinding bound(first);
+    EXPECT_FALSE(server.Send(2512, "bound"));
+  }
+  {
+    const CLinkBinding nowhere(nullptr);
+    EXPECT_FALSE(server.Send(2512, "nowhere"));
+  }
+  EXPECT_TRUE(server.Send(2513, "new"));
+  EXPECT_EQ(client.Receive(23), MakePacket(2513, "new"));
 }
 
 TEST(NetWorkManageEx, LinksOfOneAddressTakeTurnsAndOthersDoNotWait) {

@@ -1,0 +1,14 @@
+#pragma once
+
+class CLink;
+class CLinkBinding;
+
+/// What the network layer knows of a thread.
+struct SLayerThread {
+  bool m_bOfLayer = false;                   ///< a thread of some manager's layer
+  CLink* m_pDelivers = nullptr;              ///< the link whose callbacks it runs; null: none
+  const CLinkBinding* m_pBinding = nullptr;  ///< the innermost; null: none
+};
+
+/// The calling thread's own.
+SLayerThread& LayerThread();

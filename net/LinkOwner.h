@@ -1,0 +1,27 @@
+#pragma once
+
+class CLink;
+class IDealNetData;
+
+/// What a link needs of the run of the layer that it belongs to.
+///
+/// Threads: every operation from any thread.
+class ILinkOwner {
+ public:
+  virtual ~ILinkOwner() = default;
+
+  /// Receives the link's callbacks.
+  virtual IDealNetData& Sink() = 0;
+
+  /// Once true no callback begins any more.
+  virtual bool IsStopping() const = 0;
+
+  /// Whether this side listens: its links carry requests.
+  virtual bool Listens() const = 0;
+
+  /// The set-up of the link has ended, whatever came of it.
+  virtual void NoteSetUp(const CLink& link) = 0;
+
+  /// One link less is up.
+  virtual void NoteDown() = 0;
+};
