@@ -296,6 +296,7 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   void OnLostInfoChanged();
   void OnText(std::string& member, int length, const char* body);
   void OnDeleted(int length, const char* body);
+  bool StoreChunk(std::int64_t position, const char* data, int bytes);
   void ReportWriteFailure(const char* message);
 
   bool SendText(int code, const std::string& body);
@@ -334,7 +335,8 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   std::shared_ptr<CThreadGate> m_pGate;      // constant; workers leave it last
   std::shared_ptr<SRunBook> m_pRunBook;      // constant; guards the change of runs
   CSharedWord<std::uint64_t> m_ullRun = 0;   // word; number of the current run
-  CSharedWord<bool> m_bWriteFailed = false;  // word; received data of this file was lost
+  CSharedWord<bool> m_bWriteFailed = false;           // word; received data of this file was lost
+  CSharedWord<std::int64_t> m_llLostPos = INT64_MAX;  // word; nothing behind it is stored
 };
 
 #pragma pop_macro("SendMessage")

@@ -112,6 +112,7 @@ class CScopedSystem::CPlanned final : public ISystem {
   }
   std::string BootName() override { return std::to_string(m_scope.m_nBoots); }
   std::int64_t Now() override {
+    ++m_scope.m_nClockReads;
     const auto passed =
         (std::chrono::steady_clock::now() - m_scope.m_start) * m_scope.m_nClockFactor.load();
     return m_llStart + m_scope.m_llAdvanced +
@@ -174,6 +175,7 @@ ESystemError CScopedSystem::Begin(EOperation operation, const std::string& path)
   const auto fault = m_plan.m_mapFaults.find({operation, call});
   if (fault == m_plan.m_mapFaults.end()) return ESystemError::kNone;
   ++m_nStruck;
+  if (m_plan.m_bNoMemory) throw std::bad_alloc();
   return fault->second;
 }
 
