@@ -215,7 +215,7 @@ int CommandPut(CSession& session, COutput& output, const SOptions& options) {
   {
     const CInterruptScope scope;
     upload.Run(report.m_vecItems);
-    if (!upload.LastSent().empty()) session.CloseCourteously(upload.LastSent());
+    if (!upload.LastSent().empty()) session.Leave(upload.LastSent());
     session.Stop();
     report.m_llMoved = session.BytesMoved();
   }
