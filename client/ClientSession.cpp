@@ -23,6 +23,7 @@
 #include "platform/ThreadLock.h"
 #include "platform/TimeConvert.h"
 #include "protocol/DataPacket.h"
+#include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 
 namespace {
@@ -161,6 +162,10 @@ bool CKQFileTransServiceClient::SendMessage(int nMsgType, const char* pData, int
     std::memcpy(buffer->m_pBuf + kPackHeadBytes, pData, static_cast<std::size_t>(nLength));
   }
   buffer->m_nDataLen = nLength + kPackHeadBytes;
+  if (nMsgType == NET_CTS_PREPARETRANS_FILE) {  // another file: nothing of it is lost yet
+    m_bWriteFailed = false;
+    m_llLostPos = INT64_MAX;
+  }
   return m_pNetWork->DirectSendData(link, buffer.release());
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include "client/KQFileTransServiceClient.h"
 #include "client/TransferRun.h"
@@ -17,7 +18,6 @@
 #include "platform/KQFile.h"
 #include "platform/KQPlatForm.h"
 #include "platform/System.h"
-#include "platform/ThreadGate.h"
 #include "platform/TimeConvert.h"
 #include "protocol/DataPacket.h"
 #include "protocol/MessageCodes.h"
@@ -78,24 +78,32 @@ bool CKQFileTransServiceClient::HasFreeSpace() const {
 }
 
 void* CKQFileTransServiceClient::ReceiveFile(void* client) {
-  auto* const self = static_cast<CKQFileTransServiceClient*>(client);
-  const std::shared_ptr<CThreadGate> gate = self->m_pGate;
-  self->ReceiveFileFromServer();
-  gate->Leave();  // from here on the client may be gone
+  static_cast<CKQFileTransServiceClient*>(client)->ReceiveFileFromServer();
   return nullptr;
 }
 
 // Does not set m_evTransEnd: the server does, by its answer to the 2503.
+// Whatever happens, the run is finished: callers wait for that.
 void CKQFileTransServiceClient::ReceiveFileFromServer() {
   CTransferRun run;
-  if (!TakeRun(PROCESS_TYPE_CLIENT_DOWNDATA, run)) return;
-  for (std::size_t i = 0; i < run.m_vecKey.size() && !IsTransStopped(); ++i) {
-    const bool received = ReceiveSingleFile(run.m_vecKey[i]);
-    StoreStatus(run, i, run.m_vecKey[i].m_nStatus);
-    if (!received) break;
+  std::size_t i = 0;
+  try {
+    if (!TakeRun(PROCESS_TYPE_CLIENT_DOWNDATA, run)) return;
+    for (; i < run.m_vecKey.size() && !IsTransStopped(); ++i) {
+      const bool received = ReceiveSingleFile(run.m_vecKey[i]);
+      StoreStatus(run, i, run.m_vecKey[i].m_nStatus);
+      if (!received) break;
+    }
+  } catch (...) {  // no memory, as a rule
+    CloseFile();
+    StoreStatus(run, i, ERROR_CODE_CLIENT_SENDCMD);
   }
   if (FinishUnlessStopped(run.m_ullNumber)) return;
-  SendMessage(NET_CTS_TRANS_STOP, nullptr, 0);
+  try {
+    SendMessage(NET_CTS_TRANS_STOP, nullptr, 0);
+  } catch (...) {
+    // The server runs into the end of the link instead.
+  }
   FinishRun(run.m_ullNumber, false);
 }
 
@@ -121,13 +129,17 @@ bool CKQFileTransServiceClient::ReceiveSingleFile(Channel_Key_Value& rec) {
   return received;
 }
 
+// Opened without a look before: a copy that cannot be looked at, or not be
+// opened now, must not pass for a missing one and be emptied.
 bool CKQFileTransServiceClient::OpenTarget(const std::string& local) {
-  const bool exists = CKQPlatForm::IsFileExist(local);
-  if (!exists) {
+  ESystemError error = ESystemError::kNone;
+  std::unique_ptr<ISystemFile> file = System().OpenFile(local, EOpenMode::kUpdate, error);
+  if (file == nullptr && error == ESystemError::kNotFound) {
     WriteLog(kLogPrefix + " CreateAllDir \n");
     EU::CExpertUtils::CreateAllDir(local);
+    file = System().OpenFile(local, EOpenMode::kCreate, error);
   }
-  return UseFile(CFileHandle::Open(local, exists ? "r+b" : "w+b"), local);
+  return UseFile(file == nullptr ? nullptr : std::make_shared<CFileHandle>(std::move(file)), local);
 }
 
 // Data may arrive before the answer: everything it needs is set up by now.
@@ -137,7 +149,6 @@ bool CKQFileTransServiceClient::RequestFile(Channel_Key_Value& rec, std::int64_t
   body += rec.m_strName;
   m_nServerErrorCode = RESULT_OK;
   m_nErrorCode = RESULT_OK;
-  m_bWriteFailed = false;
   m_evReply->ResetKQEvent();
   if (!SendText(NET_CTS_PREPARETRANS_FILE, body)) {
     return RefuseFile(rec, ERROR_CODE_CLIENT_SENDFILECMD, " ERROR_CODE_CLIENT_SENDFILECMD \n");

@@ -31,8 +31,15 @@ struct SRunBook;
 ///
 ///     CKQFileTransServiceClient client;
 ///     client.Init("logs/");
-///     if (client.Connect("10.0.0.5", 9999)) client.UpdateFileToDataService(requestXml);
+///     if (!client.Connect("10.0.0.5", 9999)) ...
+///     if (client.UpdateFileToDataService(requestXml) != RESULT_OK) ...
 ///     while (!client.IsTransFinished()) ...   // GetTrans() tells how far
+///
+/// A file has arrived when its m_nStatus is 1, the link still stands and the
+/// server tells its whole size; GetTrans counts what was sent, or lost on a
+/// full disk, as well. CKQFileTransServiceVisitor judges so, waits for a
+/// server that still finishes an earlier link, and ends an upload such that
+/// the next link need not wait.
 ///
 /// Results are those of protocol/ResultCodes.h: 1 is success.
 ///
@@ -43,8 +50,8 @@ struct SRunBook;
 /// called at any time, from any thread.
 ///
 /// After a request that timed out, its late answer may satisfy the next one.
-/// Whoever goes on after a time-out waits for IsTransFinished, then calls
-/// Stop, Init and Connect.
+/// Whoever goes on after a time-out waits for IsTransFinished, if the start of
+/// the transfer returned 1, then calls Stop, Init and Connect.
 ///
 /// Deriving: protected operations and members are open to hosts. A derived
 /// class calls Stop() in its own destructor, since callbacks come until then.
@@ -79,12 +86,18 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
 
   /// Connects, unless a connection to the same address and port stands. The
   /// address is kept, also after a failure: transfers reconnect with it.
+  /// A server that was sent data from this address answers on the new link
+  /// only after up to about 10 s, longer than GetPrjDir waits; a question that
+  /// timed out is repeated on the same link, as a new one begins that wait
+  /// again. CKQFileTransServiceVisitor::ConnectAndWait does so.
   /// @param strIP dotted address or host name
   /// Blocks: up to 10 s.
   bool Connect(std::string strIP, int nPort);
 
   /// Stops the network layer; Init starts it again. Does not wait for a
-  /// worker: an upload ends by -20, a download by -26 after about 12 s.
+  /// worker: an upload ends by -20, or, when it was waiting for an answer, by
+  /// -19 within 10 s or -21 within 30 s; a download by -26 after about 12 s.
+  /// The state that a -37 leaves behind stays.
   void Stop();
 
   /// False as soon as the link is lost.
@@ -122,7 +135,9 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   /// announced; 0 when nothing is to be done.
   float GetTrans() const;
 
-  /// False from the start of a transfer until its worker has ended.
+  /// False from the start of a transfer until its worker has ended, and
+  /// before the first one. Wait for it only after a start that returned 1: a
+  /// refused one leaves it as it was, and that may be false for good.
   bool IsTransFinished() const;
 
   // Transfers.
@@ -142,8 +157,16 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   /// Blocks: up to 15 s, while it connects and asks.
   int DownFileFromDataService(const std::string& xml);
 
-  /// Asks the running transfer to stop and waits until it has. Files keep
-  /// what has already arrived.
+  /// Asks the running transfer to stop and waits until that is confirmed. The
+  /// worker may still need a moment: wait for IsTransFinished before the next
+  /// transfer. Files keep what has already arrived.
+  ///
+  /// Not for an upload that is filling the gaps of a measurement file whose
+  /// side file names a header length: the rest of the range in hand would be
+  /// reported too far behind, by that length, and the server would forget
+  /// that those bytes are missing. Cut the link by Stop() instead, which
+  /// reports nothing, then wait for IsTransFinished; Init, Connect and the
+  /// same upload go on.
   /// @return 1 when the transfer stopped or none was running; 0 when nothing
   ///         confirmed the stop within 10 000 ms.
   /// Blocks: up to 10 s.
@@ -187,13 +210,14 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   void ReleaseBuffer(CIOCPBuffer* p);
 
   // Upload (Upload.cpp, Resume.cpp). Worker's thread; hosts that call them
-  // themselves do so while no transfer runs.
+  // themselves do so while no transfer runs, and Prepare before
+  // SendFileToServer or ReceiveFileFromServer: without it these do nothing.
 
   /// Connects, refuses while a transfer runs, takes over the request.
   /// @param mode PROCESS_TYPE_CLIENT_UPDATA or PROCESS_TYPE_CLIENT_DOWNDATA
   int Prepare(int mode, const std::string& xml);
 
-  /// Thread entries; started by the operations above only.
+  /// Thread entries of the two workers.
   static void* SendFile(void* client);
   static void* ReceiveFile(void* client);
 
@@ -296,6 +320,7 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   void OnLostInfoChanged();
   void OnText(std::string& member, int length, const char* body);
   void OnDeleted(int length, const char* body);
+  bool StoreChunk(std::int64_t position, const char* data, int bytes);
   void ReportWriteFailure(const char* message);
 
   bool SendText(int code, const std::string& body);
@@ -331,10 +356,11 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   bool RaiseStopReceive();
   bool RaiseStop();
 
-  std::shared_ptr<CThreadGate> m_pGate;      // constant; workers leave it last
-  std::shared_ptr<SRunBook> m_pRunBook;      // constant; guards the change of runs
-  CSharedWord<std::uint64_t> m_ullRun = 0;   // word; number of the current run
-  CSharedWord<bool> m_bWriteFailed = false;  // word; received data of this file was lost
+  std::shared_ptr<CThreadGate> m_pGate;               // constant; workers leave it last
+  std::shared_ptr<SRunBook> m_pRunBook;               // constant; guards the change of runs
+  CSharedWord<std::uint64_t> m_ullRun = 0;            // word; number of the current run
+  CSharedWord<bool> m_bWriteFailed = false;           // word; received data of this file was lost
+  CSharedWord<std::int64_t> m_llLostPos = INT64_MAX;  // word; nothing behind it is stored
 };
 
 #pragma pop_macro("SendMessage")

@@ -1,8 +1,8 @@
 // Receive handler: stores what the server answers and wakes who waits.
 //
 // Runs on the network layer's threads. Every handler stores the fields first,
-// then sets the event, and writes the log while the waiter goes on already; a
-// lost link sets no event.
+// then writes the log, then sets the event: whoever wakes finds both. A lost
+// link sets no event.
 
 #include <algorithm>
 #include <cstdint>
@@ -88,36 +88,36 @@ void CKQFileTransServiceClient::OnPrepareAnswer(int length, const char* body) {
   const std::int64_t held = ReadInt64(body + kResultBytes);
   m_nErrorCode = result;
   m_llServerFilePos = held;
-  m_evReply->SetKQEvent();
   WriteLog("NET_CTS_PREPARETRAN_FILE Rec:" + std::to_string(result) + "::" + std::to_string(held) +
            "\n");
+  m_evReply->SetKQEvent();
 }
 
 void CKQFileTransServiceClient::OnUploadEnd() {
-  m_evFileEnd->SetKQEvent();
   WriteLog("DealNetMsg NET_CTS_TRANSFILEDATA_END \n");
+  m_evFileEnd->SetKQEvent();
 }
 
 void CKQFileTransServiceClient::OnTransStopped() {
-  m_evTransEnd->SetKQEvent();
   WriteLog("DealNetMsg NET_CTS_TRANS_STOP \n");
+  m_evTransEnd->SetKQEvent();
 }
 
 void CKQFileTransServiceClient::OnTotalSize(int length, const char* body) {
   if (length < kTotalSizeBytes) return;
   const std::int64_t total = ReadInt64(body);
   m_TotalTransBytes = total;
-  m_evReply->SetKQEvent();
   WriteLog("DealNetMsg NET_CTS_REQUEST_SERVERFILESIZE m_TotalTransBytes = " +
            std::to_string(total) + "\n");
+  m_evReply->SetKQEvent();
 }
 
 void CKQFileTransServiceClient::OnDownloadAnswer(int length, const char* body) {
   if (length < kResultBytes) return;
   const std::int32_t result = ReadInt32(body);
   m_nErrorCode = result;
-  m_evReply->SetKQEvent();
   WriteLog("DealNetMsg NET_CTS_PREPARETRANS_FILE m_nErrorCode :" + std::to_string(result) + " \n");
+  m_evReply->SetKQEvent();
 }
 
 // The one path that every downloaded byte takes. Whoever closes the file
@@ -128,6 +128,7 @@ void CKQFileTransServiceClient::OnFileData(int length, const char* body) {
   const std::int64_t position = ReadInt64(body);
   if (position < 0) {
     // The text says the opposite of what happened; kept on purpose.
+    m_llLostPos = 0;  // nobody knows where it belongs
     ReportWriteFailure("DealNetMsg NET_STC_TRANSFILEDATA llFilePos >= 0 \n");
     return;
   }
@@ -137,14 +138,24 @@ void CKQFileTransServiceClient::OnFileData(int length, const char* body) {
     return;
   }
   const int bytes = length - kPositionBytes;
-  // Nothing is stored behind a chunk that was lost: the next download goes on
-  // where the file ends.
-  if (m_bWriteFailed || !m_pFile->WriteEx(position, body + kPositionBytes, bytes)) {
+  if (!StoreChunk(position, body + kPositionBytes, bytes)) {
     ReportWriteFailure(
         "DealNetMsg NET_STC_TRANSFILEDATA m_nErrorCode = ERROR_CODE_CLIENT_WRITE \n");
   }
   m_bWriting = false;
   m_llTransBytes += bytes;
+}
+
+// Nothing is stored behind a chunk that was lost, until it comes again: the
+// next download goes on where the file ends.
+bool CKQFileTransServiceClient::StoreChunk(std::int64_t position, const char* data, int bytes) {
+  const std::int64_t lost = m_llLostPos;
+  if (position <= lost && m_pFile->WriteEx(position, data, bytes)) {
+    if (lost != INT64_MAX) m_llLostPos = std::max(lost, position + bytes);
+    return true;
+  }
+  m_llLostPos = std::min(lost, position);
+  return false;
 }
 
 void CKQFileTransServiceClient::ReportWriteFailure(const char* message) {
@@ -158,9 +169,9 @@ void CKQFileTransServiceClient::OnDownloadEnd(int length, const char* body) {
   const std::int32_t endCode = ReadInt32(body);
   if (endCode != RESULT_OK) m_nServerErrorCode = endCode;
   const std::int32_t shown = m_nServerErrorCode;
-  m_evFileEnd->SetKQEvent();
   WriteLog("DealNetMsg NET_STC_TRANSFILEDATA_END m_nServerErrorCode :" + std::to_string(shown) +
            " \n");
+  m_evFileEnd->SetKQEvent();
 }
 
 void CKQFileTransServiceClient::OnServerWriteError(int length, const char* body) {
@@ -179,15 +190,15 @@ void CKQFileTransServiceClient::OnLostInfo(int length, const char* body) {
     const CScopedLock lock(m_pLock);
     m_strLostInfo.assign(body + kResultBytes, static_cast<std::size_t>(length - kResultBytes));
   }
-  m_evReply->SetKQEvent();
   WriteLog("DealNetMsg NET_CTS_GETLOSTINFO m_nErrorCode :" + std::to_string(result) + " \n");
+  m_evReply->SetKQEvent();
 }
 
 // The result in the answer is not stored, on purpose: m_nErrorCode keeps that
 // of the 2500 before, and that is what the requester reads.
 void CKQFileTransServiceClient::OnLostInfoChanged() {
-  m_evReply->SetKQEvent();
   WriteLog("DealNetMsg NET_CTS_CHANGELOSTINFO \n");
+  m_evReply->SetKQEvent();
 }
 
 void CKQFileTransServiceClient::OnText(std::string& member, int length, const char* body) {

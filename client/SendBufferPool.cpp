@@ -66,7 +66,10 @@ bool CKQFileTransServiceClient::SendData(std::int64_t llFilePos, const char* pDa
   while (nLength > 0 && !IsSuperseded()) {
     const int bytes = NextPieceBytes(nLength);
     CIOCPBuffer* const buffer = GetIOCPBuffer();
-    if (buffer == nullptr) return false;
+    if (buffer == nullptr) {  // counts, as every chunk whose send fails
+      m_llTransBytes += bytes;
+      return false;
+    }
     StartDataPacket(*buffer, NET_CTS_TRANSFILEDATA, llFilePos, bytes);
     std::memcpy(buffer->m_pBuf + kDataOffset, pData, static_cast<std::size_t>(bytes));
     if (!SendPiece(link, buffer, bytes)) return false;

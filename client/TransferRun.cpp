@@ -6,13 +6,14 @@
 
 #include "client/TransferRun.h"
 
+#include <functional>
 #include <string>
 #include <utility>
 
 #include "client/KQFileTransServiceClient.h"
 #include "platform/KQEvent.h"
 #include "platform/KQFile.h"
-#include "platform/KQThread.h"
+#include "platform/System.h"
 #include "platform/ThreadGate.h"
 
 namespace {
@@ -59,10 +60,14 @@ bool CKQFileTransServiceClient::TakeRun(int mode, CTransferRun& run) {
   return true;
 }
 
+// The thread leaves the gate, not its entry: hosts may call that themselves.
 bool CKQFileTransServiceClient::StartWorker(void* (*entry)(void*)) {
+  std::function<void()> body = [entry, this, gate = m_pGate] {
+    entry(this);
+    gate->Leave();  // from here on the client may be gone
+  };
   m_pGate->Enter();
-  CKQThread thread;
-  if (thread.CreateKQThread(entry, this)) return true;
+  if (System().StartThread(std::move(body))) return true;
   m_pGate->Leave();
   return false;
 }

@@ -18,7 +18,6 @@
 #include "platform/KQEvent.h"
 #include "platform/KQFile.h"
 #include "platform/System.h"
-#include "platform/ThreadGate.h"
 #include "protocol/DataBlock.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
@@ -82,21 +81,25 @@ int CKQFileTransServiceClient::Prepare(int mode, const std::string& xml) {
 }
 
 void* CKQFileTransServiceClient::SendFile(void* client) {
-  auto* const self = static_cast<CKQFileTransServiceClient*>(client);
-  const std::shared_ptr<CThreadGate> gate = self->m_pGate;
-  self->SendFileToServer();
-  gate->Leave();  // from here on the client may be gone
+  static_cast<CKQFileTransServiceClient*>(client)->SendFileToServer();
   return nullptr;
 }
 
+// Whatever happens, the run is finished: callers wait for that.
 void CKQFileTransServiceClient::SendFileToServer() {
   CTransferRun run;
-  if (!TakeRun(PROCESS_TYPE_CLIENT_UPDATA, run)) return;
-  for (std::size_t i = 0; i < run.m_vecKey.size() && !IsTransStopped(); ++i) {
-    const int result = SendRecord(run.m_vecKey[i]);
-    if (result == RESULT_OK) continue;
-    StoreStatus(run, i, result);
-    break;
+  std::size_t i = 0;
+  try {
+    if (!TakeRun(PROCESS_TYPE_CLIENT_UPDATA, run)) return;
+    for (; i < run.m_vecKey.size() && !IsTransStopped(); ++i) {
+      const int result = SendRecord(run.m_vecKey[i]);
+      if (result == RESULT_OK) continue;
+      StoreStatus(run, i, result);
+      break;
+    }
+  } catch (...) {  // no memory, as a rule
+    LeaveFile();
+    StoreStatus(run, i, ERROR_CODE_CLIENT_SENDCMD);
   }
   FinishRun(run.m_ullNumber, true);
 }
@@ -173,6 +176,10 @@ int CKQFileTransServiceClient::ReadDataAndSend(std::int64_t start, std::int64_t 
   while (true) {
     const std::int64_t wanted = std::min<std::int64_t>(len - done, kReadBlockBytes);
     const int bytes = block.Read(*file, static_cast<int>(std::max<std::int64_t>(wanted, 0)));
+    if (bytes < 0) {  // no buffer: the send of the chunk that it was for has failed
+      m_llTransBytes += NextPieceBytes(wanted);
+      return ERROR_CODE_CLIENT_SENDDATA;
+    }
     if (bytes != wanted) return ERROR_CODE_CLIENT_READ;
     ILinkInfo* const link = m_pLinkInfo;
     if (link == nullptr || !link->IsLink()) return ERROR_CODE_CLIENT_SENDDATA;

@@ -9,7 +9,7 @@ void CThreadGate::Enter() {
 
 void CThreadGate::Leave() {
   const std::lock_guard<std::mutex> lock(m_mutex);
-  --m_nInside;
+  if (m_nInside > 0) --m_nInside;
   if (m_nInside == 0) m_condition.notify_all();
 }
 

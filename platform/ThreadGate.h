@@ -11,6 +11,8 @@
 class CThreadGate {
  public:
   void Enter();
+
+  /// Without an Enter before it does nothing.
   void Leave();
   void WaitEmpty();
 

@@ -82,22 +82,50 @@ LD_LIBRARY_PATH=$(pkg-config --variable=libdir KQFileTransService)
 export LD_LIBRARY_PATH
 (cd "$work" && app/host)
 
-printf 'measured' >"$work/run1.tm"
-for app in "$work/app/build/app" "$work/app/app"; do
-  rm -rf "$work/projects/Demo"
+# start_server BLOCKS: sets $server and $port; it cannot write longer files.
+start_server() {
   : >"$work/ready"
-  "$work/prefix/bin/kqft-server" --dir "$work/projects" --log-dir "$work/log" --port 0 \
-    --listen 127.0.0.1 --no-confine >/dev/null 2>"$work/ready" &
+  (
+    ulimit -f "$1"
+    exec "$work/prefix/bin/kqft-server" --dir "$work/projects" --log-dir "$work/log" --port 0 \
+      --listen 127.0.0.1 --no-confine
+  ) >/dev/null 2>"$work/ready" &
   server=$!
   while ! grep -q '^listening on ' "$work/ready"; do
     kill -0 "$server"
     sleep 0.05
   done
-  "$app" 127.0.0.1 "$(sed 's/.*:\([0-9]*\) .*/\1/' "$work/ready")" "$work/run1.tm" 2>/dev/null
-  cmp "$work/run1.tm" "$work/projects/Demo/run1.tm"
-  # A server of its own for each: a plain client leaves it busy for a while.
+  port=$(sed 's/.*:\([0-9]*\) .*/\1/' "$work/ready")
+}
+
+stop_server() {
   kill "$server"
   wait "$server"
   server=
+}
+
+# One server that keeps running: each run begins while it could still be busy
+# with the one before. A file without bytes counts as well.
+start_server unlimited
+for app in "$work/app/build/app" "$work/app/app" "$work/app/app"; do
+  for bytes in 700000 0; do
+    head -c "$bytes" /dev/urandom >"$work/run1.tm"
+    rm -rf "$work/projects/Demo"
+    "$app" 127.0.0.1 "$port" "$work/run1.tm" 2>/dev/null
+    cmp "$work/run1.tm" "$work/projects/Demo/run1.tm"
+  done
 done
+stop_server
+
+# A server that can store a part only: that is no success.
+start_server 256
+head -c 700000 /dev/urandom >"$work/run1.tm"
+rm -rf "$work/projects/Demo"
+if "$work/app/app" 127.0.0.1 "$port" "$work/run1.tm" 2>/dev/null; then
+  echo "half a file passed for a whole one"
+  exit 1
+fi
+held=$(wc -c <"$work/projects/Demo/run1.tm")
+[ "$held" -gt 0 ] && [ "$held" -lt 700000 ]
+stop_server
 echo "the installed tree serves"

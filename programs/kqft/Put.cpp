@@ -302,8 +302,7 @@ int CommandPut(CSession& session, COutput& output, const SOptions& options) {
   {
     const CInterruptScope scope;
     upload.Run(report.m_vecItems);
-    if (!upload.LastSent().empty() && upload.IsLinkClean())
-      session.CloseCourteously(upload.LastSent());
+    if (!upload.LastSent().empty() && upload.IsLinkClean()) session.Leave(upload.LastSent());
     session.Stop();
     report.m_llMoved = session.BytesMoved();
   }

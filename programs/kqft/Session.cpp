@@ -1,4 +1,4 @@
-// Session: the library's client with the manners of a good guest.
+// Session: the library's client with the care that a person expects.
 
 #include "programs/kqft/Session.h"
 
@@ -23,19 +23,13 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kPatience(1500);  // a longer wait is explained
-constexpr milliseconds kLateAnswers(1000);
 constexpr int kMomentMs = 5;
 constexpr milliseconds kConfirmation(200);
-constexpr int kWarmUpTries = 4;
 constexpr int kFileEndWaitMs = 30000;
-constexpr int kCourtesyWaitMs = 5000;
 constexpr std::chrono::seconds kSizeWait(30);
 constexpr std::size_t kSizeWindow = 64;  // questions on their way at a time
 constexpr std::size_t kResultBytes = 4;
 constexpr int kTotalSizeBytes = 8;
-
-// No project has this name; asking for its files costs the server nothing.
-const std::string kNoSuchProject = "no-such-project";
 
 // The second of three fields is not empty.
 bool NamesRanges(const std::string& text) {
@@ -92,37 +86,15 @@ int CSession::Open() {
       return ERROR_CODE_CLIENT_CONNECT;
     }
   }
-  return WarmUp();
+  const CWaitNotice notice(m_output, "waiting for " + m_place.Text() +
+                                         ": it first finishes what an earlier connection left "
+                                         "(usually up to 10 s)");
+  return WaitUntilServed();
 }
 
 int CSession::Reopen() {
   Abort();
   return Open();
-}
-
-// A server that still finishes an earlier link of this address answers late.
-// A repeated question goes out on the same link: a new one would start that
-// wait again. The pause lets the answers to the earlier ones pass by.
-int CSession::WarmUp() {
-  const CWaitNotice notice(m_output, "waiting for " + m_place.Text() +
-                                         ": it first finishes what an earlier connection left "
-                                         "(usually up to 10 s)");
-  std::string ignored;
-  for (int i = 0; i < kWarmUpTries; ++i) {
-    const int result = Checked(GetServerPrjFileList(kNoSuchProject, ignored));
-    if (result == RESULT_OK && i > 0) std::this_thread::sleep_for(kLateAnswers);
-    if (result != ERROR_CODE_TIMEOUT) return result;
-  }
-  return ERROR_CODE_TIMEOUT;
-}
-
-// Writing to an impossible position is how a client tells the session that no
-// write of its is under way; only then does the server let go at once.
-void CSession::CloseCourteously(const std::string& serverName) {
-  if (!IsConnect() || PrepareTransFile(serverName, false) != RESULT_OK) return;
-  SendData(-1, "x", 1);
-  m_evFileEnd->ResetKQEvent();
-  if (SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0)) m_evFileEnd->Wait(kCourtesyWaitMs);
 }
 
 int CSession::AskDirectory(std::string& directory) {
@@ -170,6 +142,7 @@ int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::i
       result = ERROR_CODE_CLIENT_CONNECT;
     } else if (!m_changed.wait_for(lock, kSizeWait, moved)) {
       result = ERROR_CODE_WAIT_FILESIZE;
+      m_evReply->ResetKQEvent();  // Leave is not to wait once more
     }
   }
   m_nAsked = 0;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "client/KQFileTransServiceClient.h"
+#include "client/KQFileTransServiceVisitor.h"
 
 class COutput;
 
@@ -35,15 +35,14 @@ struct SLostAnswer {
   std::string m_strTold;
 };
 
-/// The client of the library, used with the care that a person expects: a
-/// lost link wakes whoever waits, a busy server is waited for and the wait is
-/// explained, a session is left such that the server is free at once.
+/// The visitor of the library, used with the care that a person expects: a
+/// lost link wakes whoever waits, and a long wait is explained.
 ///
 /// Results are the library's: 1, or a negative code; -14 also when the link
 /// went while an answer was awaited.
 ///
 /// Threads: one thread uses it; the network layer calls the overrides.
-class CSession : public CKQFileTransServiceClient {
+class CSession : public CKQFileTransServiceVisitor {
  public:
   CSession(const SServerPlace& place, COutput& output);
   ~CSession() override;
@@ -56,10 +55,6 @@ class CSession : public CKQFileTransServiceClient {
   /// Ends the transfer and the connection, if any, and opens a new one: after
   /// a request that timed out, late answers would satisfy the next ones.
   int Reopen();
-
-  /// Leaves the server free at once: a session that has stored data otherwise
-  /// holds it up for 5 s. Call with the last file sent, before the end.
-  void CloseCourteously(const std::string& serverName);
 
   // Questions.
   int AskDirectory(std::string& directory);
@@ -133,7 +128,6 @@ class CSession : public CKQFileTransServiceClient {
 
  private:
   int Checked(int result) const;
-  int WarmUp();
   bool StopConfirmed();
   bool TakeLostInfo(std::string& body);
   void KeepSize(std::int64_t size);

@@ -29,6 +29,7 @@ class CTestClient : public CKQFileTransServiceClient {
   using Base::m_mapBuffer, Base::m_nBufReleased, Base::m_nBufTaken;
   using Base::m_nErrorCode, Base::m_pFile, Base::m_nServerErrorCode, Base::m_nTransState;
   using Base::m_strLogPath, Base::m_strLostInfo, Base::m_strPrjDir;
+  using Base::ReceiveFile, Base::SendFile;
   using Base::SendData, Base::SendMessage, Base::StopReceiveData, Base::WriteLog;
 
   /// Delivers a message as the network would, from memory that ends with it.

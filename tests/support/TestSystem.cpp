@@ -119,6 +119,7 @@ class CScopedSystem::CPlanned final : public ISystem {
     return m_scope.m_strMachine;
   }
   std::int64_t Now() override {
+    ++m_scope.m_nClockReads;
     const auto passed =
         (std::chrono::steady_clock::now() - m_scope.m_start) * m_scope.m_nClockFactor.load();
     return m_llStart + m_scope.m_llAdvanced +
@@ -181,6 +182,7 @@ ESystemError CScopedSystem::Begin(EOperation operation, const std::string& path)
   const auto fault = m_plan.m_mapFaults.find({operation, call});
   if (fault == m_plan.m_mapFaults.end()) return ESystemError::kNone;
   ++m_nStruck;
+  if (m_plan.m_bNoMemory) throw std::bad_alloc();
   return fault->second;
 }
 

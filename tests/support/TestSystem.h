@@ -30,6 +30,9 @@ class CFaultPlan {
     return Fail(operation, k, error);
   }
 
+  /// Failures strike as std::bad_alloc.
+  CFaultPlan& OutOfMemory() { return Set(m_bNoMemory, true); }
+
   /// Failures count and strike only calls whose path begins so.
   CFaultPlan& Below(const std::string& path) { return Set(m_strBelow, path); }
 
@@ -59,6 +62,7 @@ class CFaultPlan {
 
   std::map<std::pair<EOperation, int>, ESystemError> m_mapFaults;
   bool m_bForGood = false;
+  bool m_bNoMemory = false;
   std::string m_strBelow;
   std::int64_t m_llDiskBytes = INT64_MAX;
   std::int64_t m_llTransferBytes = INT64_MAX;
@@ -101,6 +105,9 @@ class CScopedSystem {
   /// Milliseconds that Sleep was asked for so far, all threads together.
   std::int64_t SleptMilliseconds() const { return m_llSlept; }
 
+  /// How often the clock was read so far.
+  int ClockReads() const { return m_nClockReads; }
+
  private:
   class CPlanned;
   class CPlannedFile;
@@ -119,6 +126,7 @@ class CScopedSystem {
   std::string m_strMachine = "here";              // guarded by m_mutex
   std::atomic<int> m_nBoots{0};
   std::atomic<std::int64_t> m_llSlept{0};
+  std::atomic<int> m_nClockReads{0};
   std::atomic<std::int64_t> m_llAdvanced{0};
   const std::unique_ptr<ISystem> m_pSystem;
   ISystem* const m_pBefore;

@@ -66,6 +66,36 @@ TEST_F(Download, FirstFailureEndsTheDownloadWithItsCode) {
   m_server.Stop();
 }
 
+TEST_F(Download, CopyThatCannotBeLookedAtIsKept) {
+  m_server.Answer(2504, Int64(4));
+  m_server.Answer(2505, Int32(-7));
+  m_client.File("kept", "kept");
+  for (const auto& [failing, status] :
+       {std::pair(EOperation::kQuery, -7), std::pair(EOperation::kOpen, -23)}) {
+    m_system.Follow(
+        CFaultPlan().Fail(failing, 1, ESystemError::kTooMany).Below(m_client.m_files.Path()));
+    EXPECT_EQ(m_client.Download({"kept"}), Statuses{status});
+    EXPECT_EQ(ReadWholeFile(m_client.m_files / "kept"), "kept");
+  }
+}
+
+TEST_F(Download, EveryPacketStartsANewStallPeriod) {
+  m_system.Follow(CFaultPlan().ClockFaster(3));
+  m_server.Answer(2504, Int64(3));
+  ASSERT_EQ(m_client.StartDownload({"a"}), 1);
+  ASSERT_TRUE(m_server.WaitFor(2505));
+  for (std::int64_t i = 0; i < 3; ++i) {
+    m_server.Send(2506, Int64(i) + "x");
+    ASSERT_TRUE(WaitUntil([&] { return m_client.m_llTransBytes == i + 1; }));
+    m_system.AdvanceClock(11);
+    const int reads = m_system.ClockReads();  // the worker's: it looks at the clock
+    ASSERT_TRUE(WaitUntil([&] { return m_system.ClockReads() >= reads + 2; }));
+    ASSERT_FALSE(m_client.IsTransFinished());
+  }
+  m_system.AdvanceClock(11);
+  EXPECT_EQ(m_client.Finish(), Statuses{-26});
+}
+
 TEST_F(Download, FreeSpaceMustHoldTheWholeRequest) {
   const std::int64_t cases[][3] = {{5000000000, 5000000000, 1},
                                    {4999999999, 5000000000, -37},

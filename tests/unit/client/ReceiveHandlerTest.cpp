@@ -1,11 +1,14 @@
 // The client's receive handler, fed directly.
 
+#include <new>
+
 #include "platform/KQFile.h"
 #include "support/TestClient.h"
 
 namespace {
 
 TEST(ReceiveHandler, WholeAnswersAreStoredLoggedAndSignalled) {
+  CScopedSystem system;
   CTestClient client;
   struct SAnswer {
     int m_nCode;
@@ -33,6 +36,16 @@ TEST(ReceiveHandler, WholeAnswersAreStoredLoggedAndSignalled) {
     if (!answer.m_strBody.empty() && answer.m_nCode != 2510) {
       client.Deliver(answer.m_nCode, "\xff\xff\xff");  // shorter than its fields
     }
+    // The log comes before the event.
+    system.Follow(CFaultPlan()
+                      .Fail(EOperation::kWrite, 1, ESystemError::kOther)
+                      .Below(client.m_strLogPath)
+                      .OutOfMemory());
+    EXPECT_THROW(client.Deliver(answer.m_nCode, answer.m_strBody), std::bad_alloc);
+    for (CKQEvent* event : {reply, fileEnd, client.m_evTransEnd}) {
+      EXPECT_NE(event->Wait(0), 0) << answer.m_nCode;
+    }
+    system.Heal();
     client.Deliver(answer.m_nCode, answer.m_strBody);
     log += "DealNetMsg NET_" + answer.m_strLog;
     for (CKQEvent* event : {reply, fileEnd, client.m_evTransEnd}) {
@@ -48,7 +61,7 @@ TEST(ReceiveHandler, WholeAnswersAreStoredLoggedAndSignalled) {
 }
 
 // The next download goes on where the file ends.
-TEST(ReceiveHandler, NothingIsStoredAfterAStopOrBehindALostChunk) {
+TEST(ReceiveHandler, NothingIsStoredAfterAStopOrBehindAChunkThatStaysLost) {
   CScopedSystem system;
   CTestClient client;
   ASSERT_TRUE(client.m_pFile->KQOpen(client.File("run.tm", ""), "r+b"));
@@ -64,6 +77,15 @@ TEST(ReceiveHandler, NothingIsStoredAfterAStopOrBehindALostChunk) {
   EXPECT_EQ(client.m_nErrorCode, -27);
   EXPECT_EQ(client.m_llTransBytes, 12);
   EXPECT_EQ(ReadWholeFile(client.m_files / "run.tm"), "abc");
+  for (const std::int64_t at : {3, 9, 6}) client.Deliver(2506, Int64(at) + "def");
+  EXPECT_EQ(ReadWholeFile(client.m_files / "run.tm"), "abcdefdef") << "repairs are taken";
+
+  // A host that asks by itself begins anew.
+  CFakeServer server;
+  ASSERT_TRUE(client.Connect("127.0.0.1", server.Port()));
+  EXPECT_TRUE(client.SendMessage(2505, Int64(12).data(), 8));
+  client.Deliver(2506, Int64(12) + "ghi");
+  EXPECT_EQ(FileSize(client.m_files / "run.tm"), 15);
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 // Uploads against a scripted server.
 
+#include <atomic>
+#include <cstdlib>
 #include <future>
+#include <new>
 #include <optional>
 
 #include "support/TestClient.h"
@@ -9,6 +12,8 @@ namespace {
 
 using Statuses = std::vector<int>;
 using Upload = CClientTest;
+
+std::atomic<bool> s_bNoSendBuffers{false};  // as far as they have to be allocated
 
 constexpr std::int64_t kLarge = 32 << 20;  // no queue or socket buffer holds it
 
@@ -77,6 +82,38 @@ TEST_F(Upload, EveryFailedStartLeavesTheClientIdle) {
   EXPECT_EQ(m_client.Upload({}), Statuses{});
 }
 
+// A worker without memory fails its file and still ends its run; entries that
+// a host calls leave the destructor's count of workers as it is.
+TEST_F(Upload, EveryWorkerEndsItsRun) {
+  m_server.Answer(2504, Int64(1));
+  m_server.Answer(2509, Int32(1) + "0|0,4|");
+  for (const std::string name : {"a", "a.tm", "down"}) {
+    CTestClient client(m_server.Port());
+    client.File(name, "0123");
+    m_system.Follow(CFaultPlan()
+                        .Fail(EOperation::kOpen, 1, ESystemError::kOther)
+                        .Below(client.m_files.Path())
+                        .OutOfMemory());
+    EXPECT_EQ(name == "down" ? client.Download({name, "b"}) : client.Upload({name, "b"}),
+              (Statuses{-18, 1}));
+    EXPECT_EQ(client.m_evTransEnd->Wait(0) == 0, name != "down");
+    CTestClient::SendFile(&client);
+    CTestClient::ReceiveFile(&client);
+  }
+}
+
+TEST_F(Upload, MissingSendBufferIsAFailedSendAndCounts) {
+  m_client.File("a", "0123");
+  std::vector<CIOCPBuffer*> taken;
+  s_bNoSendBuffers = true;
+  while (CIOCPBuffer* const buffer = m_client.GetIOCPBuffer()) taken.push_back(buffer);
+  EXPECT_EQ(m_client.Upload({"a"}), Statuses{-20});
+  EXPECT_FALSE(m_client.SendData(0, "01", 2));
+  s_bNoSendBuffers = false;
+  EXPECT_EQ(m_client.m_llTransBytes, 6);
+  for (CIOCPBuffer* buffer : taken) m_client.ReleaseBuffer(buffer);
+}
+
 // -15 clears the state, so the third call gets through while the first
 // worker still runs; records, file and flags must stay the new run's.
 TEST_F(Upload, ThirdCallTakesOverFromARunningWorker) {
@@ -112,3 +149,18 @@ TEST_F(Upload, ClientCanBeDestroyedAtAnyPoint) {
 }
 
 }  // namespace
+
+// Only arrays: memory checkers keep watch over objects.
+void* operator new[](std::size_t size) {
+  const bool refuse = s_bNoSendBuffers && size == 65536;
+  if (void* const area = refuse ? nullptr : std::malloc(size + 1)) return area;
+  throw std::bad_alloc();
+}
+
+void operator delete[](void* area) noexcept {
+  std::free(area);
+}
+
+void operator delete[](void* area, std::size_t) noexcept {
+  std::free(area);
+}

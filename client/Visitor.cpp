@@ -1,0 +1,91 @@
+// Visitor: comes, judges and leaves with regard to what a session costs.
+//
+// A server that stored data of an address finishes that address's old link
+// before it serves the new one, and waits 5 s for a write that may still run.
+
+#include "client/KQFileTransServiceVisitor.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "platform/KQEvent.h"
+#include "platform/KQPlatForm.h"
+#include "protocol/MessageCodes.h"
+#include "protocol/ResultCodes.h"
+
+namespace {
+
+constexpr int kTries = 4;
+constexpr int kLateAnswersMs = 1000;
+constexpr int kMomentMs = 10;
+constexpr int kSizeWaitMs = 30000;
+constexpr int kEndWaitMs = 5000;
+constexpr std::int64_t kImpossiblePosition = -1;
+
+// No project has this name; asking for its files costs the server nothing.
+const std::string kNoSuchProject = "no-such-project";
+
+}  // namespace
+
+CKQFileTransServiceVisitor::~CKQFileTransServiceVisitor() {
+  Stop();
+}
+
+int CKQFileTransServiceVisitor::ConnectAndWait(const std::string& ip, int port) {
+  return Connect(ip, port) ? WaitUntilServed() : ERROR_CODE_CLIENT_CONNECT;
+}
+
+// A repeated question goes out on the same link: a new one would start the
+// server's wait again. The pause lets the answers to the earlier ones pass by.
+int CKQFileTransServiceVisitor::WaitUntilServed() {
+  std::string ignored;
+  for (int i = 0; i < kTries; ++i) {
+    const int result = GetServerPrjFileList(kNoSuchProject, ignored);
+    if (!IsConnect() || result == ERROR_CODE_SENDERROR) return ERROR_CODE_CLIENT_CONNECT;
+    if (result == ERROR_CODE_TIMEOUT) continue;
+    if (i > 0) CKQPlatForm::KQSleep(kLateAnswersMs);
+    m_evFileEnd->SetKQEvent();  // no end of a file is outstanding on this link
+    return result;
+  }
+  return ERROR_CODE_TIMEOUT;
+}
+
+int CKQFileTransServiceVisitor::WaitForEnd() {
+  while (!IsTransFinished()) CKQPlatForm::KQSleep(kMomentMs);
+  std::string xml;
+  GetAllTransFileStatus(xml);
+  std::vector<Channel_Key_Value> records;
+  Channel_Key_Value::ConvertXMLToValue(xml, records);
+  const auto failed =
+      std::find_if(records.begin(), records.end(),
+                   [](const Channel_Key_Value& rec) { return rec.m_nStatus != RESULT_OK; });
+  if (failed != records.end()) return failed->m_nStatus;
+  return IsConnect() ? RESULT_OK : ERROR_CODE_CLIENT_CONNECT;
+}
+
+int CKQFileTransServiceVisitor::AskSize(const std::string& name, std::int64_t& size) {
+  const std::string body = name + "|";
+  m_evReply->ResetKQEvent();
+  if (!SendMessage(NET_CTS_REQUEST_SERVERFILESIZE, body.data(), static_cast<int>(body.size()))) {
+    return ERROR_CODE_SENDERROR;
+  }
+  if (m_evReply->Wait(kSizeWaitMs) == kWaitTimeout) return ERROR_CODE_TIMEOUT;
+  const std::int64_t told = m_TotalTransBytes;
+  if (told < 0) return ERROR_CODE_WAIT_FILESIZE;
+  size = told;
+  return RESULT_OK;
+}
+
+// Writing to an impossible position is how a client tells the session that no
+// write of its is under way; only then does the server let go at once. An
+// event that is not set tells of an answer that did not come: there is no
+// waiting for more of them.
+void CKQFileTransServiceVisitor::Leave(const std::string& name) {
+  const bool answered = m_evReply->Wait(0) != kWaitTimeout && m_evFileEnd->Wait(0) != kWaitTimeout;
+  if (answered && IsConnect() && PrepareTransFile(name, false) == RESULT_OK) {
+    SendData(kImpossiblePosition, "x", 1);
+    m_evFileEnd->ResetKQEvent();
+    if (SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0)) m_evFileEnd->Wait(kEndWaitMs);
+  }
+  Stop();
+}
