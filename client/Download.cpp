@@ -31,7 +31,6 @@ constexpr int kRequestWaitMs = 5000;
 constexpr int kWatchStepMs = 1000;
 constexpr int kStopWaitMs = 10000;
 constexpr std::int64_t kStallSeconds = 10;
-constexpr int kDriveRootBytes = 3;  // "D:\"
 
 // Handing over the file: a first pause, then steps while a write runs.
 constexpr int kHandOverMs = 20;
@@ -63,15 +62,9 @@ int CKQFileTransServiceClient::DownFileFromDataService(const std::string& xml) {
 }
 
 // Compares with the whole size on the server, not with what is missing here.
-// A directory with a drive letter stands for its drive.
 bool CKQFileTransServiceClient::HasFreeSpace() const {
-  std::string directory = GuardedCopy(m_strPrjDir);
-  if (directory.size() > 1 && directory[1] == ':') {
-    EU::CExpertUtils::Left(directory, kDriveRootBytes);
-  }
-  if (directory.empty()) return false;
   std::uint64_t freeBytes = 0;
-  if (!System().QueryFreeSpace(directory, freeBytes)) return false;
+  if (!System().QueryFreeSpace(GuardedCopy(m_strPrjDir), freeBytes)) return false;
   const auto total = static_cast<std::uint64_t>(m_TotalTransBytes.Load());
   const auto done = static_cast<std::uint64_t>(m_llTransBytes.Load());
   return freeBytes >= total && freeBytes >= total - done;

@@ -151,8 +151,10 @@ class ISystem {
   /// delete. Refuses a path that resolves to the root directory.
   virtual ESystemError ClearDirectory(const std::string& path) = 0;
 
-  /// Bytes free in all on the file system that holds `path`, or its nearest
-  /// existing parent.
+  /// Bytes free in all, not only for the caller, where a file of the directory
+  /// `path` would lie: on POSIX the file system of its deepest part that
+  /// exists, whatever its letters; on Windows the drive that its first three
+  /// characters name.
   virtual bool QueryFreeSpace(const std::string& path, std::uint64_t& bytes) = 0;
 
   /// Names the run of the operating system. Under another name, what earlier

@@ -106,7 +106,9 @@ class CScopedSystem::CPlanned final : public ISystem {
   }
   bool QueryFreeSpace(const std::string& path, std::uint64_t& bytes) override {
     const std::lock_guard lock(m_scope.m_mutex);
-    if (!m_scope.m_plan.m_freeSpace) return m_real.QueryFreeSpace(path, bytes);
+    if (!m_scope.m_plan.m_freeSpace || !m_scope.IsMeant(path)) {
+      return m_real.QueryFreeSpace(path, bytes);
+    }
     bytes = static_cast<std::uint64_t>(*m_scope.m_plan.m_freeSpace);
     return *m_scope.m_plan.m_freeSpace >= 0;
   }
@@ -164,9 +166,14 @@ std::string& CScopedSystem::NoteOf(const std::string& path) {
 }
 
 // Counts a call and tells what it must fail with.
+// Called with m_mutex held.
+bool CScopedSystem::IsMeant(const std::string& path) const {
+  return ToHostPath(path).string().rfind(m_plan.m_strBelow, 0) == 0;
+}
+
 ESystemError CScopedSystem::Begin(EOperation operation, const std::string& path) {
   const std::lock_guard lock(m_mutex);
-  if (ToHostPath(path).string().rfind(m_plan.m_strBelow, 0) != 0) return ESystemError::kNone;
+  if (!IsMeant(path)) return ESystemError::kNone;
   int call = ++m_mapCalls[operation];
   if (m_plan.m_bForGood && !m_plan.m_mapFaults.empty()) {
     call = std::min(call, m_plan.m_mapFaults.begin()->first.second);

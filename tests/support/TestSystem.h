@@ -100,6 +100,7 @@ class CScopedSystem {
   std::string& NoteOf(const std::string& path);  ///< used by one thread for each path
   std::size_t LimitTransfer(std::size_t size, bool write);
 
+  bool IsMeant(const std::string& path) const;
   const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
   std::atomic<int> m_nClockFactor{1};
   std::mutex m_mutex;
