@@ -165,6 +165,10 @@ class ISystem {
   /// Seconds since 1970: the wall clock when the process started, moved on by
   /// a clock that is never set. Differences are therefore true.
   virtual std::int64_t Now() = 0;
+
+  /// Seconds since 1970 as the wall clock shows them now. Whoever sets it moves
+  /// them either way, so that they are shown and never subtracted.
+  virtual std::int64_t WallClock() = 0;
   virtual SCalendarTime LocalTime(std::int64_t seconds) = 0;
   virtual void Sleep(int milliseconds) = 0;
 

@@ -18,6 +18,10 @@ std::int64_t CTimeConvert::GetCurTime() {
   return System().Now();
 }
 
+std::int64_t CTimeConvert::GetWallTime() {
+  return System().WallClock();
+}
+
 std::string CTimeConvert::ConvertTimeToString(std::int64_t seconds) {
   const SCalendarTime local = System().LocalTime(seconds);
   return Padded(local.m_nYear, 4) + '-' + Padded(local.m_nMonth, 2) + '-' +
@@ -26,5 +30,5 @@ std::string CTimeConvert::ConvertTimeToString(std::int64_t seconds) {
 }
 
 std::string CTimeConvert::ConvertCurTimeToString() {
-  return ConvertTimeToString(GetCurTime());
+  return ConvertTimeToString(GetWallTime());
 }

@@ -152,6 +152,11 @@ std::int64_t CPosixSystem::Now() {
   return std::chrono::duration_cast<std::chrono::seconds>(now).count();
 }
 
+std::int64_t CPosixSystem::WallClock() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::seconds>(now).count();
+}
+
 SCalendarTime CPosixSystem::LocalTime(std::int64_t seconds) {
   const auto moment = static_cast<time_t>(seconds);
   tm local = {};

@@ -56,6 +56,7 @@ class CPosixSystem final : public ISystem {
   bool QueryFreeSpace(const std::string& path, std::uint64_t& bytes) override;
   std::string BootName() override { return m_strBootName; }
   std::int64_t Now() override;
+  std::int64_t WallClock() override;
   SCalendarTime LocalTime(std::int64_t seconds) override;
   void Sleep(int milliseconds) override;
   bool Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,

@@ -87,6 +87,7 @@ class CJail : public ISystem {
   }
   std::string BootName() override { return m_real.BootName(); }
   std::int64_t Now() override { return m_real.Now(); }
+  std::int64_t WallClock() override { return m_real.WallClock(); }
   SCalendarTime LocalTime(std::int64_t seconds) override { return m_real.LocalTime(seconds); }
   void Sleep(int) override {}
   bool Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,

@@ -119,6 +119,7 @@ class CScopedSystem::CPlanned final : public ISystem {
     return m_llStart + m_scope.m_llAdvanced +
            std::chrono::duration_cast<std::chrono::seconds>(passed).count();
   }
+  std::int64_t WallClock() override { return Now() + m_scope.m_llStepped; }
   SCalendarTime LocalTime(std::int64_t seconds) override { return m_real.LocalTime(seconds); }
   void Sleep(int milliseconds) override {
     m_scope.m_llSlept += std::max(0, milliseconds);
@@ -165,12 +166,12 @@ std::string& CScopedSystem::NoteOf(const std::string& path) {
   return m_mapNotes[path];
 }
 
-// Counts a call and tells what it must fail with.
 // Called with m_mutex held.
 bool CScopedSystem::IsMeant(const std::string& path) const {
   return ToHostPath(path).string().rfind(m_plan.m_strBelow, 0) == 0;
 }
 
+// Counts a call and tells what it must fail with.
 ESystemError CScopedSystem::Begin(EOperation operation, const std::string& path) {
   const std::lock_guard lock(m_mutex);
   if (!IsMeant(path)) return ESystemError::kNone;

@@ -87,6 +87,9 @@ class CScopedSystem {
   /// Moves the clock on without waiting.
   void AdvanceClock(std::int64_t seconds) { m_llAdvanced += seconds; }
 
+  /// Somebody sets the wall clock, this much forward or back.
+  void StepWallClock(std::int64_t seconds) { m_llStepped += seconds; }
+
   /// The operating system starts again.
   void Reboot() { ++m_nBoots; }
 
@@ -97,10 +100,10 @@ class CScopedSystem {
   class CPlanned;
   class CPlannedFile;
   ESystemError Begin(EOperation operation, const std::string& path);
+  bool IsMeant(const std::string& path) const;
   std::string& NoteOf(const std::string& path);  ///< used by one thread for each path
   std::size_t LimitTransfer(std::size_t size, bool write);
 
-  bool IsMeant(const std::string& path) const;
   const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
   std::atomic<int> m_nClockFactor{1};
   std::mutex m_mutex;
@@ -112,6 +115,7 @@ class CScopedSystem {
   std::atomic<int> m_nBoots{0};
   std::atomic<std::int64_t> m_llSlept{0};
   std::atomic<std::int64_t> m_llAdvanced{0};
+  std::atomic<std::int64_t> m_llStepped{0};
   const std::unique_ptr<ISystem> m_pSystem;
   ISystem* const m_pBefore;
 };
