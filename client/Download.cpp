@@ -64,7 +64,8 @@ int CKQFileTransServiceClient::DownFileFromDataService(const std::string& xml) {
 // Compares with the whole size on the server, not with what is missing here.
 bool CKQFileTransServiceClient::HasFreeSpace() const {
   std::uint64_t freeBytes = 0;
-  if (!System().QueryFreeSpace(GuardedCopy(m_strPrjDir), freeBytes)) return false;
+  const ESystemError error = System().QueryFreeSpace(GuardedCopy(m_strPrjDir), freeBytes);
+  if (error != ESystemError::kNone) return false;
   const auto total = static_cast<std::uint64_t>(m_TotalTransBytes.Load());
   const auto done = static_cast<std::uint64_t>(m_llTransBytes.Load());
   return freeBytes >= total && freeBytes >= total - done;

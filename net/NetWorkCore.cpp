@@ -90,14 +90,14 @@ bool CNetWorkCore::StartThread(std::shared_ptr<CLink> link, bool delivers,
     core->m_threads.erase(self);
     core->m_changed.notify_all();
   };
-  const bool started = System().StartThread([self, leave, run = std::move(body)] {
+  const ESystemError error = System().StartThread([self, leave, run = std::move(body)] {
     SThread::t_pThis = &*self;
     run();
     SThread::t_pThis = nullptr;
     leave();
   });
-  if (!started) leave();
-  return started;
+  if (error != ESystemError::kNone) leave();
+  return error == ESystemError::kNone;
 }
 
 void CNetWorkCore::AcceptLoop() {

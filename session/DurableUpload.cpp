@@ -37,6 +37,13 @@ bool ReadNote(CFileHandle& file, SNote& note) {
   return true;
 }
 
+// "" when the system cannot tell.
+std::string BootName() {
+  std::string name;
+  System().QueryBootName(name);
+  return name;
+}
+
 std::int64_t SizeOf(const std::string& path) {
   return static_cast<std::int64_t>(CHardWareCommon::GetFileSize(path));
 }
@@ -59,7 +66,7 @@ int CDurableUpload::CountNewEntries(const std::string& path) {
 void CDurableUpload::Recover(const std::string& path) {
   const std::shared_ptr<CFileHandle> file = CFileHandle::Open(path, "r+b");
   SNote note;
-  if (file == nullptr || !ReadNote(*file, note) || note.m_strBoot == System().BootName()) return;
+  if (file == nullptr || !ReadNote(*file, note) || note.m_strBoot == BootName()) return;
   if (SizeOf(path) > note.m_llSafeBytes && !file->Resize(note.m_llSafeBytes)) return;
   file->SetNote("");
 }
@@ -112,7 +119,7 @@ bool CDurableUpload::Wrote(CFileHandle& file, std::int64_t position, std::int64_
 
 // A file system that keeps no notes leaves the second accident to chance.
 void CDurableUpload::WriteNote(CFileHandle& file) const {
-  const std::string boot = System().BootName();
+  const std::string boot = BootName();
   if (!boot.empty()) file.SetNote(boot + kNoteSeparator + std::to_string(m_llSafeBytes));
 }
 
@@ -120,7 +127,8 @@ bool CDurableUpload::End(CFileHandle& file) {
   if (m_strPath.empty()) return true;
   if (!file.Flush()) return Fail(file);
   for (int level = 0; level < m_nNewEntries; ++level) {
-    if (!System().FlushDirectory(DirectoryAbove(m_strPath, level))) return Fail(file);
+    const ESystemError error = System().FlushDirectory(DirectoryAbove(m_strPath, level));
+    if (error != ESystemError::kNone) return Fail(file);
   }
   if (m_bNoted) file.SetNote("");
   m_strPath.clear();
@@ -128,7 +136,7 @@ bool CDurableUpload::End(CFileHandle& file) {
 }
 
 bool CDurableUpload::EndPending() {
-  if (!CKQPlatForm::IsFileExist(m_strPath)) m_strPath.clear();
+  if (CKQPlatForm::IsFileMissing(m_strPath)) m_strPath.clear();
   if (m_strPath.empty()) return true;
   if (m_bFailed) return false;
   const std::shared_ptr<CFileHandle> file = CFileHandle::Open(m_strPath, "r+b");
