@@ -12,7 +12,7 @@
 void CKQFileTransServiceClient::CreateLogFile() {
   const CScopedLock lock(m_pLock);
   m_strLogPath = m_strLogDir + "ServiceClient" + m_strServerIP + "_" +
-                 std::to_string(CTimeConvert::GetCurTime());
+                 std::to_string(CTimeConvert::GetWallTime());
   OpenLogFile(*m_pLogFile, m_strLogPath);
 }
 

@@ -31,7 +31,6 @@ constexpr int kRequestWaitMs = 5000;
 constexpr int kWatchStepMs = 1000;
 constexpr int kStopWaitMs = 10000;
 constexpr std::int64_t kStallSeconds = 10;
-constexpr int kDriveRootBytes = 3;  // "D:\"
 
 // Handing over the file: a first pause, then steps while a write runs.
 constexpr int kHandOverMs = 20;
@@ -63,15 +62,10 @@ int CKQFileTransServiceClient::DownFileFromDataService(const std::string& xml) {
 }
 
 // Compares with the whole size on the server, not with what is missing here.
-// A directory with a drive letter stands for its drive.
 bool CKQFileTransServiceClient::HasFreeSpace() const {
-  std::string directory = GuardedCopy(m_strPrjDir);
-  if (directory.size() > 1 && directory[1] == ':') {
-    EU::CExpertUtils::Left(directory, kDriveRootBytes);
-  }
-  if (directory.empty()) return false;
   std::uint64_t freeBytes = 0;
-  if (!System().QueryFreeSpace(directory, freeBytes)) return false;
+  const ESystemError error = System().QueryFreeSpace(GuardedCopy(m_strPrjDir), freeBytes);
+  if (error != ESystemError::kNone) return false;
   const auto total = static_cast<std::uint64_t>(m_TotalTransBytes.Load());
   const auto done = static_cast<std::uint64_t>(m_llTransBytes.Load());
   return freeBytes >= total && freeBytes >= total - done;
@@ -132,12 +126,11 @@ bool CKQFileTransServiceClient::ReceiveSingleFile(Channel_Key_Value& rec) {
 // Opened without a look before: a copy that cannot be looked at, or not be
 // opened now, must not pass for a missing one and be emptied.
 bool CKQFileTransServiceClient::OpenTarget(const std::string& local) {
-  ESystemError error = ESystemError::kNone;
-  std::unique_ptr<ISystemFile> file = System().OpenFile(local, EOpenMode::kUpdate, error);
-  if (file == nullptr && error == ESystemError::kNotFound) {
+  std::unique_ptr<ISystemFile> file;
+  if (System().OpenFile(local, EOpenMode::kUpdate, file) == ESystemError::kNotFound) {
     WriteLog(kLogPrefix + " CreateAllDir \n");
     EU::CExpertUtils::CreateAllDir(local);
-    file = System().OpenFile(local, EOpenMode::kCreate, error);
+    System().OpenFile(local, EOpenMode::kCreate, file);
   }
   return UseFile(file == nullptr ? nullptr : std::make_shared<CFileHandle>(std::move(file)), local);
 }

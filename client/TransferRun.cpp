@@ -67,7 +67,7 @@ bool CKQFileTransServiceClient::StartWorker(void* (*entry)(void*)) {
     gate->Leave();  // from here on the client may be gone
   };
   m_pGate->Enter();
-  if (System().StartThread(std::move(body))) return true;
+  if (System().StartThread(std::move(body)) == ESystemError::kNone) return true;
   m_pGate->Leave();
   return false;
 }

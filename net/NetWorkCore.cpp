@@ -88,7 +88,7 @@ bool CNetWorkCore::StartThread(std::shared_ptr<CLink> link, bool delivers,
     core->m_threads.erase(self);
     core->m_changed.notify_all();
   };
-  const bool started = System().StartThread([self, leave, run = std::move(body)] {
+  const ESystemError error = System().StartThread([self, leave, run = std::move(body)] {
     LayerThread().m_bOfLayer = true;
     if (self->m_bDelivers) LayerThread().m_pDelivers = self->m_pLink.get();
     SThread::t_pThis = &*self;
@@ -96,8 +96,8 @@ bool CNetWorkCore::StartThread(std::shared_ptr<CLink> link, bool delivers,
     SThread::t_pThis = nullptr;
     leave();
   });
-  if (!started) leave();
-  return started;
+  if (error != ESystemError::kNone) leave();
+  return error == ESystemError::kNone;
 }
 
 void CNetWorkCore::AcceptLoop() {

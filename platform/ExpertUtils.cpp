@@ -28,7 +28,7 @@ std::size_t ExtensionDot(const std::string& path) {
 
 bool IsDirectory(const std::string& path) {
   SFileStatus status;
-  return System().QueryFile(path, status) && status.m_bDirectory;
+  return System().QueryFile(path, status) == ESystemError::kNone && status.m_bDirectory;
 }
 
 }  // namespace

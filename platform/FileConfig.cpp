@@ -85,8 +85,10 @@ bool ReadAll(ISystemFile& file, std::string& content) {
     const std::size_t have = content.size();
     content.resize(have + kBlockBytes);
     const SReadPart block = {content.data() + have, kBlockBytes};
-    const std::int64_t n = file.ReadAt(&block, 1, static_cast<std::int64_t>(have));
-    if (n < 0) return false;
+    std::int64_t n = 0;
+    if (file.ReadAt(&block, 1, static_cast<std::int64_t>(have), n) != ESystemError::kNone) {
+      return false;
+    }
     content.resize(have + static_cast<std::size_t>(n));
     if (n == 0) return true;
     if (content.size() > kLargestFileBytes) return false;
@@ -96,9 +98,8 @@ bool ReadAll(ISystemFile& file, std::string& content) {
 bool WriteAll(ISystemFile& file, const std::string& content) {
   std::size_t done = 0;
   while (done < content.size()) {
-    ESystemError error = ESystemError::kNone;
-    const std::int64_t n = file.WriteAt(content.data() + done, content.size() - done,
-                                        static_cast<std::int64_t>(done), error);
+    std::int64_t n = 0;
+    file.WriteAt(content.data() + done, content.size() - done, static_cast<std::int64_t>(done), n);
     if (n <= 0) return false;
     done += static_cast<std::size_t>(n);
   }
@@ -118,14 +119,14 @@ std::uint64_t HashOf(const std::string& text) {
 std::unique_ptr<ISystemFile> CreateTemporary(const std::string& path) {
   constexpr int kAttempts = 20;
   constexpr int kPauseMs = 10;
-  ESystemError error = ESystemError::kNone;
+  std::unique_ptr<ISystemFile> file;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    auto file = System().OpenFile(path, EOpenMode::kCreateNew, error);
-    if (file != nullptr || error != ESystemError::kExists) return file;
+    if (System().OpenFile(path, EOpenMode::kCreateNew, file) != ESystemError::kExists) return file;
     System().Sleep(kPauseMs);
   }
   System().RemoveFile(path);
-  return System().OpenFile(path, EOpenMode::kCreateNew, error);
+  System().OpenFile(path, EOpenMode::kCreateNew, file);
+  return file;
 }
 
 // Updates of one file by this process take turns.
@@ -146,8 +147,8 @@ void QFileConfig::SetFileName(const std::string& path) {
 
 bool QFileConfig::ReadConfig() {
   Clear();
-  ESystemError error = ESystemError::kNone;
-  const auto file = System().OpenFile(m_strPath, EOpenMode::kRead, error);
+  std::unique_ptr<ISystemFile> file;
+  System().OpenFile(m_strPath, EOpenMode::kRead, file);
   std::string content;
   if (file == nullptr || !ReadAll(*file, content)) return false;
   if (Parse(content)) return true;
@@ -275,7 +276,8 @@ bool QFileConfig::UpdateFile(bool) {
   const std::string content = Content();
   if (m_nEntries > kMostEntries || content.size() > kLargestFileBytes) return false;
   // What a link leads to is replaced, and lies perhaps on another file system.
-  const std::string path = System().FollowLinks(m_strPath);
+  std::string path;
+  if (System().FollowLinks(m_strPath, path) != ESystemError::kNone) return false;
   const std::string directory = EU::CExpertUtils::PickDirectory(path);
   const std::uint64_t hash = HashOf(EU::CExpertUtils::PickFileName(path));
   const std::lock_guard<std::mutex> lock(UpdateLock(hash));
@@ -284,8 +286,8 @@ bool QFileConfig::UpdateFile(bool) {
   if (file == nullptr) return false;
   // A file system without permissions of its own refuses to copy them; the
   // content matters more.
-  if (CKQPlatForm::IsFileExist(path)) System().CopyPermissions(path, temporary);
-  const bool written = WriteAll(*file, content) && file->Flush();
+  if (!CKQPlatForm::IsFileMissing(path)) System().CopyPermissions(path, temporary);
+  const bool written = WriteAll(*file, content) && file->Flush() == ESystemError::kNone;
   file.reset();
   if (!written || System().RenameFile(temporary, path) != ESystemError::kNone) {
     System().RemoveFile(temporary);

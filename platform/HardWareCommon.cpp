@@ -6,7 +6,7 @@
 
 std::uint64_t CHardWareCommon::GetFileSize(const std::string& path) {
   SFileStatus status;
-  if (!System().QueryFile(path, status) || !status.m_bRegular) return 0;
+  System().QueryFile(path, status);
   return static_cast<std::uint64_t>(status.m_llSize);
 }
 

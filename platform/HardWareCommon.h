@@ -5,7 +5,8 @@
 
 class CHardWareCommon {
  public:
-  /// Size in bytes; 0 when the path names no regular file.
+  /// Size in bytes; 0 when the path names no regular file, or that cannot be
+  /// told.
   static std::uint64_t GetFileSize(const std::string& path);
 
   /// Deletes everything inside `dir`, not `dir` itself. Symbolic links are

@@ -57,8 +57,8 @@ struct CFileHandle::SState {
 std::shared_ptr<CFileHandle> CFileHandle::Open(const std::string& path, const std::string& mode) {
   EOpenMode openMode = EOpenMode::kRead;
   if (!ToOpenMode(mode, openMode)) return nullptr;
-  ESystemError error = ESystemError::kNone;
-  std::unique_ptr<ISystemFile> file = System().OpenFile(path, openMode, error);
+  std::unique_ptr<ISystemFile> file;
+  System().OpenFile(path, openMode, file);
   return file == nullptr ? nullptr : std::make_shared<CFileHandle>(std::move(file));
 }
 
@@ -79,7 +79,8 @@ int CFileHandle::ReadAt(std::int64_t position, SReadPart* parts, int count) {
   if (position < 0 || IsClosed() || position > kLastPosition - left) return 0;
   std::int64_t done = 0;
   while (left > 0) {
-    const std::int64_t n = m_pState->m_pFile->ReadAt(parts, count, position + done);
+    std::int64_t n = 0;
+    m_pState->m_pFile->ReadAt(parts, count, position + done, n);
     if (n <= 0) break;
     done += n;
     left -= n;
@@ -92,9 +93,9 @@ bool CFileHandle::WriteAt(std::int64_t position, const char* data, int len) {
   if (len < 0 || position < 0 || IsClosed() || position > kLastPosition - len) return false;
   int done = 0;
   while (done < len) {
-    ESystemError error = ESystemError::kNone;
-    const std::int64_t n = m_pState->m_pFile->WriteAt(
-        data + done, static_cast<std::size_t>(len - done), position + done, error);
+    std::int64_t n = 0;
+    m_pState->m_pFile->WriteAt(data + done, static_cast<std::size_t>(len - done), position + done,
+                               n);
     if (n <= 0) return false;
     done += static_cast<int>(n);
   }
@@ -102,19 +103,21 @@ bool CFileHandle::WriteAt(std::int64_t position, const char* data, int len) {
 }
 
 bool CFileHandle::Flush() {
-  return !IsClosed() && m_pState->m_pFile->Flush();
+  return !IsClosed() && m_pState->m_pFile->Flush() == ESystemError::kNone;
 }
 
 bool CFileHandle::StartFlush() {
-  return !IsClosed() && m_pState->m_pFile->StartFlush();
+  return !IsClosed() && m_pState->m_pFile->StartFlush() == ESystemError::kNone;
 }
 
 bool CFileHandle::Resize(std::int64_t bytes) {
-  return !IsClosed() && m_pState->m_pFile->Resize(bytes);
+  return !IsClosed() && m_pState->m_pFile->Resize(bytes) == ESystemError::kNone;
 }
 
 std::string CFileHandle::Note() {
-  return m_pState->m_pFile->Note();
+  std::string text;
+  m_pState->m_pFile->Note(text);
+  return text;
 }
 
 void CFileHandle::SetNote(const std::string& text) {

@@ -29,5 +29,11 @@ std::int64_t CKQPlatForm::KQToLONGLONG(const std::string& text) {
 
 bool CKQPlatForm::IsFileExist(const std::string& path) {
   SFileStatus status;
-  return System().QueryFile(path, status);
+  return System().QueryFile(path, status) == ESystemError::kNone;
+}
+
+bool CKQPlatForm::IsFileMissing(const std::string& path) {
+  SFileStatus status;
+  const ESystemError error = System().QueryFile(path, status);
+  return error == ESystemError::kNotFound || error == ESystemError::kBadPath;
 }

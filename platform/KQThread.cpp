@@ -6,5 +6,5 @@
 
 bool CKQThread::CreateKQThread(void* (*fn)(void*), void* arg) {
   if (fn == nullptr) return false;
-  return System().StartThread([fn, arg] { fn(arg); });
+  return System().StartThread([fn, arg] { fn(arg); }) == ESystemError::kNone;
 }

@@ -7,7 +7,11 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "KQFileTransServiceExport.h"
+#include "platform/SystemTypes.h"
 
 /// The one contract for every file, directory, clock, wait, thread and
 /// free-space call of the library. The build chooses the implementation
@@ -18,35 +22,50 @@
 /// system. An implementation translates them at the system call and nowhere
 /// else, and refuses a path that is empty or holds a NUL byte.
 ///
+/// Failures: every operation that can fail returns an ESystemError, kNone on
+/// success, and leaves its result in its last argument, which is empty, zero
+/// or null after a failure.
+///
 /// Threads: every operation may be called from any thread.
+///
+/// A new operation is declared here, in ISystem or ISystemFile, gets a name in
+/// the list of operations and is handed on by the forwarding class below; each
+/// system then implements it. Those who only replace the system need no line,
+/// and every fault plan knows it.
 
-/// Why a call failed, as far as a caller tells cases apart.
-enum class ESystemError {
-  kNone,
-  kNotFound,    ///< no such file or directory
-  kExists,      ///< the name is taken
-  kAccess,      ///< permission denied, or a read-only file system
-  kNoSpace,     ///< disk or quota full
-  kTooMany,     ///< no descriptor or thread left
-  kNotRegular,  ///< a directory, pipe or device where a file was asked for
-  kBadPath,     ///< empty, with a NUL byte, too long, or the root where that is refused
-  kOther,
-};
+/// The operations that can fail, those of open files last.
+///
+/// X(name, text)
+#define KQFT_SYSTEM_OPERATIONS(X)               \
+  X(kOpen, "open")                              \
+  X(kQuery, "query")                            \
+  X(kRemove, "remove")                          \
+  X(kRename, "rename")                          \
+  X(kFollowLinks, "follow links")               \
+  X(kCopyPermissions, "copy permissions")       \
+  X(kMakeDirectory, "make directory")           \
+  X(kRemoveDirectory, "remove directory")       \
+  X(kFlushDirectory, "flush directory")         \
+  X(kListDirectory, "list directory")           \
+  X(kClearDirectory, "clear directory")         \
+  X(kFreeSpace, "query free space")             \
+  X(kBootName, "query boot name")               \
+  X(kMachineName, "query machine name")         \
+  X(kLocalTime, "convert to local time")        \
+  X(kStartThread, "start thread")               \
+  X(kWriteStandard, "write to standard stream") \
+  X(kRead, "read")                              \
+  X(kWrite, "write")                            \
+  X(kFlush, "flush")                            \
+  X(kStartFlush, "start flush")                 \
+  X(kResize, "resize")                          \
+  X(kReadNote, "read note")                     \
+  X(kWriteNote, "write note")
 
-/// How a file is opened. Only regular files open; anything else is
-/// kNotRegular and never blocks (opening a pipe would).
-enum class EOpenMode {
-  kRead,       ///< must exist
-  kUpdate,     ///< must exist; read and write, content kept
-  kCreate,     ///< created, or emptied when it exists; read and write
-  kCreateNew,  ///< created; kExists when the name is taken; read and write
-  kAppend,     ///< created when missing; every write goes to the end
-};
-
-/// A place in memory that a read fills, one of several in a row.
-struct SReadPart {
-  char* m_pData = nullptr;
-  std::size_t m_nBytes = 0;
+enum class EOperation {
+#define KQFT_OPERATION_ENUMERATOR(name, text) name,
+  KQFT_SYSTEM_OPERATIONS(KQFT_OPERATION_ENUMERATOR)
+#undef KQFT_OPERATION_ENUMERATOR
 };
 
 /// One open file. Closed by the destructor. Calls on one object may overlap.
@@ -55,82 +74,57 @@ class ISystemFile {
   virtual ~ISystemFile() = default;
 
   /// Reads what lies at `position` into `count` parts, one after the other.
-  /// @return bytes read, at least 1 and possibly fewer than the parts hold; 0
-  ///         at the end of the file; -1 on an error.
-  virtual std::int64_t ReadAt(const SReadPart* parts, int count, std::int64_t position) = 0;
+  /// @param bytes read, at least 1 and possibly fewer than the parts hold; 0
+  ///              at the end of the file
+  virtual ESystemError ReadAt(const SReadPart* parts, int count, std::int64_t position,
+                              std::int64_t& bytes) = 0;
 
   /// Writes up to `size` bytes at `position` (at the end in mode kAppend).
-  /// @return bytes written, possibly fewer than `size`; -1 on an error, which
-  ///         `error` then names.
-  virtual std::int64_t WriteAt(const char* data, std::size_t size, std::int64_t position,
-                               ESystemError& error) = 0;
+  /// @param bytes written, possibly fewer than `size`
+  virtual ESystemError WriteAt(const char* data, std::size_t size, std::int64_t position,
+                               std::int64_t& bytes) = 0;
 
   /// Waits until what was written lies on the disk.
-  virtual bool Flush() = 0;
+  virtual ESystemError Flush() = 0;
 
   /// Begins to write to the disk what was written so far, and waits for what
-  /// the call before began. Promises nothing: only Flush does.
-  /// @return false when something could not be written; Flush may not tell of
-  ///         that again
-  virtual bool StartFlush() = 0;
+  /// the call before began. Promises nothing: only Flush does. Of something
+  /// that could not be written Flush may not tell again.
+  virtual ESystemError StartFlush() = 0;
 
   /// Cuts the file off behind `bytes`, or fills it up with zeros.
-  virtual bool Resize(std::int64_t bytes) = 0;
+  virtual ESystemError Resize(std::int64_t bytes) = 0;
 
   /// A short text that stands beside the content; "" when there is none. A
   /// file system that loses power keeps it in step with what was written out
-  /// before it was set.
-  virtual std::string Note() = 0;
+  /// before it was set. One that keeps no texts says kNone here and fails
+  /// below.
+  virtual ESystemError Note(std::string& text) = 0;
 
   /// Puts it in the place of the one before; "" removes that.
-  /// @return false when the file system keeps none
-  virtual bool SetNote(const std::string& text) = 0;
-};
-
-/// What a path names, symbolic links followed.
-struct SFileStatus {
-  bool m_bRegular = false;
-  bool m_bDirectory = false;
-  std::int64_t m_llSize = 0;  ///< bytes; 0 for anything but a regular file
-};
-
-/// Attribute bits of a directory entry.
-constexpr unsigned kAttributeReadOnly = 1;
-constexpr unsigned kAttributeHidden = 2;
-constexpr unsigned kAttributeDirectory = 16;
-constexpr unsigned kAttributeNormal = 128;  ///< no other bit is set
-constexpr unsigned kAttributeReparsePoint = 1024;
-
-/// One entry of a directory.
-struct SDirectoryEntry {
-  std::string m_strName;
-  unsigned m_nAttributes = 0;
-  std::int64_t m_llSize = 0;        ///< bytes; 0 for anything but a regular file
-  std::int64_t m_llCreateTime = 0;  ///< seconds since 1970
-};
-
-/// A moment as the local calendar and clock show it.
-struct SCalendarTime {
-  int m_nYear = 1970, m_nMonth = 1, m_nDay = 1, m_nHour = 0, m_nMinute = 0, m_nSecond = 0;
+  virtual ESystemError SetNote(const std::string& text) = 0;
 };
 
 class ISystem {
  public:
   virtual ~ISystem() = default;
 
-  // Files. `error` is set by every call, to kNone on success.
-  virtual std::unique_ptr<ISystemFile> OpenFile(const std::string& path, EOpenMode mode,
-                                                ESystemError& error) = 0;
-  virtual bool QueryFile(const std::string& path, SFileStatus& status) = 0;
+  // Files.
+  virtual ESystemError OpenFile(const std::string& path, EOpenMode mode,
+                                std::unique_ptr<ISystemFile>& file) = 0;
+
+  /// @return kNotFound only when there surely is nothing of that name; any
+  ///         other failure leaves it open.
+  virtual ESystemError QueryFile(const std::string& path, SFileStatus& status) = 0;
   virtual ESystemError RemoveFile(const std::string& path) = 0;
 
   /// Gives `to` what `from` names, in one step: another process sees either
   /// the old or the new file under `to`.
   virtual ESystemError RenameFile(const std::string& from, const std::string& to) = 0;
 
-  /// The file that a symbolic link leads to, over as many links as there are;
-  /// `path` as it stands when it names no link, or one that leads nowhere.
-  virtual std::string FollowLinks(const std::string& path) { return path; }
+  /// @param target the file that a symbolic link leads to, over as many links
+  ///               as there are; `path` when it is no link, or leads nowhere
+  virtual ESystemError FollowLinks(const std::string& path, std::string& target) = 0;
 
   /// Gives `to` the permissions (and, where allowed, the owner) of `from`.
   virtual ESystemError CopyPermissions(const std::string& from, const std::string& to) = 0;
@@ -139,9 +133,9 @@ class ISystem {
   virtual ESystemError MakeDirectory(const std::string& path) = 0;
   virtual ESystemError RemoveEmptyDirectory(const std::string& path) = 0;
 
-  /// Waits until the names in a directory lie on the disk. True as well on a
-  /// file system that knows no such wait.
-  virtual bool FlushDirectory(const std::string& path) = 0;
+  /// Waits until the names in a directory lie on the disk. A success as well
+  /// on a file system that knows no such wait.
+  virtual ESystemError FlushDirectory(const std::string& path) = 0;
 
   /// Lists every entry: first "." and ".." as plain directories, then the
   /// others sorted by name, letter case ignored, so that a listing does not
@@ -155,23 +149,31 @@ class ISystem {
   /// delete. Refuses a path that resolves to the root directory.
   virtual ESystemError ClearDirectory(const std::string& path) = 0;
 
-  /// Bytes free in all on the file system that holds `path`, or its nearest
-  /// existing parent.
-  virtual bool QueryFreeSpace(const std::string& path, std::uint64_t& bytes) = 0;
+  /// Bytes free in all, not only for the caller, where a file of the directory
+  /// `path` would lie: on POSIX the file system of its deepest part that
+  /// exists, whatever its letters; on Windows the drive that its first three
+  /// characters name.
+  virtual ESystemError QueryFreeSpace(const std::string& path, std::uint64_t& bytes) = 0;
 
   /// Names the run of the operating system. Under another name, what earlier
-  /// ones had not flushed may be lost. "" when it cannot tell.
-  virtual std::string BootName() = 0;
+  /// ones had not flushed may be lost.
+  virtual ESystemError QueryBootName(std::string& name) = 0;
 
-  /// Names the machine, the same in every run of its system. "" when it cannot
-  /// tell.
-  virtual std::string MachineName() { return ""; }
+  /// Names the machine, the same in every run of its system.
+  virtual ESystemError QueryMachineName(std::string& name) = 0;
 
   // Time.
-  /// Seconds since 1970: the wall clock when the process started, moved on by
-  /// a clock that is never set. Differences are therefore true.
-  virtual std::int64_t Now() = 0;
-  virtual SCalendarTime LocalTime(std::int64_t seconds) = 0;
+  /// Milliseconds since 1970: the wall clock when the process started, moved on
+  /// by a clock that is never set. Differences are therefore true; whatever
+  /// paces or measures takes them here.
+  virtual std::int64_t SteadyMilliseconds() = 0;
+
+  /// Seconds since 1970 as the wall clock shows them now. Whoever sets it moves
+  /// them either way, so that they are shown and never subtracted.
+  virtual std::int64_t WallSeconds() = 0;
+
+  /// The beginning of 1970 when the system cannot tell.
+  virtual ESystemError LocalTime(std::int64_t seconds, SCalendarTime& time) = 0;
   virtual void Sleep(int milliseconds) = 0;
 
   /// Waits on `condition` until `done()` or until the time has passed.
@@ -179,17 +181,17 @@ class ISystem {
   virtual bool Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                     int milliseconds, const std::function<bool()>& done) = 0;
 
-  /// Runs `body` on a new detached thread with all signals blocked.
-  /// @return false when no thread can be had; `body` is then not run.
-  virtual bool StartThread(std::function<void()> body) = 0;
+  /// Runs `body` on a new detached thread with all signals blocked; after a
+  /// failure it is not run.
+  virtual ESystemError StartThread(std::function<void()> body) = 0;
 
   /// Writes a line to the standard output (or error) stream in one call,
-  /// past the stream buffers; an unwritable stream is ignored.
-  virtual void WriteStandard(bool errorStream, const std::string& text) = 0;
+  /// past the stream buffers.
+  virtual ESystemError WriteStandard(bool errorStream, const std::string& text) = 0;
 };
 
 /// The implementation in force. Never null; lives until the process ends.
-ISystem& System();
+KQFT_API ISystem& System();
 
 /// Puts `system` in the place of the operating system (null: back to it) and
 /// returns what was in force. For tests; call while nothing of the library
@@ -198,3 +200,156 @@ ISystem* ReplaceSystem(ISystem* system);
 
 /// The operating system itself, whatever is in force.
 ISystem& NativeSystem();
+
+/// Hands every call on to another system. Those who replace the system derive
+/// from it and write down only what they change.
+class CForwardingSystem : public ISystem {
+  using enum EOperation;
+
+ public:
+  /// @param target not owned
+  explicit CForwardingSystem(ISystem& target) : m_target(target) {}
+
+  ESystemError OpenFile(const std::string& path, EOpenMode mode,
+                        std::unique_ptr<ISystemFile>& file) override {
+    file = nullptr;
+    const ESystemError error =
+        Call(kOpen, path, [&] { return m_target.OpenFile(path, mode, file); });
+    if (file != nullptr) file = Wrap(path, std::move(file));
+    return error;
+  }
+  ESystemError QueryFile(const std::string& path, SFileStatus& status) override {
+    status = SFileStatus();
+    return Call(kQuery, path, [&] { return m_target.QueryFile(path, status); });
+  }
+  ESystemError RemoveFile(const std::string& path) override {
+    return Call(kRemove, path, [&] { return m_target.RemoveFile(path); });
+  }
+  ESystemError RenameFile(const std::string& from, const std::string& to) override {
+    return Call(kRename, to, [&] { return m_target.RenameFile(from, to); });
+  }
+  ESystemError FollowLinks(const std::string& path, std::string& target) override {
+    target.clear();
+    return Call(kFollowLinks, path, [&] { return m_target.FollowLinks(path, target); });
+  }
+  ESystemError CopyPermissions(const std::string& from, const std::string& to) override {
+    return Call(kCopyPermissions, to, [&] { return m_target.CopyPermissions(from, to); });
+  }
+  ESystemError MakeDirectory(const std::string& path) override {
+    return Call(kMakeDirectory, path, [&] { return m_target.MakeDirectory(path); });
+  }
+  ESystemError RemoveEmptyDirectory(const std::string& path) override {
+    return Call(kRemoveDirectory, path, [&] { return m_target.RemoveEmptyDirectory(path); });
+  }
+  ESystemError FlushDirectory(const std::string& path) override {
+    return Call(kFlushDirectory, path, [&] { return m_target.FlushDirectory(path); });
+  }
+  ESystemError ListDirectory(const std::string& path,
+                             std::vector<SDirectoryEntry>& entries) override {
+    entries.clear();
+    return Call(kListDirectory, path, [&] { return m_target.ListDirectory(path, entries); });
+  }
+  ESystemError ClearDirectory(const std::string& path) override {
+    return Call(kClearDirectory, path, [&] { return m_target.ClearDirectory(path); });
+  }
+  ESystemError QueryFreeSpace(const std::string& path, std::uint64_t& bytes) override {
+    bytes = 0;
+    return Call(kFreeSpace, path, [&] { return m_target.QueryFreeSpace(path, bytes); });
+  }
+  ESystemError QueryBootName(std::string& name) override {
+    name.clear();
+    return Call(kBootName, "", [&] { return m_target.QueryBootName(name); });
+  }
+  ESystemError QueryMachineName(std::string& name) override {
+    name.clear();
+    return Call(kMachineName, "", [&] { return m_target.QueryMachineName(name); });
+  }
+  std::int64_t SteadyMilliseconds() override { return m_target.SteadyMilliseconds(); }
+  std::int64_t WallSeconds() override { return m_target.WallSeconds(); }
+  ESystemError LocalTime(std::int64_t seconds, SCalendarTime& time) override {
+    time = SCalendarTime();
+    return Call(kLocalTime, "", [&] { return m_target.LocalTime(seconds, time); });
+  }
+  void Sleep(int milliseconds) override { m_target.Sleep(milliseconds); }
+  bool Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+            int milliseconds, const std::function<bool()>& done) override {
+    return m_target.Wait(condition, lock, milliseconds, done);
+  }
+  ESystemError StartThread(std::function<void()> body) override {
+    return Call(kStartThread, "", [&] { return m_target.StartThread(std::move(body)); });
+  }
+  ESystemError WriteStandard(bool errorStream, const std::string& text) override {
+    return Call(kWriteStandard, "", [&] { return m_target.WriteStandard(errorStream, text); });
+  }
+
+ protected:
+  friend class CForwardingFile;
+
+  /// Comes before every operation that can fail, also before those of the
+  /// files that were opened here. Whatever it returns but kNone is the result,
+  /// and nothing is handed on.
+  /// @param path "" where there is none, the second one where there are two
+  virtual ESystemError Before([[maybe_unused]] EOperation operation,
+                              [[maybe_unused]] const std::string& path) {
+    return ESystemError::kNone;
+  }
+
+  /// What OpenFile gives out for a file that was opened.
+  virtual std::unique_ptr<ISystemFile> Wrap(const std::string& path,
+                                            std::unique_ptr<ISystemFile> file);
+
+  template <typename Forward>
+  ESystemError Call(EOperation operation, const std::string& path, const Forward& forward) {
+    const ESystemError error = Before(operation, path);
+    return error != ESystemError::kNone ? error : forward();
+  }
+
+  ISystem& m_target;
+};
+
+/// Hands every call on to the file of another system. Must not outlive the
+/// system that opened it.
+class CForwardingFile : public ISystemFile {
+  using enum EOperation;
+
+ public:
+  CForwardingFile(CForwardingSystem& system, std::string path, std::unique_ptr<ISystemFile> target)
+      : m_system(system), m_strPath(std::move(path)), m_pTarget(std::move(target)) {}
+
+  ESystemError ReadAt(const SReadPart* parts, int count, std::int64_t position,
+                      std::int64_t& bytes) override {
+    bytes = 0;
+    return Call(kRead, [&] { return m_pTarget->ReadAt(parts, count, position, bytes); });
+  }
+  ESystemError WriteAt(const char* data, std::size_t size, std::int64_t position,
+                       std::int64_t& bytes) override {
+    bytes = 0;
+    return Call(kWrite, [&] { return m_pTarget->WriteAt(data, size, position, bytes); });
+  }
+  ESystemError Flush() override {
+    return Call(kFlush, [&] { return m_pTarget->Flush(); });
+  }
+  ESystemError StartFlush() override {
+    return Call(kStartFlush, [&] { return m_pTarget->StartFlush(); });
+  }
+  ESystemError Resize(std::int64_t bytes) override {
+    return Call(kResize, [&] { return m_pTarget->Resize(bytes); });
+  }
+  ESystemError Note(std::string& text) override {
+    text.clear();
+    return Call(kReadNote, [&] { return m_pTarget->Note(text); });
+  }
+  ESystemError SetNote(const std::string& text) override {
+    return Call(kWriteNote, [&] { return m_pTarget->SetNote(text); });
+  }
+
+ protected:
+  template <typename Forward>
+  ESystemError Call(EOperation operation, const Forward& forward) {
+    return m_system.Call(operation, m_strPath, forward);
+  }
+
+  CForwardingSystem& m_system;
+  const std::string m_strPath;
+  const std::unique_ptr<ISystemFile> m_pTarget;
+};

@@ -6,6 +6,8 @@
 
 namespace {
 
+constexpr int kMillisecondsPerSecond = 1000;
+
 // Decimal, filled with zeros in front; digits beyond the width stay.
 std::string Padded(int value, std::size_t width) {
   const std::string digits = std::to_string(value);
@@ -15,16 +17,21 @@ std::string Padded(int value, std::size_t width) {
 }  // namespace
 
 std::int64_t CTimeConvert::GetCurTime() {
-  return System().Now();
+  return System().SteadyMilliseconds() / kMillisecondsPerSecond;
+}
+
+std::int64_t CTimeConvert::GetWallTime() {
+  return System().WallSeconds();
 }
 
 std::string CTimeConvert::ConvertTimeToString(std::int64_t seconds) {
-  const SCalendarTime local = System().LocalTime(seconds);
+  SCalendarTime local;
+  System().LocalTime(seconds, local);
   return Padded(local.m_nYear, 4) + '-' + Padded(local.m_nMonth, 2) + '-' +
          Padded(local.m_nDay, 2) + '_' + Padded(local.m_nHour, 2) + '-' +
          Padded(local.m_nMinute, 2) + '-' + Padded(local.m_nSecond, 2);
 }
 
 std::string CTimeConvert::ConvertCurTimeToString() {
-  return ConvertTimeToString(GetCurTime());
+  return ConvertTimeToString(GetWallTime());
 }

@@ -10,7 +10,11 @@ class CTimeConvert {
   /// clock, so a change of the wall clock while the process runs is not seen.
   static std::int64_t GetCurTime();
 
-  /// Local time as "YYYY-MM-DD_HH-MM-SS", fit for a file name.
+  /// Whole seconds since 1970 on the wall clock, as texts and names show them.
+  static std::int64_t GetWallTime();
+
+  /// Local time as "YYYY-MM-DD_HH-MM-SS", fit for a file name; the second one
+  /// that of the wall clock.
   static std::string ConvertTimeToString(std::int64_t seconds);
   static std::string ConvertCurTimeToString();
 };

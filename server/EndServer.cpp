@@ -8,10 +8,10 @@
 bool EndServer(std::unique_ptr<CKQFileTransServiceServer> server, int milliseconds) {
   const auto ended = std::make_shared<CKQEvent>();
   CKQFileTransServiceServer* const ending = server.release();  // the thread's from here on
-  const bool started = System().StartThread([ending, ended] {
+  const ESystemError error = System().StartThread([ending, ended] {
     ending->Stop();
     delete ending;
     ended->SetKQEvent();
   });
-  return started && ended->Wait(milliseconds) == 0;
+  return error == ESystemError::kNone && ended->Wait(milliseconds) == 0;
 }

@@ -51,11 +51,24 @@ bool ReadNote(CFileHandle& file, SNote& note) {
   return true;
 }
 
+// "" when the system cannot tell.
+std::string BootName() {
+  std::string name;
+  System().QueryBootName(name);
+  return name;
+}
+
+std::string MachineName() {
+  std::string name;
+  System().QueryMachineName(name);
+  return name;
+}
+
 // A file system that keeps no notes, and a system that cannot name itself,
 // leave the second accident to chance.
 void WriteNote(CFileHandle& file, std::int64_t safeBytes, std::int64_t wholeBytes) {
-  const std::string boot = System().BootName();
-  const std::string machine = System().MachineName();
+  const std::string boot = BootName();
+  const std::string machine = MachineName();
   if (boot.empty() || machine.empty()) return;
   file.SetNote(boot + kNoteSeparator + std::to_string(safeBytes) + kNoteSeparator +
                std::to_string(wholeBytes) + kNoteSeparator + machine);
@@ -64,9 +77,9 @@ void WriteNote(CFileHandle& file, std::int64_t safeBytes, std::int64_t wholeByte
 // Whether this machine wrote the note before its system started again. Of
 // another machine nobody here knows whether it still runs.
 bool IsOfAnEarlierRun(const SNote& note) {
-  const std::string boot = System().BootName();
+  const std::string boot = BootName();
   if (boot.empty() || note.m_strBoot.empty() || note.m_strMachine.empty()) return false;
-  return note.m_strMachine == System().MachineName() && note.m_strBoot != boot;
+  return note.m_strMachine == MachineName() && note.m_strBoot != boot;
 }
 
 std::int64_t SizeOf(const std::string& path) {
@@ -160,7 +173,8 @@ bool CDurableUpload::End(CFileHandle& file) {
   }
   if (!file.Flush()) return Fail(file);
   for (int level = 0; level < m_nNewEntries; ++level) {
-    if (!System().FlushDirectory(DirectoryAbove(m_strPath, level))) return Fail(file);
+    const ESystemError error = System().FlushDirectory(DirectoryAbove(m_strPath, level));
+    if (error != ESystemError::kNone) return Fail(file);
   }
   if (m_bNoted) SetNoteFor(file, std::max(m_llSafeBytes, SizeOf(m_strPath)), m_llWholeBytes);
   m_strPath.clear();
@@ -168,7 +182,7 @@ bool CDurableUpload::End(CFileHandle& file) {
 }
 
 bool CDurableUpload::EndPending() {
-  if (!CKQPlatForm::IsFileExist(m_strPath)) m_strPath.clear();
+  if (CKQPlatForm::IsFileMissing(m_strPath)) m_strPath.clear();
   if (m_strPath.empty()) return true;
   if (m_bFailed) return false;
   const std::shared_ptr<CFileHandle> file = CFileHandle::Open(m_strPath, "r+b");

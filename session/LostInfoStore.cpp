@@ -9,7 +9,6 @@
 #include "platform/ExpertUtils.h"
 #include "platform/FileConfig.h"
 #include "platform/KQPlatForm.h"
-#include "platform/System.h"
 #include "protocol/LostInfoBounds.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
@@ -44,16 +43,10 @@ bool JoinRecords(QFileConfig& config, const std::string& section, const std::str
   return true;
 }
 
-// Whether there surely is no such file: one that cannot be looked at now must
-// not pass for a record of nothing lost.
-bool IsAbsent(const std::string& path) {
-  ESystemError error = ESystemError::kNone;
-  System().OpenFile(path, EOpenMode::kRead, error);
-  return error == ESystemError::kNotFound || error == ESystemError::kBadPath;
-}
-
+// A file that cannot be looked at now must not pass for a record of nothing
+// lost: only one that is surely missing does.
 int ReadSideFiles(const std::string& lostPath, const std::string& infoPath, std::string& text) {
-  if (IsAbsent(lostPath)) return RESULT_OK;
+  if (CKQPlatForm::IsFileMissing(lostPath)) return RESULT_OK;
   QFileConfig lost;
   lost.SetFileName(lostPath);
   if (!lost.ReadConfig()) return ERROR_CODE_LOSTINFO_RECORD;
@@ -66,7 +59,7 @@ int ReadSideFiles(const std::string& lostPath, const std::string& infoPath, std:
     return ERROR_CODE_LOSTINFO_ACCESS;
   }
   std::string sizes;
-  if (!IsAbsent(infoPath)) {
+  if (!CKQPlatForm::IsFileMissing(infoPath)) {
     QFileConfig info;
     info.SetFileName(infoPath);
     if (!info.ReadConfig()) return ERROR_CODE_LOSTINFO_RECORD;
@@ -81,7 +74,7 @@ int ReadSideFiles(const std::string& lostPath, const std::string& infoPath, std:
 }
 
 int RewriteRange(const std::string& path, int index, KQLonglong a, KQLonglong b) {
-  if (!CKQPlatForm::IsFileExist(path)) return ERROR_CODE_LOSTINFO_NOFILE;
+  if (CKQPlatForm::IsFileMissing(path)) return ERROR_CODE_LOSTINFO_NOFILE;
   QFileConfig lost;
   lost.SetFileName(path);
   if (!lost.ReadConfig()) return ERROR_CODE_LOSTINFO_RECORD;

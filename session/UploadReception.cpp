@@ -12,7 +12,7 @@
 #include "platform/ExpertUtils.h"
 #include "platform/HardWareCommon.h"
 #include "platform/KQFile.h"
-#include "platform/KQPlatForm.h"
+#include "platform/System.h"
 #include "platform/TimeConvert.h"
 #include "protocol/DataPacket.h"
 #include "protocol/MessageCodes.h"
@@ -77,11 +77,12 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
 // be looked at now must not pass for a missing one and be emptied.
 bool CTransClient::OpenTarget(const std::string& path, bool create, int* newEntries) {
   if (!create && m_pTransFile->KQOpen(path, "r+b")) return true;
-  if (!CKQPlatForm::IsFileExist(path)) {
+  SFileStatus status;
+  const ESystemError found = System().QueryFile(path, status);
+  if (!create && found != ESystemError::kNotFound) return false;
+  if (found != ESystemError::kNone) {
     if (newEntries != nullptr) *newEntries = CDurableUpload::CountNewEntries(path);
     EU::CExpertUtils::CreateAllDir(path);
-  } else if (!create) {
-    return false;
   }
   return m_pTransFile->KQOpen(path, "w+b");
 }

@@ -12,14 +12,15 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <utility>
 
 #include "net/Sockets.h"
 #include "platform/BriefWait.h"
+#include "platform/System.h"
 
 namespace {
 
@@ -77,8 +78,7 @@ class CPosixWake : public IWakeHandle {
 enum class EWait { kReady, kWoken, kTimeout };
 
 EWait WaitFor(int fd, short events, int wakeFd, int timeoutMs) {
-  using Clock = std::chrono::steady_clock;
-  const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+  const std::int64_t deadline = System().SteadyMilliseconds() + timeoutMs;
   pollfd fds[2] = {{fd, events, 0}, {wakeFd, POLLIN, 0}};
   for (int left = timeoutMs;;) {
     const int ready = poll(fds, 2, left);
@@ -86,9 +86,7 @@ EWait WaitFor(int fd, short events, int wakeFd, int timeoutMs) {
     if (ready == 0) return EWait::kTimeout;
     if (errno != EINTR) return EWait::kReady;  // the next call reports what is wrong
     if (timeoutMs >= 0) {
-      const auto rest =
-          std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-      left = rest > 0 ? static_cast<int>(rest) : 0;
+      left = static_cast<int>(std::max<std::int64_t>(deadline - System().SteadyMilliseconds(), 0));
     }
   }
 }

@@ -146,16 +146,17 @@ ESystemError CPosixSystem::RemoveEmptyDirectory(const std::string& path) {
   return rmdir(native.c_str()) == 0 ? ESystemError::kNone : ToSystemError(errno);
 }
 
-bool CPosixSystem::FlushDirectory(const std::string& path) {
+ESystemError CPosixSystem::FlushDirectory(const std::string& path) {
   std::string native;
-  if (!ToNativePath(path, native)) return false;
+  if (!ToNativePath(path, native)) return ESystemError::kBadPath;
   const CDescriptor fd = OpenDescriptor(AT_FDCWD, native.c_str(), O_RDONLY | O_DIRECTORY);
-  if (!fd.IsOpen()) return false;
+  if (!fd.IsOpen()) return ToSystemError(errno);
   int result = -1;
   do {
     result = fsync(fd.Get());
   } while (result < 0 && errno == EINTR);
-  return result == 0 || errno == EINVAL || errno == ENOTSUP;
+  const bool done = result == 0 || errno == EINVAL || errno == ENOTSUP;
+  return done ? ESystemError::kNone : ToSystemError(errno);
 }
 
 ESystemError CPosixSystem::ListDirectory(const std::string& path,
@@ -181,17 +182,18 @@ ESystemError CPosixSystem::ListDirectory(const std::string& path,
   return ESystemError::kNone;
 }
 
-bool CPosixSystem::QueryFreeSpace(const std::string& path, std::uint64_t& bytes) {
+ESystemError CPosixSystem::QueryFreeSpace(const std::string& path, std::uint64_t& bytes) {
+  bytes = 0;
   std::string native;
-  if (!ToNativePath(path, native)) return false;
+  if (!ToNativePath(path, native)) return ESystemError::kBadPath;
   struct statvfs space = {};
   while (statvfs(native.c_str(), &space) != 0) {
     if (errno == EINTR) continue;
-    if (errno != ENOENT && errno != ENOTDIR) return false;
+    const ESystemError error = ToSystemError(errno);
     const std::string parent = ParentOf(native);
-    if (parent == native) return false;
+    if (error != ESystemError::kNotFound || parent == native) return error;
     native = parent;
   }
   bytes = static_cast<std::uint64_t>(space.f_bfree) * space.f_frsize;
-  return true;
+  return ESystemError::kNone;
 }

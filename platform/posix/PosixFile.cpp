@@ -23,11 +23,16 @@ constexpr int kMaxParts = 32;
 const char kNoteName[] = "user.kqft.receiving";
 constexpr std::size_t kLongestNote = 256;
 
+ESystemError LastError(bool failed) {
+  return failed ? ToSystemError(errno) : ESystemError::kNone;
+}
+
 class CPosixFile final : public ISystemFile {
  public:
   CPosixFile(CDescriptor fd, bool append) : m_fd(std::move(fd)), m_bAppend(append) {}
 
-  std::int64_t ReadAt(const SReadPart* parts, int count, std::int64_t position) override {
+  ESystemError ReadAt(const SReadPart* parts, int count, std::int64_t position,
+                      std::int64_t& bytes) override {
     iovec slices[kMaxParts];
     const int used = std::min(count, kMaxParts);
     for (int i = 0; i < used; ++i) slices[i] = {parts[i].m_pData, parts[i].m_nBytes};
@@ -35,54 +40,58 @@ class CPosixFile final : public ISystemFile {
     do {
       n = preadv(m_fd.Get(), slices, used, static_cast<off_t>(position));
     } while (n < 0 && errno == EINTR);
-    return n;
+    bytes = std::max<ssize_t>(n, 0);
+    return LastError(n < 0);
   }
 
-  std::int64_t WriteAt(const char* data, std::size_t size, std::int64_t position,
-                       ESystemError& error) override {
+  ESystemError WriteAt(const char* data, std::size_t size, std::int64_t position,
+                       std::int64_t& bytes) override {
     ssize_t n = -1;
     do {
       n = m_bAppend ? write(m_fd.Get(), data, size)
                     : pwrite(m_fd.Get(), data, size, static_cast<off_t>(position));
     } while (n < 0 && errno == EINTR);
-    error = n < 0 ? ToSystemError(errno) : ESystemError::kNone;
-    return n;
+    bytes = std::max<ssize_t>(n, 0);
+    return LastError(n < 0);
   }
 
-  bool Flush() override {
+  ESystemError Flush() override {
     int result = -1;
     do {
       result = fsync(m_fd.Get());
     } while (result < 0 && errno == EINTR);
-    return result == 0;
+    return LastError(result < 0);
   }
 
-  bool StartFlush() override {
+  ESystemError StartFlush() override {
     constexpr unsigned kWaitThenBegin = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE;
     int result = -1;
     do {
       result = sync_file_range(m_fd.Get(), 0, 0, kWaitThenBegin);  // to the end
     } while (result < 0 && errno == EINTR);
-    return result == 0 || errno == ENOSYS;
+    return LastError(result < 0 && errno != ENOSYS);
   }
 
-  bool Resize(std::int64_t bytes) override {
+  ESystemError Resize(std::int64_t bytes) override {
     int result = -1;
     do {
       result = ftruncate(m_fd.Get(), static_cast<off_t>(bytes));
     } while (result < 0 && errno == EINTR);
-    return result == 0;
+    return LastError(result < 0);
   }
 
-  std::string Note() override {
-    char text[kLongestNote];
-    const ssize_t n = fgetxattr(m_fd.Get(), kNoteName, text, sizeof text);
-    return n > 0 ? std::string(text, static_cast<std::size_t>(n)) : "";
+  ESystemError Note(std::string& text) override {
+    char found[kLongestNote];
+    const ssize_t n = fgetxattr(m_fd.Get(), kNoteName, found, sizeof found);
+    text.assign(found, static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
+    return LastError(n < 0 && errno != ENODATA && errno != ENOTSUP);
   }
 
-  bool SetNote(const std::string& text) override {
-    if (text.empty()) return fremovexattr(m_fd.Get(), kNoteName) == 0 || errno == ENODATA;
-    return fsetxattr(m_fd.Get(), kNoteName, text.data(), text.size(), 0) == 0;
+  ESystemError SetNote(const std::string& text) override {
+    if (text.empty()) {
+      return LastError(fremovexattr(m_fd.Get(), kNoteName) != 0 && errno != ENODATA);
+    }
+    return LastError(fsetxattr(m_fd.Get(), kNoteName, text.data(), text.size(), 0) != 0);
   }
 
  private:
@@ -109,54 +118,42 @@ int OpenFlags(EOpenMode mode) {
   return O_RDONLY;
 }
 
-ESystemError LastError(int result) {
-  return ToSystemError(result == 0 ? 0 : errno);
-}
-
 }  // namespace
 
-std::unique_ptr<ISystemFile> CPosixSystem::OpenFile(const std::string& path, EOpenMode mode,
-                                                    ESystemError& error) {
+ESystemError CPosixSystem::OpenFile(const std::string& path, EOpenMode mode,
+                                    std::unique_ptr<ISystemFile>& file) {
+  file = nullptr;
   std::string native;
-  if (!ToNativePath(path, native)) {
-    error = ESystemError::kBadPath;
-    return nullptr;
-  }
+  if (!ToNativePath(path, native)) return ESystemError::kBadPath;
   // O_NONBLOCK: a pipe must be refused below, not waited for. The file is
   // emptied only once it is known to be one.
   CDescriptor fd = OpenDescriptor(AT_FDCWD, native.c_str(), OpenFlags(mode) | O_NONBLOCK);
   struct stat status = {};
-  if (!fd.IsOpen() || fstat(fd.Get(), &status) != 0) {
-    error = ToSystemError(errno);
-    return nullptr;
-  }
-  if (!S_ISREG(status.st_mode)) {
-    error = ESystemError::kNotRegular;
-    return nullptr;
-  }
+  if (!fd.IsOpen() || fstat(fd.Get(), &status) != 0) return ToSystemError(errno);
+  if (!S_ISREG(status.st_mode)) return ESystemError::kNotRegular;
   if (mode == EOpenMode::kCreate && status.st_size > 0 && ftruncate(fd.Get(), 0) != 0) {
-    error = ToSystemError(errno);
-    return nullptr;
+    return ToSystemError(errno);
   }
-  error = ESystemError::kNone;
-  return std::make_unique<CPosixFile>(std::move(fd), mode == EOpenMode::kAppend);
+  file = std::make_unique<CPosixFile>(std::move(fd), mode == EOpenMode::kAppend);
+  return ESystemError::kNone;
 }
 
-bool CPosixSystem::QueryFile(const std::string& path, SFileStatus& status) {
+ESystemError CPosixSystem::QueryFile(const std::string& path, SFileStatus& status) {
   status = SFileStatus();
   std::string native;
   struct stat found = {};
-  if (!ToNativePath(path, native) || stat(native.c_str(), &found) != 0) return false;
+  if (!ToNativePath(path, native)) return ESystemError::kBadPath;
+  if (stat(native.c_str(), &found) != 0) return ToSystemError(errno);
   status.m_bRegular = S_ISREG(found.st_mode);
   status.m_bDirectory = S_ISDIR(found.st_mode);
   if (status.m_bRegular) status.m_llSize = found.st_size;
-  return true;
+  return ESystemError::kNone;
 }
 
 ESystemError CPosixSystem::RemoveFile(const std::string& path) {
   std::string native;
   if (!ToNativePath(path, native)) return ESystemError::kBadPath;
-  return LastError(unlink(native.c_str()));
+  return LastError(unlink(native.c_str()) != 0);
 }
 
 ESystemError CPosixSystem::RenameFile(const std::string& from, const std::string& to) {
@@ -165,17 +162,20 @@ ESystemError CPosixSystem::RenameFile(const std::string& from, const std::string
   if (!ToNativePath(from, nativeFrom) || !ToNativePath(to, nativeTo)) {
     return ESystemError::kBadPath;
   }
-  return LastError(rename(nativeFrom.c_str(), nativeTo.c_str()));
+  return LastError(rename(nativeFrom.c_str(), nativeTo.c_str()) != 0);
 }
 
-std::string CPosixSystem::FollowLinks(const std::string& path) {
+ESystemError CPosixSystem::FollowLinks(const std::string& path, std::string& target) {
+  target.clear();
   std::string native;
+  if (!ToNativePath(path, native)) return ESystemError::kBadPath;
+  target = path;
   struct stat status = {};
-  if (!ToNativePath(path, native) || lstat(native.c_str(), &status) != 0) return path;
-  if (!S_ISLNK(status.st_mode)) return path;
-  const std::unique_ptr<char, void (*)(void*)> target(realpath(native.c_str(), nullptr), std::free);
+  if (lstat(native.c_str(), &status) != 0 || !S_ISLNK(status.st_mode)) return ESystemError::kNone;
+  const std::unique_ptr<char, void (*)(void*)> found(realpath(native.c_str(), nullptr), std::free);
   // A name with a "\" in it cannot be passed on: it would be taken for two.
-  return target == nullptr || std::strchr(target.get(), '\\') != nullptr ? path : target.get();
+  if (found != nullptr && std::strchr(found.get(), '\\') == nullptr) target = found.get();
+  return ESystemError::kNone;
 }
 
 ESystemError CPosixSystem::CopyPermissions(const std::string& from, const std::string& to) {
@@ -193,5 +193,5 @@ ESystemError CPosixSystem::CopyPermissions(const std::string& from, const std::s
     [[maybe_unused]] const int unchanged =
         chown(nativeTo.c_str(), static_cast<uid_t>(-1), source.st_gid);
   }
-  return LastError(chmod(nativeTo.c_str(), source.st_mode & kPermissionBits));
+  return LastError(chmod(nativeTo.c_str(), source.st_mode & kPermissionBits) != 0);
 }

@@ -76,14 +76,15 @@ std::string ReadMachineName() {
   return host.empty() || id.empty() ? host + id : host + "/" + id;
 }
 
-void WriteAll(int fd, const std::string& text) {
+ESystemError WriteAll(int fd, const std::string& text) {
   std::size_t written = 0;
   while (written < text.size()) {
     const ssize_t n = write(fd, text.data() + written, text.size() - written);
     if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return;
+    if (n <= 0) return n < 0 ? ToSystemError(errno) : ESystemError::kOther;
     written += static_cast<std::size_t>(n);
   }
+  return ESystemError::kNone;
 }
 
 }  // namespace
@@ -163,24 +164,39 @@ CPosixSystem::CPosixSystem()
       m_startWall(std::chrono::system_clock::now()),
       m_startSteady(std::chrono::steady_clock::now()) {}
 
-std::int64_t CPosixSystem::Now() {
+ESystemError CPosixSystem::QueryBootName(std::string& name) {
+  name = m_strBootName;
+  return name.empty() ? ESystemError::kOther : ESystemError::kNone;
+}
+
+ESystemError CPosixSystem::QueryMachineName(std::string& name) {
+  name = m_strMachineName;
+  return name.empty() ? ESystemError::kOther : ESystemError::kNone;
+}
+
+std::int64_t CPosixSystem::SteadyMilliseconds() {
   const auto passed = std::chrono::steady_clock::now() - m_startSteady;
   const auto now = m_startWall.time_since_epoch() + passed;
+  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+std::int64_t CPosixSystem::WallSeconds() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
   return std::chrono::duration_cast<std::chrono::seconds>(now).count();
 }
 
-SCalendarTime CPosixSystem::LocalTime(std::int64_t seconds) {
+ESystemError CPosixSystem::LocalTime(std::int64_t seconds, SCalendarTime& time) {
   const auto moment = static_cast<time_t>(seconds);
   tm local = {};
-  SCalendarTime result;
-  if (localtime_r(&moment, &local) == nullptr) return result;
-  result.m_nYear = local.tm_year + 1900;
-  result.m_nMonth = local.tm_mon + 1;
-  result.m_nDay = local.tm_mday;
-  result.m_nHour = local.tm_hour;
-  result.m_nMinute = local.tm_min;
-  result.m_nSecond = local.tm_sec;
-  return result;
+  time = SCalendarTime();
+  if (localtime_r(&moment, &local) == nullptr) return ToSystemError(errno);
+  time.m_nYear = local.tm_year + 1900;
+  time.m_nMonth = local.tm_mon + 1;
+  time.m_nDay = local.tm_mday;
+  time.m_nHour = local.tm_hour;
+  time.m_nMinute = local.tm_min;
+  time.m_nSecond = local.tm_sec;
+  return ESystemError::kNone;
 }
 
 // An idle processor wakes up late, on a virtual machine by some 0.2 ms. That
@@ -199,7 +215,7 @@ bool CPosixSystem::Wait(std::condition_variable& condition, std::unique_lock<std
   return condition.wait_until(lock, deadline, done);
 }
 
-bool CPosixSystem::StartThread(std::function<void()> body) {
+ESystemError CPosixSystem::StartThread(std::function<void()> body) {
   try {
     const CBlockedSignals blocked(SignalsForOthers());
     std::thread([work = std::move(body)] {
@@ -208,22 +224,23 @@ bool CPosixSystem::StartThread(std::function<void()> body) {
       } catch (...) {  // a worker's failure ends the worker, not the host
       }
     }).detach();
-    return true;
+    return ESystemError::kNone;
   } catch (const std::exception&) {
-    return false;
+    return ESystemError::kTooMany;
   }
 }
 
-void CPosixSystem::WriteStandard(bool errorStream, const std::string& text) {
+ESystemError CPosixSystem::WriteStandard(bool errorStream, const std::string& text) {
   sigset_t pipeSignal;
   sigemptyset(&pipeSignal);
   sigaddset(&pipeSignal, SIGPIPE);
   const CBlockedSignals blocked(pipeSignal);
   const bool pendingBefore = IsPending(SIGPIPE);
-  WriteAll(errorStream ? STDERR_FILENO : STDOUT_FILENO, text);
+  const ESystemError error = WriteAll(errorStream ? STDERR_FILENO : STDOUT_FILENO, text);
   if (!pendingBefore && IsPending(SIGPIPE)) {
     // Ours: taken away before the mask opens, so that the host never sees it.
     const timespec atOnce = {};
     sigtimedwait(&pipeSignal, nullptr, &atOnce);
   }
+  return error;
 }

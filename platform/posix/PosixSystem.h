@@ -41,32 +41,34 @@ class CPosixSystem final : public ISystem {
  public:
   CPosixSystem();
 
-  std::unique_ptr<ISystemFile> OpenFile(const std::string& path, EOpenMode mode,
-                                        ESystemError& error) override;
-  bool QueryFile(const std::string& path, SFileStatus& status) override;
+  ESystemError OpenFile(const std::string& path, EOpenMode mode,
+                        std::unique_ptr<ISystemFile>& file) override;
+  ESystemError QueryFile(const std::string& path, SFileStatus& status) override;
   ESystemError RemoveFile(const std::string& path) override;
   ESystemError RenameFile(const std::string& from, const std::string& to) override;
-  std::string FollowLinks(const std::string& path) override;
+  ESystemError FollowLinks(const std::string& path, std::string& target) override;
   ESystemError CopyPermissions(const std::string& from, const std::string& to) override;
   ESystemError MakeDirectory(const std::string& path) override;
   ESystemError RemoveEmptyDirectory(const std::string& path) override;
-  bool FlushDirectory(const std::string& path) override;
+  ESystemError FlushDirectory(const std::string& path) override;
   ESystemError ListDirectory(const std::string& path,
                              std::vector<SDirectoryEntry>& entries) override;
   ESystemError ClearDirectory(const std::string& path) override;
-  bool QueryFreeSpace(const std::string& path, std::uint64_t& bytes) override;
-  std::string BootName() override { return m_strBootName; }
-  std::string MachineName() override { return m_strMachineName; }
-  std::int64_t Now() override;
-  SCalendarTime LocalTime(std::int64_t seconds) override;
+  ESystemError QueryFreeSpace(const std::string& path, std::uint64_t& bytes) override;
+  ESystemError QueryBootName(std::string& name) override;
+  ESystemError QueryMachineName(std::string& name) override;
+  std::int64_t SteadyMilliseconds() override;
+  std::int64_t WallSeconds() override;
+  ESystemError LocalTime(std::int64_t seconds, SCalendarTime& time) override;
   void Sleep(int milliseconds) override;
   bool Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
             int milliseconds, const std::function<bool()>& done) override;
-  bool StartThread(std::function<void()> body) override;
-  void WriteStandard(bool errorStream, const std::string& text) override;
+  ESystemError StartThread(std::function<void()> body) override;
+  ESystemError WriteStandard(bool errorStream, const std::string& text) override;
 
  private:
-  // Constant after construction; read before the process may confine itself.
+  // Constant after construction, "" when it is not known; read before the
+  // process may confine itself.
   const std::string m_strBootName;
   const std::string m_strMachineName;
 

@@ -2,12 +2,12 @@
 
 #include "programs/kqft/Interrupt.h"
 
-#include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
 #include <thread>
 
+#include "platform/System.h"
 #include "programs/ExitStatus.h"
 #include "programs/Termination.h"
 
@@ -58,8 +58,7 @@ int InterruptedStatus() {
 void InterruptibleSleep(int milliseconds) {
   SInterrupts& state = Interrupts();
   std::unique_lock lock(state.m_mutex);
-  state.m_changed.wait_for(lock, std::chrono::milliseconds(milliseconds),
-                           [&] { return state.m_nStatus != 0; });
+  System().Wait(state.m_changed, lock, milliseconds, [&] { return state.m_nStatus != 0; });
 }
 
 CInterruptScope::CInterruptScope() {

@@ -5,23 +5,22 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/System.h"
 #include "programs/Terminal.h"
 #include "programs/kqft/Output.h"
 #include "programs/kqft/Text.h"
 
 namespace {
 
-using std::chrono::milliseconds;
-
-constexpr milliseconds kRedrawInterval(100);
-constexpr milliseconds kJsonInterval(1000);
-constexpr milliseconds kLineInterval(5000);
-constexpr std::chrono::seconds kRateWindow(3);
+constexpr int kRedrawIntervalMs = 100;
+constexpr int kJsonIntervalMs = 1000;
+constexpr int kLineIntervalMs = 5000;
+constexpr int kRateWindowMs = 3000;
 constexpr std::size_t kBarWidth = 20;
 
-milliseconds ChooseInterval(const COutput& output) {
-  if (output.IsLive()) return kRedrawInterval;
-  return output.IsJson() ? kJsonInterval : kLineInterval;
+int ChooseIntervalMs(const COutput& output) {
+  if (output.IsLive()) return kRedrawIntervalMs;
+  return output.IsJson() ? kJsonIntervalMs : kLineIntervalMs;
 }
 
 double Fraction(const SProgress& progress) {
@@ -52,14 +51,14 @@ std::string CutToWidth(const std::string& text, std::size_t width) {
 CProgress::CProgress(COutput& output, std::string command)
     : m_output(output),
       m_strCommand(std::move(command)),
-      m_interval(ChooseInterval(output)),
-      m_next(Clock::now() +
-             (output.IsLive() || output.IsJson() ? Clock::duration(0) : m_interval)) {}
+      m_nIntervalMs(ChooseIntervalMs(output)),
+      m_llNextMs(System().SteadyMilliseconds() +
+                 (output.IsLive() || output.IsJson() ? 0 : m_nIntervalMs)) {}
 
 void CProgress::Show(const SProgress& progress) {
-  const Clock::time_point now = Clock::now();
-  if (m_output.IsQuiet() || now < m_next) return;
-  m_next = now + m_interval;
+  const std::int64_t now = System().SteadyMilliseconds();
+  if (m_output.IsQuiet() || now < m_llNextMs) return;
+  m_llNextMs = now + m_nIntervalMs;
   const double rate = Rate(now, progress.m_llDone);
   if (m_output.IsJson()) {
     m_output.Json(CJsonObject("status")
@@ -83,11 +82,11 @@ void CProgress::End() {
 }
 
 // Over the last seconds, so that the rate follows the line without flicker.
-double CProgress::Rate(Clock::time_point now, std::int64_t done) {
-  m_samples.emplace_back(now, done);
-  while (m_samples.size() > 2 && now - m_samples[1].first >= kRateWindow) m_samples.pop_front();
+double CProgress::Rate(std::int64_t nowMs, std::int64_t done) {
+  m_samples.emplace_back(nowMs, done);
+  while (m_samples.size() > 2 && nowMs - m_samples[1].first >= kRateWindowMs) m_samples.pop_front();
   const auto& [since, before] = m_samples.front();
-  const double seconds = std::chrono::duration<double>(now - since).count();
+  const double seconds = static_cast<double>(nowMs - since) / 1000;
   if (seconds <= 0 || done < before) return 0;
   return static_cast<double>(done - before) / seconds;
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -30,15 +29,13 @@ class CProgress {
   void End();
 
  private:
-  using Clock = std::chrono::steady_clock;
-
-  double Rate(Clock::time_point now, std::int64_t done);
+  double Rate(std::int64_t nowMs, std::int64_t done);
 
   COutput& m_output;
   const std::string m_strCommand;
-  const Clock::duration m_interval;
-  Clock::time_point m_next;
-  std::deque<std::pair<Clock::time_point, std::int64_t>> m_samples;  // of the last seconds
+  const int m_nIntervalMs;
+  std::int64_t m_llNextMs;
+  std::deque<std::pair<std::int64_t, std::int64_t>> m_samples;  // time and bytes, last seconds
 };
 
 /// The text of one progress line, at most `width` columns wide where that is

@@ -12,8 +12,8 @@ namespace {
 
 const char* const kNotReached = "not reached";
 
-double SecondsSince(std::chrono::steady_clock::time_point start) {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+double SecondsSince(std::int64_t startMs) {
+  return static_cast<double>(System().SteadyMilliseconds() - startMs) / 1000;
 }
 
 std::string WhyOf(const STransferItem& item) {
@@ -65,7 +65,7 @@ void TellJson(COutput& output, const STransferReport& report, const SSum& sum, i
                   .Number("bytes_total", sum.m_llTotal)
                   .Number("bytes_done", sum.m_llDone)
                   .Number("bytes_moved", report.m_llMoved)
-                  .Seconds("seconds", SecondsSince(report.m_started))
+                  .Seconds("seconds", SecondsSince(report.m_llStartedMs))
                   .List("files", files));
 }
 
@@ -80,7 +80,7 @@ int ReportTransfer(COutput& output, const STransferReport& report) {
     output.Error(WhyOf(item), item.m_nCode, item.m_strShown);
   }
   const bool isPut = report.m_strCommand == "put";
-  const double seconds = SecondsSince(report.m_started);
+  const double seconds = SecondsSince(report.m_llStartedMs);
   std::string text = isPut ? "sent " : "received ";
   if (sum.m_nDone < report.m_vecItems.size()) text += std::to_string(sum.m_nDone) + " of ";
   text += FormatFiles(report.m_vecItems.size()) + ", " + FormatExactSize(sum.m_llDone);

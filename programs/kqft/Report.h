@@ -1,10 +1,10 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "platform/System.h"
 #include "programs/kqft/Transfer.h"
 
 class COutput;
@@ -16,7 +16,7 @@ struct STransferReport {
   std::vector<STransferItem> m_vecItems;
   std::int64_t m_llMoved = 0;   ///< bytes of file data that crossed the network
   std::size_t m_nProblems = 0;  ///< reported already, beside those of the items
-  std::chrono::steady_clock::time_point m_started = std::chrono::steady_clock::now();
+  std::int64_t m_llStartedMs = System().SteadyMilliseconds();
 };
 
 /// Reports every file that fell short, and the sum.

@@ -12,6 +12,7 @@
 #include "platform/ByteOrder.h"
 #include "platform/KQEvent.h"
 #include "platform/KQFile.h"
+#include "platform/System.h"
 #include "programs/Terminal.h"
 #include "programs/kqft/Output.h"
 #include "protocol/DataPacket.h"
@@ -20,13 +21,11 @@
 
 namespace {
 
-using std::chrono::milliseconds;
-
-constexpr milliseconds kPatience(1500);  // a longer wait is explained
+constexpr int kPatienceMs = 1500;  // a longer wait is explained
 constexpr int kMomentMs = 5;
-constexpr milliseconds kConfirmation(200);
+constexpr std::chrono::milliseconds kConfirmation(200);
 constexpr int kFileEndWaitMs = 30000;
-constexpr std::chrono::seconds kSizeWait(30);
+constexpr int kSizeWaitMs = 30000;
 constexpr std::size_t kSizeWindow = 64;  // questions on their way at a time
 constexpr std::size_t kResultBytes = 4;
 constexpr int kTotalSizeBytes = 8;
@@ -43,7 +42,7 @@ class CWaitNotice {
   CWaitNotice(COutput& output, const std::string& text)
       : m_thread([this, &output, text] {
           std::unique_lock lock(m_mutex);
-          if (m_changed.wait_for(lock, kPatience, [this] { return m_bOver; })) return;
+          if (System().Wait(m_changed, lock, kPatienceMs, [this] { return m_bOver; })) return;
           output.Notice(text);
         }) {}
   CWaitNotice(const CWaitNotice&) = delete;
@@ -140,7 +139,7 @@ int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::i
     const auto moved = [&] { return m_vecSizes.size() > before || !IsConnect(); };
     if (!sent || !IsConnect()) {
       result = ERROR_CODE_CLIENT_CONNECT;
-    } else if (!m_changed.wait_for(lock, kSizeWait, moved)) {
+    } else if (!System().Wait(m_changed, lock, kSizeWaitMs, moved)) {
       result = ERROR_CODE_WAIT_FILESIZE;
       m_evReply->ResetKQEvent();  // Leave is not to wait once more
     }
@@ -222,7 +221,7 @@ int CSession::StartDownload(const std::vector<Channel_Key_Value>& records,
 // Others than the worker set the event too: then it says nothing.
 void CSession::WaitWhileMoving() {
   if (m_evTransEnd->Wait(kMomentMs) == kWaitTimeout || !IsMoving()) return;
-  std::this_thread::sleep_for(milliseconds(kMomentMs));
+  System().Sleep(kMomentMs);
 }
 
 void CSession::StopMoving() {
@@ -252,7 +251,7 @@ void CSession::Abort() {
   m_bStop = true;
   m_evReply->SetKQEvent();
   m_evFileEnd->SetKQEvent();
-  while (IsMoving()) std::this_thread::sleep_for(milliseconds(1));
+  while (IsMoving()) System().Sleep(1);
 }
 
 std::vector<int> CSession::Statuses() {

@@ -8,7 +8,6 @@
 #include "client/KQFileTransServiceClient.h"
 #include "platform/LogFile.h"
 #include "server/KQFileTransServiceServer.h"
-#include "session/TransClient.h"
 
 namespace {
 
@@ -24,10 +23,6 @@ struct SServer : CKQFileTransServiceServer {
   using CKQFileTransServiceServer::WriteLog;
 };
 
-struct SSession : CTransClient {
-  using CTransClient::CTransClient, CTransClient::WriteLog;
-};
-
 constexpr std::size_t kTimeBytes = 19;  // of "2026-01-31_23-59-59"
 
 }  // namespace
@@ -38,14 +33,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   SClient client(jail.Root());
   SServer server;
   server.SetLog(jail.Root(), true);
-  SSession session(nullptr, 7, 9);
-  session.SetLog(jail.Root());
   std::vector<std::string> messages;
   for (CFuzzInput input(data, size); !input.AtEnd();) {
     messages.push_back(input.TakeText());
     client.WriteLog(messages.back());
     server.WriteLog(messages.back());
-    session.WriteLog(messages.back());
   }
   int logs = 0;
   for (const auto& file : std::filesystem::directory_iterator(jail.Root())) {
@@ -55,8 +47,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       Require(log.compare(at + kTimeBytes, 2 + message.size(), ": " + message) == 0);
       at += kTimeBytes + 2 + message.size();
     }
-    Require(at == log.size() && ++logs <= 3);
+    Require(at == log.size() && ++logs <= 2);
   }
-  Require(logs == 3);
+  Require(logs == 2);
   return 0;
 }

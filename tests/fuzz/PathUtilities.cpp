@@ -72,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   SFileStatus status;
   if (CExpertUtils::CreateAllDir(target) == 1) {
     const std::string directory = CExpertUtils::PickDirectory(target);
-    Require(System().QueryFile(directory, status) && status.m_bDirectory);
+    Require(System().QueryFile(directory, status) == ESystemError::kNone && status.m_bDirectory);
   }
   if (!separator.empty()) {
     CExpertUtils::RelaceString(path, separator, "");

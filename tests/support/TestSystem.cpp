@@ -3,6 +3,7 @@
 #include "support/TestSystem.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -19,138 +20,109 @@ std::filesystem::path ToHostPath(std::string path) {
 
 }  // namespace
 
-// A real file behind the plan.
-class CScopedSystem::CPlannedFile final : public ISystemFile {
+// A real file behind the plan. Its note lies in memory: not every file system
+// keeps one.
+class CScopedSystem::CPlannedFile final : public CForwardingFile {
  public:
-  CPlannedFile(CScopedSystem& scope, std::string path, std::unique_ptr<ISystemFile> file)
-      : m_scope(scope), m_strPath(std::move(path)), m_pFile(std::move(file)) {}
+  CPlannedFile(CScopedSystem& scope, CForwardingSystem& system, const std::string& path,
+               std::unique_ptr<ISystemFile> file)
+      : CForwardingFile(system, path, std::move(file)), m_scope(scope) {}
 
-  std::int64_t ReadAt(const SReadPart* parts, int count, std::int64_t position) override {
-    if (m_scope.Begin(EOperation::kRead, m_strPath) != ESystemError::kNone) return -1;
+  ESystemError ReadAt(const SReadPart* parts, int count, std::int64_t position,
+                      std::int64_t& bytes) override {
     const SReadPart first = {parts->m_pData, m_scope.LimitTransfer(parts->m_nBytes, false)};
-    if (first.m_nBytes < parts->m_nBytes) return m_pFile->ReadAt(&first, 1, position);
-    return m_pFile->ReadAt(parts, count, position);
+    const bool cut = first.m_nBytes < parts->m_nBytes;
+    return CForwardingFile::ReadAt(cut ? &first : parts, cut ? 1 : count, position, bytes);
   }
-  std::int64_t WriteAt(const char* data, std::size_t size, std::int64_t position,
-                       ESystemError& error) override {
-    error = m_scope.Begin(EOperation::kWrite, m_strPath);
-    if (error != ESystemError::kNone) return -1;
-    const std::size_t granted = m_scope.LimitTransfer(size, true);
-    if (granted == 0 && size > 0) error = ESystemError::kNoSpace;
-    if (error != ESystemError::kNone) return -1;
-    return m_pFile->WriteAt(data, granted, position, error);
+  ESystemError WriteAt(const char* data, std::size_t size, std::int64_t position,
+                       std::int64_t& bytes) override {
+    bytes = 0;
+    return Call(EOperation::kWrite, [&] {
+      const std::size_t granted = m_scope.LimitTransfer(size, true);
+      if (granted == 0 && size > 0) return ESystemError::kNoSpace;
+      return m_pTarget->WriteAt(data, granted, position, bytes);
+    });
   }
-  bool Flush() override {
-    return m_scope.Begin(EOperation::kFlush, m_strPath) == ESystemError::kNone && m_pFile->Flush();
+  ESystemError Note(std::string& text) override {
+    text.clear();
+    return Call(EOperation::kReadNote, [&] {
+      text = m_scope.NoteOf(m_strPath);
+      return ESystemError::kNone;
+    });
   }
-  bool StartFlush() override {
-    return m_scope.Begin(EOperation::kFlush, m_strPath) == ESystemError::kNone &&
-           m_pFile->StartFlush();
-  }
-  bool Resize(std::int64_t bytes) override { return m_pFile->Resize(bytes); }
-  std::string Note() override { return m_scope.NoteOf(m_strPath); }
-  bool SetNote(const std::string& text) override {
-    m_scope.NoteOf(m_strPath) = text;
-    return true;
+  ESystemError SetNote(const std::string& text) override {
+    return Call(EOperation::kWriteNote, [&] {
+      m_scope.NoteOf(m_strPath) = text;
+      return ESystemError::kNone;
+    });
   }
 
  private:
   CScopedSystem& m_scope;
-  const std::string m_strPath;
-  const std::unique_ptr<ISystemFile> m_pFile;
 };
 
 // The real system behind the plan.
-class CScopedSystem::CPlanned final : public ISystem {
+class CScopedSystem::CPlanned final : public CForwardingSystem {
  public:
-  explicit CPlanned(CScopedSystem& scope) : m_scope(scope) {}
+  explicit CPlanned(CScopedSystem& scope) : CForwardingSystem(NativeSystem()), m_scope(scope) {}
 
-  std::unique_ptr<ISystemFile> OpenFile(const std::string& path, EOpenMode mode,
-                                        ESystemError& error) override {
-    error = m_scope.Begin(EOperation::kOpen, path);
-    if (error != ESystemError::kNone) return nullptr;
-    auto file = m_real.OpenFile(path, mode, error);
-    if (file == nullptr) return nullptr;
-    return std::make_unique<CPlannedFile>(m_scope, path, std::move(file));
-  }
-  bool QueryFile(const std::string& path, SFileStatus& status) override {
-    const ESystemError planned = m_scope.Begin(EOperation::kQuery, path);
-    if (planned != ESystemError::kNone) status = SFileStatus();
-    return planned == ESystemError::kNone && m_real.QueryFile(path, status);
-  }
-  ESystemError RemoveFile(const std::string& path) override { return m_real.RemoveFile(path); }
-  ESystemError RenameFile(const std::string& from, const std::string& to) override {
-    const ESystemError planned = m_scope.Begin(EOperation::kRename, to);
-    return planned != ESystemError::kNone ? planned : m_real.RenameFile(from, to);
-  }
-  std::string FollowLinks(const std::string& path) override { return m_real.FollowLinks(path); }
-  ESystemError CopyPermissions(const std::string& from, const std::string& to) override {
-    return m_real.CopyPermissions(from, to);
-  }
-  ESystemError MakeDirectory(const std::string& path) override {
-    const ESystemError planned = m_scope.Begin(EOperation::kMakeDirectory, path);
-    return planned != ESystemError::kNone ? planned : m_real.MakeDirectory(path);
-  }
-  ESystemError RemoveEmptyDirectory(const std::string& path) override {
-    return m_real.RemoveEmptyDirectory(path);
-  }
-  bool FlushDirectory(const std::string& path) override {
-    return m_scope.Begin(EOperation::kFlush, path) == ESystemError::kNone &&
-           m_real.FlushDirectory(path);
-  }
-  ESystemError ListDirectory(const std::string& path,
-                             std::vector<SDirectoryEntry>& entries) override {
-    return m_real.ListDirectory(path, entries);
-  }
-  ESystemError ClearDirectory(const std::string& path) override {
-    return m_real.ClearDirectory(path);
-  }
-  bool QueryFreeSpace(const std::string& path, std::uint64_t& bytes) override {
+  ESystemError QueryFreeSpace(const std::string& path, std::uint64_t& bytes) override {
+    const ESystemError error = CForwardingSystem::QueryFreeSpace(path, bytes);
     const std::lock_guard lock(m_scope.m_mutex);
-    if (!m_scope.m_plan.m_freeSpace) return m_real.QueryFreeSpace(path, bytes);
-    bytes = static_cast<std::uint64_t>(*m_scope.m_plan.m_freeSpace);
-    return *m_scope.m_plan.m_freeSpace >= 0;
+    const bool planned = error == ESystemError::kNone && m_scope.IsMeant(path);
+    if (planned) bytes = m_scope.m_plan.m_freeSpace.value_or(bytes);
+    return error;
   }
-  std::string BootName() override {
-    return MachineName().empty() ? "" : std::to_string(m_scope.m_nBoots);
+  ESystemError QueryBootName(std::string& name) override {
+    name.clear();
+    return Call(EOperation::kBootName, "", [&] {
+      name = Machine().empty() ? "" : std::to_string(m_scope.m_nBoots);
+      return ESystemError::kNone;
+    });
   }
-  std::string MachineName() override {
-    const std::lock_guard lock(m_scope.m_mutex);
-    return m_scope.m_strMachine;
+  ESystemError QueryMachineName(std::string& name) override {
+    name.clear();
+    return Call(EOperation::kMachineName, "", [&] {
+      name = Machine();
+      return ESystemError::kNone;
+    });
   }
-  std::int64_t Now() override {
+  std::int64_t SteadyMilliseconds() override {
     ++m_scope.m_nClockReads;
-    const auto passed =
-        (std::chrono::steady_clock::now() - m_scope.m_start) * m_scope.m_nClockFactor.load();
-    return m_llStart + m_scope.m_llAdvanced +
-           std::chrono::duration_cast<std::chrono::seconds>(passed).count();
+    return m_scope.Milliseconds();
   }
-  SCalendarTime LocalTime(std::int64_t seconds) override { return m_real.LocalTime(seconds); }
+  std::int64_t WallSeconds() override {
+    return m_scope.Milliseconds() / 1000 + m_scope.m_llStepped;
+  }
   void Sleep(int milliseconds) override {
     m_scope.m_llSlept += std::max(0, milliseconds);
-    m_real.Sleep(Shortened(milliseconds));
+    m_target.Sleep(Shortened(milliseconds));
   }
   bool Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
             int milliseconds, const std::function<bool()>& done) override {
-    return m_real.Wait(condition, lock, Shortened(milliseconds), done);
-  }
-  bool StartThread(std::function<void()> body) override {
-    const std::lock_guard lock(m_scope.m_mutex);
-    return !m_scope.m_plan.m_bNoThreads && m_real.StartThread(std::move(body));
-  }
-  void WriteStandard(bool errorStream, const std::string& text) override {
-    m_real.WriteStandard(errorStream, text);
+    return m_target.Wait(condition, lock, Shortened(milliseconds), done);
   }
 
  private:
+  ESystemError Before(EOperation operation, const std::string& path) override {
+    return m_scope.Begin(operation, path);
+  }
+  std::unique_ptr<ISystemFile> Wrap(const std::string& path,
+                                    std::unique_ptr<ISystemFile> file) override {
+    return std::make_unique<CPlannedFile>(m_scope, *this, path, std::move(file));
+  }
+
+  std::string Machine() const {
+    const std::lock_guard lock(m_scope.m_mutex);
+    return m_scope.m_strMachine;
+  }
+
   // Rounded up: a wait of test time must not become a busy loop.
   int Shortened(int milliseconds) const {
     return milliseconds <= 0 ? milliseconds : (milliseconds - 1) / m_scope.m_nClockFactor + 1;
   }
 
   CScopedSystem& m_scope;
-  ISystem& m_real = NativeSystem();
-  const std::int64_t m_llStart = m_real.Now();
 };
 
 CScopedSystem::CScopedSystem(const CFaultPlan& plan)
@@ -159,11 +131,26 @@ CScopedSystem::CScopedSystem(const CFaultPlan& plan)
 }
 
 void CScopedSystem::Follow(const CFaultPlan& plan) {
+  const std::int64_t now = Milliseconds();
   const std::lock_guard lock(m_mutex);
   m_plan = plan;
   m_mapCalls.clear();
   m_llWritten = 0;
-  if (plan.m_nClockFactor != 0) m_nClockFactor = plan.m_nClockFactor;
+  if (plan.m_nClockFactor == 0) return;
+  m_llTimeThen = now - 1000 * m_llAdvanced;
+  m_llPaceSince = NativeSystem().SteadyMilliseconds();
+  m_nClockFactor = plan.m_nClockFactor;
+}
+
+std::int64_t CScopedSystem::Milliseconds() {
+  const std::lock_guard lock(m_mutex);
+  const std::int64_t passed = NativeSystem().SteadyMilliseconds() - m_llPaceSince;
+  return m_llTimeThen + passed * m_nClockFactor + 1000 * m_llAdvanced;
+}
+
+int CScopedSystem::Calls(EOperation operation) {
+  const std::lock_guard lock(m_mutex);
+  return m_mapCalls[operation];
 }
 
 std::string& CScopedSystem::NoteOf(const std::string& path) {
@@ -171,19 +158,28 @@ std::string& CScopedSystem::NoteOf(const std::string& path) {
   return m_mapNotes[path];
 }
 
+// Called with m_mutex held.
+bool CScopedSystem::IsMeant(const std::string& path) const {
+  return path.empty() || ToHostPath(path).string().rfind(m_plan.m_strBelow, 0) == 0;
+}
+
 // Counts a call and tells what it must fail with.
 ESystemError CScopedSystem::Begin(EOperation operation, const std::string& path) {
   const std::lock_guard lock(m_mutex);
-  if (ToHostPath(path).string().rfind(m_plan.m_strBelow, 0) != 0) return ESystemError::kNone;
-  int call = ++m_mapCalls[operation];
-  if (m_plan.m_bForGood && !m_plan.m_mapFaults.empty()) {
-    call = std::min(call, m_plan.m_mapFaults.begin()->first.second);
-  }
-  const auto fault = m_plan.m_mapFaults.find({operation, call});
-  if (fault == m_plan.m_mapFaults.end()) return ESystemError::kNone;
+  if (!IsMeant(path)) return ESystemError::kNone;
+  const ESystemError error = m_plan.Find(operation, ++m_mapCalls[operation]);
+  if (error == ESystemError::kNone) return error;
   ++m_nStruck;
   if (m_plan.m_bNoMemory) throw std::bad_alloc();
-  return fault->second;
+  return error;
+}
+
+ESystemError CFaultPlan::Find(EOperation operation, int call) const {
+  const auto once = m_mapFaults.find({operation, call});
+  if (once != m_mapFaults.end()) return once->second;
+  const auto forGood = m_mapForGood.find(operation);
+  const bool strikes = forGood != m_mapForGood.end() && call >= forGood->second.first;
+  return strikes ? forGood->second.second : ESystemError::kNone;
 }
 
 // Bytes of `size` that may be moved; written ones take room on the disk.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -12,28 +11,36 @@
 
 #include "platform/System.h"
 
-/// The calls that a plan can make fail.
-enum class EOperation { kOpen, kRead, kWrite, kFlush, kRename, kMakeDirectory, kQuery };
+/// Every operation that a plan can make fail, and what it is called.
+struct SNamedOperation {
+  EOperation m_operation;
+  const char* m_pName;
+};
+constexpr SNamedOperation kOperations[] = {
+#define KQFT_NAMED_OPERATION(name, text) {EOperation::name, text},
+    KQFT_SYSTEM_OPERATIONS(KQFT_NAMED_OPERATION)
+#undef KQFT_NAMED_OPERATION
+};
 
-/// Faults that a test decides on beforehand, read as sentences.
+/// Faults that a test decides on beforehand, read as sentences. Each stands on
+/// its own.
 class CFaultPlan {
  public:
-  /// The `k`-th call (from 1) of an operation fails. Read and write failures
-  /// leave the file as it was.
+  /// The `k`-th call (from 1) of an operation fails and does nothing.
   CFaultPlan& Fail(EOperation operation, int k, ESystemError error) {
     return Set(m_mapFaults[{operation, k}], error);
   }
 
-  /// As above, and so do all that follow it.
+  /// It fails, and so do all of the same operation that follow it.
   CFaultPlan& FailFrom(EOperation operation, int k, ESystemError error) {
-    m_bForGood = true;
-    return Fail(operation, k, error);
+    return Set(m_mapForGood[operation], std::pair(k, error));
   }
 
   /// Failures strike as std::bad_alloc.
   CFaultPlan& OutOfMemory() { return Set(m_bNoMemory, true); }
 
-  /// Failures count and strike only calls whose path begins so.
+  /// Failures count and strike only calls whose path begins so, or that name
+  /// none.
   CFaultPlan& Below(const std::string& path) { return Set(m_strBelow, path); }
 
   /// Writes succeed until `bytes` bytes in all were written, then fail with
@@ -44,8 +51,11 @@ class CFaultPlan {
   CFaultPlan& ShortTransfers(std::int64_t bytes) { return Set(m_llTransferBytes, bytes); }
 
   /// @param bytes -1: the system cannot tell
-  CFaultPlan& FreeSpace(std::int64_t bytes) { return Set(m_freeSpace, std::optional(bytes)); }
-  CFaultPlan& NoThreads() { return Set(m_bNoThreads, true); }
+  CFaultPlan& FreeSpace(std::int64_t bytes) {
+    if (bytes < 0) return FailFrom(EOperation::kFreeSpace, 1, ESystemError::kOther);
+    return Set(m_freeSpace, std::optional(static_cast<std::uint64_t>(bytes)));
+  }
+  CFaultPlan& NoThreads() { return FailFrom(EOperation::kStartThread, 1, ESystemError::kTooMany); }
 
   /// Sleeps and waits take 1/factor of their time, and the clock runs factor
   /// times as fast.
@@ -60,14 +70,15 @@ class CFaultPlan {
     return *this;
   }
 
+  ESystemError Find(EOperation operation, int call) const;
+
   std::map<std::pair<EOperation, int>, ESystemError> m_mapFaults;
-  bool m_bForGood = false;
+  std::map<EOperation, std::pair<int, ESystemError>> m_mapForGood;
   bool m_bNoMemory = false;
   std::string m_strBelow;
   std::int64_t m_llDiskBytes = INT64_MAX;
   std::int64_t m_llTransferBytes = INT64_MAX;
-  std::optional<std::int64_t> m_freeSpace;
-  bool m_bNoThreads = false;
+  std::optional<std::uint64_t> m_freeSpace;
   int m_nClockFactor = 0;  // 0: as before
 };
 
@@ -88,8 +99,14 @@ class CScopedSystem {
   /// Failures that the plans have caused so far.
   int Struck() const { return m_nStruck; }
 
+  /// Calls of an operation that the plan in force has counted.
+  int Calls(EOperation operation);
+
   /// Moves the clock on without waiting.
   void AdvanceClock(std::int64_t seconds) { m_llAdvanced += seconds; }
+
+  /// Somebody sets the wall clock, this much forward or back.
+  void StepWallClock(std::int64_t seconds) { m_llStepped += seconds; }
 
   /// The operating system starts again.
   void Reboot() { ++m_nBoots; }
@@ -112,15 +129,19 @@ class CScopedSystem {
   class CPlanned;
   class CPlannedFile;
   ESystemError Begin(EOperation operation, const std::string& path);
+  bool IsMeant(const std::string& path) const;
   std::string& NoteOf(const std::string& path);  ///< used by one thread for each path
   std::size_t LimitTransfer(std::size_t size, bool write);
 
-  const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+  std::int64_t Milliseconds();
+
   std::atomic<int> m_nClockFactor{1};
   std::mutex m_mutex;
-  CFaultPlan m_plan;                     // guarded by m_mutex
-  std::map<EOperation, int> m_mapCalls;  // guarded by m_mutex
-  std::int64_t m_llWritten = 0;          // guarded by m_mutex
+  std::int64_t m_llPaceSince = NativeSystem().SteadyMilliseconds();  // guarded by m_mutex
+  std::int64_t m_llTimeThen = m_llPaceSince;                         // guarded by m_mutex
+  CFaultPlan m_plan;                                                 // guarded by m_mutex
+  std::map<EOperation, int> m_mapCalls;                              // guarded by m_mutex
+  std::int64_t m_llWritten = 0;                                      // guarded by m_mutex
   std::atomic<int> m_nStruck{0};
   std::map<std::string, std::string> m_mapNotes;  // guarded by m_mutex
   std::string m_strMachine = "here";              // guarded by m_mutex
@@ -128,6 +149,7 @@ class CScopedSystem {
   std::atomic<std::int64_t> m_llSlept{0};
   std::atomic<int> m_nClockReads{0};
   std::atomic<std::int64_t> m_llAdvanced{0};
+  std::atomic<std::int64_t> m_llStepped{0};
   const std::unique_ptr<ISystem> m_pSystem;
   ISystem* const m_pBefore;
 };

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "platform/TimeConvert.h"
 #include "support/TestClient.h"
 
 namespace {
@@ -33,6 +34,25 @@ TEST_F(ClientLog, FileIsReopenedAfterMoreThanSixtySeconds) {
   m_system.AdvanceClock(31);
   client.WriteLog("reopened\n");
   EXPECT_EQ(client.Log(), "reopened\n");
+}
+
+TEST_F(ClientLog, SetClockShowsInLinesAndNamesButPassesNoTime) {
+  constexpr std::int64_t kMonth = 30 * 24 * 60 * 60;
+  const std::int64_t start = CTimeConvert::GetCurTime();
+  for (const std::int64_t step : {kMonth, -2 * kMonth}) {
+    m_system.StepWallClock(step);
+    const std::int64_t from = CTimeConvert::GetWallTime();
+    CTestClient client;
+    client.WriteLog("line\n");
+    const std::int64_t to = CTimeConvert::GetWallTime();
+    const std::string& path = client.m_strLogPath;
+    const std::int64_t named = std::stoll(path.substr(path.rfind('_') + 1));
+    EXPECT_TRUE(from <= named && named <= to) << path;
+    const std::string log = ReadWholeFile(path);
+    EXPECT_LE(CTimeConvert::ConvertTimeToString(from) + ": line\n", log);
+    EXPECT_LE(log, CTimeConvert::ConvertTimeToString(to) + ": line\n");
+  }
+  EXPECT_LT(CTimeConvert::GetCurTime() - start, 60);
 }
 
 }  // namespace

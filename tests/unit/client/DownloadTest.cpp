@@ -97,12 +97,14 @@ TEST_F(Download, EveryPacketStartsANewStallPeriod) {
 }
 
 TEST_F(Download, FreeSpaceMustHoldTheWholeRequest) {
+  const std::string drive = "D:/new/";  // on this system a directory like any other
+  m_client.SetPrjDir(drive);
   const std::int64_t cases[][3] = {{5000000000, 5000000000, 1},
                                    {4999999999, 5000000000, -37},
                                    {-1, 0, -37},  // cannot be told
                                    {1 << 30, -1, -37}};
   for (const auto& [space, total, expected] : cases) {
-    m_system.Follow(CFaultPlan().FreeSpace(space));
+    m_system.Follow(CFaultPlan().FreeSpace(space).Below(drive));
     m_server.Answer(2504, Int64(total));
     const int result = m_client.StartDownload({});
     EXPECT_EQ(result, expected) << space;

@@ -52,9 +52,10 @@ TEST_F(DurableUpload, FailedFlushIsToldBeforeTheEndAndWhatItLostIsSentAgain) {
   EXPECT_EQ(Upload("run.tm", "new", 3), bad);
   EXPECT_EQ(m_net.LastBody(NET_STC_WRITEDATA_ERROR), Int32(ERROR_CODE_SERVER_WRITE));
   EXPECT_EQ(ReadWholeFile(m_dir / "run.tm"), "old");
-  for (int each = 1; each <= 4; ++each) {
+  for (int each = 0; each <= 3; ++each) {
     const std::string name = std::to_string(each) + "/deep/run.tm";
-    m_system.Follow(CFaultPlan().Fail(EOperation::kFlush, each, ESystemError::kOther));
+    const EOperation flush = each == 0 ? EOperation::kFlush : EOperation::kFlushDirectory;
+    m_system.Follow(CFaultPlan().Fail(flush, std::max(each, 1), ESystemError::kOther));
     EXPECT_EQ(Upload(name, "new"), bad) << each;
     EXPECT_EQ(FileSize(m_dir / name), 0);
     m_system.Heal();
@@ -76,7 +77,7 @@ TEST_F(DurableUpload, LongFileIsCutToWhatLiesOnTheDiskAfterAnAccident) {
   EXPECT_EQ(held(), 2 * kStep + 1);  // the link was cut, no more
   m_system.Reboot();
   EXPECT_EQ(held(), kStep);
-  m_system.Follow(CFaultPlan().Fail(EOperation::kFlush, 1, ESystemError::kNoSpace));
+  m_system.Follow(CFaultPlan().Fail(EOperation::kStartFlush, 1, ESystemError::kNoSpace));
   SendChunk(kStep, step);
   EXPECT_EQ(m_net.Count(NET_STC_WRITEDATA_ERROR), 1U);  // at once, not at the end
   SendChunk(2 * kStep, "behind what was lost");

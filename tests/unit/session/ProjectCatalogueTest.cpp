@@ -25,7 +25,8 @@ class ProjectCatalogue : public CSessionTest {
       const bool sized = code == NET_CTS_GETPRJLIST;
       shown.push_back(record.m_strPath + (sized ? "=" + std::to_string(record.m_llSize) : ""));
       SFileStatus status;
-      EXPECT_TRUE(sized || System().QueryFile(record.m_strName, status)) << record.m_strName;
+      EXPECT_TRUE(sized || System().QueryFile(record.m_strName, status) == ESystemError::kNone)
+          << record.m_strName;
     }
     return shown;
   }

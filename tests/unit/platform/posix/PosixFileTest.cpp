@@ -22,9 +22,8 @@ TEST(PosixFile, OnlyRegularFilesOpenAndNoOpenHangs) {
   ASSERT_EQ(mkfifo((temp / "pipe").c_str(), 0666), 0);
   for (const EOpenMode mode : kAllModes) {
     for (const std::string& path : {temp.Path(), temp / "pipe", std::string("/dev/null")}) {
-      ESystemError error = ESystemError::kNone;
-      EXPECT_EQ(System().OpenFile(path, mode, error), nullptr) << path;
-      EXPECT_EQ(error, ESystemError::kNotRegular) << path;
+      std::unique_ptr<ISystemFile> file;
+      EXPECT_EQ(System().OpenFile(path, mode, file), ESystemError::kNotRegular) << path;
     }
   }
 }
@@ -34,19 +33,19 @@ TEST(PosixFile, EmptyPathsAndNulBytesAreRefusedByEveryCall) {
   WriteWholeFile(temp / "canary", "alive");
   const std::string cut = (temp / "canary") + std::string(1, '\0') + "x";
   for (const std::string& path : {std::string(), cut, temp.Path() + std::string(1, '\0')}) {
-    ESystemError error = ESystemError::kNone;
+    std::unique_ptr<ISystemFile> file;
     SFileStatus status;
     std::vector<SDirectoryEntry> entries;
     std::uint64_t bytes = 0;
     for (const EOpenMode mode : kAllModes) {
-      EXPECT_EQ(System().OpenFile(path, mode, error), nullptr);
+      EXPECT_EQ(System().OpenFile(path, mode, file), ESystemError::kBadPath);
     }
-    EXPECT_FALSE(System().QueryFile(path, status) || System().QueryFreeSpace(path, bytes));
     for (const ESystemError result :
-         {System().RemoveFile(path), System().RenameFile(path, temp / "b"),
-          System().RenameFile(temp / "canary", path), System().MakeDirectory(path),
-          System().RemoveEmptyDirectory(path), System().ListDirectory(path, entries),
-          System().ClearDirectory(path)}) {
+         {System().QueryFile(path, status), System().QueryFreeSpace(path, bytes),
+          System().FlushDirectory(path), System().RemoveFile(path),
+          System().RenameFile(path, temp / "b"), System().RenameFile(temp / "canary", path),
+          System().MakeDirectory(path), System().RemoveEmptyDirectory(path),
+          System().ListDirectory(path, entries), System().ClearDirectory(path)}) {
       EXPECT_EQ(result, ESystemError::kBadPath);
     }
   }
@@ -57,9 +56,8 @@ TEST(PosixFile, NeverTakesTheNumberOfAClosedStandardStream) {
   const CTempDirectory temp;
   const int saved = dup(STDIN_FILENO);
   close(STDIN_FILENO);
-  ESystemError error = ESystemError::kNone;
-  const auto file = System().OpenFile(temp / "data", EOpenMode::kCreate, error);
-  EXPECT_NE(file, nullptr);
+  std::unique_ptr<ISystemFile> file;
+  EXPECT_EQ(System().OpenFile(temp / "data", EOpenMode::kCreate, file), ESystemError::kNone);
   EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
   dup2(saved, STDIN_FILENO);
   close(saved);
