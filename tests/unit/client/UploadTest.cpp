@@ -151,9 +151,12 @@ TEST_F(Upload, ClientCanBeDestroyedAtAnyPoint) {
 }  // namespace
 
 // Only arrays: memory checkers keep watch over objects.
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return s_bNoSendBuffers && size == 65536 ? nullptr : std::malloc(size + 1);
+}
+
 void* operator new[](std::size_t size) {
-  const bool refuse = s_bNoSendBuffers && size == 65536;
-  if (void* const area = refuse ? nullptr : std::malloc(size + 1)) return area;
+  if (void* const area = operator new[](size, std::nothrow)) return area;
   throw std::bad_alloc();
 }
 
