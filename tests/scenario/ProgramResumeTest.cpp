@@ -3,11 +3,9 @@
 #include <string_view>
 
 #include "programs/ExitStatus.h"
-#include "programs/Terminal.h"
-#include "programs/kqft/Commands.h"
-#include "programs/kqft/Output.h"
 #include "protocol/MessageCodes.h"
 #include "support/Packets.h"
+#include "support/Programs.h"
 #include "support/TestServer.h"
 #include "support/TestSockets.h"
 
@@ -59,11 +57,7 @@ TEST_F(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
     options.m_place = {"127.0.0.1", m_server.Port(), from, local.Path()};
     options.m_strProject = "P";
     options.m_vecPaths = {local / "P"};
-    const CErrorStreamMute mute;
-    COutput output(false, true);
-    CSession session(options.m_place, output);
-    EXPECT_EQ(session.Open(), 1);
-    EXPECT_EQ(CommandPut(session, output, options), kExitDone);
+    EXPECT_EQ(RunKqft("put", options), kExitDone);
     return sockets.Carried(EDirection::kSent);
   };
   const std::size_t sent = put("127.0.0.2").size();
