@@ -1,6 +1,8 @@
 #!/bin/sh
 # Builds and runs every test, in three builds: plain, with AddressSanitizer
-# and UndefinedBehaviorSanitizer, with ThreadSanitizer.
+# and UndefinedBehaviorSanitizer, with ThreadSanitizer. Before that the form of
+# the sources is checked, and what the plain build compiles is linted, where the
+# tools for it are installed.
 #
 #   ./test.sh              all three
 #   ./test.sh dev tsan     only these
@@ -24,6 +26,22 @@ if [ "$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 0)" -gt 28 ] &&
   fixed_layout="setarch $(uname -m) -R"
 fi
 
+# A tool that is not installed says so and stops nothing.
+check() {
+  "$@" || [ $? -eq 3 ] || {
+    echo "failed: $*" >&2
+    exit 1
+  }
+}
+check tools/format.sh --check
+
+# A kernel without Landlock (or a container that hides it) cannot show that the
+# server is confined.
+if ! python3 -c 'import ctypes, sys; sys.exit(ctypes.CDLL(None).syscall(444, None, 0, 1) < 0)'; then
+  echo "this kernel has no Landlock: the confinement of the server is not tested" >&2
+  export KQFT_NO_LANDLOCK=1
+fi
+
 # One CTest tree over all builds gives one summary.
 mkdir -p build/all
 : >build/all/CTestTestfile.cmake
@@ -36,6 +54,7 @@ for preset in "$@"; do
     exit 1
   }
   echo "subdirs(\"$PWD/build/$preset\")" >>build/all/CTestTestfile.cmake
+  [ "$preset" != dev ] || check tools/lint.sh build/dev
 done
 
 $fixed_layout ctest --test-dir build/all -j "$jobs" --output-on-failure --progress

@@ -36,7 +36,9 @@ struct STexts {
 void TakeRanges(const std::vector<std::string>& texts, std::vector<CAddressRange>& ranges) {
   for (const std::string& text : texts) {
     const std::string wrong = CAddressRange::Parse(text, ranges.emplace_back());
-    if (!wrong.empty()) throw CLI::ValidationError("--allow", text + ": " + wrong);
+    if (wrong.empty()) continue;
+    std::string message = text;
+    throw CLI::ValidationError("--allow", message.append(": ").append(wrong));
   }
 }
 

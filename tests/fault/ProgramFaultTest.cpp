@@ -12,10 +12,6 @@
 
 #include "net/NetWorkPackHead.h"
 #include "programs/ExitStatus.h"
-#include "programs/Terminal.h"
-#include "programs/kqft/Commands.h"
-#include "programs/kqft/Output.h"
-#include "protocol/ResultCodes.h"
 #include "support/Programs.h"
 #include "support/TestServer.h"
 #include "support/TestSockets.h"
@@ -35,16 +31,6 @@ bool IsWholeSweep() {
 
 void WriteTree(const std::string& directory, const Tree& tree) {
   for (const auto& [name, content] : tree) WriteWholeFile(directory + name, content);
-}
-
-Tree ReadTree(const std::string& directory) {
-  Tree tree;
-  if (!fs::exists(directory)) return tree;
-  for (const fs::path& path : fs::recursive_directory_iterator(directory)) {
-    if (fs::is_directory(path)) continue;
-    tree[path.lexically_relative(directory).string()] = ReadWholeFile(path.string());
-  }
-  return tree;
 }
 
 class ProgramFault : public testing::TestWithParam<const char*> {
@@ -88,16 +74,7 @@ class ProgramFault : public testing::TestWithParam<const char*> {
     options.m_strInto = m_client / "back";
     options.m_nRetries = 0;
     if (IsPut()) options.m_vecPaths = {m_client / "local"};
-    int status = kExitNoConnection;
-    {
-      const CErrorStreamMute mute;
-      COutput output(false, true);
-      CSession session(options.m_place, output);
-      if (session.Open() == RESULT_OK) {
-        status =
-            IsPut() ? CommandPut(session, output, options) : CommandGet(session, output, options);
-      }
-    }
+    const int status = RunKqft(GetParam(), options);
     if (status == kExitDone) {
       const bool whole =
           IsPut() ? ReadTree(m_serverDir / m_strProject) == m_whole

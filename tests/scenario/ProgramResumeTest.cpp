@@ -10,6 +10,7 @@
 #include "protocol/MessageCodes.h"
 #include "support/FakeServer.h"
 #include "support/Packets.h"
+#include "support/Programs.h"
 #include "support/TestServer.h"
 #include "support/TestSockets.h"
 

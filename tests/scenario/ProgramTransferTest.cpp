@@ -17,16 +17,6 @@ bool Holds(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
 
-// Every regular file below a directory, by relative name, with its content.
-std::map<std::string, std::string> TreeOf(const std::string& directory) {
-  std::map<std::string, std::string> tree;
-  for (const fs::path& path : fs::recursive_directory_iterator(directory)) {
-    if (!fs::is_regular_file(path)) continue;
-    tree[path.lexically_relative(directory).string()] = ReadWholeFile(path.string());
-  }
-  return tree;
-}
-
 class ProgramTransfer : public testing::Test {
  protected:
   CServerProgram m_server;
@@ -60,18 +50,25 @@ TEST_F(ProgramTransfer, TreeGoesUpAndComesDownByteForByte) {
 
   const auto put = m_station.Run({"put", m_local / "P"});
   EXPECT_EQ(put->Wait(), 0) << put->Error();
-  EXPECT_EQ(TreeOf(m_server.ProjectPath("P")), TreeOf(m_local / "P"));
-  EXPECT_TRUE(Holds(put->Output(), "sent 7 files, 3.2 MiB (3,345,")) << put->Output();
+  EXPECT_EQ(ReadTree(m_server.ProjectPath("P")), ReadTree(m_local / "P"));
+  EXPECT_TRUE(Holds(put->Output(), "sent 7 files, 3.2 MiB (3,345,750 bytes), in")) << put->Output();
+  EXPECT_TRUE(Holds(m_station.Run({"put", "-n", m_local / "P"})->Output(), "would send 6 files, "));
   EXPECT_TRUE(Holds(m_station.Run({"ls"})->Output(), "\nP     3.2 MiB  2"));
   EXPECT_TRUE(Holds(m_station.Run({"files", "P"})->Output(), "\nwith space/\xc3\xbc.txt\n"));
   EXPECT_EQ(m_station.Run({"dir"})->Output(), m_server.ProjectPath("") + "\n");
 
   const auto get = m_station.Run({"get", "P", "--into", fetched.Path()});
   EXPECT_EQ(get->Wait(), 0) << get->Error();
-  EXPECT_EQ(TreeOf(fetched / "P"), TreeOf(m_local / "P"));
+  EXPECT_TRUE(Holds(get->Output(), "received 7 files, 3.2 MiB (3,345,750 bytes), in"));
+  fs::remove(fetched / "P/empty");
   const auto again = m_station.Run({"--json", "get", "P", "--into", fetched.Path()});
   EXPECT_TRUE(Holds(again->Output(), "\"files_done\":7,")) << again->Output();
   EXPECT_TRUE(Holds(again->Output(), "\"bytes_moved\":0,")) << again->Output();
+  EXPECT_TRUE(Holds(again->Output(),
+                    "\"status\",\"command\":\"get\",\"bytes_done\":3345750,"
+                    "\"bytes_total\":3345750,\"files_done\":6,\"files_total\":7,"))
+      << again->Output();
+  EXPECT_EQ(ReadTree(fetched / "P"), ReadTree(m_local / "P"));
 
   EXPECT_EQ(m_station.Start({"rm", "P"})->Wait(), 2);
   EXPECT_TRUE(fs::exists(m_server.ProjectPath("P")));
@@ -95,13 +92,22 @@ TEST_F(ProgramTransfer, EveryFileThatFailsIsNamedAndTheOthersArrive) {
     EXPECT_TRUE(Holds(put->Error(), told)) << put->Error();
   }
   EXPECT_TRUE(Holds(put->Output(), "\"code\":-8,\"code_name\":\"CREATE_FILE_ERROR\""));
-  EXPECT_TRUE(Holds(put->Output(), "\"exit_status\":1,"));
+  EXPECT_TRUE(Holds(put->Output(), "\"result\":\"failed\",\"exit_status\":1,"));
+  EXPECT_TRUE(Holds(put->Output(),
+                    "\"files_total\":4,\"files_done\":2,\"bytes_total\":16,\"bytes_done\":10,"))
+      << put->Output();
+  const auto plan =
+      m_station.Run({"put", "-n", "--project", "P", m_local / "P", m_local / "P/a.txt"});
+  EXPECT_EQ(plan->Wait(), 1);
+  EXPECT_TRUE(Holds(plan->Error(), "P/a.txt: another file has the same name")) << plan->Error();
+  EXPECT_EQ(m_station.Run({"put", "--project", "Q", m_local / "P/a.txt", "/dev/null"})->Wait(), 1);
 
   const auto get =
       m_station.Run({"get", "P", "a.txt", "nosuch", "a.txt", "--into", m_local / "in"});
   EXPECT_EQ(get->Wait(), 1);
   EXPECT_EQ(ReadWholeFile(m_local / "in/P/a.txt"), "a.txt");
   EXPECT_TRUE(Holds(get->Error(), "P/nosuch: the server cannot open the file (-7 "));
+  EXPECT_TRUE(Holds(get->Output(), "received 1 of 2 files, ")) << get->Output();
   EXPECT_FALSE(fs::exists(m_local / "in/P/nosuch"));
 }
 
@@ -141,12 +147,12 @@ TEST_F(ProgramTransfer, InterruptedGetEndsSoonAlsoBetweenTwoFiles) {
   const Arguments command = {"get", "P", "--into", m_local.Path()};
   const auto get = m_station.Start(command);
   EXPECT_TRUE(WaitUntil([&] { return FileSize(m_local / "P/1.1.part") >= 0; }));
-  get->Signal(SIGINT);
+  get->Signal(SIGTERM);
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(get->Wait(), 130);
+  EXPECT_EQ(get->Wait(), 143);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
   EXPECT_EQ(m_station.Start(command)->Wait(), 0);
-  EXPECT_EQ(TreeOf(m_local / "P"), TreeOf(m_server.ProjectPath("P")));
+  EXPECT_EQ(ReadTree(m_local / "P"), ReadTree(m_server.ProjectPath("P")));
 }
 
 TEST_F(ProgramTransfer, GetNeverMixesVersionsOrLeavesItsDirectory) {
@@ -154,7 +160,10 @@ TEST_F(ProgramTransfer, GetNeverMixesVersionsOrLeavesItsDirectory) {
   WriteWholeFile(m_server.ProjectPath("P/a.tm"), "0123456789");
   WriteWholeFile(m_server.ProjectPath("P/link/b.txt"), "b");
   WriteWholeFile(m_server.ProjectPath("P/c"), "server");
+  WriteWholeFile(m_server.ProjectPath("P/d"), "new");
+  WriteWholeFile(m_server.ProjectPath("P/d.3.part"), "what would meet the part of d");
   WriteWholeFile(m_local / "P/a.tm", "XXXXXXXXXXXXXXXX");  // longer, no part of it
+  WriteWholeFile(m_local / "P/d.3.part", "longer");        // no part either
   WriteWholeFile(m_local / "P/a.tm.9.part", "stale");      // of an earlier version
   WriteWholeFile(m_local / "P/c.6.part", "ser");           // of this version
   fs::create_directory_symlink(outside.Path(), m_local / "P/link");
@@ -165,7 +174,19 @@ TEST_F(ProgramTransfer, GetNeverMixesVersionsOrLeavesItsDirectory) {
   EXPECT_TRUE(fs::is_empty(outside.Path()));
   EXPECT_EQ(ReadWholeFile(m_local / "P/a.tm"), "0123456789");
   EXPECT_EQ(ReadWholeFile(m_local / "P/c"), "server");
+  EXPECT_EQ(ReadWholeFile(m_local / "P/d"), "new");
+  EXPECT_TRUE(Holds(get->Error(), "P/d.3.part: another file would get the same place here"));
   EXPECT_FALSE(fs::exists(m_local / "P/a.tm.9.part") || fs::exists(m_local / "P/c.6.part"));
+
+  MakeSparseFile(m_server.ProjectPath("Q/changes"), kBigFile);
+  const auto changed = m_station.Start({"get", "Q", "--retries", "0", "--into", m_local.Path()});
+  EXPECT_TRUE(WaitUntil([&] {
+    return FileSize(m_local / ("Q/changes." + std::to_string(kBigFile) + ".part")) > kMiB;
+  }));
+  fs::resize_file(m_server.ProjectPath("Q/changes"), kMiB);
+  EXPECT_EQ(changed->Wait(), 1);
+  EXPECT_TRUE(Holds(changed->Error(), "changed on the server")) << changed->Error();
+  EXPECT_TRUE(fs::is_empty(m_local / "Q"));
 }
 
 }  // namespace

@@ -7,6 +7,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
+
+#include "programs/ExitStatus.h"
+#include "programs/Terminal.h"
+#include "programs/kqft/Commands.h"
+#include "programs/kqft/Output.h"
+#include "protocol/ResultCodes.h"
+
+namespace fs = std::filesystem;
+
 namespace {
 
 int Spawn(const std::string& path, const Arguments& arguments, const std::string& out,
@@ -32,6 +42,24 @@ int Spawn(const std::string& path, const Arguments& arguments, const std::string
 }
 
 }  // namespace
+
+std::map<std::string, std::string> ReadTree(const std::string& directory) {
+  std::map<std::string, std::string> tree;
+  if (!fs::exists(directory)) return tree;
+  for (const fs::path& path : fs::recursive_directory_iterator(directory)) {
+    if (!fs::is_regular_file(path)) continue;
+    tree[path.lexically_relative(directory).string()] = ReadWholeFile(path.string());
+  }
+  return tree;
+}
+
+int RunKqft(const char* command, const SOptions& options) {
+  const CErrorStreamMute mute;
+  COutput output(false, true);
+  CSession session(options.m_place, output);
+  if (session.Open() != RESULT_OK) return kExitNoConnection;
+  return (std::string(command) == "put" ? CommandPut : CommandGet)(session, output, options);
+}
 
 CProgram::CProgram(const std::string& path, const Arguments& arguments)
     : m_nPid(Spawn(path, arguments, m_directory / "out", m_directory / "err")) {}

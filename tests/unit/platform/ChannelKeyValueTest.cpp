@@ -13,10 +13,10 @@ TEST(ChannelKeyValue, TheTextFormIsFixed) {
   record.m_strPath = "a\\b\n'\"<&>";
   record.m_strName = "\xE4\xB8\xAD";
   record.m_nStatus = -26;
-  record.m_llSize = 5;
+  record.m_llSize = 5000000000;
   EXPECT_EQ(PrintRecords({record}),
             "<Channel_Key_Values>\n<Channel_Key_Value m_strPath=\"a\\b&#10;&apos;&quot;&lt;&amp;"
-            "&gt;\" m_strName=\"\xE4\xB8\xAD\" m_nStatus=\"-26\" m_llSize=\"5\"/>\n"
+            "&gt;\" m_strName=\"\xE4\xB8\xAD\" m_nStatus=\"-26\" m_llSize=\"5000000000\"/>\n"
             "</Channel_Key_Values>\n");
   EXPECT_TRUE(ParseRecords(PrintRecords({})).empty());
 }
@@ -28,15 +28,15 @@ TEST(ChannelKeyValue, ForeignTextIsReadAndWhatIsUnknownKept) {
   const std::vector<Channel_Key_Value> records = ParseRecords(
       "\xEF\xBB\xBF<?xml version=\"1.0\"?>\r\n<!-- list -->\n"
       "<Channel_Key_Values version='2'><Other><x/></Other>"
-      "<Channel_Key_Value m_llSize = '77'\n m_strName='&#20013;&#xe9;' m_strPath=\"p\" "
+      "<Channel_Key_Value m_llSize = '7700000000'\n m_strName='&#20013;&#xe9;' m_strPath=\"p\" "
       "m_nStatus=\"x\"" +
       unknown + "<Channel_Key_Value></Channel_Key_Value ></Channel_Key_Values >\n<!-- end -->");
   ASSERT_EQ(records.size(), 2U);
   EXPECT_EQ(records[0].m_strName, "\xE4\xB8\xAD\xC3\xA9");
-  EXPECT_EQ(records[0].m_llSize, 77);
+  EXPECT_EQ(records[0].m_llSize, 7700000000);
   EXPECT_EQ(records[0].m_nStatus, 0);
   const std::string printed = PrintRecords(records);
-  EXPECT_NE(printed.find("m_llSize=\"77\"" + unknown), std::string::npos) << printed;
+  EXPECT_NE(printed.find("m_llSize=\"7700000000\"" + unknown), std::string::npos) << printed;
   EXPECT_EQ(PrintRecords(ParseRecords(printed)), printed);
 }
 

@@ -24,7 +24,6 @@ TEST(ExpertUtils, PathsSplitAtBothSeparators) {
   for (const auto& [path, directory, name, extension, without, above] : kCases) {
     EXPECT_EQ(CExpertUtils::PickDirectory(path), directory) << path;
     EXPECT_EQ(CExpertUtils::PickDirectory(path, 1), path) << path;
-    EXPECT_EQ(CExpertUtils::PickDirectory(path, 2), directory) << path;
     EXPECT_EQ(CExpertUtils::PickDirectory(path, 3), above) << path;
     EXPECT_EQ(CExpertUtils::PickFileName(path), name) << path;
     EXPECT_EQ(CExpertUtils::PickFileExt(path), extension) << path;

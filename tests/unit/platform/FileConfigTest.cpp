@@ -18,11 +18,15 @@ std::string Value(QFileConfig& config, const std::string& section, const std::st
 TEST(FileConfig, AFileOfAnotherProgramIsReadAndOnlyTheChangedValueDiffers) {
   const CTempDirectory temp;
   const std::string before =
-      "\xEF\xBB\xBF; written by hand\r\nloose = 1\r\nbig=4294967297\r\n\r\n[ LOST_pos ] ; "
+      "\xEF\xBB\xBF; written by hand\r\nloose = 1\r\nbig=99999999999999999999\r\n\r\n[ LOST_pos ] "
+      "; "
       "heading\r\n"
       "# comment = no key\r\n\tnRecordCount =  2 \r\nlost_INFO_0=10,20\r\n"
       "lost_info_0=second\r\nno key here\r\n=no key\r\nempty=\r\n\r\n[broken\r\n[Next]\r\nk=v=w";
   WriteWholeFile(temp / "a.li", before);
+  const std::string left =
+      temp / ".kqft-7688082729940726133.tmp";  // by an update that a crash cut off
+  WriteWholeFile(left, "");
   std::filesystem::permissions(temp / "a.li", std::filesystem::perms(0640));
   QFileConfig config;
   config.SetFileName(temp / "a.li");
@@ -47,12 +51,14 @@ TEST(FileConfig, AFileOfAnotherProgramIsReadAndOnlyTheChangedValueDiffers) {
   ASSERT_TRUE(config.UpdateFile(true));
   EXPECT_EQ(
       ReadWholeFile(temp / "a.li"),
-      "\xEF\xBB\xBF; written by hand\r\nloose = 1\r\nbig=4294967297\r\nfirst=0\r\n\r\n[ LOST_pos ] "
+      "\xEF\xBB\xBF; written by hand\r\nloose = 1\r\nbig=99999999999999999999\r\nfirst=0\r\n\r\n[ "
+      "LOST_pos ] "
       "; heading\r\n"
       "# comment = no key\r\n\tnRecordCount =  31 \r\nlost_INFO_0=10,20\r\n"
       "lost_info_0=second\r\nno key here\r\n=no key\r\nempty=full\r\n; why\r\nnew=1 [x]\r\n\r\n"
       "[broken\r\n[Next]\r\nk=v=w\r\n[Fresh]\r\na=b\r\n");
   EXPECT_EQ(Value(config, "lost_pos", "NEW"), "1 [x]");
+  EXPECT_FALSE(std::filesystem::exists(left));
   EXPECT_EQ(std::filesystem::status(temp / "a.li").permissions(), std::filesystem::perms(0640));
 }
 

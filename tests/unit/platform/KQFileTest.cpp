@@ -16,7 +16,7 @@ std::string ReadText(CKQFile& file, int len) {
   return text;
 }
 
-TEST(KQFile, WriteExLeavesThePositionAndImpossibleOnesAreRefused) {
+TEST(KQFile, ClosedFilesAndImpossiblePositionsAreRefused) {
   const CTempDirectory temp;
   CKQFile file;
   ASSERT_TRUE(file.KQOpen(temp / "file", "w+b"));
@@ -28,8 +28,16 @@ TEST(KQFile, WriteExLeavesThePositionAndImpossibleOnesAreRefused) {
   EXPECT_EQ(file.Read(nullptr, -5), 0);
   EXPECT_TRUE(file.Seek(0));
   EXPECT_EQ(ReadText(file, 9), "ab234");
-  EXPECT_FALSE(file.KQOpen(temp.Path(), "rb"));  // a directory; the old file is closed
+  auto user = file.GetHandle();
+  char byte = 0;
+  EXPECT_FALSE(file.KQOpen(temp / "missing", "r+b"));  // and the old file is closed
   EXPECT_FALSE(file.IsOpen() || WriteText(file, "x") || file.WriteEx(0, "x", 1) || file.Seek(0));
+  EXPECT_FALSE(user->WriteAt(0, "x", 1) || user->ReadAt(0, &byte, 1) != 0);
+  EXPECT_EQ(FileSize(temp / "missing"), -1);
+  ASSERT_TRUE(file.KQOpen(temp / "file", "r+b"));
+  user = file.GetHandle();
+  file.CloseIf(user);
+  EXPECT_FALSE(file.IsOpen() || user->WriteAt(0, "x", 1));
 }
 
 TEST(KQFile, PartialTransfersAreCompletedAndAFullDiskIsReported) {

@@ -3,6 +3,7 @@
 #include "programs/kqft/Text.h"
 
 #include "programs/kqft/JsonObject.h"
+#include "programs/kqft/Progress.h"
 
 TEST(Text, NamesCannotMoveTheCursorAndAreWellFormed) {
   EXPECT_EQ(Printable("a\x1b[2J\n\x7f\xc3\xa4"), "a\\x1B[2J\\x0A\\x7F\xc3\xa4");
@@ -15,6 +16,16 @@ TEST(Text, NamesCannotMoveTheCursorAndAreWellFormed) {
     EXPECT_FALSE(IsUtf8(bad)) << bad;
   }
   EXPECT_EQ(ReplaceNonUtf8("a\xff\xc3\xa4\xc3"), "a\xef\xbf\xbd\xc3\xa4\xef\xbf\xbd");
+}
+
+TEST(Text, ProgressLineIsCutToTheTerminal) {
+  const std::int64_t mib = 1 << 20;
+  const SProgress progress = {3 * mib, 4 * mib, 1, 2, "P/\xc3\xa4\x1b"};
+  const std::string line =
+      "[==============>     ]  75%  3.0 MiB of 4.0 MiB  512.0 KiB/s  0:02 left  1 of 2 files  ";
+  EXPECT_EQ(ProgressLine(progress, mib / 2, 0), line + "P/\xc3\xa4\\x1B");
+  EXPECT_EQ(ProgressLine(progress, mib / 2, line.size() + 3), line + "P/\xc3\xa4");
+  EXPECT_NE(ProgressLine(SProgress(), 0, 0).find(" 0%  "), std::string::npos);
 }
 
 TEST(Text, JsonCarriesEveryByteOfAName) {

@@ -91,6 +91,10 @@ TEST_F(DownloadSending, StopIsAcknowledgedAfterTheBlockInHand) {
   EXPECT_EQ(EndOf(), kStopped);
   EXPECT_LE(m_net.Bodies(NET_STC_TRANSFILEDATA).size(), 17U);
   EXPECT_EQ(m_net.Codes().back(), NET_CTS_TRANS_STOP);
+  m_net.m_bRoom = true;
+  EXPECT_EQ(AskDownload(0, "file"), kOk);
+  EXPECT_EQ(EndOf(2), kOk);
+  m_net.m_bRoom = false;
   EXPECT_EQ(AskDownload(0, "file"), kOk);  // and the session ends under this one
 }
 

@@ -55,6 +55,8 @@ TEST_F(LostInfoStore, MissingAndUnusableFilesAreReportedWithoutText) {
     m_system.Follow(CFaultPlan().Fail(step, 1, ESystemError::kNoSpace));
     EXPECT_EQ(Change(0, 1, 1), Int32(ERROR_CODE_LOSTINFO_ACCESS));
     EXPECT_EQ(ReadWholeFile(m_dir / "run.li"), before);
+    const std::filesystem::directory_iterator left(m_dir.Path());
+    EXPECT_EQ(std::distance(begin(left), end(left)), 2) << "beside dir.li and run.li";
   }
   WriteWholeFile(m_dir / "a.li", "[Lost_Pos]\nnRecordCount=1\nlost_info_0=1,2\n");
   for (const EOperation look :

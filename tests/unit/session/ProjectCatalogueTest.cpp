@@ -36,12 +36,13 @@ class ProjectCatalogue : public CSessionTest {
 
 TEST_F(ProjectCatalogue, ProjectsHoldWhatWasSeenSinceTheOneBefore) {
   Create({{"A/A.kqsln", 100}, {"A/Model/m.dat", 50}, {"B/x", 7}, {"E/E.kqsln", 10}});
-  EXPECT_EQ(Projects(), (Records{"A=150", "E=17"}));
+  MakeSparseFile(m_dir / "Prj/E/large", 5000000000);
+  EXPECT_EQ(Projects(), (Records{"A=150", "E=5000000017"}));
   EXPECT_EQ(Files("A"), (Records{"A\\A.kqsln", "A\\Model\\m.dat"}));
   // What is left at the end counts for the next request's first record.
   WriteWholeFile(m_dir / "Prj/Loose.kqsln", "loose");
-  EXPECT_EQ(Projects(), (Records{"A=150", "E=17"}));
-  EXPECT_EQ(Projects(), (Records{"A=155", "E=17"}));
+  EXPECT_EQ(Projects(), (Records{"A=150", "E=5000000017"}));
+  EXPECT_EQ(Projects(), (Records{"A=155", "E=5000000017"}));
   EXPECT_EQ(Ask(NET_CTS_GETPRJDIR), m_dir / "Prj/");
 }
 

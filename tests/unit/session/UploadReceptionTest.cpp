@@ -19,12 +19,14 @@ TEST_F(UploadReception, FlagDecidesWhetherAnExistingFileIsKept) {
   SendChunk(0, "made");
   EXPECT_EQ(ReadWholeFile(m_dir / "new/deep/file"), "made");
   EXPECT_EQ(AskUpload(true, "new"), Int32(CREATE_FILE_ERROR) + Int64(0));  // a directory
-  CFaultPlan faults = CFaultPlan().FailFrom(EOperation::kQuery, 1, ESystemError::kOther);
-  for (const int failing : {1, 2}) {  // whichever of the first opens is the one that keeps it
-    m_system.Follow(faults.Fail(EOperation::kOpen, failing, ESystemError::kTooMany));
+  for (const auto& [operation, k] : {std::pair(EOperation::kQuery, 1),
+                                     {EOperation::kOpen, 1},
+                                     {EOperation::kOpen, 2}}) {  // the second one is the target's
+    m_system.Follow(CFaultPlan().Fail(operation, k, ESystemError::kTooMany));
     AskUpload(false, "new\\deep\\file");
     EXPECT_EQ(ReadWholeFile(m_dir / "new/deep/file"), "made") << "a fault empties no file";
   }
+  EXPECT_EQ(m_system.Struck(), 3);
 }
 
 TEST_F(UploadReception, RepeatedFailureIsAnnouncedAndLoggedOnce) {

@@ -1,0 +1,75 @@
+#!/bin/bash
+# Compares what is said of the commands and options of kqft and kqft-server:
+# by --help, by the manual pages and by the completion of bash.
+#
+#   tests/check-usage.sh ROOT BUILD
+#
+# Prints what stands in one place only; exit status 1 when there is anything.
+set -u
+export LC_ALL=C
+root=$1
+bin=$2/bin
+offences=0
+
+compare() { # WHAT FIRST SECOND: both as lines in any order
+  local one two
+  one=$(sort -u <<<"$2")
+  two=$(sort -u <<<"$3")
+  [[ $one != "$two" || ! $one ]] || return 0
+  echo "$1 differ:"
+  diff <(echo "$one") <(echo "$two") | grep '^[<>]'
+  offences=1
+}
+
+# What --help of a program, or of a command of it, lists in a section.
+listed() { # SECTION PROGRAM [COMMAND]
+  "$bin/$2" ${3:+"$3"} --help | awk -v section="$1:" '
+    /^[A-Z]/ { inside = $0 == section }
+    inside && /^  [^ ]/ { sub(/\{.*/, "", $1); gsub(",", "\n", $1); print $1 }'
+}
+
+# What a manual page explains in a section, without its fonts.
+explained() { # SECTION PAGE
+  sed 's/\\-/-/g; s/\\f[A-Z]//g; s/["[]/ /g' "$root/docs/man/$2" | awk -v section="$1" '
+    /^\.SH/ { inside = $2 == section }
+    tag && inside { $1 = ""; print }
+    { tag = /^\.TP/ }'
+}
+
+options() { grep -oE '(^| )--?[a-z][a-z-]*' | tr -d ' '; }
+
+# What bash offers in the place of the last word.
+completed() { # PROGRAM WORD...
+  COMP_WORDS=("$@")
+  COMP_CWORD=$(($# - 1))
+  COMPREPLY=()
+  "_${1//-/_}"
+  printf '%s\n' "${COMPREPLY[@]}"
+}
+
+for program in kqft kqft-server; do
+  # shellcheck source=/dev/null
+  . "$root/packaging/bash-completion/$program"
+done
+
+server=$(listed Options kqft-server)
+compare "kqft-server: --help (<) and manual (>)" "$server" "$(explained OPTIONS kqft-server.8 | options)"
+compare "kqft-server: --help (<) and completion (>)" "$(grep ^-- <<<"$server")" \
+  "$(completed kqft-server -)"
+
+general=$(listed Options kqft)
+commands=$(listed Subcommands kqft)
+all=$general
+compare "kqft: commands of --help (<) and manual (>)" "$commands" \
+  "$(explained COMMANDS kqft.1 | awk '{ print $1 }')"
+compare "kqft: commands of --help (<) and completion (>)" "$commands" "$(completed kqft '')"
+compare "kqft: --help (<) and completion (>)" "$(grep ^-- <<<"$general")" "$(completed kqft -)"
+for command in $commands; do
+  own=$(listed Options kqft "$command")
+  all+=$'\n'$own
+  compare "kqft $command: --help (<) and completion (>)" \
+    "$(grep -h ^-- <<<"$general"$'\n'"$own")" "$(completed kqft "$command" -)"
+done
+compare "kqft: --help (<) and manual (>)" "$all" \
+  "$(cat <(explained COMMANDS kqft.1) <(explained OPTIONS kqft.1) | options)"
+exit $offences

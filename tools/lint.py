@@ -1,0 +1,93 @@
+"""Runs clang-tidy over the compile commands of a build, beside each other;
+tools/lint.sh says how."""
+
+import concurrent.futures
+import functools
+import hashlib
+import json
+import os
+import pathlib
+import subprocess
+import sys
+
+TIDY, BUILD = sys.argv[1], pathlib.Path(sys.argv[2]).resolve()
+ROOT = pathlib.Path.cwd().resolve()
+CLEAN = BUILD / "lint"  # an empty file for each clean state
+
+
+@functools.cache
+def hash_of(path):
+    try:
+        return hashlib.sha256(path.read_bytes()).digest()
+    except OSError:
+        return b"none"
+
+
+def files_of_objects():
+    """Object file -> our files that it was made from, by the last build."""
+    found = {}
+    text = subprocess.run(["ninja", "-C", BUILD, "-t", "deps"], capture_output=True, text=True,
+                          check=True).stdout
+    for block in text.split("\n\n"):
+        head, *paths = block.split("\n")
+        files = {pathlib.Path(os.path.normpath(BUILD / path.strip())) for path in paths}
+        found[head.split(":")[0]] = sorted(
+            file for file in files if ROOT in file.parents and BUILD not in file.parents)
+    return found
+
+
+def state_of(command, files):
+    state = hashlib.sha256()
+    for text in (TIDY, command["command"]):
+        state.update(text.encode())
+    for path in (ROOT / ".clang-tidy", pathlib.Path(command["file"]), *files):
+        state.update(hash_of(path))
+    return CLEAN / state.hexdigest()
+
+
+def write_commands(commands):
+    """As the build has them, but with a copy of each precompiled header's text:
+    Clang would take the one that GCC compiled beside it, and refuse it."""
+    changed = []
+    for command in commands:
+        words = command["command"].split()
+        for at, word in enumerate(words):
+            if word.endswith("/cmake_pch.hxx"):
+                copy = CLEAN / (hashlib.sha256(word.encode()).hexdigest() + ".hxx")
+                copy.write_bytes(pathlib.Path(word).read_bytes())
+                words[at] = str(copy)
+        changed.append({**command, "command": " ".join(words)})
+    (CLEAN / "compile_commands.json").write_text(json.dumps(changed))
+
+
+def lint(path):
+    result = subprocess.run([TIDY, "-p", CLEAN, "--quiet", path], capture_output=True, text=True)
+    return result.returncode == 0, result.stdout or result.stderr
+
+
+def main():
+    CLEAN.mkdir(exist_ok=True)
+    files = files_of_objects()
+    commands = json.loads((BUILD / "compile_commands.json").read_text())
+    states = {}
+    for command in commands:
+        made = command.get("output") or command["command"].split(" -o ")[1].split()[0]
+        if command["file"].endswith(".cpp"):
+            states[command["file"]] = state_of(command, files.get(made, []))
+    for old in set(CLEAN.iterdir()) - set(states.values()):
+        old.unlink()
+    write_commands(commands)
+    wanted = [path for path, state in states.items() if not state.exists()]
+    print(f"linting {len(wanted)} of {len(states)} files", flush=True)
+    clean = True
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        for path, (good, findings) in zip(wanted, pool.map(lint, wanted)):
+            clean = clean and good
+            if good:
+                states[path].touch()
+            else:
+                print(findings, flush=True)
+    return 0 if clean else 1
+
+
+sys.exit(main())
