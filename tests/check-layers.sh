@@ -21,7 +21,7 @@ allow() {
   pattern=$(echo "$folder" "$@" | tr ' ' '|')
   for file in $(sources "$folder"); do
     grep -HnE '^[[:space:]]*#[[:space:]]*include[[:space:]]*"' "$file" |
-      grep -vE "\"(KQFileTransServiceExport\.h|($pattern)/[^\"]*)\"" |
+      grep -vE "\"(KQFileTransServiceExport\.h|KQFTransferExport\.h|($pattern)/[^\"]*)\"" |
       sed 's/$/   [folder may not include this]/'
   done
 }
@@ -29,7 +29,7 @@ allow() {
 # Standard headers have no suffix; anything else in angle brackets belongs to
 # an operating system, or to the option parser of the programs.
 system_headers() {
-  for file in $(sources platform net protocol client session server programs); do
+  for file in $(sources platform net protocol client session server transfer programs); do
     case $file in */posix/* | */windows/*) continue ;; esac
     grep -HnE '^[[:space:]]*#[[:space:]]*include[[:space:]]*<[^>]*[./]' "$file" |
       grep -vE '^programs/[^:]*:[0-9]+:.*<CLI/' | sed 's/$/   [system header]/'
@@ -39,7 +39,7 @@ system_headers() {
 }
 
 long_files() {
-  for file in $(sources platform net protocol client session server programs tests); do
+  for file in $(sources platform net protocol client session server transfer programs tests); do
     lines=$(wc -l <"$file")
     [ "$lines" -lt 400 ] || echo "$file:$lines: 400 lines or more"
   done
@@ -52,7 +52,8 @@ long_files() {
   allow client protocol net platform
   allow session protocol net platform
   allow server session protocol net platform
-  allow programs server client protocol net platform
+  allow transfer client protocol net platform
+  allow programs transfer server client protocol net platform
   system_headers
   long_files
 } >"$offences"
