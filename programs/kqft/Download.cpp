@@ -10,6 +10,7 @@
 
 #include "programs/kqft/Names.h"
 #include "programs/kqft/Session.h"
+#include "programs/kqft/Text.h"
 #include "protocol/ResultCodes.h"
 
 namespace fs = std::filesystem;
@@ -17,6 +18,7 @@ namespace fs = std::filesystem;
 namespace {
 
 const char* const kChanged = "the file changed on the server while it was fetched";
+const char* const kTooMuch = "the server tells more bytes in all than there can be";
 const char* const kNotWhole = "the file did not arrive whole";
 
 // -1 for anything that is no file of its own.
@@ -74,14 +76,27 @@ void RemoveStaleParts(const STransferItem& item, CPartLists& lists) {
 
 }  // namespace
 
+void TakeSize(STransferItem& item, std::int64_t size, std::int64_t& total) {
+  if (size < 0) {
+    item.m_strWhy = WhyNoSize(size);
+  } else if (size > INT64_MAX - total) {
+    item.m_strWhy = kTooMuch;
+  } else {
+    item.m_llSize = size;
+    total += size;
+    return;
+  }
+  item.m_bFinal = true;
+}
+
 std::string PartPath(const STransferItem& item) {
   const fs::path local(item.m_strLocal);
   return (local.parent_path() / PartName(local.filename().string(), item.m_llSize)).string();
 }
 
 CDownload::CDownload(CSession& session, COutput& output, CProgress& progress, int retries,
-                     std::string into)
-    : CTransfer(session, output, progress, retries), m_strInto(std::move(into)) {}
+                     std::string into, const std::vector<STransferItem>& items)
+    : CTransfer(session, output, progress, retries), m_strInto(std::move(into)), m_items(items) {}
 
 void CDownload::Compare(std::vector<STransferItem>& items,
                         std::vector<std::int64_t>& missing) const {
@@ -129,6 +144,15 @@ int CDownload::Start(const Batch& batch) {
   return m_session.StartDownload(records, m_strInto);
 }
 
+// The library takes a sum that the server told for the room that is needed.
+std::string CDownload::WhyNotStarted(const Batch& batch, int code) {
+  std::int64_t bytes = 0;
+  for (const STransferItem* item : batch) bytes += item->m_llSize;
+  const std::int64_t told = m_session.TotalTold();
+  if (code != ERROR_CODE_CLIENT_DISKSPACE || told == bytes) return DescribeResult(code);
+  return told < 0 ? WhyNoSize(told) : kChanged;
+}
+
 // As the library joins directory and name.
 std::string CDownload::OpenedFile(const STransferItem& item) const {
   std::string below = BelowInto(item);
@@ -150,15 +174,22 @@ int CDownload::Verify(const Batch& ended) {
     STransferItem& item = *ended[i];
     item.m_nCode = 0;
     if (sizes[i] != item.m_llSize) {
-      std::error_code ignored;
-      fs::remove(PartPath(item), ignored);
-      item.m_strWhy = kChanged;
-      item.m_llSize = sizes[i];
+      ChangeSize(item, sizes[i]);
     } else {
       Finish(item);
     }
   }
   return RESULT_OK;
+}
+
+void CDownload::ChangeSize(STransferItem& item, std::int64_t size) const {
+  std::error_code ignored;
+  fs::remove(PartPath(item), ignored);
+  item.m_strWhy = kChanged;
+  item.m_llSize = 0;
+  std::int64_t total = 0;
+  for (const STransferItem& other : m_items) total = AddSizes(total, other.m_llSize);
+  TakeSize(item, size, total);
 }
 
 void CDownload::Finish(STransferItem& item) const {

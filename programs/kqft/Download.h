@@ -9,8 +9,10 @@
 /// place under a name of its own, and takes its final name when it is whole.
 class CDownload : public CTransfer {
  public:
-  /// @param into absolute; every item's m_strLocal lies below it
-  CDownload(CSession& session, COutput& output, CProgress& progress, int retries, std::string into);
+  /// @param into  absolute; every item's m_strLocal lies below it
+  /// @param items all that are to be fetched
+  CDownload(CSession& session, COutput& output, CProgress& progress, int retries, std::string into,
+            const std::vector<STransferItem>& items);
 
   /// Looks at what is here already: files that are whole are done; what is
   /// left of other versions is removed.
@@ -20,16 +22,23 @@ class CDownload : public CTransfer {
  protected:
   std::string Prepare(const STransferItem& item) override;
   int Start(const Batch& batch) override;
+  std::string WhyNotStarted(const Batch& batch, int code) override;
   std::string OpenedFile(const STransferItem& item) const override;
   int Verify(const Batch& ended) override;
   bool IsResumable(const STransferItem&) const override { return true; }
 
  private:
   std::string BelowInto(const STransferItem& item) const;
+  void ChangeSize(STransferItem& item, std::int64_t size) const;
   void Finish(STransferItem& item) const;
 
   const std::string m_strInto;
+  const std::vector<STransferItem>& m_items;
 };
+
+/// Takes over the size of an item that the server tells, if it can be.
+/// @param total of all items; grows by it
+void TakeSize(STransferItem& item, std::int64_t size, std::int64_t& total);
 
 /// Where an item lies until it is whole.
 std::string PartPath(const STransferItem& item);

@@ -18,8 +18,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char kListSeparator = '|';  // of the question for sizes
-
 /// A file that the user wants.
 struct SWanted {
   std::string m_strServer;  ///< its full name there
@@ -69,7 +67,7 @@ STransferItem MakeItem(const SWanted& file, const std::string& project, const st
   fs::path local = fs::path(into) / project;
   for (const std::string& part : SplitSafely(file.m_strBelow, item.m_strWhy)) local /= part;
   item.m_strLocal = local.string();
-  if (item.m_strServer.find(kListSeparator) != std::string::npos) {
+  if (!IsAskable(item.m_strServer)) {
     item.m_strWhy = "the size of a file with \"|\" in its name cannot be asked for";
   }
   item.m_bFinal = !item.m_strWhy.empty();
@@ -85,8 +83,9 @@ int AskItemSizes(CSession& session, std::vector<STransferItem>& items) {
   const int result = session.AskSizes(names, sizes);
   if (result != RESULT_OK) return result;
   auto size = sizes.begin();
+  std::int64_t total = 0;
   for (STransferItem& item : items) {
-    if (!item.m_bFinal) item.m_llSize = *size++;
+    if (!item.m_bFinal) TakeSize(item, *size++, total);
   }
   return RESULT_OK;
 }
@@ -140,7 +139,7 @@ int CommandGet(CSession& session, COutput& output, const SOptions& options) {
   if (found != kExitDone) return found;
 
   CProgress progress(output, report.m_strCommand);
-  CDownload download(session, output, progress, options.m_nRetries, into);
+  CDownload download(session, output, progress, options.m_nRetries, into, report.m_vecItems);
   std::vector<std::int64_t> missing;
   download.Compare(report.m_vecItems, missing);
   if (options.m_bDryRun) return ReportPlan(output, report, missing);

@@ -24,6 +24,11 @@ std::string LowerExtension(const std::string& name) {
   return extension;
 }
 
+// For names that have one.
+std::string WithoutExtension(const std::string& name) {
+  return name.substr(0, name.find_last_of('.'));
+}
+
 // FNV-1a, to tell long names apart that begin alike.
 std::string HashText(const std::string& name) {
   std::uint64_t hash = 14695981039346656037U;
@@ -95,7 +100,24 @@ bool IsMeasurementFile(const std::string& path) {
 
 std::string SegmentName(const std::string& name, std::size_t segment) {
   if (segment == 0) return name;
-  const std::string extension = LowerExtension(name);
-  return name.substr(0, name.size() - extension.size() - 1) + "(" + std::to_string(segment) + ")." +
-         extension;
+  return WithoutExtension(name) + "(" + std::to_string(segment) + ")." + LowerExtension(name);
+}
+
+bool IsSideFile(const std::string& path) {
+  const std::string extension = LowerExtension(path);
+  return extension == "li" || extension == "fi";
+}
+
+std::string SideFileName(const std::string& name) {
+  return WithoutExtension(name) + ".li";
+}
+
+bool IsSideFileOf(const std::string& sideFile, const std::string& recording) {
+  const std::string stem = WithoutExtension(sideFile);
+  return IsMeasurementFile(recording) && recording.compare(0, stem.size(), stem) == 0 &&
+         (recording[stem.size()] == '.' || recording[stem.size()] == '(');
+}
+
+bool IsAskable(const std::string& name) {
+  return name.find('|') == std::string::npos;
 }

@@ -30,3 +30,16 @@ bool IsMeasurementFile(const std::string& path);
 
 /// The name of a measurement file's n-th segment at the server.
 std::string SegmentName(const std::string& name, std::size_t segment);
+
+/// True for the files that tell what is missing of a recording (".li") and
+/// how it was cut into segments (".fi").
+bool IsSideFile(const std::string& path);
+
+/// The name of the file that tells what is missing of a measurement file.
+std::string SideFileName(const std::string& name);
+
+/// True for a side file and a recording, or a segment of one, that it tells of.
+bool IsSideFileOf(const std::string& sideFile, const std::string& recording);
+
+/// False for a name that the question for sizes, a list, cannot carry.
+bool IsAskable(const std::string& name);

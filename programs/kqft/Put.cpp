@@ -1,16 +1,19 @@
 // put: sends directories and files.
 
 #include <algorithm>
+#include <deque>
 #include <filesystem>
 #include <memory>
 #include <set>
 
+#include "platform/KQFile.h"
 #include "programs/ExitStatus.h"
 #include "programs/kqft/Commands.h"
 #include "programs/kqft/Interrupt.h"
 #include "programs/kqft/LocalFiles.h"
 #include "programs/kqft/Names.h"
 #include "programs/kqft/Output.h"
+#include "programs/kqft/Recording.h"
 #include "programs/kqft/Report.h"
 #include "programs/kqft/Text.h"
 #include "programs/kqft/Transfer.h"
@@ -21,8 +24,11 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t kLongestServerName = 1023;
-constexpr char kListSeparator = '|';  // of the question for sizes
 
+// How many files are held open at a time, and so the most of one request.
+constexpr std::size_t kMostOpen = 128;
+
+const char* const kNoRecording = "its recording did not arrive whole";
 const char* const kSizesDiffer = "the file on the server is not as long as this one";
 
 std::int64_t LocalSize(const std::string& path) {
@@ -31,44 +37,39 @@ std::int64_t LocalSize(const std::string& path) {
   return error ? -1 : static_cast<std::int64_t>(size);
 }
 
-/// How much of a measurement file the server holds, segments and gaps counted.
-/// @param missing bytes that a put would send
-int AskMissing(CSession& session, const STransferItem& item, std::int64_t localSize,
-               std::int64_t& missing) {
-  SLostInfo info;
-  int result = session.AskLostInfo(item.m_strServer, info);
-  if (result != RESULT_OK) return result;
-  // Without ranges the library goes on with the first segment, as if it were
-  // the only one.
-  if (info.m_vecLost.empty()) info.m_vecBounds.clear();
-
-  std::vector<std::string> names;
-  for (std::size_t i = 0; i <= info.m_vecBounds.size(); ++i) {
-    names.push_back(SegmentName(item.m_strServer, i));
-  }
-  std::vector<std::int64_t> held;
-  result = session.AskSizes(names, held);
-  if (result != RESULT_OK) return result;
-  missing = 0;
-  for (const FILEDATAPOS& range : info.m_vecLost) missing += std::max<std::int64_t>(range.llLen, 0);
-  const std::int64_t begin = info.m_vecBounds.empty() ? 0 : info.m_vecBounds.back();
-  missing += localSize - begin - held.back();
-  // An older segment that is shorter than it should be cannot be filled.
-  for (std::size_t i = 0; i + 1 < held.size(); ++i) {
-    const std::int64_t start = i == 0 ? 0 : info.m_vecBounds[i - 1];
-    missing += std::max<std::int64_t>(info.m_vecBounds[i] - start - held[i], 0);
-  }
-  return RESULT_OK;
-}
-
 class CUpload : public CTransfer {
  public:
-  using CTransfer::CTransfer;
+  CUpload(CSession& session, COutput& output, CProgress& progress, int retries,
+          const std::vector<STransferItem>& items)
+      : CTransfer(session, output, progress, retries), m_items(items) {}
 
   /// The file that was sent last; "" when none was.
   const std::string& LastSent() const { return m_strLastSent; }
 
  protected:
+  // What is missing of a recording is told behind it: told before, or of one
+  // that did not arrive, it would hide what is missing indeed.
+  bool GoesLast(const STransferItem& item) override { return IsSideFile(item.m_strLocal); }
+
+  bool Waits(const STransferItem& item) override {
+    return IsSideFile(item.m_strLocal) && AnyRecordingOf(item, [](const STransferItem& recording) {
+             return !recording.m_bDone && !recording.m_bFinal;
+           });
+  }
+
+  std::string Prepare(const STransferItem& item) override {
+    const bool failed =
+        IsSideFile(item.m_strLocal) &&
+        AnyRecordingOf(item, [](const STransferItem& recording) { return !recording.m_bDone; });
+    return failed ? kNoRecording : "";
+  }
+
+  void Ready(Batch& batch) override {
+    m_answers.clear();
+    OpenFiles(batch);
+    AskForRanges(batch);
+  }
+
   int Start(const Batch& batch) override {
     std::vector<Channel_Key_Value> records(batch.size());
     for (std::size_t i = 0; i < batch.size(); ++i) {
@@ -76,7 +77,7 @@ class CUpload : public CTransfer {
       records[i].m_strName = batch[i]->m_strServer;
     }
     m_strLastSent = batch.front()->m_strServer;
-    return m_session.StartUpload(records);
+    return m_session.StartUpload(records, m_answers);
   }
 
   std::string OpenedFile(const STransferItem& item) const override {
@@ -92,9 +93,7 @@ class CUpload : public CTransfer {
   int Verify(const Batch& ended) override {
     Batch plain;
     for (STransferItem* item : ended) {
-      const bool askAlone =
-          IsResumable(*item) || item->m_strServer.find(kListSeparator) != std::string::npos;
-      if (!askAlone) {
+      if (!IsResumable(*item) && IsAskable(item->m_strServer)) {
         plain.push_back(item);
       } else if (const int result = VerifyAlone(*item); result != RESULT_OK) {
         return result;
@@ -105,35 +104,117 @@ class CUpload : public CTransfer {
     std::vector<std::int64_t> sizes;
     const int result = m_session.AskSizes(names, sizes);
     if (result != RESULT_OK) return result;
-    for (std::size_t i = 0; i < plain.size(); ++i) {
-      Judge(*plain[i], LocalSize(plain[i]->m_strLocal) - sizes[i]);
-    }
+    for (std::size_t i = 0; i < plain.size(); ++i) JudgeBySize(*plain[i], sizes[i]);
     return RESULT_OK;
   }
 
  private:
-  int VerifyAlone(STransferItem& item) {
-    const std::int64_t size = LocalSize(item.m_strLocal);
-    std::int64_t missing = 0;
-    int result = RESULT_OK;
-    if (item.m_strServer.find(kListSeparator) == std::string::npos) {
-      result = AskMissing(m_session, item, size, missing);
-    } else {
-      std::int64_t held = 0;
-      result = m_session.AskHeldSize(item.m_strServer, held);
-      missing = size - held;
+  template <typename Condition>
+  bool AnyRecordingOf(const STransferItem& side, Condition condition) const {
+    return std::any_of(m_items.begin(), m_items.end(), [&](const STransferItem& item) {
+      return condition(item) && IsSideFileOf(side.m_strServer, item.m_strServer);
+    });
+  }
+
+  // The library tells the server to empty a file before it opens its own.
+  void OpenFiles(Batch& batch) {
+    m_vecOpen.clear();
+    if (batch.size() > kMostOpen) batch.resize(kMostOpen);
+    for (std::size_t i = 0; i < batch.size(); ++i) {
+      m_vecOpen.push_back(std::make_unique<CKQFile>());
+      if (m_vecOpen.back()->KQOpen(batch[i]->m_strLocal, "rb")) continue;
+      if (i == 0) Fail(*batch[0], ERROR_CODE_CLIENT_OPENFILE);
+      batch.resize(i);
     }
-    if (result == RESULT_OK) Judge(item, missing);
+  }
+
+  // Few recordings have a side file on the server. One that has and cannot be
+  // gone on with goes alone.
+  void AskForRanges(Batch& batch) {
+    std::vector<std::string> names;
+    for (const STransferItem* item : batch) {
+      if (IsResumable(*item) && IsAskable(item->m_strServer)) {
+        names.push_back(SideFileName(item->m_strServer));
+      }
+    }
+    std::vector<std::int64_t> sizes;
+    if (const int result = m_session.AskSizes(names, sizes); result != RESULT_OK) {
+      Fail(*batch[0], result);
+      batch.clear();
+    }
+    auto size = sizes.begin();
+    for (std::size_t i = 0; i < batch.size(); ++i) {
+      if (!IsResumable(*batch[i])) continue;
+      SRecording recording;
+      const bool hasSide = !IsAskable(batch[i]->m_strServer) || *size++ != 0;
+      if (hasSide && !CanGoOn(*batch[i], i == 0, recording)) return batch.resize(i);
+      if (recording.m_bWhole && i == 0 && batch.size() > 1) batch.resize(1);
+      m_answers.push_back(recording.m_answer);
+    }
+  }
+
+  // @param isNext false: what is to be done about it waits for its turn
+  bool CanGoOn(STransferItem& item, bool isNext, SRecording& recording) {
+    int result = LookAtRecording(m_session, item.m_strServer, LocalSize(item.m_strLocal),
+                                 item.m_bWhole, recording);
+    if (result == RESULT_OK && recording.m_strWhy.empty() && !recording.m_bWhole) return true;
+    if (!isNext) return false;
+    if (result == RESULT_OK && recording.m_bWhole && recording.m_strWhy.empty()) {
+      result = m_session.EmptyFile(item.m_strServer);
+      item.m_bWhole = result == RESULT_OK;
+      if (item.m_bWhole) return true;
+    }
+    if (result != RESULT_OK) {
+      Fail(item, result);
+    } else {
+      item.m_nCode = 0;
+      item.m_strWhy = recording.m_strWhy;
+    }
+    return false;
+  }
+
+  int VerifyAlone(STransferItem& item) {
+    if (!IsResumable(item)) {
+      std::int64_t held = 0;
+      const int result = m_session.AskHeldSize(item.m_strServer, held);
+      if (result == RESULT_OK) JudgeBySize(item, held);
+      return result;
+    }
+    SRecording recording;
+    int result = LookAtRecording(m_session, item.m_strServer, LocalSize(item.m_strLocal),
+                                 item.m_bWhole, recording);
+    if (result != RESULT_OK) return result;
+    if (item.m_bWhole && recording.m_llMissing == 0) result = ReportFilled(item, recording);
+    if (result == RESULT_OK) Judge(item, recording.m_llMissing, recording.m_strWhy);
     return result;
   }
 
-  static void Judge(STransferItem& item, std::int64_t missing) {
-    item.m_bDone = missing == 0;
-    if (missing == 0) return;
-    item.m_nCode = 0;
-    item.m_strWhy = kSizesDiffer;
+  // All of the file has just been sent: the server need not miss ranges of it.
+  int ReportFilled(const STransferItem& item, const SRecording& recording) {
+    const std::vector<FILEDATAPOS>& lost = recording.m_lost.m_vecLost;
+    int result = RESULT_OK;
+    for (std::size_t i = 0; i < lost.size() && result == RESULT_OK && !IsInterrupted(); ++i) {
+      if (!IsInFile(lost[i], item.m_llSize)) continue;
+      result = m_session.ReportFilled(static_cast<int>(i), lost[i]);
+    }
+    return result;
   }
 
+  static void JudgeBySize(STransferItem& item, std::int64_t held) {
+    const bool possible = held >= 0;
+    Judge(item, possible ? LocalSize(item.m_strLocal) - held : -1, possible ? "" : WhyNoSize(held));
+  }
+
+  static void Judge(STransferItem& item, std::int64_t missing, const std::string& why) {
+    item.m_bDone = missing == 0 && why.empty();
+    if (item.m_bDone) return;
+    item.m_nCode = 0;
+    item.m_strWhy = why.empty() ? kSizesDiffer : why;
+  }
+
+  const std::vector<STransferItem>& m_items;
+  std::vector<std::unique_ptr<CKQFile>> m_vecOpen;  // those of the batch
+  std::deque<SLostAnswer> m_answers;                // of its recordings
   std::string m_strLastSent;
 };
 
@@ -173,10 +254,16 @@ int Plan(CSession& session, COutput& output, STransferReport& report) {
   std::vector<std::int64_t> bytes;
   for (STransferItem& item : report.m_vecItems) {
     std::int64_t missing = item.m_llSize;
-    if (!item.m_bFinal && IsMeasurementFile(item.m_strLocal)) {
-      const int result = AskMissing(session, item, item.m_llSize, missing);
+    if (!item.m_bFinal && IsMeasurementFile(item.m_strLocal) && IsAskable(item.m_strServer)) {
+      SRecording recording;
+      const int result =
+          LookAtRecording(session, item.m_strServer, item.m_llSize, false, recording);
       if (result != RESULT_OK) return FailQuestion(output, result);
-      item.m_bDone = missing == 0;
+      missing = recording.m_llMissing;
+      item.m_strWhy = recording.m_strWhy;
+      if (missing < 0) item.m_strWhy = kSizesDiffer;
+      item.m_bFinal = !item.m_strWhy.empty();
+      item.m_bDone = missing == 0 && !item.m_bFinal;
     }
     bytes.push_back(missing);
   }
@@ -211,11 +298,12 @@ int CommandPut(CSession& session, COutput& output, const SOptions& options) {
   if (options.m_bDryRun) return Plan(session, output, report);
 
   CProgress progress(output, report.m_strCommand);
-  CUpload upload(session, output, progress, options.m_nRetries);
+  CUpload upload(session, output, progress, options.m_nRetries, report.m_vecItems);
   {
     const CInterruptScope scope;
     upload.Run(report.m_vecItems);
-    if (!upload.LastSent().empty()) session.CloseCourteously(upload.LastSent());
+    if (!upload.LastSent().empty() && upload.IsLinkClean())
+      session.CloseCourteously(upload.LastSent());
     session.Stop();
     report.m_llMoved = session.BytesMoved();
   }

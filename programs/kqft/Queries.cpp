@@ -54,18 +54,23 @@ int CommandLs(CSession& session, COutput& output) {
   if (result != RESULT_OK) return FailQuestion(output, result);
   std::vector<std::vector<std::string>> rows = {{"NAME", "SIZE", "CREATED"}};
   std::vector<CJsonObject> objects;
+  int status = kExitDone;
   for (const Channel_Key_Value& project : projects) {
-    rows.push_back(
-        {Printable(project.m_strPath), FormatSize(project.m_llSize), Printable(project.m_strName)});
-    objects.push_back(CJsonObject()
-                          .Name("name", project.m_strPath)
-                          .Number("size", project.m_llSize)
-                          .Text("created", project.m_strName));
+    const bool possible = project.m_llSize >= 0;
+    rows.push_back({Printable(project.m_strPath), possible ? FormatSize(project.m_llSize) : "?",
+                    Printable(project.m_strName)});
+    CJsonObject object;
+    object.Name("name", project.m_strPath);
+    if (possible) object.Number("size", project.m_llSize);
+    objects.push_back(object.Text("created", project.m_strName));
+    if (possible) continue;
+    output.Error(WhyNoSize(project.m_llSize), 0, project.m_strPath);
+    status = kExitFailed;
   }
   if (!output.IsJson() && !projects.empty()) SayTable(output, rows);
   if (projects.empty()) output.Notice("the server has no projects");
   output.Json(CJsonObject("summary").Text("command", "ls").List("projects", objects));
-  return kExitDone;
+  return status;
 }
 
 int CommandFiles(CSession& session, COutput& output, const SOptions& options) {

@@ -39,10 +39,10 @@ struct SSum {
 SSum SumUp(const STransferReport& report) {
   SSum sum;
   for (const STransferItem& item : report.m_vecItems) {
-    sum.m_llTotal += item.m_llSize;
+    sum.m_llTotal = AddSizes(sum.m_llTotal, item.m_llSize);
     if (!item.m_bDone) continue;
     ++sum.m_nDone;
-    sum.m_llDone += item.m_llSize;
+    sum.m_llDone = AddSizes(sum.m_llDone, item.m_llSize);
   }
   return sum;
 }
@@ -111,7 +111,7 @@ int ReportPlan(COutput& output, const STransferReport& report,
       continue;
     }
     if (item.m_bDone) continue;
-    total += bytes[i];
+    total = AddSizes(total, bytes[i]);
     ++count;
     output.Say(FormatSize(bytes[i]) + "\t" + Printable(item.m_strShown));
     files.push_back(CJsonObject()

@@ -31,11 +31,17 @@ constexpr int kFileEndWaitMs = 30000;
 constexpr int kCourtesyWaitMs = 5000;
 constexpr std::chrono::seconds kSizeWait(30);
 constexpr std::size_t kSizeWindow = 64;  // questions on their way at a time
-constexpr int kResultBytes = 4;
+constexpr std::size_t kResultBytes = 4;
 constexpr int kTotalSizeBytes = 8;
 
 // No project has this name; asking for its files costs the server nothing.
 const std::string kNoSuchProject = "no-such-project";
+
+// The second of three fields is not empty.
+bool NamesRanges(const std::string& text) {
+  const std::size_t bar = text.find('|');
+  return bar != std::string::npos && bar + 1 < text.size() && text[bar + 1] != '|';
+}
 
 /// Explains a wait that takes long.
 class CWaitNotice {
@@ -147,7 +153,7 @@ int CSession::Delete(const std::string& project) {
 int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes) {
   std::unique_lock lock(m_mutex);
   m_vecSizes.clear();
-  m_bCollect = true;
+  m_nAsked = names.size();
   int result = RESULT_OK;
   for (std::size_t asked = 0; m_vecSizes.size() < names.size() && result == RESULT_OK;) {
     const std::size_t before = m_vecSizes.size();
@@ -166,7 +172,7 @@ int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::i
       result = ERROR_CODE_WAIT_FILESIZE;
     }
   }
-  m_bCollect = false;
+  m_nAsked = 0;
   sizes = m_vecSizes;
   return result;
 }
@@ -185,11 +191,40 @@ int CSession::EndFile() {
   return Checked(RESULT_OK);
 }
 
-int CSession::AskLostInfo(const std::string& name, SLostInfo& info) {
-  return Checked(GetServerLostInfo(name, info.m_vecLost, info.m_vecBounds));
+int CSession::EmptyFile(const std::string& name) {
+  const int result = Checked(PrepareTransFile(name, true));
+  return result == RESULT_OK ? EndFile() : result;
 }
 
-int CSession::StartUpload(const std::vector<Channel_Key_Value>& records) {
+// An answer that does not come leaves m_nErrorCode as it was.
+int CSession::AskLostInfo(const std::string& name, SLostInfo& info) {
+  {
+    const std::lock_guard guard(m_mutex);
+    m_answers.clear();
+    m_strLostText.clear();
+  }
+  m_nErrorCode = RESULT_OK;
+  const int result = Checked(GetServerLostInfo(name, info.m_vecLost, info.m_vecBounds));
+  const std::lock_guard guard(m_mutex);
+  info.m_strText = m_strLostText;
+  return result;
+}
+
+int CSession::ReportFilled(int index, const FILEDATAPOS& range) {
+  char body[4 + 8 + 8];
+  WriteInt32(body, index);
+  WriteInt64(body + 4, range.llPos + range.llLen);
+  WriteInt64(body + 12, 0);
+  const int result = SendAndWaitPre(NET_CTS_CHANGELOSTINFO, body, sizeof(body));
+  return result == ERROR_CODE_WAIT_SERVERRESPOND ? result : Checked(RESULT_OK);
+}
+
+int CSession::StartUpload(const std::vector<Channel_Key_Value>& records,
+                          std::deque<SLostAnswer> answers) {
+  {
+    const std::lock_guard guard(m_mutex);
+    m_answers = std::move(answers);
+  }
   std::string xml;
   Channel_Key_Value::ConverValueToXML(records, xml);
   const CErrorStreamMute mute;
@@ -264,7 +299,13 @@ std::string CSession::CurrentFile() const {
 
 bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, const char* pData,
                           int extra) {
-  if (nMsgType == NET_CTS_GETLOSTINFO && nLength > kResultBytes && !TakeLostInfo()) return true;
+  std::string lostInfo;
+  if (nMsgType == NET_CTS_GETLOSTINFO && nLength >= static_cast<int>(kResultBytes)) {
+    lostInfo.assign(pData, static_cast<std::size_t>(nLength));
+    if (!TakeLostInfo(lostInfo)) return true;
+    pData = lostInfo.data();
+    nLength = static_cast<int>(lostInfo.size());
+  }
   CKQFileTransServiceClient::DealNetMsg(ip, port, nMsgType, nLength, pData, extra);
   switch (nMsgType) {
     case NET_STC_TRANSFILEDATA:
@@ -282,17 +323,30 @@ bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, 
   return true;
 }
 
+// Puts the answer that the worker is to go by in the place of the server's.
 // False when a stop is under way: ranges that become known now would be begun
 // and stopped in the middle.
-bool CSession::TakeLostInfo() {
+bool CSession::TakeLostInfo(std::string& body) {
   const std::lock_guard guard(m_mutex);
+  m_strLostText = body.substr(kResultBytes);
+  if (!m_answers.empty()) {
+    const SLostAnswer answer = std::move(m_answers.front());
+    m_answers.pop_front();
+    if (m_strLostText == answer.m_strSeen) {
+      body.replace(kResultBytes, std::string::npos, answer.m_strTold);
+    } else if (NamesRanges(m_strLostText)) {
+      body.resize(kResultBytes);
+      WriteInt32(body.data(), ERROR_CODE_TRANS_BUSY);
+    }
+  }
+  if (body.size() == kResultBytes) return true;
   m_bLostRanges = !m_bStopping;
   return m_bLostRanges;
 }
 
 void CSession::KeepSize(std::int64_t size) {
   const std::lock_guard guard(m_mutex);
-  if (m_bCollect) m_vecSizes.push_back(size);
+  if (m_vecSizes.size() < m_nAsked) m_vecSizes.push_back(size);
   m_changed.notify_all();
 }
 

@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -22,8 +23,16 @@ struct SServerPlace {
 
 /// What the server knows to be missing of a measurement file.
 struct SLostInfo {
+  std::string m_strText;  ///< the answer itself
   std::vector<FILEDATAPOS> m_vecLost;
   std::vector<std::int64_t> m_vecBounds;
+};
+
+/// What an upload's worker hears when it asks the same again: the answer that
+/// it is to go by, while the server's is the one that was looked at.
+struct SLostAnswer {
+  std::string m_strSeen;
+  std::string m_strTold;
 };
 
 /// The client of the library, used with the care that a person expects: a
@@ -58,8 +67,8 @@ class CSession : public CKQFileTransServiceClient {
   int AskFiles(const std::string& project, std::vector<Channel_Key_Value>& files);
   int Delete(const std::string& project);
 
-  /// Size of each file, 0 for one that is not there. A name with "|" cannot
-  /// be asked for so.
+  /// Size of each file, 0 for one that is not there, as the server tells it:
+  /// any number. A name with "|" cannot be asked for so.
   int AskSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes);
 
   /// Size of a file whose name AskSizes cannot carry. Makes it when missing.
@@ -71,8 +80,19 @@ class CSession : public CKQFileTransServiceClient {
   /// open there and keeps it from telling what is missing of the next one.
   int EndFile();
 
+  /// Empties a file of the server.
+  int EmptyFile(const std::string& name);
+
+  /// Tells the server that a range which it misses is there now; of the file
+  /// that was asked about last.
+  int ReportFilled(int index, const FILEDATAPOS& range);
+
   // Transfers.
-  int StartUpload(const std::vector<Channel_Key_Value>& records);
+
+  /// @param answers one for each measurement file among the records. Where
+  ///                the server now names other ranges than were looked at, the
+  ///                worker hears that it is busy, and the file fails.
+  int StartUpload(const std::vector<Channel_Key_Value>& records, std::deque<SLostAnswer> answers);
   int StartDownload(const std::vector<Channel_Key_Value>& records, const std::string& directory);
 
   /// True while the worker of a started transfer runs.
@@ -101,6 +121,9 @@ class CSession : public CKQFileTransServiceClient {
   /// all of it after Stop.
   std::int64_t BytesMoved() const { return m_llMoved; }
 
+  /// Sum of the sizes as the server told it last.
+  std::int64_t TotalTold() const { return m_TotalTransBytes; }
+
   /// What the server's last answer said; tells why -35 came.
   int LastAnswer() const { return m_nErrorCode; }
 
@@ -112,7 +135,7 @@ class CSession : public CKQFileTransServiceClient {
   int Checked(int result) const;
   int WarmUp();
   bool StopConfirmed();
-  bool TakeLostInfo();
+  bool TakeLostInfo(std::string& body);
   void KeepSize(std::int64_t size);
   void ReleaseWaiting();
 
@@ -125,6 +148,8 @@ class CSession : public CKQFileTransServiceClient {
   std::condition_variable m_changed;     // a size arrived, or the link went
   bool m_bLostRanges = false;            // guarded by m_mutex; the server named some
   bool m_bStopping = false;              // guarded by m_mutex
-  bool m_bCollect = false;               // guarded by m_mutex
+  std::size_t m_nAsked = 0;              // guarded by m_mutex; sizes that are to come
   std::vector<std::int64_t> m_vecSizes;  // guarded by m_mutex
+  std::string m_strLostText;             // guarded by m_mutex; the last answer about ranges
+  std::deque<SLostAnswer> m_answers;     // guarded by m_mutex; those to come in this request
 };

@@ -50,7 +50,7 @@ void Blame(STransferItem& item, int code) {
 
 std::int64_t SizeOf(const std::vector<STransferItem*>& batch, std::size_t count) {
   std::int64_t bytes = 0;
-  for (std::size_t i = 0; i < count; ++i) bytes += batch[i]->m_llSize;
+  for (std::size_t i = 0; i < count; ++i) bytes = AddSizes(bytes, batch[i]->m_llSize);
   return bytes;
 }
 
@@ -61,10 +61,10 @@ CTransfer::CTransfer(CSession& session, COutput& output, CProgress& progress, in
 
 void CTransfer::Run(std::vector<STransferItem>& items) {
   for (const STransferItem& item : items) {
-    m_shown.m_llTotal += item.m_llSize;
+    m_shown.m_llTotal = AddSizes(m_shown.m_llTotal, item.m_llSize);
     ++m_shown.m_nFilesTotal;
     if (!item.m_bDone) continue;
-    m_shown.m_llDone += item.m_llSize;
+    m_shown.m_llDone = AddSizes(m_shown.m_llDone, item.m_llSize);
     ++m_shown.m_nFilesDone;
   }
   const auto left = [&items] {
@@ -105,9 +105,13 @@ bool CTransfer::EnsureLink() {
 }
 
 void CTransfer::Round(std::vector<STransferItem>& items) {
+  for (const bool last : {false, true}) MoveAll(Queue(items, last));
+}
+
+CTransfer::Batch CTransfer::Queue(std::vector<STransferItem>& items, bool last) {
   Batch queue;
   for (STransferItem& item : items) {
-    if (item.m_bDone || item.m_bFinal) continue;
+    if (item.m_bDone || item.m_bFinal || GoesLast(item) != last || Waits(item)) continue;
     if (const std::string why = Prepare(item); !why.empty()) {
       item.m_strWhy = why;
       item.m_bFinal = true;
@@ -115,15 +119,20 @@ void CTransfer::Round(std::vector<STransferItem>& items) {
     }
     queue.push_back(&item);
   }
+  return queue;
+}
+
+void CTransfer::MoveAll(const Batch& queue) {
   for (std::size_t next = 0; next < queue.size() && !m_bRenewLink && !IsInterrupted();) {
     Batch batch;
     std::int64_t bytes = 0;
     for (std::size_t i = next; i < queue.size() && batch.size() < kFilesPerRequest; ++i) {
-      bytes += queue[i]->m_llSize;
+      bytes = AddSizes(bytes, queue[i]->m_llSize);
       if (!batch.empty() && bytes > kBytesPerRequest) break;
       batch.push_back(queue[i]);
     }
-    next += MoveBatch(batch);
+    Ready(batch);
+    next += batch.empty() ? 1 : MoveBatch(batch);
   }
 }
 
@@ -132,7 +141,10 @@ void CTransfer::Round(std::vector<STransferItem>& items) {
 std::size_t CTransfer::MoveBatch(const Batch& batch) {
   const int started = Start(batch);
   if (started != RESULT_OK) {
-    for (STransferItem* item : batch) Blame(*item, started);
+    for (STransferItem* item : batch) {
+      Blame(*item, started);
+      item->m_strWhy = WhyNotStarted(batch, started);
+    }
     m_bRenewLink = !LeavesLinkClean(started);
     return batch.size();
   }
@@ -145,13 +157,8 @@ std::size_t CTransfer::MoveBatch(const Batch& batch) {
 
   std::size_t ended = std::min(failed, batch.size());
   if (failed < statuses.size()) {
-    int code = statuses[failed];
-    // The server's own reason for not telling what is missing says more.
-    if (code == ERROR_CODE_GETLOSTINFO && IsFinal(m_session.LastAnswer())) {
-      code = m_session.LastAnswer();
-    }
-    Blame(*batch[failed], code);
-    m_bRenewLink = !LeavesLinkClean(code) || m_session.EndFile() != RESULT_OK;
+    Fail(*batch[failed], statuses[failed]);
+    m_bRenewLink = m_bRenewLink || m_session.EndFile() != RESULT_OK;
   } else if (cut) {
     ended = reached;
     Blame(*batch[reached], ERROR_CODE_CLIENT_SENDDATA);
@@ -166,6 +173,19 @@ std::size_t CTransfer::MoveBatch(const Batch& batch) {
   return std::min(ended + 1, batch.size());
 }
 
+void CTransfer::Fail(STransferItem& item, int code) {
+  // The server's own reason for not telling what is missing says more.
+  if (code == ERROR_CODE_GETLOSTINFO && IsFinal(m_session.LastAnswer())) {
+    code = m_session.LastAnswer();
+  }
+  Blame(item, code);
+  if (!LeavesLinkClean(code)) m_bRenewLink = true;
+}
+
+std::string CTransfer::WhyNotStarted(const Batch&, int code) {
+  return DescribeResult(code);
+}
+
 // Waits for the end. Returns the index of the last file that was begun.
 std::size_t CTransfer::Watch(const Batch& batch) {
   std::unordered_map<std::string, std::size_t> indices;
@@ -178,7 +198,9 @@ std::size_t CTransfer::Watch(const Batch& batch) {
     const auto found = indices.find(m_session.CurrentFile());
     if (found != indices.end()) reached = std::max(reached, found->second);
     SProgress shown = m_shown;
-    shown.m_llDone += std::min(m_session.BytesDone(), SizeOf(batch, batch.size()));
+    shown.m_llDone =
+        AddSizes(shown.m_llDone,
+                 std::clamp<std::int64_t>(m_session.BytesDone(), 0, SizeOf(batch, batch.size())));
     shown.m_nFilesDone += reached;
     shown.m_strFile = batch[reached]->m_strShown;
     m_progress.Show(shown);
@@ -201,7 +223,7 @@ void CTransfer::VerifyEnded() {
     if (!item->m_bDone) continue;
     item->m_nCode = RESULT_OK;
     item->m_strWhy.clear();
-    m_shown.m_llDone += item->m_llSize;
+    m_shown.m_llDone = AddSizes(m_shown.m_llDone, item->m_llSize);
     ++m_shown.m_nFilesDone;
   }
   m_vecEnded.clear();

@@ -20,6 +20,7 @@ struct STransferItem {
   bool m_bFinal = false;  ///< failed such that trying again is of no use
   int m_nCode = 0;        ///< 1 when done; else of the last failure, 0 for none of the library's
   std::string m_strWhy;   ///< what failed last; "" when nothing has yet
+  bool m_bWhole = false;  ///< of an upload: the server's copy was emptied in this run
 };
 
 /// Moves a list of files and does not give up at the first that fails.
@@ -40,13 +41,31 @@ class CTransfer {
   /// user interrupts.
   void Run(std::vector<STransferItem>& items);
 
+  /// False when a question has no answer yet: another one on the same link
+  /// would wait in vain too.
+  bool IsLinkClean() const { return !m_bRenewLink; }
+
  protected:
   using Batch = std::vector<STransferItem*>;
 
   /// Makes ready for an item. @return why it cannot be moved, "" when it can.
   virtual std::string Prepare(const STransferItem&) { return ""; }
 
+  /// True for an item that goes behind all others, in a request of its own.
+  virtual bool GoesLast(const STransferItem&) { return false; }
+
+  /// True while an item's turn has not come.
+  virtual bool Waits(const STransferItem&) { return false; }
+
+  /// Makes ready for a request. May leave out the end of the batch, which then
+  /// follows in a request of its own; leaves none when the first one of it
+  /// cannot be moved, and says so by Fail.
+  virtual void Ready(Batch&) {}
+
   virtual int Start(const Batch& batch) = 0;
+
+  /// What a code means that Start returned.
+  virtual std::string WhyNotStarted(const Batch& batch, int code);
 
   /// The file that the library has open while it moves an item.
   virtual std::string OpenedFile(const STransferItem& item) const = 0;
@@ -59,12 +78,18 @@ class CTransfer {
   /// True when a broken transfer of the item goes on where it ended.
   virtual bool IsResumable(const STransferItem& item) const = 0;
 
+  /// Writes down why an item was not moved, and whether the link can be used
+  /// after that.
+  void Fail(STransferItem& item, int code);
+
   CSession& m_session;
   COutput& m_output;
 
  private:
   bool EnsureLink();
   void Round(std::vector<STransferItem>& items);
+  Batch Queue(std::vector<STransferItem>& items, bool last);
+  void MoveAll(const Batch& queue);
   std::size_t MoveBatch(const Batch& batch);
   std::size_t Watch(const Batch& batch);
   void VerifyEnded();

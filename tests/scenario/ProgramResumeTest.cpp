@@ -1,4 +1,5 @@
-// What travels when an upload goes on: the bytes are counted on the wire.
+// What becomes of an upload that goes on: the bytes that travel, counted on the
+// wire, and those that lie on the server in the end.
 
 #include <string_view>
 
@@ -7,6 +8,7 @@
 #include "programs/kqft/Commands.h"
 #include "programs/kqft/Output.h"
 #include "protocol/MessageCodes.h"
+#include "support/FakeServer.h"
 #include "support/Packets.h"
 #include "support/TestServer.h"
 #include "support/TestSockets.h"
@@ -15,7 +17,34 @@ namespace {
 
 constexpr std::size_t kMiB = 1 << 20;
 
-using ProgramResume = CServerTest;
+const std::string kHead = "[Lost_Pos]\r\nnRecordCount=1\r\n";
+const std::string kRange = kHead + "lost_info_0=30000,100\r\n";
+
+class ProgramResume : public CServerTest {
+ protected:
+  // Each call comes from an address of its own.
+  int Run(int (*command)(CSession&, COutput&, const SOptions&), SOptions options) {
+    options.m_place = {"127.0.0.1", m_nPort > 0 ? m_nPort : m_server.Port(),
+                       "127.0.1." + std::to_string(++m_nRuns), m_logs.Path()};
+    options.m_nRetries = 0;
+    const CErrorStreamMute mute;
+    COutput output(false, true);
+    CSession session(options.m_place, output);
+    EXPECT_EQ(session.Open(), 1);
+    return command(session, output, options);
+  }
+  int Put(const std::string& directory, const std::string& project) {
+    SOptions options;
+    options.m_strProject = project;
+    options.m_vecPaths = {directory};
+    return Run(&CommandPut, options);
+  }
+
+  const CTempDirectory m_logs;
+  const CTempDirectory m_local;
+  int m_nRuns = 0;
+  int m_nPort = 0;  // of another server
+};
 
 TEST_F(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
   constexpr std::size_t kRanges = 40;
@@ -28,8 +57,7 @@ TEST_F(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
   for (int i = 0; i < 200; ++i) whole += Int32(i) + block;  // no block passes for another
   CScopedSockets sockets;
   ASSERT_TRUE(m_server.Init(0));
-  const CTempDirectory local;
-  WriteWholeFile(local / "P/Run.tm", whole);
+  WriteWholeFile(m_local / "P/Run.tm", whole);
   std::string lost = "[Lost_Pos]\r\nnRecordCount=40\r\nnHeadSize=0\r\n", left = lost;
   for (std::size_t i = 0; i < kRanges; ++i) {
     const std::size_t at = range(i);
@@ -53,20 +81,12 @@ TEST_F(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
                  "[FileInfo]\r\nFileCount=2\r\nSize1=" + std::to_string(bounds[1]) +
                      "\r\nSize2=" + std::to_string(bounds[2]) + "\r\n");
 
-  const auto put = [&](const std::string& from) {
+  const auto put = [&] {
     sockets.Follow(SLinkPlan());
-    SOptions options;
-    options.m_place = {"127.0.0.1", m_server.Port(), from, local.Path()};
-    options.m_strProject = "P";
-    options.m_vecPaths = {local / "P"};
-    const CErrorStreamMute mute;
-    COutput output(false, true);
-    CSession session(options.m_place, output);
-    EXPECT_EQ(session.Open(), 1);
-    EXPECT_EQ(CommandPut(session, output, options), kExitDone);
+    EXPECT_EQ(Put(m_local / "P", "P"), kExitDone);
     return sockets.Carried(EDirection::kSent);
   };
-  const std::size_t sent = put("127.0.0.2").size();
+  const std::size_t sent = put().size();
   EXPECT_GE(sent, kMissing);
   EXPECT_LE(sent, kMissing + kMissing / 100);
   for (std::size_t i = 0; i < 3; ++i) {
@@ -75,9 +95,108 @@ TEST_F(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
   EXPECT_EQ(ReadWholeFile(m_dir / "P/Run.li"), left);
   // The one chunk of a second run is the courtesy before leaving, a write to
   // nowhere, which spares the server a wait.
-  const std::string again = put("127.0.0.3");
+  const std::string again = put();
   EXPECT_NE(again.find(MakePacket(NET_CTS_TRANSFILEDATA, Int64(-1) + "x")), std::string::npos);
   EXPECT_LT(again.size(), kRangeBytes / 100);
+}
+
+// Side files of the local project, of the server, of both; what they tell may
+// be of another state of the recording than the server holds.
+TEST_F(ProgramResume, SideFilesNeverMakeAHoleInARecording) {
+  using Tree = std::map<std::string, std::string>;
+  const std::string whole = PatternBytes(120000, 4),
+                    sizes = "[FileInfo]\r\nFileCount=2\r\nSize1=40000\r\nSize2=80000\r\n";
+  const std::string twoRanges =
+      "[Lost_Pos]\r\nnRecordCount=2\r\nlost_info_0=30000,100\r\nlost_info_1=70000,9\r\n";
+  const std::string withHole = std::string(whole).replace(30000, 100, 100, '\0');
+  const Tree chain = {{"Run.tm", withHole.substr(0, 40000)},
+                      {"Run(1).tm", whole.substr(40000, 40000)},
+                      {"Run(2).tm", whole.substr(80000)},
+                      {"Run.li", twoRanges},
+                      {"Run.fi", sizes}};
+  const struct {
+    const char* m_strName;
+    Tree m_server, m_local;
+  } shapes[] = {
+      {"brought along", {}, {{"Run.tm", whole}, {"Run.li", kRange}}},
+      {"alone there", {{"Run.li", kRange}}, {{"Run.tm", whole}}},
+      {"on both sides", {{"Run.li", kRange}}, {{"Run.tm", whole}, {"Run.li", kRange}}},
+      {"behind what is held",
+       {{"Run.tm", whole.substr(0, 20000)}, {"Run.li", kRange}},
+       {{"Run.tm", whole}}},
+      {"in what is held",
+       {{"Run.tm", withHole.substr(0, 50000)}, {"Run.li", kRange}},
+       {{"Run.tm", whole}, {"Run.li", kRange}}},
+      {"behind a head",
+       {{"Run.tm", whole.substr(0, 30000)}, {"Run.li", kRange + "nHeadSize=16\r\n"}},
+       {{"Run.tm", whole}}},
+      {"segments, brought along",
+       {},
+       {{"Run.tm", whole}, {"Run.li", twoRanges}, {"Run.fi", sizes}}},
+      {"segments, alone there", {{"Run.li", twoRanges}, {"Run.fi", sizes}}, {{"Run.tm", whole}}},
+      {"segments, the ranges at their begins",
+       {{"Run.li", kHead + "lost_info_0=40000,100\r\n"}, {"Run.fi", sizes}},
+       {{"Run.tm", whole}}},
+      {"segments that were fetched", {}, chain},
+      {"segments, half of one",
+       {{"Run.tm", whole.substr(0, 100)}, {"Run.li", twoRanges}, {"Run.fi", sizes}},
+       chain}};
+  ASSERT_TRUE(m_server.Init(0));
+  for (const auto& [name, there, here] : shapes) {
+    const std::string project = "P" + std::to_string(m_nRuns);
+    for (const auto& [file, content] : there)
+      WriteWholeFile(m_dir / (project + "/" + file), content);
+    std::string from = m_local / project;
+    for (const auto& [file, content] : here) WriteWholeFile(from + "/" + file, content);
+    if (std::string(name) == "segments that were fetched") {
+      for (const auto& [file, content] : here) WriteWholeFile(m_dir / ("G/" + file), content);
+      SOptions options;
+      options.m_strProject = "G";
+      options.m_strInto = m_local.Path();
+      EXPECT_EQ(Run(&CommandGet, options), kExitDone);
+      from = m_local / "G";
+    }
+    for (const char* time : {"first", "second"}) {
+      EXPECT_EQ(Put(from, project), kExitDone) << name << ", " << time;
+      for (const auto& [file, content] : here) {
+        EXPECT_TRUE(ReadWholeFile(m_dir / (project + "/" + file)) == content)
+            << name << ", " << time << ": " << file;
+      }
+    }
+  }
+}
+
+TEST_F(ProgramResume, WhatIsMissingOfARecordingThatFailedStaysKnown) {
+  const std::string whole = PatternBytes(50000);
+  WriteWholeFile(m_local / "P/Run.tm", whole);
+  WriteWholeFile(m_local / "P/Run.li", "[Lost_Pos]\r\nnRecordCount=0\r\n");
+  WriteWholeFile(m_local / "P/a.dat", "new");
+  WriteWholeFile(m_dir / "P/Run.tm", std::string(whole).replace(30000, 100, 100, '\0'));
+  WriteWholeFile(m_dir / "P/Run.li", kRange);
+  ASSERT_TRUE(m_server.Init(0));
+  // Files that cannot be read here lose nothing there.
+  for (const char* file : {"P/Run.tm", "P/a.dat"}) {
+    m_system.Follow(
+        CFaultPlan().FailFrom(EOperation::kOpen, 1, ESystemError::kAccess).Below(m_local / file));
+    EXPECT_EQ(Put(m_local / "P", "P"), kExitFailed);
+    const bool known = file == std::string("P/Run.tm");
+    EXPECT_EQ(ReadWholeFile(m_dir / "P/Run.li") == kRange, known);
+    EXPECT_EQ(ReadWholeFile(m_dir / "P/a.dat"), "new");
+  }
+  EXPECT_TRUE(ReadWholeFile(m_dir / "P/Run.tm") == whole);
+}
+
+// A server that does not answer is not asked for a courtesy.
+TEST_F(ProgramResume, SilentServerIsLeftAtOnce) {
+  WriteWholeFile(m_local / "P/a.txt", "a");
+  for (const int silent : {NET_CTS_PREPARETRAN_FILE, NET_CTS_TRANSFILEDATA_END}) {
+    CFakeServer fake;
+    fake.Silent(silent);
+    fake.Answer(NET_CTS_REQUEST_SERVERFILESIZE, Int64(0));
+    m_nPort = fake.Port();
+    EXPECT_EQ(Put(m_local / "P", "P"), kExitFailed);
+    EXPECT_EQ(fake.Count(NET_CTS_PREPARETRAN_FILE), 1U) << silent;
+  }
 }
 
 }  // namespace

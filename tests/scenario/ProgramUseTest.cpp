@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "protocol/MessageCodes.h"
+#include "support/FakeServer.h"
 #include "support/Packets.h"
 #include "support/Programs.h"
 #include "support/Sockets.h"
@@ -53,6 +54,42 @@ TEST(ProgramUse, ConfigurationFileYieldsToTheCommandLine) {
   for (const char* wrong : {"bad.conf", "missing.conf"}) {
     EXPECT_EQ(CProgram(KQFT_PROGRAM, {"--config", directory / wrong, "dir"}).Wait(), 2);
   }
+}
+
+TEST(ProgramUse, SizesThatCannotBeAreNotBelieved) {
+  CFakeServer fake;
+  const CWorkstation station(fake.Port());
+  const CTempDirectory local;
+  WriteWholeFile(local / "P/run.tm", "run");
+  const auto expect = [&](Arguments arguments, const std::string& told) {
+    arguments.insert(arguments.end(), {"--retries", "0"});
+    const auto program = station.Run(arguments);
+    EXPECT_EQ(program->Wait(), 1) << arguments.front();
+    EXPECT_NE(program->Error().find(told), std::string::npos) << program->Error();
+    EXPECT_EQ(program->Output().find("-1"), std::string::npos) << program->Output();
+  };
+  std::vector<Channel_Key_Value> records(2);
+  for (std::size_t i = 0; i < 2; ++i) {
+    records[i].m_strPath = "P" + std::to_string(i);
+    records[i].m_strName = "D\\P\\" + std::to_string(i);
+    records[i].m_llSize = -1;
+  }
+  fake.Answer(NET_CTS_GETPRJDIR, "D\\");
+  fake.Answer(NET_CTS_GETPRJLIST, PrintRecords(records));
+  fake.Answer(NET_CTS_GETPRJFILELIST, PrintRecords(records));
+  const Arguments get = {"get", "P", "--into", local.Path()};
+  fake.Answer(NET_CTS_REQUEST_SERVERFILESIZE, Int64(-1));
+  expect({"ls"}, "P1: the server tells a size that cannot be (-1 bytes)");
+  expect(get, "P/1: the server tells a size that cannot be (-1 bytes)");
+  expect({"put", local / "P"}, "P/run.tm: the server tells a size that cannot be (-1 bytes)");
+  fake.Answer(NET_CTS_REQUEST_SERVERFILESIZE, Int64(INT64_MAX));
+  expect(get, "P/1: the server tells more bytes in all than there can be");
+  int asked = 0;  // the two files, then their sum
+  fake.On(NET_CTS_REQUEST_SERVERFILESIZE, [&](const std::string&) {
+    fake.Send(NET_CTS_REQUEST_SERVERFILESIZE, Int64(++asked > 2 ? -2 : 1));
+  });
+  expect(get, "P/1: the server tells a size that cannot be (-2 bytes)");
+  fake.Stop();
 }
 
 TEST(ProgramUse, ServerThatCannotServeSaysWhyInOneLine) {
