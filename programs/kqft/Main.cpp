@@ -12,7 +12,7 @@
 #include "programs/kqft/Interrupt.h"
 #include "programs/kqft/Options.h"
 #include "programs/kqft/Output.h"
-#include "programs/kqft/Session.h"
+#include "transfer/Session.h"
 #include "programs/kqft/Text.h"
 #include "protocol/ResultCodes.h"
 

@@ -9,7 +9,7 @@
 #include "programs/ConfigFile.h"
 #include "programs/Directories.h"
 #include "programs/ExitStatus.h"
-#include "programs/kqft/Names.h"
+#include "transfer/Names.h"
 
 namespace {
 

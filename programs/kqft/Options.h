@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "programs/kqft/Session.h"
+#include "transfer/Session.h"
 
 /// What the command line, the environment and the configuration file say.
 struct SOptions {

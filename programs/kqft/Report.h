@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "programs/kqft/Transfer.h"
+#include "transfer/Transfer.h"
 
 class COutput;
 

@@ -1,6 +1,6 @@
 // Download: files are fetched under a name for parts and renamed when whole.
 
-#include "programs/kqft/Download.h"
+#include "transfer/Download.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -8,8 +8,8 @@
 #include <set>
 #include <utility>
 
-#include "programs/kqft/Names.h"
-#include "programs/kqft/Session.h"
+#include "transfer/Names.h"
+#include "transfer/Session.h"
 #include "programs/kqft/Text.h"
 #include "protocol/ResultCodes.h"
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "programs/kqft/Transfer.h"
+#include "transfer/Transfer.h"
 
 /// Fetches files into one directory. A file on its way lies beside its final
 /// place under a name of its own, and takes its final name when it is whole.

@@ -1,6 +1,6 @@
 // Session: the library's client with the manners of a good guest.
 
-#include "programs/kqft/Session.h"
+#include "transfer/Session.h"
 
 #include <algorithm>
 #include <chrono>

@@ -6,9 +6,9 @@
 
 #include "programs/ExitStatus.h"
 #include "programs/kqft/Commands.h"
-#include "programs/kqft/Download.h"
+#include "transfer/Download.h"
 #include "programs/kqft/Interrupt.h"
-#include "programs/kqft/Names.h"
+#include "transfer/Names.h"
 #include "programs/kqft/Output.h"
 #include "programs/kqft/Report.h"
 #include "programs/kqft/Text.h"

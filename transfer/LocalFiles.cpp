@@ -1,6 +1,6 @@
 // The files of this machine that a put names. Names are bytes and stay so.
 
-#include "programs/kqft/LocalFiles.h"
+#include "transfer/LocalFiles.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,13 +1,13 @@
 // Transfer: rounds of requests until every file is whole or given up.
 
-#include "programs/kqft/Transfer.h"
+#include "transfer/Transfer.h"
 
 #include <algorithm>
 #include <unordered_map>
 
 #include "programs/kqft/Interrupt.h"
 #include "programs/kqft/Output.h"
-#include "programs/kqft/Session.h"
+#include "transfer/Session.h"
 #include "programs/kqft/Text.h"
 #include "protocol/ResultCodes.h"
 

@@ -10,13 +10,13 @@
 #include "programs/ExitStatus.h"
 #include "programs/kqft/Commands.h"
 #include "programs/kqft/Interrupt.h"
-#include "programs/kqft/LocalFiles.h"
-#include "programs/kqft/Names.h"
+#include "transfer/LocalFiles.h"
+#include "transfer/Names.h"
 #include "programs/kqft/Output.h"
-#include "programs/kqft/Recording.h"
+#include "transfer/Recording.h"
 #include "programs/kqft/Report.h"
 #include "programs/kqft/Text.h"
-#include "programs/kqft/Transfer.h"
+#include "transfer/Transfer.h"
 #include "protocol/ResultCodes.h"
 
 namespace fs = std::filesystem;
