@@ -1,31 +1,19 @@
-// get: fetches a project, or some of its files.
+// Get: which files of a project become which files of this machine.
 
 #include <algorithm>
 #include <filesystem>
 #include <set>
 
-#include "programs/ExitStatus.h"
-#include "programs/kqft/Commands.h"
-#include "transfer/Download.h"
-#include "programs/kqft/Interrupt.h"
-#include "transfer/Names.h"
-#include "programs/kqft/Output.h"
-#include "programs/kqft/Report.h"
-#include "programs/kqft/Text.h"
 #include "protocol/ResultCodes.h"
+#include "transfer/Download.h"
+#include "transfer/Names.h"
+#include "transfer/ProjectClientState.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-/// A file that the user wants.
-struct SWanted {
-  std::string m_strServer;  ///< its full name there
-  std::string m_strBelow;   ///< its name below the project
-};
-
-std::string Slashed(std::string name) {
-  std::replace(name.begin(), name.end(), '\\', '/');
+std::string WithoutTail(std::string name) {
   while (!name.empty() && name.back() == '/') name.pop_back();
   return name;
 }
@@ -37,16 +25,19 @@ bool IsMeant(const std::string& listed, const std::string& argument) {
 }
 
 // The server lists no files deep down in a project; they can be had by name.
-std::vector<SWanted> Choose(const std::vector<SWanted>& listed, const std::string& projectPath,
-                            const std::vector<std::string>& arguments) {
+std::vector<SProjectFile> Choose(const std::vector<SProjectFile>& listed,
+                                 const std::string& projectPath,
+                                 const std::vector<std::string>& arguments) {
   if (arguments.empty()) return listed;
-  std::vector<SWanted> wanted;
+  std::vector<SProjectFile> wanted;
   std::set<std::string> taken;  // a file that is named twice is fetched once
   for (const std::string& argument : arguments) {
-    const std::string name = Slashed(argument);
+    std::string name = argument;
+    std::replace(name.begin(), name.end(), '\\', '/');
+    name = WithoutTail(name);
     bool isListed = false;
-    for (const SWanted& file : listed) {
-      if (!IsMeant(Slashed(file.m_strBelow), name)) continue;
+    for (const SProjectFile& file : listed) {
+      if (!IsMeant(WithoutTail(file.m_strName), name)) continue;
       isListed = true;
       if (taken.insert(file.m_strServer).second) wanted.push_back(file);
     }
@@ -55,17 +46,18 @@ std::vector<SWanted> Choose(const std::vector<SWanted>& listed, const std::strin
     std::replace(below.begin(), below.end(), '/', '\\');
     std::string full = projectPath;
     full += "\\" + below;
-    if (taken.insert(full).second) wanted.push_back({full, below});
+    if (taken.insert(full).second) wanted.push_back({name, full});
   }
   return wanted;
 }
 
-STransferItem MakeItem(const SWanted& file, const std::string& project, const std::string& into) {
+STransferItem MakeItem(const SProjectFile& file, const std::string& project,
+                       const std::string& into) {
   STransferItem item;
   item.m_strServer = file.m_strServer;
-  item.m_strShown = project + "/" + Slashed(file.m_strBelow);
+  item.m_strShown = project + "/" + WithoutTail(file.m_strName);
   fs::path local = fs::path(into) / project;
-  for (const std::string& part : SplitSafely(file.m_strBelow, item.m_strWhy)) local /= part;
+  for (const std::string& part : SplitSafely(file.m_strName, item.m_strWhy)) local /= part;
   item.m_strLocal = local.string();
   if (!IsAskable(item.m_strServer)) {
     item.m_strWhy = "the size of a file with \"|\" in its name cannot be asked for";
@@ -101,59 +93,46 @@ void RefuseClashes(std::vector<STransferItem>& items) {
   }
 }
 
-int FindItems(CSession& session, COutput& output, const SOptions& options, const std::string& into,
-              std::vector<STransferItem>& items) {
-  std::string directory;
-  std::vector<Channel_Key_Value> files;
-  int result = session.AskDirectory(directory);
-  if (result == RESULT_OK) result = session.AskFiles(options.m_strProject, files);
-  if (result != RESULT_OK) return FailQuestion(output, result);
-  const std::string projectPath = directory + options.m_strProject;
-  std::vector<SWanted> listed;
-  listed.reserve(files.size());
-  for (const Channel_Key_Value& file : files) {
-    listed.push_back({file.m_strName, NameBelowProject(file, projectPath)});
-  }
-  if (listed.empty() && options.m_vecPaths.empty()) {
-    output.Error("the server lists no files of this project", 0, options.m_strProject);
-    return kExitFailed;
-  }
-  for (const SWanted& file : Choose(listed, projectPath, options.m_vecPaths)) {
-    items.push_back(MakeItem(file, options.m_strProject, into));
-  }
-  result = AskItemSizes(session, items);
-  if (result != RESULT_OK) return FailQuestion(output, result);
-  RefuseClashes(items);
-  return kExitDone;
-}
-
 }  // namespace
 
-int CommandGet(CSession& session, COutput& output, const SOptions& options) {
-  std::error_code error;
-  const std::string into = fs::absolute(options.m_strInto, error).lexically_normal().string();
-  STransferReport report;
-  report.m_strCommand = "get";
-  report.m_strProject = options.m_strProject;
-  const int found = FindItems(session, output, options, into, report.m_vecItems);
-  if (found != kExitDone) return found;
+STransferResult CProjectClient::Get(const SGetRequest& request) {
+  std::string why = WhyNoGet(request);
+  if (why.empty()) why = WhyNoProject(request.m_strProject);
+  CTransferScope scope(*m_pState, why);
+  if (!scope.HasBegun()) return scope.End();
+  CSession& session = *m_pState->m_pSession;
+  STransferResult& get = scope.Result();
+  get.m_strProject = request.m_strProject;
 
-  CProgress progress(output, report.m_strCommand);
-  CDownload download(session, output, progress, options.m_nRetries, into, report.m_vecItems);
-  std::vector<std::int64_t> missing;
-  download.Compare(report.m_vecItems, missing);
-  if (options.m_bDryRun) return ReportPlan(output, report, missing);
-  {
-    const CInterruptScope scope;
-    download.Run(report.m_vecItems);
+  std::string directory;
+  std::vector<SProjectFile> listed;
+  if (!scope.Check(session.AskDirectory(directory)) ||
+      !scope.Check(AskProjectFiles(session, directory, request.m_strProject, listed))) {
+    return scope.End();
   }
-  report.m_llMoved = session.BytesMoved();
-  return ReportTransfer(output, report);
+  if (listed.empty() && request.m_vecFiles.empty()) {
+    return scope.Refuse("the server lists no files of this project");
+  }
+  std::error_code error;
+  const std::string into = fs::absolute(request.m_strInto, error).lexically_normal().string();
+  const std::string projectPath = directory + request.m_strProject;
+  for (const SProjectFile& file : Choose(listed, projectPath, request.m_vecFiles)) {
+    get.m_vecItems.push_back(MakeItem(file, request.m_strProject, into));
+  }
+  if (!scope.Check(AskItemSizes(session, get.m_vecItems))) return scope.End();
+  RefuseClashes(get.m_vecItems);
+  CDownload::Compare(get.m_vecItems);
+  if (!request.m_bPlanOnly) {
+    CDownload download({session, m_pState->m_observer, m_pState->m_cancel, request.m_nRetries},
+                       into, get.m_vecItems);
+    download.Run(get.m_vecItems);
+  }
+  return scope.End();
 }
 
-std::string WhyNoGet(const SOptions& options) {
-  if (fs::path::preferred_separator != '\\' && options.m_strInto.find('\\') != std::string::npos) {
-    return "--into: a name with \"\\\" cannot be used";
+std::string CProjectClient::WhyNoGet(const SGetRequest& request) {
+  if (fs::path::preferred_separator != '\\' && request.m_strInto.find('\\') != std::string::npos) {
+    return "a name with \"\\\" cannot be used";
   }
-  return options.m_strInto.empty() ? "--into: the name is empty" : "";
+  return request.m_strInto.empty() ? "the name is empty" : "";
 }

@@ -9,9 +9,9 @@
 
 #include <algorithm>
 
-#include "transfer/Names.h"
-#include "programs/kqft/Text.h"
 #include "protocol/ResultCodes.h"
+#include "transfer/Names.h"
+#include "transfer/Sizes.h"
 
 namespace {
 

@@ -16,7 +16,6 @@ using std::chrono::milliseconds;
 constexpr milliseconds kRedrawInterval(100);
 constexpr milliseconds kJsonInterval(1000);
 constexpr milliseconds kLineInterval(5000);
-constexpr std::chrono::seconds kRateWindow(3);
 constexpr std::size_t kBarWidth = 20;
 
 milliseconds ChooseInterval(const COutput& output) {
@@ -24,7 +23,7 @@ milliseconds ChooseInterval(const COutput& output) {
   return output.IsJson() ? kJsonInterval : kLineInterval;
 }
 
-double Fraction(const SProgress& progress) {
+double Fraction(const STransferProgress& progress) {
   if (progress.m_llTotal <= 0) return 0;
   return std::min(1.0,
                   static_cast<double>(progress.m_llDone) / static_cast<double>(progress.m_llTotal));
@@ -56,11 +55,10 @@ CProgress::CProgress(COutput& output, std::string command)
       m_next(Clock::now() +
              (output.IsLive() || output.IsJson() ? Clock::duration(0) : m_interval)) {}
 
-void CProgress::Show(const SProgress& progress) {
+void CProgress::Show(const STransferProgress& progress) {
   const Clock::time_point now = Clock::now();
   if (m_output.IsQuiet() || now < m_next) return;
   m_next = now + m_interval;
-  const double rate = Rate(now, progress.m_llDone);
   if (m_output.IsJson()) {
     m_output.Json(CJsonObject("status")
                       .Text("command", m_strCommand)
@@ -68,13 +66,13 @@ void CProgress::Show(const SProgress& progress) {
                       .Number("bytes_total", progress.m_llTotal)
                       .Number("files_done", static_cast<std::int64_t>(progress.m_nFilesDone))
                       .Number("files_total", static_cast<std::int64_t>(progress.m_nFilesTotal))
-                      .Number("bytes_per_second", std::llround(rate))
+                      .Number("bytes_per_second", std::llround(progress.m_dBytesPerSecond))
                       .Name("file", progress.m_strFile));
   }
   if (m_output.IsLive()) {
-    m_output.Live(ProgressLine(progress, rate, static_cast<std::size_t>(TerminalWidth()) - 1));
+    m_output.Live(ProgressLine(progress, static_cast<std::size_t>(TerminalWidth()) - 1));
   } else if (!m_output.IsJson()) {
-    m_output.Tell(ProgressLine(progress, rate, 0));
+    m_output.Tell(ProgressLine(progress, 0));
   }
 }
 
@@ -82,17 +80,8 @@ void CProgress::End() {
   m_output.Live("");
 }
 
-// Over the last seconds, so that the rate follows the line without flicker.
-double CProgress::Rate(Clock::time_point now, std::int64_t done) {
-  m_samples.emplace_back(now, done);
-  while (m_samples.size() > 2 && now - m_samples[1].first >= kRateWindow) m_samples.pop_front();
-  const auto& [since, before] = m_samples.front();
-  const double seconds = std::chrono::duration<double>(now - since).count();
-  if (seconds <= 0 || done < before) return 0;
-  return static_cast<double>(done - before) / seconds;
-}
-
-std::string ProgressLine(const SProgress& progress, double rate, std::size_t width) {
+std::string ProgressLine(const STransferProgress& progress, std::size_t width) {
+  const double rate = progress.m_dBytesPerSecond;
   const double fraction = Fraction(progress);
   const std::string percent = std::to_string(static_cast<int>(fraction * 100)) + "%";
   std::string line = Bar(fraction) +

@@ -1,0 +1,45 @@
+// get: fetches a project, or some of its files.
+
+#include <CLI/CLI.hpp>
+
+#include "programs/kqft/Commands.h"
+#include "programs/kqft/Interrupt.h"
+#include "programs/kqft/Output.h"
+#include "programs/kqft/Report.h"
+#include "transfer/ProjectClient.h"
+
+namespace {
+
+SGetRequest MakeRequest(const SOptions& options) {
+  SGetRequest request;
+  request.m_strProject = options.m_strProject;
+  request.m_vecFiles = options.m_vecPaths;
+  request.m_strInto = options.m_strInto;
+  request.m_bPlanOnly = options.m_bDryRun;
+  request.m_nRetries = options.m_nRetries;
+  return request;
+}
+
+}  // namespace
+
+void AddGetOptions(CLI::App& command, SOptions& options) {
+  command.add_option("FILE", options.m_vecPaths, "as \"kqft files\" names them");
+  command.add_option("--into", options.m_strInto, "directory to put the project into")
+      ->type_name("DIR")
+      ->capture_default_str();
+  command.add_flag("-n,--dry-run", options.m_bDryRun, "only say what would be fetched");
+}
+
+std::string WhyNoGet(const SOptions& options) {
+  const std::string why = CProjectClient::WhyNoGet(MakeRequest(options));
+  return why.empty() ? "" : "--into: " + why;
+}
+
+int RunGet(CProjectClient& client, COutput& output, const SOptions& options) {
+  STransferResult get;
+  {
+    const CInterruptScope scope([&client] { client.Cancel(); });
+    get = client.Get(MakeRequest(options));
+  }
+  return ReportTransfer(output, options, get);
+}

@@ -1,0 +1,47 @@
+// put: sends directories and files.
+
+#include <CLI/CLI.hpp>
+
+#include "programs/kqft/Commands.h"
+#include "programs/kqft/Interrupt.h"
+#include "programs/kqft/Output.h"
+#include "programs/kqft/Report.h"
+#include "transfer/ProjectClient.h"
+
+namespace {
+
+SPutRequest MakeRequest(const SOptions& options) {
+  SPutRequest request;
+  request.m_vecPaths = options.m_vecPaths;
+  request.m_strProject = options.m_strProject;
+  request.m_bPlanOnly = options.m_bDryRun;
+  request.m_nRetries = options.m_nRetries;
+  return request;
+}
+
+}  // namespace
+
+void AddPutOptions(CLI::App& command, SOptions& options) {
+  command.add_option("PATH", options.m_vecPaths, "a directory becomes the project of its name")
+      ->required();
+  command.add_option("--project", options.m_strProject, "put everything into this project")
+      ->type_name("NAME");
+  command.add_flag("-n,--dry-run", options.m_bDryRun, "only say what would be sent");
+}
+
+std::string WhyNoPut(const SOptions& options) {
+  SPutRequest request = MakeRequest(options);
+  const std::string why = CProjectClient::WhyNoPut(request);
+  request.m_strProject = "any";
+  const bool isTheName = !why.empty() && CProjectClient::WhyNoPut(request).empty();
+  return isTheName ? why + "; use --project NAME" : why;
+}
+
+int RunPut(CProjectClient& client, COutput& output, const SOptions& options) {
+  STransferResult put;
+  {
+    const CInterruptScope scope([&client] { client.Cancel(); });
+    put = client.Put(MakeRequest(options));
+  }
+  return ReportTransfer(output, options, put);
+}

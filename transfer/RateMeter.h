@@ -1,0 +1,18 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <utility>
+
+/// Bytes per second over the last seconds, so that the rate follows the line
+/// without flicker. Threads: one.
+class CRateMeter {
+ public:
+  /// @param moved bytes so far; @return bytes per second
+  double Count(std::int64_t moved);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  std::deque<std::pair<Clock::time_point, std::int64_t>> m_samples;
+};
