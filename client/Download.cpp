@@ -42,7 +42,14 @@ const std::string kLogPrefix = "CKQFileTransServiceClient ReceiveSingleFile ";
 }  // namespace
 
 int CKQFileTransServiceClient::DownFileFromDataService(const std::string& xml) {
-  const int result = Prepare(PROCESS_TYPE_CLIENT_DOWNDATA, xml);
+  return StartDownload(Prepare(PROCESS_TYPE_CLIENT_DOWNDATA, xml));
+}
+
+int CKQFileTransServiceClient::DownloadRecords(std::vector<Channel_Key_Value> records) {
+  return StartDownload(PrepareRecords(PROCESS_TYPE_CLIENT_DOWNDATA, std::move(records)));
+}
+
+int CKQFileTransServiceClient::StartDownload(int result) {
   if (result != RESULT_OK) {
     m_nTransState = PROCESS_TYPE_NONE;
     return result;
@@ -84,6 +91,7 @@ void CKQFileTransServiceClient::ReceiveFileFromServer() {
   try {
     if (!TakeRun(PROCESS_TYPE_CLIENT_DOWNDATA, run)) return;
     for (; i < run.m_vecKey.size() && !IsTransStopped(); ++i) {
+      BeginRecord(run, i, run.m_vecKey[i].m_llSize);
       const bool received = ReceiveSingleFile(run.m_vecKey[i]);
       StoreStatus(run, i, run.m_vecKey[i].m_nStatus);
       if (!received) break;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "KQFileTransServiceExport.h"
+#include "client/TransferState.h"
 #include "net/DealNetData.h"
 #include "platform/ChannelKeyValue.h"
 #include "platform/FileDataPos.h"
@@ -140,6 +141,9 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   /// refused one leaves it as it was, and that may be false for good.
   bool IsTransFinished() const;
 
+  /// Where the transfer stands that runs, or ran last: file, bytes, total.
+  STransferState GetTransferState() const;
+
   // Transfers.
 
   /// Starts to send every file of a request: m_strPath here, m_strName there.
@@ -216,6 +220,11 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   /// Connects, refuses while a transfer runs, takes over the request.
   /// @param mode PROCESS_TYPE_CLIENT_UPDATA or PROCESS_TYPE_CLIENT_DOWNDATA
   int Prepare(int mode, const std::string& xml);
+
+  /// The two operations that start a transfer, with records in the place of
+  /// their text; nothing is written to the error stream.
+  int UploadRecords(std::vector<Channel_Key_Value> records);
+  int DownloadRecords(std::vector<Channel_Key_Value> records);
 
   /// Thread entries of the two workers.
   static void* SendFile(void* client);
@@ -333,6 +342,11 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   // Runs (TransferRun.cpp): which worker's transfer is the current one.
   void BeginRun(int mode, std::vector<Channel_Key_Value> records);
   bool TakeRun(int mode, CTransferRun& run);
+  void BeginRecord(const CTransferRun& run, std::size_t index, std::int64_t size);
+  int CheckIdle();
+  int PrepareRecords(int mode, std::vector<Channel_Key_Value> records);
+  int StartUpload(int result);
+  int StartDownload(int result);
   bool StartWorker(void* (*entry)(void*));
   void FinishRun(std::uint64_t number, bool signalEnd);
   bool FinishUnlessStopped(std::uint64_t number);

@@ -6,6 +6,7 @@
 
 #include "client/TransferRun.h"
 
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <utility>
@@ -40,6 +41,9 @@ void CKQFileTransServiceClient::BeginRun(int mode, std::vector<Channel_Key_Value
   m_vecKey = std::move(records);
   m_pRunBook->m_nMode = mode;
   m_pRunBook->m_bTaken = false;
+  m_pRunBook->m_nRecord = 0;
+  m_pRunBook->m_llRecordSize = 0;
+  m_pRunBook->m_llBefore = 0;
   m_nTransState = mode;
   m_bStop = false;
   m_bFinished = false;
@@ -58,6 +62,31 @@ bool CKQFileTransServiceClient::TakeRun(int mode, CTransferRun& run) {
   run.m_ullNumber = m_ullRun;
   run.m_vecKey = m_vecKey;
   return true;
+}
+
+void CKQFileTransServiceClient::BeginRecord(const CTransferRun& run, std::size_t index,
+                                            std::int64_t size) {
+  const std::lock_guard guard(m_pRunBook->m_mutex);
+  if (run.m_ullNumber != m_ullRun) return;
+  m_pRunBook->m_nRecord = index;
+  m_pRunBook->m_llRecordSize = size;
+  m_pRunBook->m_llBefore = m_llTransBytes;
+}
+
+STransferState CKQFileTransServiceClient::GetTransferState() const {
+  const std::lock_guard guard(m_pRunBook->m_mutex);
+  STransferState state;
+  state.m_llDone = m_llTransBytes;
+  state.m_llTotal = m_TotalTransBytes;
+  state.m_nRecord = m_pRunBook->m_nRecord;
+  if (state.m_nRecord >= m_vecKey.size()) return state;
+  state.m_strPath = m_vecKey[state.m_nRecord].m_strPath;
+  state.m_strName = m_vecKey[state.m_nRecord].m_strName;
+  state.m_llFileSize = m_pRunBook->m_llRecordSize;
+  // More may come than was announced.
+  state.m_llFileDone = std::clamp<std::int64_t>(state.m_llDone - m_pRunBook->m_llBefore, 0,
+                                                std::max<std::int64_t>(state.m_llFileSize, 0));
+  return state;
 }
 
 // The thread leaves the gate, not its entry: hosts may call that themselves.

@@ -17,6 +17,9 @@ struct SRunBook {
   std::mutex m_mutex;
   int m_nMode = PROCESS_TYPE_NONE;  // guarded by m_mutex
   bool m_bTaken = true;             // guarded by m_mutex; a worker has taken the run
+  std::size_t m_nRecord = 0;        // guarded by m_mutex; the one in hand
+  std::int64_t m_llRecordSize = 0;  // guarded by m_mutex; of that one
+  std::int64_t m_llBefore = 0;      // guarded by m_mutex; bytes done when it was begun
 };
 
 /// One worker's transfer, on the worker's stack.

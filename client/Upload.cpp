@@ -37,6 +37,13 @@ bool IsMeasurementFile(const std::string& path) {
   return std::find(kExtensions.begin(), kExtensions.end(), extension) != kExtensions.end();
 }
 
+void MakeReady(std::vector<Channel_Key_Value>& records) {
+  for (Channel_Key_Value& rec : records) {
+    rec.m_nStatus = RESULT_OK;
+    EU::CExpertUtils::RelaceString(rec.m_strPath, "/", "\\");
+  }
+}
+
 std::int64_t FileBytes(const std::string& path) {
   return static_cast<std::int64_t>(CHardWareCommon::GetFileSize(path));
 }
@@ -46,7 +53,14 @@ std::int64_t FileBytes(const std::string& path) {
 // Any refusal, the busy codes included, also clears the state of a transfer
 // that runs. Kept on purpose: a caller that repeats its call gets through.
 int CKQFileTransServiceClient::UpdateFileToDataService(const std::string& xml) {
-  const int result = Prepare(PROCESS_TYPE_CLIENT_UPDATA, xml);
+  return StartUpload(Prepare(PROCESS_TYPE_CLIENT_UPDATA, xml));
+}
+
+int CKQFileTransServiceClient::UploadRecords(std::vector<Channel_Key_Value> records) {
+  return StartUpload(PrepareRecords(PROCESS_TYPE_CLIENT_UPDATA, std::move(records)));
+}
+
+int CKQFileTransServiceClient::StartUpload(int result) {
   if (result != RESULT_OK) {
     m_nTransState = PROCESS_TYPE_NONE;
     return result;
@@ -60,23 +74,35 @@ int CKQFileTransServiceClient::UpdateFileToDataService(const std::string& xml) {
 }
 
 int CKQFileTransServiceClient::Prepare(int mode, const std::string& xml) {
+  const int result = CheckIdle();
+  if (result != RESULT_OK) return result;
+  std::vector<Channel_Key_Value> records;
+  Channel_Key_Value::ConvertXMLToValue(xml, records);
+  MakeReady(records);
+  std::string shown;
+  for (const Channel_Key_Value& rec : records) {
+    shown += "m_vecKey[i].m_strPath " + rec.m_strPath + "\n";
+  }
+  if (!shown.empty()) System().WriteStandard(true, shown);
+  BeginRun(mode, std::move(records));
+  return RESULT_OK;
+}
+
+int CKQFileTransServiceClient::PrepareRecords(int mode, std::vector<Channel_Key_Value> records) {
+  const int result = CheckIdle();
+  if (result != RESULT_OK) return result;
+  MakeReady(records);
+  BeginRun(mode, std::move(records));
+  return RESULT_OK;
+}
+
+int CKQFileTransServiceClient::CheckIdle() {
   if (!Connect(GuardedCopy(m_strServerIP), m_nServerPort)) return ERROR_CODE_CLIENT_CONNECT;
   const ILinkInfo* const link = m_pLinkInfo;
   if (link == nullptr || !link->IsLink()) return ERROR_CODE_CLIENT_CONNECT;
   const int state = m_nTransState;
   if (state == PROCESS_TYPE_CLIENT_UPDATA) return ERROR_CODE_CLIENT_BUSY_UPDATA;
   if (state == PROCESS_TYPE_CLIENT_DOWNDATA) return ERROR_CODE_CLIENT_BUSY_DOWNDATA;
-
-  std::vector<Channel_Key_Value> records;
-  Channel_Key_Value::ConvertXMLToValue(xml, records);
-  std::string shown;
-  for (Channel_Key_Value& rec : records) {
-    rec.m_nStatus = RESULT_OK;
-    EU::CExpertUtils::RelaceString(rec.m_strPath, "/", "\\");
-    shown += "m_vecKey[i].m_strPath " + rec.m_strPath + "\n";
-  }
-  if (!shown.empty()) System().WriteStandard(true, shown);
-  BeginRun(mode, std::move(records));
   return RESULT_OK;
 }
 
@@ -92,6 +118,7 @@ void CKQFileTransServiceClient::SendFileToServer() {
   try {
     if (!TakeRun(PROCESS_TYPE_CLIENT_UPDATA, run)) return;
     for (; i < run.m_vecKey.size() && !IsTransStopped(); ++i) {
+      BeginRecord(run, i, FileBytes(run.m_vecKey[i].m_strPath));
       const int result = SendRecord(run.m_vecKey[i]);
       if (result == RESULT_OK) continue;
       StoreStatus(run, i, result);

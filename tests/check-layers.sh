@@ -22,7 +22,7 @@ allow() {
   pattern=$(echo "$folder" "$@" | tr ' ' '|')
   for file in $(sources "$folder"); do
     grep -HnE '^[[:space:]]*#[[:space:]]*include[[:space:]]*"' "$file" |
-      grep -vE "\"(KQFileTransServiceExport\.h|($pattern)/[^\"]*)\"" |
+      grep -vE "\"(KQFileTransServiceExport\.h|KQFTransferExport\.h|($pattern)/[^\"]*)\"" |
       sed 's/$/   [folder may not include this]/'
   done
 }
@@ -30,7 +30,7 @@ allow() {
 # Standard headers have no suffix; anything else in angle brackets belongs to
 # an operating system, or to the option parser of the programs.
 system_headers() {
-  for file in $(sources platform net protocol client session server programs); do
+  for file in $(sources platform net protocol client session server transfer programs); do
     case $file in */posix/* | */windows/*) continue ;; esac
     grep -HnE '^[[:space:]]*#[[:space:]]*include[[:space:]]*<[^>]*[./]' "$file" |
       grep -vE '^programs/[^:]*:[0-9]+:.*<CLI/' | sed 's/$/   [system header]/'
@@ -41,7 +41,7 @@ system_headers() {
 
 # A header and the source file of its name count as one.
 circles() {
-  sources platform net protocol client session server programs tests | xargs awk -F '"' '
+  sources platform net protocol client session server transfer programs tests | xargs awk -F '"' '
     /^[ \t]*#[ \t]*include[ \t]*"/ {
       from = FILENAME
       sub(/^tests\//, "", from)
@@ -55,7 +55,7 @@ circles() {
 }
 
 long_files() {
-  for file in $(sources platform net protocol client session server programs tests); do
+  for file in $(sources platform net protocol client session server transfer programs tests); do
     lines=$(wc -l <"$file")
     [ "$lines" -lt 400 ] || echo "$file:$lines: 400 lines or more"
   done
@@ -68,7 +68,8 @@ long_files() {
   allow client protocol net platform
   allow session protocol net platform
   allow server session protocol net platform
-  allow programs server client protocol net platform
+  allow transfer client protocol net platform
+  allow programs transfer server client protocol net platform
   circles
   system_headers
   long_files

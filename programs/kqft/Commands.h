@@ -1,27 +1,53 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "programs/kqft/Options.h"
 
+namespace CLI {
+class App;
+}
+
 class COutput;
-class CSession;
+class CProjectClient;
 
-/// The commands of kqft. Each gets a session that is open and returns the
-/// exit status.
+/// One command of kqft: all that the rest of the program knows of it.
+struct SCommand {
+  const char* m_pName;
+  const char* m_pHelp;
+  bool m_bNeedsProject;  ///< takes the name of one, which is checked before anything is asked
 
-int CommandDir(CSession& session, COutput& output);
-int CommandLs(CSession& session, COutput& output);
-int CommandFiles(CSession& session, COutput& output, const SOptions& options);
-int CommandPut(CSession& session, COutput& output, const SOptions& options);
-int CommandGet(CSession& session, COutput& output, const SOptions& options);
-int CommandRm(CSession& session, COutput& output, const SOptions& options);
+  /// Adds what stands behind the command's name.
+  void (*m_pAddOptions)(CLI::App& command, SOptions& options);
 
-/// Why a put or get makes no sense; "" when it does.
+  /// What can be known to be wrong before the server is asked; "" when
+  /// nothing.
+  std::string (*m_pWhyNot)(const SOptions& options);
+
+  /// Carries it out on a client that is connected. @return the exit status
+  int (*m_pRun)(CProjectClient& client, COutput& output, const SOptions& options);
+};
+
+/// In the order in which --help shows them.
+const std::vector<SCommand>& Commands();
+
+/// Throws std::logic_error for a name that is none of theirs.
+const SCommand& FindCommand(const std::string& name);
+
+// What the table consists of; each command lies in a file of its own.
+int RunDir(CProjectClient& client, COutput& output, const SOptions& options);
+int RunLs(CProjectClient& client, COutput& output, const SOptions& options);
+int RunFiles(CProjectClient& client, COutput& output, const SOptions& options);
+void AddPutOptions(CLI::App& command, SOptions& options);
 std::string WhyNoPut(const SOptions& options);
+int RunPut(CProjectClient& client, COutput& output, const SOptions& options);
+void AddGetOptions(CLI::App& command, SOptions& options);
 std::string WhyNoGet(const SOptions& options);
+int RunGet(CProjectClient& client, COutput& output, const SOptions& options);
+void AddRmOptions(CLI::App& command, SOptions& options);
+std::string WhyNoRm(const SOptions& options);
+int RunRm(CProjectClient& client, COutput& output, const SOptions& options);
 
 /// Reports a question that got no answer. @return kExitFailed
 int FailQuestion(COutput& output, int result);
-
-/// Name of a listed file below its project.
-/// @param projectPath how the server spells the project's directory
-std::string NameBelowProject(const Channel_Key_Value& file, const std::string& projectPath);

@@ -2,12 +2,11 @@
 
 #include "programs/kqft/Interrupt.h"
 
-#include <condition_variable>
 #include <cstdlib>
 #include <mutex>
 #include <thread>
+#include <utility>
 
-#include "platform/System.h"
 #include "programs/ExitStatus.h"
 #include "programs/Termination.h"
 
@@ -16,9 +15,8 @@ namespace {
 // Never destroyed: the listening thread lives as long as the process.
 struct SInterrupts {
   std::mutex m_mutex;
-  std::condition_variable m_changed;
-  int m_nScopes = 0;  // guarded by m_mutex
-  int m_nStatus = 0;  // guarded by m_mutex; exit status once a request came
+  std::function<void()> m_onRequest;  // guarded by m_mutex; of the scope that is open
+  int m_nStatus = 0;                  // guarded by m_mutex; exit status once a request came
 };
 
 SInterrupts& Interrupts() {
@@ -32,9 +30,9 @@ void Listen() {
     const int status =
         WaitForTermination() == kInterruptSignal ? kExitInterrupted : kExitTerminated;
     const std::lock_guard guard(state.m_mutex);
-    if (state.m_nScopes == 0 || state.m_nStatus != 0) std::_Exit(status);
+    if (!state.m_onRequest || state.m_nStatus != 0) std::_Exit(status);
     state.m_nStatus = status;
-    state.m_changed.notify_all();
+    state.m_onRequest();
   }
 }
 
@@ -55,18 +53,12 @@ int InterruptedStatus() {
   return Interrupts().m_nStatus;
 }
 
-void InterruptibleSleep(int milliseconds) {
-  SInterrupts& state = Interrupts();
-  std::unique_lock lock(state.m_mutex);
-  System().Wait(state.m_changed, lock, milliseconds, [&] { return state.m_nStatus != 0; });
-}
-
-CInterruptScope::CInterruptScope() {
+CInterruptScope::CInterruptScope(std::function<void()> onRequest) {
   const std::lock_guard guard(Interrupts().m_mutex);
-  ++Interrupts().m_nScopes;
+  Interrupts().m_onRequest = std::move(onRequest);
 }
 
 CInterruptScope::~CInterruptScope() {
   const std::lock_guard guard(Interrupts().m_mutex);
-  --Interrupts().m_nScopes;
+  Interrupts().m_onRequest = nullptr;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 /// Ctrl-C and polite requests to end. Outside of a CInterruptScope they end
 /// the program at once; inside, the first one only asks, and a second one ends
 /// the program.
@@ -15,13 +17,12 @@ bool IsInterrupted();
 /// What the program should return: kExitInterrupted or kExitTerminated.
 int InterruptedStatus();
 
-/// Waits, but not beyond a request.
-void InterruptibleSleep(int milliseconds);
-
 /// Work that wants to be ended with care.
 class CInterruptScope {
  public:
-  CInterruptScope();
+  /// @param onRequest called once, on a thread of its own, when a request
+  ///                  comes in the scope
+  explicit CInterruptScope(std::function<void()> onRequest);
   CInterruptScope(const CInterruptScope&) = delete;
   CInterruptScope& operator=(const CInterruptScope&) = delete;
   ~CInterruptScope();

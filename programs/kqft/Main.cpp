@@ -6,27 +6,16 @@
 
 #include "programs/Directories.h"
 #include "programs/ExitStatus.h"
-#include "programs/Terminal.h"
 #include "programs/Termination.h"
+#include "programs/kqft/CommandLine.h"
 #include "programs/kqft/Commands.h"
+#include "programs/kqft/ConsoleObserver.h"
 #include "programs/kqft/Interrupt.h"
-#include "programs/kqft/Options.h"
 #include "programs/kqft/Output.h"
-#include "programs/kqft/Session.h"
-#include "programs/kqft/Text.h"
 #include "protocol/ResultCodes.h"
+#include "transfer/ProjectClient.h"
 
 namespace {
-
-// What can be known to be wrong before the server is asked; "" when nothing.
-std::string WhyNotBegin(const SOptions& options) {
-  if (options.m_strCommand == "put") return WhyNoPut(options);
-  if (options.m_strCommand == "get") return WhyNoGet(options);
-  if (options.m_strCommand == "rm" && !options.m_bYes && !IsTerminal(EStream::kInput)) {
-    return "rm asks on a terminal only; use --yes elsewhere";
-  }
-  return "";
-}
 
 // "" when there is one to log into.
 std::string ChooseLogDirectory(SOptions& options) {
@@ -39,18 +28,10 @@ std::string ChooseLogDirectory(SOptions& options) {
   return "";
 }
 
-int Run(CSession& session, COutput& output, const SOptions& options) {
-  if (options.m_strCommand == "dir") return CommandDir(session, output);
-  if (options.m_strCommand == "ls") return CommandLs(session, output);
-  if (options.m_strCommand == "files") return CommandFiles(session, output, options);
-  if (options.m_strCommand == "put") return CommandPut(session, output, options);
-  if (options.m_strCommand == "get") return CommandGet(session, output, options);
-  return CommandRm(session, output, options);
-}
-
 int ConnectAndRun(SOptions& options) {
   COutput output(options.m_bJson, options.m_bQuiet);
-  if (const std::string why = WhyNotBegin(options); !why.empty()) {
+  const SCommand& command = FindCommand(options.m_strCommand);
+  if (const std::string why = command.m_pWhyNot(options); !why.empty()) {
     output.Error(why);
     return kExitUsage;
   }
@@ -58,13 +39,14 @@ int ConnectAndRun(SOptions& options) {
     output.Error(why);
     return kExitFailed;
   }
-  CSession session(options.m_place, output);
-  if (const int result = session.Open(); result != RESULT_OK) {
+  CConsoleObserver observer(output, options.m_strCommand);
+  CProjectClient client(options.m_place, &observer);
+  if (const int result = client.Connect(); result != RESULT_OK) {
     output.Error("cannot connect to " + options.m_place.Text() + ": " + DescribeResult(result),
                  result);
     return kExitNoConnection;
   }
-  return Run(session, output, options);
+  return command.m_pRun(client, output, options);
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "programs/kqft/Session.h"
+#include "transfer/ProjectClient.h"
 
 /// What the command line, the environment and the configuration file say.
 struct SOptions {
@@ -12,19 +12,10 @@ struct SOptions {
   bool m_bJson = false;
   int m_nRetries = 3;
 
-  std::string m_strCommand;             ///< "dir", "ls", "files", "put", "get" or "rm"
+  std::string m_strCommand;             ///< one of the table of commands
   std::vector<std::string> m_vecPaths;  ///< put: PATH...; get: FILE...
-  std::string m_strProject;             ///< files, get, rm; of put the --project
+  std::string m_strProject;             ///< of put the --project
   std::string m_strInto = ".";          ///< get
   bool m_bDryRun = false;               ///< put, get
   bool m_bYes = false;                  ///< rm
 };
-
-/// Reads them. A wrong use, help and version are dealt with here: the text is
-/// printed.
-/// @return true to go on; false to end with `status`.
-bool ParseOptions(int argc, char** argv, SOptions& options, int& status);
-
-/// Splits "HOST" or "HOST:PORT"; the port keeps its value when none is given.
-/// @return false when it is neither.
-bool ParseServer(const std::string& text, std::string& host, int& port);

@@ -15,7 +15,6 @@ namespace {
 constexpr int kRedrawIntervalMs = 100;
 constexpr int kJsonIntervalMs = 1000;
 constexpr int kLineIntervalMs = 5000;
-constexpr int kRateWindowMs = 3000;
 constexpr std::size_t kBarWidth = 20;
 
 int ChooseIntervalMs(const COutput& output) {
@@ -23,7 +22,7 @@ int ChooseIntervalMs(const COutput& output) {
   return output.IsJson() ? kJsonIntervalMs : kLineIntervalMs;
 }
 
-double Fraction(const SProgress& progress) {
+double Fraction(const STransferProgress& progress) {
   if (progress.m_llTotal <= 0) return 0;
   return std::min(1.0,
                   static_cast<double>(progress.m_llDone) / static_cast<double>(progress.m_llTotal));
@@ -55,11 +54,10 @@ CProgress::CProgress(COutput& output, std::string command)
       m_llNextMs(System().SteadyMilliseconds() +
                  (output.IsLive() || output.IsJson() ? 0 : m_nIntervalMs)) {}
 
-void CProgress::Show(const SProgress& progress) {
+void CProgress::Show(const STransferProgress& progress) {
   const std::int64_t now = System().SteadyMilliseconds();
   if (m_output.IsQuiet() || now < m_llNextMs) return;
   m_llNextMs = now + m_nIntervalMs;
-  const double rate = Rate(now, progress.m_llDone);
   if (m_output.IsJson()) {
     m_output.Json(CJsonObject("status")
                       .Text("command", m_strCommand)
@@ -67,13 +65,13 @@ void CProgress::Show(const SProgress& progress) {
                       .Number("bytes_total", progress.m_llTotal)
                       .Number("files_done", static_cast<std::int64_t>(progress.m_nFilesDone))
                       .Number("files_total", static_cast<std::int64_t>(progress.m_nFilesTotal))
-                      .Number("bytes_per_second", std::llround(rate))
+                      .Number("bytes_per_second", std::llround(progress.m_dBytesPerSecond))
                       .Name("file", progress.m_strFile));
   }
   if (m_output.IsLive()) {
-    m_output.Live(ProgressLine(progress, rate, static_cast<std::size_t>(TerminalWidth()) - 1));
+    m_output.Live(ProgressLine(progress, static_cast<std::size_t>(TerminalWidth()) - 1));
   } else if (!m_output.IsJson()) {
-    m_output.Tell(ProgressLine(progress, rate, 0));
+    m_output.Tell(ProgressLine(progress, 0));
   }
 }
 
@@ -81,17 +79,8 @@ void CProgress::End() {
   m_output.Live("");
 }
 
-// Over the last seconds, so that the rate follows the line without flicker.
-double CProgress::Rate(std::int64_t nowMs, std::int64_t done) {
-  m_samples.emplace_back(nowMs, done);
-  while (m_samples.size() > 2 && nowMs - m_samples[1].first >= kRateWindowMs) m_samples.pop_front();
-  const auto& [since, before] = m_samples.front();
-  const double seconds = static_cast<double>(nowMs - since) / 1000;
-  if (seconds <= 0 || done < before) return 0;
-  return static_cast<double>(done - before) / seconds;
-}
-
-std::string ProgressLine(const SProgress& progress, double rate, std::size_t width) {
+std::string ProgressLine(const STransferProgress& progress, std::size_t width) {
+  const double rate = progress.m_dBytesPerSecond;
   const double fraction = Fraction(progress);
   const std::string percent = std::to_string(static_cast<int>(fraction * 100)) + "%";
   std::string line = Bar(fraction) +

@@ -7,6 +7,8 @@
 #include "programs/kqft/Output.h"
 #include "programs/kqft/Text.h"
 #include "protocol/ResultCodes.h"
+#include "transfer/ProjectClient.h"
+#include "transfer/Sizes.h"
 
 namespace {
 
@@ -39,32 +41,32 @@ void SayTable(COutput& output, const std::vector<std::vector<std::string>>& rows
 
 }  // namespace
 
-int CommandDir(CSession& session, COutput& output) {
+int RunDir(CProjectClient& client, COutput& output, const SOptions&) {
   std::string directory;
-  const int result = session.AskDirectory(directory);
+  const int result = client.GetDirectory(directory);
   if (result != RESULT_OK) return FailQuestion(output, result);
   if (!output.IsJson()) output.Say(Printable(directory));
   output.Json(CJsonObject("summary").Text("command", "dir").Name("directory", directory));
   return kExitDone;
 }
 
-int CommandLs(CSession& session, COutput& output) {
-  std::vector<Channel_Key_Value> projects;
-  const int result = session.AskProjects(projects);
+int RunLs(CProjectClient& client, COutput& output, const SOptions&) {
+  std::vector<SProject> projects;
+  const int result = client.ListProjects(projects);
   if (result != RESULT_OK) return FailQuestion(output, result);
   std::vector<std::vector<std::string>> rows = {{"NAME", "SIZE", "CREATED"}};
   std::vector<CJsonObject> objects;
   int status = kExitDone;
-  for (const Channel_Key_Value& project : projects) {
+  for (const SProject& project : projects) {
     const bool possible = project.m_llSize >= 0;
-    rows.push_back({Printable(project.m_strPath), possible ? FormatSize(project.m_llSize) : "?",
-                    Printable(project.m_strName)});
+    rows.push_back({Printable(project.m_strName), possible ? FormatSize(project.m_llSize) : "?",
+                    Printable(project.m_strCreated)});
     CJsonObject object;
-    object.Name("name", project.m_strPath);
+    object.Name("name", project.m_strName);
     if (possible) object.Number("size", project.m_llSize);
-    objects.push_back(object.Text("created", project.m_strName));
+    objects.push_back(object.Text("created", project.m_strCreated));
     if (possible) continue;
-    output.Error(WhyNoSize(project.m_llSize), 0, project.m_strPath);
+    output.Error(WhyNoSize(project.m_llSize), 0, project.m_strName);
     status = kExitFailed;
   }
   if (!output.IsJson() && !projects.empty()) SayTable(output, rows);
@@ -73,44 +75,22 @@ int CommandLs(CSession& session, COutput& output) {
   return status;
 }
 
-int CommandFiles(CSession& session, COutput& output, const SOptions& options) {
-  std::string directory;
-  std::vector<Channel_Key_Value> files;
-  int result = session.AskDirectory(directory);
-  if (result == RESULT_OK) result = session.AskFiles(options.m_strProject, files);
+int RunFiles(CProjectClient& client, COutput& output, const SOptions& options) {
+  std::vector<SProjectFile> files;
+  const int result = client.ListFiles(options.m_strProject, files);
   if (result != RESULT_OK) return FailQuestion(output, result);
   if (files.empty()) {
     output.Error("the server lists no files of this project", 0, options.m_strProject);
     return kExitFailed;
   }
   std::vector<CJsonObject> objects;
-  for (const Channel_Key_Value& file : files) {
-    std::string name = NameBelowProject(file, directory + options.m_strProject);
-    std::replace(name.begin(), name.end(), '\\', '/');
-    if (!output.IsJson()) output.Say(Printable(name));
-    objects.push_back(CJsonObject().Name("name", name));
+  for (const SProjectFile& file : files) {
+    if (!output.IsJson()) output.Say(Printable(file.m_strName));
+    objects.push_back(CJsonObject().Name("name", file.m_strName));
   }
   output.Json(CJsonObject("summary")
                   .Text("command", "files")
                   .Name("project", options.m_strProject)
                   .List("files", objects));
   return kExitDone;
-}
-
-int FailQuestion(COutput& output, int result) {
-  output.Error(DescribeResult(result), result);
-  return kExitFailed;
-}
-
-// The server's short names leave out directories deep down; its full names
-// do not.
-std::string NameBelowProject(const Channel_Key_Value& file, const std::string& projectPath) {
-  const std::size_t size = projectPath.size();
-  const std::string& full = file.m_strName;
-  if (full.size() > size + 1 && full.compare(0, size, projectPath) == 0 &&
-      (full[size] == '\\' || full[size] == '/')) {
-    return full.substr(size + 1);
-  }
-  const std::size_t separator = file.m_strPath.find_first_of("\\/");
-  return separator == std::string::npos ? file.m_strPath : file.m_strPath.substr(separator + 1);
 }

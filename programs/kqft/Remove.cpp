@@ -1,5 +1,6 @@
 // rm: deletes a project on the server.
 
+#include <CLI/CLI.hpp>
 #include <iostream>
 
 #include "programs/ExitStatus.h"
@@ -8,6 +9,7 @@
 #include "programs/kqft/Output.h"
 #include "programs/kqft/Text.h"
 #include "protocol/ResultCodes.h"
+#include "transfer/ProjectClient.h"
 
 namespace {
 
@@ -20,10 +22,18 @@ bool UserAgrees(const std::string& question) {
 
 }  // namespace
 
-// The server says yes to everything, so it is asked afterwards what is left.
-int CommandRm(CSession& session, COutput& output, const SOptions& options) {
-  std::vector<Channel_Key_Value> files;
-  int result = session.AskFiles(options.m_strProject, files);
+void AddRmOptions(CLI::App& command, SOptions& options) {
+  command.add_flag("-y,--yes", options.m_bYes, "do not ask");
+}
+
+std::string WhyNoRm(const SOptions& options) {
+  const bool canAsk = options.m_bYes || IsTerminal(EStream::kInput);
+  return canAsk ? "" : "rm asks on a terminal only; use --yes elsewhere";
+}
+
+int RunRm(CProjectClient& client, COutput& output, const SOptions& options) {
+  std::vector<SProjectFile> files;
+  int result = client.ListFiles(options.m_strProject, files);
   if (result != RESULT_OK) return FailQuestion(output, result);
   const std::string shown = Printable(options.m_strProject);
   if (!options.m_bYes && !UserAgrees("Delete project " + shown + " (" + FormatFiles(files.size()) +
@@ -31,12 +41,11 @@ int CommandRm(CSession& session, COutput& output, const SOptions& options) {
     output.Notice("nothing deleted");
     return kExitFailed;
   }
-  result = session.Delete(options.m_strProject);
-  std::vector<Channel_Key_Value> left;
-  if (result == RESULT_OK) result = session.AskFiles(options.m_strProject, left);
+  std::size_t left = 0;
+  result = client.DeleteProject(options.m_strProject, left);
   if (result != RESULT_OK) return FailQuestion(output, result);
-  if (!left.empty()) {
-    output.Error("the server did not delete everything: " + FormatFiles(left.size()) + " left", 0,
+  if (left > 0) {
+    output.Error("the server did not delete everything: " + FormatFiles(left) + " left", 0,
                  options.m_strProject);
     return kExitFailed;
   }

@@ -1,29 +1,11 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <vector>
-
-#include "platform/System.h"
-#include "programs/kqft/Transfer.h"
+#include "programs/kqft/Options.h"
+#include "transfer/ProjectClient.h"
 
 class COutput;
 
-/// What a put or get comes to.
-struct STransferReport {
-  std::string m_strCommand;  ///< "put" or "get"
-  std::string m_strProject;  ///< "" when there are several
-  std::vector<STransferItem> m_vecItems;
-  std::int64_t m_llMoved = 0;   ///< bytes of file data that crossed the network
-  std::size_t m_nProblems = 0;  ///< reported already, beside those of the items
-  std::int64_t m_llStartedMs = System().SteadyMilliseconds();
-};
-
-/// Reports every file that fell short, and the sum.
+/// Reports every file that fell short, and the sum; with --dry-run what would
+/// be moved.
 /// @return the exit status that the program deserves.
-int ReportTransfer(COutput& output, const STransferReport& report);
-
-/// Says what would be moved, without moving it.
-/// @param bytes how much of each item would be
-int ReportPlan(COutput& output, const STransferReport& report,
-               const std::vector<std::int64_t>& bytes);
+int ReportTransfer(COutput& output, const SOptions& options, const STransferResult& result);

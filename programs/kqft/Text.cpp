@@ -100,20 +100,6 @@ std::string PrintableServerName(std::string name) {
   return Printable(name);
 }
 
-std::int64_t AddSizes(std::int64_t a, std::int64_t b) {
-  return b > 0 && a > INT64_MAX - b ? INT64_MAX : a + b;
-}
-
-std::string WhyNoSize(std::int64_t size) {
-  return "the server tells a size that cannot be (" + WithCommas(size) + " bytes)";
-}
-
-std::string DescribeResult(int result) {
-  const std::string name = ResultName(result);
-  return std::string(ResultMeaning(result)) + " (" + std::to_string(result) +
-         (name.empty() ? "" : " " + name) + ")";
-}
-
 bool IsUtf8(const std::string& text) {
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t length = Utf8Length(text, at);

@@ -24,15 +24,6 @@ std::string Printable(const std::string& name);
 /// The same for the protocol's names: "\" becomes "/".
 std::string PrintableServerName(std::string name);
 
-/// Sum of two numbers of bytes, the largest there is where it would be more.
-std::int64_t AddSizes(std::int64_t a, std::int64_t b);
-
-/// Why a size that a peer tells cannot be believed.
-std::string WhyNoSize(std::int64_t size);
-
-/// What a result of the library means, with its number and name.
-std::string DescribeResult(int result);
-
 /// True for text that every UTF-8 reader accepts.
 bool IsUtf8(const std::string& text);
 

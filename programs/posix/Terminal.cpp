@@ -2,7 +2,6 @@
 
 #include "programs/Terminal.h"
 
-#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -23,18 +22,4 @@ int TerminalWidth() {
   winsize size = {};
   if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kUsualColumns;
   return size.ws_col;
-}
-
-CErrorStreamMute::CErrorStreamMute() : m_nSaved(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
-  if (m_nSaved < 0) return;
-  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  if (nowhere < 0) return;
-  dup2(nowhere, STDERR_FILENO);
-  close(nowhere);
-}
-
-CErrorStreamMute::~CErrorStreamMute() {
-  if (m_nSaved < 0) return;
-  dup2(m_nSaved, STDERR_FILENO);
-  close(m_nSaved);
 }

@@ -6,7 +6,7 @@
 #include "Fuzz.h"
 #include "platform/ExpertUtils.h"
 #include "platform/GBKUTF8Transfer.h"
-#include "programs/kqft/Names.h"
+#include "transfer/Names.h"
 
 namespace {
 

@@ -9,12 +9,6 @@
 
 #include <filesystem>
 
-#include "programs/ExitStatus.h"
-#include "programs/Terminal.h"
-#include "programs/kqft/Commands.h"
-#include "programs/kqft/Output.h"
-#include "protocol/ResultCodes.h"
-
 namespace fs = std::filesystem;
 
 namespace {
@@ -51,14 +45,6 @@ std::map<std::string, std::string> ReadTree(const std::string& directory) {
     tree[path.lexically_relative(directory).string()] = ReadWholeFile(path.string());
   }
   return tree;
-}
-
-int RunKqft(const char* command, const SOptions& options) {
-  const CErrorStreamMute mute;
-  COutput output(false, true);
-  CSession session(options.m_place, output);
-  if (session.Open() != RESULT_OK) return kExitNoConnection;
-  return (std::string(command) == "put" ? CommandPut : CommandGet)(session, output, options);
 }
 
 CProgram::CProgram(const std::string& path, const Arguments& arguments)

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "programs/kqft/Options.h"
 #include "support/TestSystem.h"
 
 /// The programs as a test runs them: processes of their own, ended by id.
@@ -15,9 +14,6 @@ using Arguments = std::vector<std::string>;
 
 /// Every file below a directory, by its name there, with its content.
 std::map<std::string, std::string> ReadTree(const std::string& directory);
-
-/// A put or get of kqft in this process. @return its exit status
-int RunKqft(const char* command, const SOptions& options);
 
 /// One process. Its output and error streams go to files.
 class CProgram {

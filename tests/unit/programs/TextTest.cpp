@@ -20,12 +20,18 @@ TEST(Text, NamesCannotMoveTheCursorAndAreWellFormed) {
 
 TEST(Text, ProgressLineIsCutToTheTerminal) {
   const std::int64_t mib = 1 << 20;
-  const SProgress progress = {3 * mib, 4 * mib, 1, 2, "P/\xc3\xa4\x1b"};
+  STransferProgress progress;
+  progress.m_llDone = 3 * mib;
+  progress.m_llTotal = 4 * mib;
+  progress.m_nFilesDone = 1;
+  progress.m_nFilesTotal = 2;
+  progress.m_strFile = "P/\xc3\xa4\x1b";
+  progress.m_dBytesPerSecond = mib / 2;
   const std::string line =
       "[==============>     ]  75%  3.0 MiB of 4.0 MiB  512.0 KiB/s  0:02 left  1 of 2 files  ";
-  EXPECT_EQ(ProgressLine(progress, mib / 2, 0), line + "P/\xc3\xa4\\x1B");
-  EXPECT_EQ(ProgressLine(progress, mib / 2, line.size() + 3), line + "P/\xc3\xa4");
-  EXPECT_NE(ProgressLine(SProgress(), 0, 0).find(" 0%  "), std::string::npos);
+  EXPECT_EQ(ProgressLine(progress, 0), line + "P/\xc3\xa4\\x1B");
+  EXPECT_EQ(ProgressLine(progress, line.size() + 3), line + "P/\xc3\xa4");
+  EXPECT_NE(ProgressLine(STransferProgress(), 0).find(" 0%  "), std::string::npos);
 }
 
 TEST(Text, JsonCarriesEveryByteOfAName) {

@@ -1,6 +1,6 @@
 // Download: files are fetched under a name for parts and renamed when whole.
 
-#include "programs/kqft/Download.h"
+#include "transfer/Download.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -8,10 +8,10 @@
 #include <set>
 #include <utility>
 
-#include "programs/kqft/Names.h"
-#include "programs/kqft/Session.h"
-#include "programs/kqft/Text.h"
 #include "protocol/ResultCodes.h"
+#include "transfer/Names.h"
+#include "transfer/Session.h"
+#include "transfer/Sizes.h"
 
 namespace fs = std::filesystem;
 
@@ -94,21 +94,19 @@ std::string PartPath(const STransferItem& item) {
   return (local.parent_path() / PartName(local.filename().string(), item.m_llSize)).string();
 }
 
-CDownload::CDownload(CSession& session, COutput& output, CProgress& progress, int retries,
-                     std::string into, const std::vector<STransferItem>& items)
-    : CTransfer(session, output, progress, retries), m_strInto(std::move(into)), m_items(items) {}
+CDownload::CDownload(const STransferTools& tools, std::string into,
+                     const std::vector<STransferItem>& items)
+    : CTransfer(tools), m_strInto(std::move(into)), m_items(items) {}
 
-void CDownload::Compare(std::vector<STransferItem>& items,
-                        std::vector<std::int64_t>& missing) const {
+void CDownload::Compare(std::vector<STransferItem>& items) {
   CPartLists lists;
   for (STransferItem& item : items) {
-    missing.push_back(0);
     if (item.m_bFinal) continue;
     item.m_bDone = OwnFileSize(item.m_strLocal) == item.m_llSize;
     if (item.m_bDone) continue;
     RemoveStaleParts(item, lists);
     const std::int64_t have = OwnFileSize(PartPath(item));
-    missing.back() =
+    item.m_llMissing =
         have > item.m_llSize ? item.m_llSize : item.m_llSize - std::max<std::int64_t>(have, 0);
   }
 }
@@ -139,6 +137,7 @@ int CDownload::Start(const Batch& batch) {
     Channel_Key_Value record;
     record.m_strPath = BelowInto(*item);
     record.m_strName = item->m_strServer;
+    record.m_llSize = item->m_llSize;
     records.push_back(record);
   }
   return m_session.StartDownload(records, m_strInto);
@@ -151,13 +150,6 @@ std::string CDownload::WhyNotStarted(const Batch& batch, int code) {
   const std::int64_t told = m_session.TotalTold();
   if (code != ERROR_CODE_CLIENT_DISKSPACE || told == bytes) return DescribeResult(code);
   return told < 0 ? WhyNoSize(told) : kChanged;
-}
-
-// As the library joins directory and name.
-std::string CDownload::OpenedFile(const STransferItem& item) const {
-  std::string below = BelowInto(item);
-  std::replace(below.begin(), below.end(), '/', '\\');
-  return m_strInto + (m_strInto.back() == '\\' ? "" : "\\") + below;
 }
 
 std::string CDownload::BelowInto(const STransferItem& item) const {

@@ -1,15 +1,13 @@
 // Transfer: rounds of requests until every file is whole or given up.
 
-#include "programs/kqft/Transfer.h"
+#include "transfer/Transfer.h"
 
 #include <algorithm>
-#include <unordered_map>
 
-#include "programs/kqft/Interrupt.h"
-#include "programs/kqft/Output.h"
-#include "programs/kqft/Session.h"
-#include "programs/kqft/Text.h"
 #include "protocol/ResultCodes.h"
+#include "transfer/CancelToken.h"
+#include "transfer/Session.h"
+#include "transfer/Sizes.h"
 
 namespace {
 
@@ -17,7 +15,7 @@ namespace {
 constexpr std::size_t kFilesPerRequest = 500;
 constexpr std::int64_t kBytesPerRequest = std::int64_t{4} << 30;
 
-const char* const kInterrupted = "interrupted";
+const char* const kCancelled = "interrupted";
 
 constexpr int kFirstPauseMs = 1000;
 constexpr int kLongestPauseMs = 30000;
@@ -48,46 +46,50 @@ void Blame(STransferItem& item, int code) {
   item.m_bFinal = IsFinal(code);
 }
 
-std::int64_t SizeOf(const std::vector<STransferItem*>& batch, std::size_t count) {
+std::int64_t SizeOf(const std::vector<STransferItem*>& batch) {
   std::int64_t bytes = 0;
-  for (std::size_t i = 0; i < count; ++i) bytes = AddSizes(bytes, batch[i]->m_llSize);
+  for (const STransferItem* item : batch) bytes = AddSizes(bytes, item->m_llSize);
   return bytes;
 }
 
 }  // namespace
 
-CTransfer::CTransfer(CSession& session, COutput& output, CProgress& progress, int retries)
-    : m_session(session), m_output(output), m_progress(progress), m_nRetries(retries) {}
+CTransfer::CTransfer(const STransferTools& tools)
+    : m_session(tools.m_session),
+      m_cancel(tools.m_cancel),
+      m_observer(tools.m_observer),
+      m_nRetries(tools.m_nRetries) {}
 
 void CTransfer::Run(std::vector<STransferItem>& items) {
   for (const STransferItem& item : items) {
-    m_shown.m_llTotal = AddSizes(m_shown.m_llTotal, item.m_llSize);
-    ++m_shown.m_nFilesTotal;
+    m_behind.m_llTotal = AddSizes(m_behind.m_llTotal, item.m_llSize);
+    ++m_behind.m_nFilesTotal;
     if (!item.m_bDone) continue;
-    m_shown.m_llDone = AddSizes(m_shown.m_llDone, item.m_llSize);
-    ++m_shown.m_nFilesDone;
+    m_behind.m_llDone = AddSizes(m_behind.m_llDone, item.m_llSize);
+    ++m_behind.m_nFilesDone;
   }
+  m_observer.OnPlanned(m_behind.m_nFilesTotal - m_behind.m_nFilesDone,
+                       m_behind.m_llTotal - m_behind.m_llDone);
   const auto left = [&items] {
     return std::count_if(items.begin(), items.end(),
                          [](const STransferItem& item) { return !item.m_bDone && !item.m_bFinal; });
   };
-  while (left() > 0 && !IsInterrupted()) {
+  while (left() > 0 && !m_cancel.IsCancelled()) {
     const std::int64_t before = Advance();
     if (EnsureLink()) Round(items);
-    if (!m_vecEnded.empty() && !IsInterrupted() && EnsureLink()) VerifyEnded();
+    if (!m_vecEnded.empty() && !m_cancel.IsCancelled() && EnsureLink()) VerifyEnded();
     m_vecEnded.clear();
-    if (left() == 0 || IsInterrupted() || !MayTryAgain(before)) break;
+    if (left() == 0 || m_cancel.IsCancelled() || !MayTryAgain(before)) break;
     const int pause = std::min(kFirstPauseMs << std::min(m_nFailures - 1, 8), kLongestPauseMs);
-    m_output.Notice(FormatFiles(static_cast<std::size_t>(left())) + " left, trying again in " +
-                    std::to_string(pause / 1000) + " s");
-    InterruptibleSleep(pause);
+    m_observer.OnRetrying(static_cast<std::size_t>(left()), pause);
+    m_cancel.Sleep(pause);
   }
-  m_progress.End();
+  for (STransferItem& item : items) TellEnd(item);
 }
 
 // Grows with every file that is done and with data that is kept.
 std::int64_t CTransfer::Advance() const {
-  return static_cast<std::int64_t>(m_shown.m_nFilesDone) + m_llResumed / kProgressBytes;
+  return static_cast<std::int64_t>(m_behind.m_nFilesDone) + m_llResumed / kProgressBytes;
 }
 
 bool CTransfer::MayTryAgain(std::int64_t before) {
@@ -97,10 +99,10 @@ bool CTransfer::MayTryAgain(std::int64_t before) {
 
 bool CTransfer::EnsureLink() {
   if (!m_bRenewLink && m_session.IsConnect()) return true;
-  m_output.Notice("connecting again");
+  m_observer.OnReconnecting();
   const int result = m_session.Reopen();
   m_bRenewLink = result != RESULT_OK;
-  if (m_bRenewLink) m_output.Notice(DescribeResult(result));
+  if (m_bRenewLink) m_observer.OnNotConnected(result, DescribeResult(result));
   return !m_bRenewLink;
 }
 
@@ -123,7 +125,7 @@ CTransfer::Batch CTransfer::Queue(std::vector<STransferItem>& items, bool last) 
 }
 
 void CTransfer::MoveAll(const Batch& queue) {
-  for (std::size_t next = 0; next < queue.size() && !m_bRenewLink && !IsInterrupted();) {
+  for (std::size_t next = 0; next < queue.size() && !m_bRenewLink && !m_cancel.IsCancelled();) {
     Batch batch;
     std::int64_t bytes = 0;
     for (std::size_t i = next; i < queue.size() && batch.size() < kFilesPerRequest; ++i) {
@@ -149,7 +151,7 @@ std::size_t CTransfer::MoveBatch(const Batch& batch) {
     return batch.size();
   }
   const std::size_t reached = Watch(batch);
-  const bool cut = !m_session.IsConnect() || IsInterrupted();
+  const bool cut = !m_session.IsConnect() || m_cancel.IsCancelled();
   const std::vector<int> statuses = m_session.Statuses();
   const auto failed = static_cast<std::size_t>(
       std::find_if(statuses.begin(), statuses.end(), [](int s) { return s != RESULT_OK; }) -
@@ -162,9 +164,9 @@ std::size_t CTransfer::MoveBatch(const Batch& batch) {
   } else if (cut) {
     ended = reached;
     Blame(*batch[reached], ERROR_CODE_CLIENT_SENDDATA);
-    if (IsInterrupted()) {
+    if (m_cancel.IsCancelled()) {
       batch[reached]->m_nCode = 0;
-      batch[reached]->m_strWhy = kInterrupted;
+      batch[reached]->m_strWhy = kCancelled;
     }
   }
   if (!m_session.IsConnect()) m_bRenewLink = true;
@@ -188,30 +190,42 @@ std::string CTransfer::WhyNotStarted(const Batch&, int code) {
 
 // Waits for the end. Returns the index of the last file that was begun.
 std::size_t CTransfer::Watch(const Batch& batch) {
-  std::unordered_map<std::string, std::size_t> indices;
-  for (std::size_t i = 0; i < batch.size(); ++i) indices.emplace(OpenedFile(*batch[i]), i);
   const std::int64_t movedBefore = m_session.BytesMoved();
-  std::size_t reached = 0;
   bool stopping = false;
   for (bool moving = true; moving;) {
     moving = m_session.IsMoving();
-    const auto found = indices.find(m_session.CurrentFile());
-    if (found != indices.end()) reached = std::max(reached, found->second);
-    SProgress shown = m_shown;
-    shown.m_llDone =
-        AddSizes(shown.m_llDone,
-                 std::clamp<std::int64_t>(m_session.BytesDone(), 0, SizeOf(batch, batch.size())));
-    shown.m_nFilesDone += reached;
-    shown.m_strFile = batch[reached]->m_strShown;
-    m_progress.Show(shown);
-    if (moving && !stopping && IsInterrupted()) {
+    ShowProgress(batch);
+    if (moving && !stopping && m_cancel.IsCancelled()) {
       stopping = true;
       m_session.StopMoving();
     }
     if (moving) m_session.WaitWhileMoving();
   }
+  const std::size_t reached = m_session.GetTransferState().m_nRecord;
   if (IsResumable(*batch[reached])) m_llResumed += m_session.BytesMoved() - movedBefore;
   return reached;
+}
+
+// What was told stays told: a file that is begun again, or fell short, does
+// not take anything back.
+void CTransfer::ShowProgress(const Batch& batch) {
+  const STransferState state = m_session.GetTransferState();
+  const std::int64_t inBatch = std::clamp<std::int64_t>(state.m_llDone, 0, SizeOf(batch));
+  m_shown.m_llTotal = m_behind.m_llTotal;
+  m_shown.m_nFilesTotal = m_behind.m_nFilesTotal;
+  m_shown.m_llDone = std::max(m_shown.m_llDone, AddSizes(m_behind.m_llDone, inBatch));
+  m_shown.m_nFilesDone = std::max(m_shown.m_nFilesDone, m_behind.m_nFilesDone + state.m_nRecord);
+  m_shown.m_llMoved = m_session.BytesMoved();
+  m_shown.m_strFile = batch[state.m_nRecord]->m_strShown;
+  m_shown.m_llFileDone = state.m_llFileDone;
+  m_shown.m_llFileSize = batch[state.m_nRecord]->m_llSize;
+  m_shown.m_dBytesPerSecond = m_rate.Count(m_shown.m_llMoved);
+  m_observer.OnProgress(m_shown);
+}
+
+// Once for each file.
+void CTransfer::TellEnd(STransferItem& item) {
+  if (m_told.insert(&item).second) m_observer.OnFileEnd(item);
 }
 
 void CTransfer::VerifyEnded() {
@@ -223,8 +237,9 @@ void CTransfer::VerifyEnded() {
     if (!item->m_bDone) continue;
     item->m_nCode = RESULT_OK;
     item->m_strWhy.clear();
-    m_shown.m_llDone = AddSizes(m_shown.m_llDone, item->m_llSize);
-    ++m_shown.m_nFilesDone;
+    m_behind.m_llDone = AddSizes(m_behind.m_llDone, item->m_llSize);
+    ++m_behind.m_nFilesDone;
+    TellEnd(*item);
   }
   m_vecEnded.clear();
 }

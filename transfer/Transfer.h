@@ -1,26 +1,23 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "programs/kqft/Progress.h"
+#include "transfer/RateMeter.h"
+#include "transfer/TransferItem.h"
+#include "transfer/TransferObserver.h"
 
-class COutput;
+class CCancelToken;
 class CSession;
 
-/// One file to be moved.
-struct STransferItem {
-  std::string m_strLocal;     ///< file of this machine; of a download the finished one
-  std::string m_strServer;    ///< its name at the server
-  std::string m_strShown;     ///< its name in messages, "/" separating
-  std::int64_t m_llSize = 0;  ///< bytes when it is whole
-
-  bool m_bDone = false;   ///< whole on both sides, as far as can be known
-  bool m_bFinal = false;  ///< failed such that trying again is of no use
-  int m_nCode = 0;        ///< 1 when done; else of the last failure, 0 for none of the library's
-  std::string m_strWhy;   ///< what failed last; "" when nothing has yet
-  bool m_bWhole = false;  ///< of an upload: the server's copy was emptied in this run
+/// What every transfer works with. None of it is owned.
+struct STransferTools {
+  CSession& m_session;
+  ITransferObserver& m_observer;
+  CCancelToken& m_cancel;
+  int m_nRetries;  ///< rounds in a row that may bring no progress
 };
 
 /// Moves a list of files and does not give up at the first that fails.
@@ -31,14 +28,13 @@ struct STransferItem {
 /// tried again.
 class CTransfer {
  public:
-  /// @param retries rounds in a row that may bring no progress
-  CTransfer(CSession& session, COutput& output, CProgress& progress, int retries);
+  explicit CTransfer(const STransferTools& tools);
   CTransfer(const CTransfer&) = delete;
   CTransfer& operator=(const CTransfer&) = delete;
   virtual ~CTransfer() = default;
 
-  /// Moves every item that is neither done nor final. Ends early when the
-  /// user interrupts.
+  /// Moves every item that is neither done nor final. Ends early when it is
+  /// cancelled.
   void Run(std::vector<STransferItem>& items);
 
   /// False when a question has no answer yet: another one on the same link
@@ -67,9 +63,6 @@ class CTransfer {
   /// What a code means that Start returned.
   virtual std::string WhyNotStarted(const Batch& batch, int code);
 
-  /// The file that the library has open while it moves an item.
-  virtual std::string OpenedFile(const STransferItem& item) const = 0;
-
   /// Looks at files whose transfer has ended: m_bDone for those that are
   /// whole, a reason for the others.
   /// @return 1, or why that could not be found out.
@@ -83,7 +76,7 @@ class CTransfer {
   void Fail(STransferItem& item, int code);
 
   CSession& m_session;
-  COutput& m_output;
+  CCancelToken& m_cancel;
 
  private:
   bool EnsureLink();
@@ -93,14 +86,19 @@ class CTransfer {
   std::size_t MoveBatch(const Batch& batch);
   std::size_t Watch(const Batch& batch);
   void VerifyEnded();
+  void ShowProgress(const Batch& batch);
+  void TellEnd(STransferItem& item);
   bool MayTryAgain(std::int64_t before);
   std::int64_t Advance() const;
 
-  CProgress& m_progress;
+  ITransferObserver& m_observer;
   const int m_nRetries;
-  SProgress m_shown;             // what is behind the batch that runs
-  Batch m_vecEnded;              // not yet looked at
-  bool m_bRenewLink = false;     // late answers may be on the one that stands
-  std::int64_t m_llResumed = 0;  // bytes moved that need not be moved again
-  int m_nFailures = 0;           // rounds in a row without progress
+  STransferProgress m_behind;  // what is behind the batch that runs
+  STransferProgress m_shown;   // what was told last
+  CRateMeter m_rate;
+  Batch m_vecEnded;                       // not yet looked at
+  bool m_bRenewLink = false;              // late answers may be on the one that stands
+  std::int64_t m_llResumed = 0;           // bytes moved that need not be moved again
+  int m_nFailures = 0;                    // rounds in a row without progress
+  std::set<const STransferItem*> m_told;  // whose end the observer knows
 };

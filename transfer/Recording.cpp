@@ -5,13 +5,13 @@
 // there; a range that is sent behind the end of its file makes a hole in it,
 // which no later run would see. So the program looks first.
 
-#include "programs/kqft/Recording.h"
+#include "transfer/Recording.h"
 
 #include <algorithm>
 
-#include "programs/kqft/Names.h"
-#include "programs/kqft/Text.h"
 #include "protocol/ResultCodes.h"
+#include "transfer/Names.h"
+#include "transfer/Sizes.h"
 
 namespace {
 

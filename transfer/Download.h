@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "programs/kqft/Transfer.h"
+#include "transfer/Transfer.h"
 
 /// Fetches files into one directory. A file on its way lies beside its final
 /// place under a name of its own, and takes its final name when it is whole.
@@ -11,19 +11,16 @@ class CDownload : public CTransfer {
  public:
   /// @param into  absolute; every item's m_strLocal lies below it
   /// @param items all that are to be fetched
-  CDownload(CSession& session, COutput& output, CProgress& progress, int retries, std::string into,
-            const std::vector<STransferItem>& items);
+  CDownload(const STransferTools& tools, std::string into, const std::vector<STransferItem>& items);
 
   /// Looks at what is here already: files that are whole are done; what is
-  /// left of other versions is removed.
-  /// @param missing how many bytes of each item are not here
-  void Compare(std::vector<STransferItem>& items, std::vector<std::int64_t>& missing) const;
+  /// left of other versions is removed. Sets m_llMissing and m_bDone.
+  static void Compare(std::vector<STransferItem>& items);
 
  protected:
   std::string Prepare(const STransferItem& item) override;
   int Start(const Batch& batch) override;
   std::string WhyNotStarted(const Batch& batch, int code) override;
-  std::string OpenedFile(const STransferItem& item) const override;
   int Verify(const Batch& ended) override;
   bool IsResumable(const STransferItem&) const override { return true; }
 

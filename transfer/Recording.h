@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "programs/kqft/Session.h"
+#include "transfer/Session.h"
 
 /// What the server has of a measurement file, and how the rest gets there.
 struct SRecording {

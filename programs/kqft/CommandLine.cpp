@@ -1,6 +1,6 @@
 // Command line of kqft.
 
-#include "programs/kqft/Options.h"
+#include "programs/kqft/CommandLine.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -9,7 +9,7 @@
 #include "programs/ConfigFile.h"
 #include "programs/Directories.h"
 #include "programs/ExitStatus.h"
-#include "programs/kqft/Names.h"
+#include "programs/kqft/Commands.h"
 
 namespace {
 
@@ -53,36 +53,13 @@ void AddGlobalOptions(CLI::App& app, SOptions& options, std::string& server, std
   app.get_help_ptr()->configurable(false);
 }
 
-void AddPut(CLI::App& app, SOptions& options) {
-  CLI::App* put = app.add_subcommand("put", "send directories or files");
-  put->add_option("PATH", options.m_vecPaths, "a directory becomes the project of its name")
-      ->required();
-  put->add_option("--project", options.m_strProject, "put everything into this project")
-      ->type_name("NAME");
-  put->add_flag("-n,--dry-run", options.m_bDryRun, "only say what would be sent");
-}
-
-void AddGet(CLI::App& app, SOptions& options) {
-  CLI::App* get = app.add_subcommand("get", "fetch a project, or some of its files");
-  get->add_option("PROJECT", options.m_strProject)->required();
-  get->add_option("FILE", options.m_vecPaths, "as \"kqft files\" names them");
-  get->add_option("--into", options.m_strInto, "directory to put the project into")
-      ->type_name("DIR")
-      ->capture_default_str();
-  get->add_flag("-n,--dry-run", options.m_bDryRun, "only say what would be fetched");
-}
-
 void AddCommands(CLI::App& app, SOptions& options) {
-  app.add_subcommand("dir", "show the server's project directory");
-  app.add_subcommand("ls", "list the projects");
-  CLI::App* files = app.add_subcommand("files", "list the files of a project");
-  files->add_option("PROJECT", options.m_strProject)->required();
-  AddPut(app, options);
-  AddGet(app, options);
-  CLI::App* remove = app.add_subcommand("rm", "delete a project on the server");
-  remove->add_option("PROJECT", options.m_strProject)->required();
-  remove->add_flag("-y,--yes", options.m_bYes, "do not ask");
-  for (CLI::App* command : app.get_subcommands({})) command->fallthrough();
+  for (const SCommand& command : Commands()) {
+    CLI::App* added = app.add_subcommand(command.m_pName, command.m_pHelp);
+    if (command.m_bNeedsProject) added->add_option("PROJECT", options.m_strProject)->required();
+    command.m_pAddOptions(*added, options);
+    added->fallthrough();
+  }
   app.require_subcommand(1);
 }
 
@@ -102,10 +79,9 @@ void Check(const CLI::App& app, SOptions& options, const std::string& server) {
   if (!ParseServer(server, options.m_place.m_strHost, options.m_place.m_nPort)) {
     throw CLI::ValidationError("--server: " + server + " is no HOST or HOST:PORT");
   }
-  const bool needsProject = options.m_strCommand == "files" || options.m_strCommand == "get" ||
-                            options.m_strCommand == "rm";
+  const bool needsProject = FindCommand(options.m_strCommand).m_bNeedsProject;
   if (!needsProject && options.m_strProject.empty()) return;
-  if (const std::string why = WhyNoProject(options.m_strProject); !why.empty()) {
+  if (const std::string why = CProjectClient::WhyNoProject(options.m_strProject); !why.empty()) {
     throw CLI::ValidationError("project: " + why);
   }
 }

@@ -1,6 +1,6 @@
 // Names: which are safe, and how one is made from another.
 
-#include "programs/kqft/Names.h"
+#include "transfer/Names.h"
 
 #include <algorithm>
 #include <array>

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "transfer/TransferObserver.h"
+
 /// A file of this machine that is to be sent.
 struct SLocalFile {
   std::string m_strPath;                     ///< how to open it
@@ -14,9 +16,8 @@ struct SLocalFile {
 
 /// What a walk found.
 struct SLocalFiles {
-  std::vector<SLocalFile> m_vecFiles;        ///< in the order of their names
-  std::vector<std::string> m_vecSkipped;     ///< neither files nor directories
-  std::vector<std::string> m_vecUnreadable;  ///< could not be looked into
+  std::vector<SLocalFile> m_vecFiles;  ///< in the order of their names
+  std::vector<SLeftOut> m_vecLeftOut;
 };
 
 /// Adds a file, or every file below a directory. Links to files count as the

@@ -1,6 +1,6 @@
 // Session: the library's client with the care that a person expects.
 
-#include "programs/kqft/Session.h"
+#include "transfer/Session.h"
 
 #include <algorithm>
 #include <chrono>
@@ -13,8 +13,6 @@
 #include "platform/KQEvent.h"
 #include "platform/KQFile.h"
 #include "platform/System.h"
-#include "programs/Terminal.h"
-#include "programs/kqft/Output.h"
 #include "protocol/DataPacket.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
@@ -39,11 +37,11 @@ bool NamesRanges(const std::string& text) {
 /// Explains a wait that takes long.
 class CWaitNotice {
  public:
-  CWaitNotice(COutput& output, const std::string& text)
-      : m_thread([this, &output, text] {
+  CWaitNotice(ITransferObserver& observer, const std::string& text)
+      : m_thread([this, &observer, text] {
           std::unique_lock lock(m_mutex);
           if (System().Wait(m_changed, lock, kPatienceMs, [this] { return m_bOver; })) return;
-          output.Notice(text);
+          observer.OnWaiting(text);
         }) {}
   CWaitNotice(const CWaitNotice&) = delete;
   CWaitNotice& operator=(const CWaitNotice&) = delete;
@@ -65,7 +63,8 @@ class CWaitNotice {
 
 }  // namespace
 
-CSession::CSession(const SServerPlace& place, COutput& output) : m_place(place), m_output(output) {
+CSession::CSession(const SServerPlace& place, ITransferObserver& observer)
+    : m_place(place), m_observer(observer) {
   m_pNetWork->SetLocalAddress(place.m_strBindAddress);
 }
 
@@ -80,14 +79,14 @@ int CSession::Open() {
     m_bStopping = false;
   }
   {
-    const CWaitNotice notice(m_output, "waiting for a connection to " + m_place.Text());
+    const CWaitNotice notice(m_observer, "waiting for a connection to " + m_place.Text());
     if (!Init(m_place.m_strLogDirectory) || !Connect(m_place.m_strHost, m_place.m_nPort)) {
       return ERROR_CODE_CLIENT_CONNECT;
     }
   }
-  const CWaitNotice notice(m_output, "waiting for " + m_place.Text() +
-                                         ": it first finishes what an earlier connection left "
-                                         "(usually up to 10 s)");
+  const CWaitNotice notice(m_observer, "waiting for " + m_place.Text() +
+                                           ": it first finishes what an earlier connection left "
+                                           "(usually up to 10 s)");
   return WaitUntilServed();
 }
 
@@ -101,7 +100,7 @@ int CSession::AskDirectory(std::string& directory) {
 }
 
 int CSession::AskProjects(std::vector<Channel_Key_Value>& projects) {
-  const CWaitNotice notice(m_output, "waiting for the list of projects");
+  const CWaitNotice notice(m_observer, "waiting for the list of projects");
   std::string xml;
   const int result = Checked(GetServerPrjList(xml));
   if (result == RESULT_OK) Channel_Key_Value::ConvertXMLToValue(xml, projects);
@@ -109,7 +108,7 @@ int CSession::AskProjects(std::vector<Channel_Key_Value>& projects) {
 }
 
 int CSession::AskFiles(const std::string& project, std::vector<Channel_Key_Value>& files) {
-  const CWaitNotice notice(m_output, "waiting for the list of files");
+  const CWaitNotice notice(m_observer, "waiting for the list of files");
   std::string xml;
   const int result = Checked(GetServerPrjFileList(project, xml));
   if (result == RESULT_OK) Channel_Key_Value::ConvertXMLToValue(xml, files);
@@ -117,7 +116,7 @@ int CSession::AskFiles(const std::string& project, std::vector<Channel_Key_Value
 }
 
 int CSession::Delete(const std::string& project) {
-  const CWaitNotice notice(m_output, "waiting for the server to delete the project");
+  const CWaitNotice notice(m_observer, "waiting for the server to delete the project");
   return Checked(DeleteServerPrj(project));
 }
 
@@ -197,21 +196,15 @@ int CSession::StartUpload(const std::vector<Channel_Key_Value>& records,
     const std::lock_guard guard(m_mutex);
     m_answers = std::move(answers);
   }
-  std::string xml;
-  Channel_Key_Value::ConverValueToXML(records, xml);
-  const CErrorStreamMute mute;
-  const int result = UpdateFileToDataService(xml);
+  const int result = UploadRecords(records);
   m_bStarted = result == RESULT_OK;
   return result;
 }
 
 int CSession::StartDownload(const std::vector<Channel_Key_Value>& records,
                             const std::string& directory) {
-  std::string xml;
-  Channel_Key_Value::ConverValueToXML(records, xml);
   SetPrjDir(directory);
-  const CErrorStreamMute mute;
-  const int result = DownFileFromDataService(xml);
+  const int result = DownloadRecords(records);
   m_bStarted = result == RESULT_OK;
   // The library stays "downloading" when the disk is too small.
   if (result != RESULT_OK) m_nTransState = 0;
@@ -263,10 +256,6 @@ std::vector<int> CSession::Statuses() {
   statuses.reserve(records.size());
   for (const Channel_Key_Value& record : records) statuses.push_back(record.m_nStatus);
   return statuses;
-}
-
-std::string CSession::CurrentFile() const {
-  return m_pFile->GetFilePath();
 }
 
 bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, const char* pData,

@@ -1,4 +1,4 @@
-// Every fault in its turn: what kqft and the server make of a failing file
+// Every fault in its turn: what a put or get and the server make of a failing file
 // system and a failing network while a project goes up and comes down. After
 // each the same call is repeated until it reports success.
 //
@@ -11,10 +11,10 @@
 #include <random>
 
 #include "net/NetWorkPackHead.h"
-#include "programs/ExitStatus.h"
 #include "support/Programs.h"
 #include "support/TestServer.h"
 #include "support/TestSockets.h"
+#include "transfer/ProjectClient.h"
 
 namespace fs = std::filesystem;
 
@@ -33,7 +33,7 @@ void WriteTree(const std::string& directory, const Tree& tree) {
   for (const auto& [name, content] : tree) WriteWholeFile(directory + name, content);
 }
 
-class ProgramFault : public testing::TestWithParam<const char*> {
+class TransferFault : public testing::TestWithParam<const char*> {
  protected:
   void SetUp() override {
     const char* seed = std::getenv("KQFT_SEED");
@@ -62,20 +62,31 @@ class ProgramFault : public testing::TestWithParam<const char*> {
     fs::remove_all(m_client / "back");
   }
 
-  // One call of kqft, from an address of its own. Success of what differs is
+  SPutRequest PutRequest() const {
+    SPutRequest request;
+    request.m_vecPaths = {m_client / "local"};
+    request.m_strProject = m_strProject;
+    request.m_nRetries = 0;
+    return request;
+  }
+  SGetRequest GetRequest() const {
+    SGetRequest request;
+    request.m_strProject = m_strProject;
+    request.m_strInto = m_client / "back";
+    request.m_nRetries = 0;
+    return request;
+  }
+
+  // One put or get, from an address of its own. Success of what differs is
   // what must never be.
-  int Run(const std::string& what) {
-    SOptions options;
+  bool Run(const std::string& what) {
     const int at = m_nRuns++;
-    options.m_place = {"127.0.0.1", m_server.Port(),
-                       "127.8." + std::to_string(at / 250) + "." + std::to_string(at % 250 + 1),
-                       m_client.Path()};
-    options.m_strProject = m_strProject;
-    options.m_strInto = m_client / "back";
-    options.m_nRetries = 0;
-    if (IsPut()) options.m_vecPaths = {m_client / "local"};
-    const int status = RunKqft(GetParam(), options);
-    if (status == kExitDone) {
+    CProjectClient client({"127.0.0.1", m_server.Port(),
+                           "127.8." + std::to_string(at / 250) + "." + std::to_string(at % 250 + 1),
+                           m_client.Path()});
+    const bool done =
+        IsPut() ? client.Put(PutRequest()).IsDone() : client.Get(GetRequest()).IsDone();
+    if (done) {
       const bool whole =
           IsPut() ? ReadTree(m_serverDir / m_strProject) == m_whole
                   : ReadTree(m_client / ("back/" + m_strProject)) == m_local || m_bMayMiss;
@@ -86,18 +97,18 @@ class ProgramFault : public testing::TestWithParam<const char*> {
       const std::string lost = ReadWholeFile(m_serverDir / (m_strProject + "/Run.li"));
       EXPECT_EQ(std::count(lost.begin(), lost.end(), '\n'), 4) << what << "\n" << lost;
     }
-    return status;
+    return done;
   }
 
   void RunUntilDone(const std::string& what) {
-    int status = kExitFailed;
-    for (int i = 0; i < kMostRuns && status != kExitDone; ++i) {
-      status = Run(what);
+    bool done = false;
+    for (int i = 0; i < kMostRuns && !done; ++i) {
+      done = Run(what);
       m_system.Follow(CFaultPlan().ClockFaster(5));  // a busy machine needs more time
     }
     m_system.Follow(CFaultPlan().ClockFaster(kPace));
-    m_nLosses += status == kExitDone ? 0 : 1;
-    EXPECT_EQ(status, kExitDone) << what;
+    m_nLosses += done ? 0 : 1;
+    EXPECT_TRUE(done) << what;
   }
 
   // The next of a row of faults to place.
@@ -138,10 +149,10 @@ class ProgramFault : public testing::TestWithParam<const char*> {
   int m_nCase = 0, m_nRuns = 0, m_nPlaced = 0, m_nLosses = 0;
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, ProgramFault, testing::Values("put", "get"),
+INSTANTIATE_TEST_SUITE_P(Both, TransferFault, testing::Values("put", "get"),
                          [](const auto& test) { return std::string(test.param); });
 
-TEST_P(ProgramFault, EveryCallToTheFileSystemMayFailOnceOrForGood) {
+TEST_P(TransferFault, EveryCallToTheFileSystemMayFailOnceOrForGood) {
   constexpr ESystemError kErrors[] = {ESystemError::kNoSpace, ESystemError::kOther,
                                       ESystemError::kAccess, ESystemError::kTooMany};
   constexpr int kShare = 16;
@@ -154,19 +165,19 @@ TEST_P(ProgramFault, EveryCallToTheFileSystemMayFailOnceOrForGood) {
     CFaultPlan plan = CFaultPlan().Below(side);
     m_system.Follow(forGood ? plan.FailFrom(operation, k, error) : plan.Fail(operation, k, error));
     const int before = m_system.Struck();
-    const int status = Run(what);
+    const bool done = Run(what);
     const bool struck = m_system.Struck() > before;
     m_system.Heal();
     m_bMayMiss = false;
     m_nPlaced += struck ? 1 : 0;
-    if (status != kExitDone) RunUntilDone("after " + what);
+    if (!done) RunUntilDone("after " + what);
     EndCase();
     return struck;
   };
   for (const std::string& side : {m_serverDir.Path(), m_client.Path()}) {
     StartCase();
     m_system.Follow(CFaultPlan().Below(side).ClockFaster(5));  // as patient as below
-    EXPECT_EQ(Run("no fault"), kExitDone);
+    EXPECT_TRUE(Run("no fault"));
     std::map<EOperation, int> calls;
     for (const auto& [operation, name] : kOperations) calls[operation] = m_system.Calls(operation);
     m_system.Follow(CFaultPlan().ClockFaster(kPace));
@@ -191,20 +202,20 @@ TEST_P(ProgramFault, EveryCallToTheFileSystemMayFailOnceOrForGood) {
   }
 }
 
-TEST_P(ProgramFault, ConnectionsMayEndAnywhereFallSilentAndCutBytesAsTheyLike) {
+TEST_P(TransferFault, ConnectionsMayEndAnywhereFallSilentAndCutBytesAsTheyLike) {
   constexpr int kShare = 90;
   constexpr std::size_t kHead = kPackHeadBytes;
   const auto place = [&](const SLinkPlan& plan, const std::string& what) {
     StartCase();
     m_sockets.Follow(plan);
-    const int status = Run(what);
+    const bool done = Run(what);
     const bool ended = m_sockets.HasEnded();
     m_sockets.Follow(SLinkPlan());
     m_nPlaced += ended || plan.m_llEndAt < 0 ? 1 : 0;
     if (plan.m_llEndAt < 0) {
-      EXPECT_EQ(status, kExitDone) << what;
+      EXPECT_TRUE(done) << what;
     }
-    if (status != kExitDone) RunUntilDone("after " + what);
+    if (!done) RunUntilDone("after " + what);
     EndCase();
   };
   StartCase();

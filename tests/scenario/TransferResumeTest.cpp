@@ -3,16 +3,13 @@
 
 #include <string_view>
 
-#include "programs/ExitStatus.h"
-#include "programs/Terminal.h"
-#include "programs/kqft/Commands.h"
-#include "programs/kqft/Output.h"
 #include "protocol/MessageCodes.h"
 #include "support/FakeServer.h"
 #include "support/Packets.h"
 #include "support/Programs.h"
 #include "support/TestServer.h"
 #include "support/TestSockets.h"
+#include "transfer/ProjectClient.h"
 
 namespace {
 
@@ -21,24 +18,19 @@ constexpr std::size_t kMiB = 1 << 20;
 const std::string kHead = "[Lost_Pos]\r\nnRecordCount=1\r\n";
 const std::string kRange = kHead + "lost_info_0=30000,100\r\n";
 
-class ProgramResume : public CServerTest {
+class TransferResume : public CServerTest {
  protected:
-  // Each call comes from an address of its own.
-  int Run(int (*command)(CSession&, COutput&, const SOptions&), SOptions options) {
-    options.m_place = {"127.0.0.1", m_nPort > 0 ? m_nPort : m_server.Port(),
-                       "127.0.1." + std::to_string(++m_nRuns), m_logs.Path()};
-    options.m_nRetries = 0;
-    const CErrorStreamMute mute;
-    COutput output(false, true);
-    CSession session(options.m_place, output);
-    EXPECT_EQ(session.Open(), 1);
-    return command(session, output, options);
+  // Each comes from an address of its own.
+  CProjectClient Client() {
+    return CProjectClient({"127.0.0.1", m_nPort > 0 ? m_nPort : m_server.Port(),
+                           "127.0.1." + std::to_string(++m_nRuns), m_logs.Path()});
   }
-  int Put(const std::string& directory, const std::string& project) {
-    SOptions options;
-    options.m_strProject = project;
-    options.m_vecPaths = {directory};
-    return Run(&CommandPut, options);
+  bool Put(const std::string& directory, const std::string& project) {
+    SPutRequest request;
+    request.m_strProject = project;
+    request.m_vecPaths = {directory};
+    request.m_nRetries = 0;
+    return Client().Put(request).IsDone();
   }
 
   const CTempDirectory m_logs;
@@ -47,7 +39,7 @@ class ProgramResume : public CServerTest {
   int m_nPort = 0;  // of another server
 };
 
-TEST_F(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
+TEST_F(TransferResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
   constexpr std::size_t kRanges = 40;
   constexpr std::size_t kRangeBytes = 100000;
   constexpr std::size_t kMissing = kRanges * kRangeBytes;
@@ -84,7 +76,7 @@ TEST_F(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
 
   const auto put = [&] {
     sockets.Follow(SLinkPlan());
-    EXPECT_EQ(Put(m_local / "P", "P"), kExitDone);
+    EXPECT_TRUE(Put(m_local / "P", "P"));
     return sockets.Carried(EDirection::kSent);
   };
   const std::size_t sent = put().size();
@@ -103,7 +95,7 @@ TEST_F(ProgramResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
 
 // Side files of the local project, of the server, of both; what they tell may
 // be of another state of the recording than the server holds.
-TEST_F(ProgramResume, SideFilesNeverMakeAHoleInARecording) {
+TEST_F(TransferResume, SideFilesNeverMakeAHoleInARecording) {
   using Tree = std::map<std::string, std::string>;
   const std::string whole = PatternBytes(120000, 4),
                     sizes = "[FileInfo]\r\nFileCount=2\r\nSize1=40000\r\nSize2=80000\r\n";
@@ -151,14 +143,14 @@ TEST_F(ProgramResume, SideFilesNeverMakeAHoleInARecording) {
     for (const auto& [file, content] : here) WriteWholeFile(from + "/" + file, content);
     if (std::string(name) == "segments that were fetched") {
       for (const auto& [file, content] : here) WriteWholeFile(m_dir / ("G/" + file), content);
-      SOptions options;
-      options.m_strProject = "G";
-      options.m_strInto = m_local.Path();
-      EXPECT_EQ(Run(&CommandGet, options), kExitDone);
+      SGetRequest request;
+      request.m_strProject = "G";
+      request.m_strInto = m_local.Path();
+      EXPECT_TRUE(Client().Get(request).IsDone());
       from = m_local / "G";
     }
     for (const char* time : {"first", "second"}) {
-      EXPECT_EQ(Put(from, project), kExitDone) << name << ", " << time;
+      EXPECT_TRUE(Put(from, project)) << name << ", " << time;
       for (const auto& [file, content] : here) {
         EXPECT_TRUE(ReadWholeFile(m_dir / (project + "/" + file)) == content)
             << name << ", " << time << ": " << file;
@@ -167,7 +159,7 @@ TEST_F(ProgramResume, SideFilesNeverMakeAHoleInARecording) {
   }
 }
 
-TEST_F(ProgramResume, WhatIsMissingOfARecordingThatFailedStaysKnown) {
+TEST_F(TransferResume, WhatIsMissingOfARecordingThatFailedStaysKnown) {
   const std::string whole = PatternBytes(50000);
   WriteWholeFile(m_local / "P/Run.tm", whole);
   WriteWholeFile(m_local / "P/Run.li", "[Lost_Pos]\r\nnRecordCount=0\r\n");
@@ -179,7 +171,7 @@ TEST_F(ProgramResume, WhatIsMissingOfARecordingThatFailedStaysKnown) {
   for (const char* file : {"P/Run.tm", "P/a.dat"}) {
     m_system.Follow(
         CFaultPlan().FailFrom(EOperation::kOpen, 1, ESystemError::kAccess).Below(m_local / file));
-    EXPECT_EQ(Put(m_local / "P", "P"), kExitFailed);
+    EXPECT_FALSE(Put(m_local / "P", "P"));
     const bool known = file == std::string("P/Run.tm");
     EXPECT_EQ(ReadWholeFile(m_dir / "P/Run.li") == kRange, known);
     EXPECT_EQ(ReadWholeFile(m_dir / "P/a.dat"), "new");
@@ -188,14 +180,14 @@ TEST_F(ProgramResume, WhatIsMissingOfARecordingThatFailedStaysKnown) {
 }
 
 // A server that does not answer is not asked for a courtesy.
-TEST_F(ProgramResume, SilentServerIsLeftAtOnce) {
+TEST_F(TransferResume, SilentServerIsLeftAtOnce) {
   WriteWholeFile(m_local / "P/a.txt", "a");
   for (const int silent : {NET_CTS_PREPARETRAN_FILE, NET_CTS_TRANSFILEDATA_END}) {
     CFakeServer fake;
     fake.Silent(silent);
     fake.Answer(NET_CTS_REQUEST_SERVERFILESIZE, Int64(0));
     m_nPort = fake.Port();
-    EXPECT_EQ(Put(m_local / "P", "P"), kExitFailed);
+    EXPECT_FALSE(Put(m_local / "P", "P"));
     EXPECT_EQ(fake.Count(NET_CTS_PREPARETRAN_FILE), 1U) << silent;
   }
 }

@@ -1,6 +1,6 @@
 // The files of this machine that a put names. Names are bytes and stay so.
 
-#include "programs/kqft/LocalFiles.h"
+#include "transfer/LocalFiles.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -8,6 +8,8 @@
 namespace fs = std::filesystem;
 
 namespace {
+
+const char* const kNoFile = "neither a file nor a directory of its own";
 
 // The protocol separates by "\" and the library lists requests by lines.
 std::string WhyUnsendable(const std::string& path) {
@@ -51,11 +53,11 @@ void Walk(const fs::path& directory, std::vector<std::string>& components, SLoca
     } else if (fs::is_regular_file(fs::status(path, ignored))) {
       AddFile(path, components, found);
     } else {
-      found.m_vecSkipped.push_back(path.string());
+      found.m_vecLeftOut.push_back({path.string(), kNoFile, false});
     }
     components.pop_back();
   }
-  if (error) found.m_vecUnreadable.push_back(directory.string() + ": " + error.message());
+  if (error) found.m_vecLeftOut.push_back({directory.string(), error.message(), true});
 }
 
 }  // namespace
@@ -69,7 +71,6 @@ void CollectFiles(const std::string& path, SLocalFiles& found) {
   } else if (fs::is_regular_file(top, error)) {
     AddFile(top, {top.filename().string()}, found);
   } else {
-    found.m_vecUnreadable.push_back(path + ": " +
-                                    (error ? error.message() : "neither file nor directory"));
+    found.m_vecLeftOut.push_back({path, error ? error.message() : kNoFile, true});
   }
 }

@@ -8,18 +8,7 @@
 #include <vector>
 
 #include "client/KQFileTransServiceVisitor.h"
-
-class COutput;
-
-/// Where the server is and how to reach it.
-struct SServerPlace {
-  std::string m_strHost;
-  int m_nPort = 9999;
-  std::string m_strBindAddress;   ///< local address; "" for any
-  std::string m_strLogDirectory;  ///< ends with a separator
-
-  std::string Text() const { return m_strHost + ":" + std::to_string(m_nPort); }
-};
+#include "transfer/ProjectClient.h"
 
 /// What the server knows to be missing of a measurement file.
 struct SLostInfo {
@@ -44,7 +33,9 @@ struct SLostAnswer {
 /// Threads: one thread uses it; the network layer calls the overrides.
 class CSession : public CKQFileTransServiceVisitor {
  public:
-  CSession(const SServerPlace& place, COutput& output);
+  /// @param place    m_strLogDirectory ends with a separator
+  /// @param observer told of long waits; outlives the session
+  CSession(const SServerPlace& place, ITransferObserver& observer);
   ~CSession() override;
 
   /// Connects and waits until the server answers.
@@ -107,11 +98,6 @@ class CSession : public CKQFileTransServiceVisitor {
   /// Result of every record of the last request.
   std::vector<int> Statuses();
 
-  /// The file that is being moved, as it was given to the library.
-  std::string CurrentFile() const;
-
-  std::int64_t BytesDone() const { return m_llTransBytes; }
-
   /// File data received, and sent: what the network has let go of, which is
   /// all of it after Stop.
   std::int64_t BytesMoved() const { return m_llMoved; }
@@ -134,7 +120,7 @@ class CSession : public CKQFileTransServiceVisitor {
   void ReleaseWaiting();
 
   const SServerPlace m_place;
-  COutput& m_output;
+  ITransferObserver& m_observer;
   bool m_bStarted = false;                  // the using thread's; a worker was started
   CSharedWord<std::int64_t> m_llMoved = 0;  // word; counted on the network's threads
 

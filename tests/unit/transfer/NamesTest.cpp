@@ -1,6 +1,6 @@
 // Names that kqft gives to the server and takes from it.
 
-#include "programs/kqft/Names.h"
+#include "transfer/Names.h"
 
 TEST(Names, ThatLeadOutOfTheTargetAreRefused) {
   for (const char* name : {"", "..", "a\\..\\b", "a/../../b", "\\etc\\passwd", "/etc", "C:\\x",

@@ -1,0 +1,138 @@
+// Get: which files of a project become which files of this machine.
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+
+#include "protocol/ResultCodes.h"
+#include "transfer/Download.h"
+#include "transfer/Names.h"
+#include "transfer/ProjectClientState.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string WithoutTail(std::string name) {
+  while (!name.empty() && name.back() == '/') name.pop_back();
+  return name;
+}
+
+// True for the file itself and for what lies in a directory of that name.
+bool IsMeant(const std::string& listed, const std::string& argument) {
+  return listed.compare(0, argument.size(), argument) == 0 &&
+         (listed.size() == argument.size() || listed[argument.size()] == '/');
+}
+
+// The server lists no files deep down in a project; they can be had by name.
+std::vector<SProjectFile> Choose(const std::vector<SProjectFile>& listed,
+                                 const std::string& projectPath,
+                                 const std::vector<std::string>& arguments) {
+  if (arguments.empty()) return listed;
+  std::vector<SProjectFile> wanted;
+  std::set<std::string> taken;  // a file that is named twice is fetched once
+  for (const std::string& argument : arguments) {
+    std::string name = argument;
+    std::replace(name.begin(), name.end(), '\\', '/');
+    name = WithoutTail(name);
+    bool isListed = false;
+    for (const SProjectFile& file : listed) {
+      if (!IsMeant(WithoutTail(file.m_strName), name)) continue;
+      isListed = true;
+      if (taken.insert(file.m_strServer).second) wanted.push_back(file);
+    }
+    if (isListed) continue;
+    std::string below = name;
+    std::replace(below.begin(), below.end(), '/', '\\');
+    std::string full = projectPath;
+    full += "\\" + below;
+    if (taken.insert(full).second) wanted.push_back({name, full});
+  }
+  return wanted;
+}
+
+STransferItem MakeItem(const SProjectFile& file, const std::string& project,
+                       const std::string& into) {
+  STransferItem item;
+  item.m_strServer = file.m_strServer;
+  item.m_strShown = project + "/" + WithoutTail(file.m_strName);
+  fs::path local = fs::path(into) / project;
+  for (const std::string& part : SplitSafely(file.m_strName, item.m_strWhy)) local /= part;
+  item.m_strLocal = local.string();
+  if (!IsAskable(item.m_strServer)) {
+    item.m_strWhy = "the size of a file with \"|\" in its name cannot be asked for";
+  }
+  item.m_bFinal = !item.m_strWhy.empty();
+  return item;
+}
+
+int AskItemSizes(CSession& session, std::vector<STransferItem>& items) {
+  std::vector<std::string> names;
+  for (const STransferItem& item : items) {
+    if (!item.m_bFinal) names.push_back(item.m_strServer);
+  }
+  std::vector<std::int64_t> sizes;
+  const int result = session.AskSizes(names, sizes);
+  if (result != RESULT_OK) return result;
+  auto size = sizes.begin();
+  std::int64_t total = 0;
+  for (STransferItem& item : items) {
+    if (!item.m_bFinal) TakeSize(item, *size++, total);
+  }
+  return RESULT_OK;
+}
+
+// Two files of the server may not meet in one place here.
+void RefuseClashes(std::vector<STransferItem>& items) {
+  std::set<std::string> taken;
+  for (STransferItem& item : items) {
+    if (item.m_bFinal) continue;
+    if (taken.insert(item.m_strLocal).second && taken.insert(PartPath(item)).second) continue;
+    item.m_strWhy = "another file would get the same place here";
+    item.m_bFinal = true;
+  }
+}
+
+}  // namespace
+
+STransferResult CProjectClient::Get(const SGetRequest& request) {
+  std::string why = WhyNoGet(request);
+  if (why.empty()) why = WhyNoProject(request.m_strProject);
+  CTransferScope scope(*m_pState, why);
+  if (!scope.HasBegun()) return scope.End();
+  CSession& session = *m_pState->m_pSession;
+  STransferResult& get = scope.Result();
+  get.m_strProject = request.m_strProject;
+
+  std::string directory;
+  std::vector<SProjectFile> listed;
+  if (!scope.Check(session.AskDirectory(directory)) ||
+      !scope.Check(AskProjectFiles(session, directory, request.m_strProject, listed))) {
+    return scope.End();
+  }
+  if (listed.empty() && request.m_vecFiles.empty()) {
+    return scope.Refuse("the server lists no files of this project");
+  }
+  std::error_code error;
+  const std::string into = fs::absolute(request.m_strInto, error).lexically_normal().string();
+  const std::string projectPath = directory + request.m_strProject;
+  for (const SProjectFile& file : Choose(listed, projectPath, request.m_vecFiles)) {
+    get.m_vecItems.push_back(MakeItem(file, request.m_strProject, into));
+  }
+  if (!scope.Check(AskItemSizes(session, get.m_vecItems))) return scope.End();
+  RefuseClashes(get.m_vecItems);
+  CDownload::Compare(get.m_vecItems);
+  if (!request.m_bPlanOnly) {
+    CDownload download({session, m_pState->m_observer, m_pState->m_cancel, request.m_nRetries},
+                       into, get.m_vecItems);
+    download.Run(get.m_vecItems);
+  }
+  return scope.End();
+}
+
+std::string CProjectClient::WhyNoGet(const SGetRequest& request) {
+  if (fs::path::preferred_separator != '\\' && request.m_strInto.find('\\') != std::string::npos) {
+    return "a name with \"\\\" cannot be used";
+  }
+  return request.m_strInto.empty() ? "the name is empty" : "";
+}

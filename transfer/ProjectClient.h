@@ -1,0 +1,142 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KQFTransferExport.h"
+#include "transfer/TransferItem.h"
+#include "transfer/TransferObserver.h"
+
+/// Where a server is and how to reach it.
+struct SServerPlace {
+  std::string m_strHost;  ///< dotted address or name
+  int m_nPort = 9999;
+  std::string m_strBindAddress;   ///< local address to connect from; "" for any
+  std::string m_strLogDirectory;  ///< where the logs go; "" for that of temporary files
+
+  /// "HOST:PORT"
+  std::string Text() const { return m_strHost + ":" + std::to_string(m_nPort); }
+};
+
+/// A project in the server's list.
+struct SProject {
+  std::string m_strName;
+  std::int64_t m_llSize = 0;  ///< bytes of all its files
+  std::string m_strCreated;   ///< as the server writes it, YYYY-MM-DD_HH-MM-SS
+};
+
+/// A file in the server's list of one project.
+struct SProjectFile {
+  std::string m_strName;    ///< below the project, "/" separating
+  std::string m_strServer;  ///< its full name there
+};
+
+/// A result in words, with its number and name.
+KQFT_TRANSFER_API std::string DescribeResult(int result);
+
+/// What to send.
+struct SPutRequest {
+  std::vector<std::string> m_vecPaths;  ///< directories, or files of one project
+  std::string m_strProject;             ///< "": each directory becomes the project of its name
+  bool m_bPlanOnly = false;             ///< only find out what would be sent
+  int m_nRetries = 3;                   ///< rounds in a row that may bring no progress
+};
+
+/// What to fetch.
+struct SGetRequest {
+  std::string m_strProject;
+  std::vector<std::string> m_vecFiles;  ///< files or directories of it; none: all
+  std::string m_strInto = ".";          ///< the project becomes a directory in this one
+  bool m_bPlanOnly = false;
+  int m_nRetries = 3;
+};
+
+/// What a put or get came to.
+struct KQFT_TRANSFER_API STransferResult {
+  int m_nCode = 0;       ///< 1; else why it could not begin, 0 for none of the library's reasons
+  std::string m_strWhy;  ///< the same in words; "" when it began
+  bool m_bCancelled = false;
+  std::string m_strProject;  ///< "" when there are several
+  std::vector<STransferItem> m_vecItems;
+  std::size_t m_nProblems = 0;  ///< left out although they should have been sent
+  std::int64_t m_llMoved = 0;   ///< bytes of file data that crossed the network
+  double m_dSeconds = 0;
+
+  /// Everything that was asked for is whole on both sides.
+  bool IsDone() const;
+};
+
+/// Moves whole projects between this machine and one server, with the care
+/// that a person expects: files go in requests of a few, each is looked at
+/// when it has ended, what fell short is tried again, and only what is whole
+/// on both sides counts as done.
+///
+///     CProjectClient client({"data.example", 9999, "", "/var/log/app/"});
+///     SPutRequest request;
+///     request.m_vecPaths = {"/projects/Run7"};
+///     return client.Put(request).IsDone() ? 0 : 1;
+///
+/// Results are those of protocol/ResultCodes.h: 1, or a negative code; -14
+/// also when the link went while an answer was awaited. Nothing is thrown but
+/// std::bad_alloc, and nothing is written to the standard streams.
+///
+/// Threads: one thread at a time uses it; Cancel may come from any.
+class KQFT_TRANSFER_API CProjectClient {
+ public:
+  /// @param observer not owned, outlives the client; null for none
+  explicit CProjectClient(SServerPlace place, ITransferObserver* observer = nullptr);
+  CProjectClient(const CProjectClient&) = delete;
+  CProjectClient& operator=(const CProjectClient&) = delete;
+
+  /// Ends the connection.
+  ~CProjectClient();
+
+  /// Connects and waits until the server answers. Every other operation does
+  /// so too when no connection stands.
+  /// Blocks: 10 s for a connection, then as long as the server finishes what
+  ///         earlier links of this address have left, up to 2 minutes.
+  int Connect();
+
+  /// The server's project directory, as the server spells it.
+  /// Blocks: up to 5 s.
+  int GetDirectory(std::string& directory);
+
+  /// Blocks: up to 30 s.
+  int ListProjects(std::vector<SProject>& projects);
+
+  /// The files of a project that the server lists; none when there is no such
+  /// project. Blocks: up to 35 s.
+  int ListFiles(const std::string& project, std::vector<SProjectFile>& files);
+
+  /// Deletes a project and looks what is left of it.
+  /// @param left how many files the server still lists
+  /// @return 0 for a name that no project can have: it is not sent
+  /// Blocks: up to 2 minutes.
+  int DeleteProject(const std::string& project, std::size_t& left);
+
+  /// Sends, and leaves the server free. What was interrupted goes on with the
+  /// next call. Ends the connection.
+  /// Blocks: until all is done or given up, or Cancel.
+  STransferResult Put(const SPutRequest& request);
+
+  /// Fetches. Files take their names when they are whole.
+  /// Blocks: as Put.
+  STransferResult Get(const SGetRequest& request);
+
+  /// Ends the Put or Get that runs, with care: what has arrived is kept.
+  /// Nothing when none runs. Does not wait. Any thread, also an observer's.
+  void Cancel();
+
+  /// Why a request makes no sense, in words; "" when it may be tried. Asks
+  /// only this machine.
+  static std::string WhyNoPut(const SPutRequest& request);
+  static std::string WhyNoGet(const SGetRequest& request);
+  static std::string WhyNoProject(const std::string& project);
+
+  struct SState;  ///< the library's own
+
+ private:
+  std::unique_ptr<SState> m_pState;
+};

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/System.h"
+#include "transfer/CancelToken.h"
+#include "transfer/ProjectClient.h"
+#include "transfer/Session.h"
+
+/// What a CProjectClient consists of. Used by the client's thread, the token
+/// by any.
+struct CProjectClient::SState {
+  SState(SServerPlace place, ITransferObserver& observer);
+
+  /// Connects unless a connection stands. @return 1 or a code
+  int EnsureConnected();
+
+  const SServerPlace m_place;
+  ITransferObserver& m_observer;
+  CCancelToken m_cancel;
+  std::unique_ptr<CSession> m_pSession;
+};
+
+/// One put or get, from its beginning to its result.
+class CTransferScope {
+ public:
+  /// @param why it makes no sense; "" to connect and begin
+  CTransferScope(CProjectClient::SState& state, const std::string& why);
+
+  bool HasBegun() const { return m_result.m_nCode == 1; }
+  STransferResult& Result() { return m_result; }
+
+  /// Takes over why a question got no answer. @return whether it did get one
+  bool Check(int result);
+
+  STransferResult Refuse(const std::string& why);
+  STransferResult End();
+
+ private:
+  CProjectClient::SState& m_state;
+  const CCancelToken::CScope m_running;
+  const std::int64_t m_llStartMs = System().SteadyMilliseconds();
+  const std::int64_t m_llMovedBefore;
+  STransferResult m_result;
+};
+
+/// The files of a project as the server lists them.
+/// @param directory as the server spells it
+int AskProjectFiles(CSession& session, const std::string& directory, const std::string& project,
+                    std::vector<SProjectFile>& files);

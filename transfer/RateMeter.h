@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <utility>
+
+/// Bytes per second over the last seconds, so that the rate follows the line
+/// without flicker. Threads: one.
+class CRateMeter {
+ public:
+  /// @param moved bytes so far
+  /// @return bytes per second
+  double Count(std::int64_t moved);
+
+ private:
+  std::deque<std::pair<std::int64_t, std::int64_t>> m_samples;  // time in ms, bytes
+};

@@ -1,0 +1,221 @@
+// Upload: sends the files of a project in requests of a few.
+//
+// What side files tell of missing ranges is looked at before the library goes
+// by it; a recording that cannot be gone on with is emptied and sent whole.
+
+#include "transfer/Upload.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "protocol/ResultCodes.h"
+#include "transfer/CancelToken.h"
+#include "transfer/Names.h"
+#include "transfer/Session.h"
+#include "transfer/Sizes.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// How many files are held open at a time, and so the most of one request.
+constexpr std::size_t kMostOpen = 128;
+
+const char* const kNoRecording = "its recording did not arrive whole";
+const char* const kSizesDiffer = "the file on the server is not as long as this one";
+
+std::int64_t LocalSize(const std::string& path) {
+  std::error_code error;
+  const std::uintmax_t size = fs::file_size(path, error);
+  return error ? -1 : static_cast<std::int64_t>(size);
+}
+
+// True when the condition holds for a recording that the side file tells of.
+template <typename Condition>
+bool AnyRecordingOf(const STransferItem& side, const std::vector<STransferItem>& items,
+                    Condition condition) {
+  return std::any_of(items.begin(), items.end(), [&](const STransferItem& item) {
+    return condition(item) && IsSideFileOf(side.m_strServer, item.m_strServer);
+  });
+}
+
+void Judge(STransferItem& item, std::int64_t missing, const std::string& why) {
+  item.m_bDone = missing == 0 && why.empty();
+  if (item.m_bDone) return;
+  item.m_nCode = 0;
+  item.m_strWhy = why.empty() ? kSizesDiffer : why;
+}
+
+void JudgeBySize(STransferItem& item, std::int64_t held) {
+  const bool possible = held >= 0;
+  Judge(item, possible ? LocalSize(item.m_strLocal) - held : -1, possible ? "" : WhyNoSize(held));
+}
+
+}  // namespace
+
+CUpload::CUpload(const STransferTools& tools, const std::vector<STransferItem>& items)
+    : CTransfer(tools), m_items(items) {}
+
+// What is missing of a recording is told behind it: told before, or of one
+// that did not arrive, it would hide what is missing indeed.
+bool CUpload::GoesLast(const STransferItem& item) {
+  return IsSideFile(item.m_strLocal);
+}
+
+bool CUpload::Waits(const STransferItem& item) {
+  return IsSideFile(item.m_strLocal) &&
+         AnyRecordingOf(item, m_items, [](const STransferItem& recording) {
+           return !recording.m_bDone && !recording.m_bFinal;
+         });
+}
+
+std::string CUpload::Prepare(const STransferItem& item) {
+  const bool failed = IsSideFile(item.m_strLocal) &&
+                      AnyRecordingOf(item, m_items, [](const STransferItem& recording) {
+                        return !recording.m_bDone;
+                      });
+  return failed ? kNoRecording : "";
+}
+
+void CUpload::Ready(Batch& batch) {
+  m_answers.clear();
+  OpenFiles(batch);
+  AskForRanges(batch);
+}
+
+int CUpload::Start(const Batch& batch) {
+  std::vector<Channel_Key_Value> records(batch.size());
+  for (std::size_t i = 0; i < batch.size(); ++i) {
+    records[i].m_strPath = batch[i]->m_strLocal;
+    records[i].m_strName = batch[i]->m_strServer;
+  }
+  m_strLastSent = batch.front()->m_strServer;
+  return m_session.StartUpload(records, m_answers);
+}
+
+bool CUpload::IsResumable(const STransferItem& item) const {
+  return IsMeasurementFile(item.m_strLocal);
+}
+
+int CUpload::Verify(const Batch& ended) {
+  Batch plain;
+  for (STransferItem* item : ended) {
+    if (!IsResumable(*item) && IsAskable(item->m_strServer)) {
+      plain.push_back(item);
+    } else if (const int result = VerifyAlone(*item); result != RESULT_OK) {
+      return result;
+    }
+  }
+  std::vector<std::string> names;
+  for (const STransferItem* item : plain) names.push_back(item->m_strServer);
+  std::vector<std::int64_t> sizes;
+  const int result = m_session.AskSizes(names, sizes);
+  if (result != RESULT_OK) return result;
+  for (std::size_t i = 0; i < plain.size(); ++i) JudgeBySize(*plain[i], sizes[i]);
+  return RESULT_OK;
+}
+
+// The library tells the server to empty a file before it opens its own.
+void CUpload::OpenFiles(Batch& batch) {
+  m_vecOpen.clear();
+  if (batch.size() > kMostOpen) batch.resize(kMostOpen);
+  for (std::size_t i = 0; i < batch.size(); ++i) {
+    m_vecOpen.push_back(std::make_unique<CKQFile>());
+    if (m_vecOpen.back()->KQOpen(batch[i]->m_strLocal, "rb")) continue;
+    if (i == 0) Fail(*batch[0], ERROR_CODE_CLIENT_OPENFILE);
+    batch.resize(i);
+  }
+}
+
+// Few recordings have a side file on the server. One that has and cannot be
+// gone on with goes alone.
+void CUpload::AskForRanges(Batch& batch) {
+  std::vector<std::string> names;
+  for (const STransferItem* item : batch) {
+    if (IsResumable(*item) && IsAskable(item->m_strServer)) {
+      names.push_back(SideFileName(item->m_strServer));
+    }
+  }
+  std::vector<std::int64_t> sizes;
+  if (const int result = m_session.AskSizes(names, sizes); result != RESULT_OK) {
+    Fail(*batch[0], result);
+    batch.clear();
+  }
+  auto size = sizes.begin();
+  for (std::size_t i = 0; i < batch.size(); ++i) {
+    if (!IsResumable(*batch[i])) continue;
+    SRecording recording;
+    const bool hasSide = !IsAskable(batch[i]->m_strServer) || *size++ != 0;
+    if (hasSide && !CanGoOn(*batch[i], i == 0, recording)) return batch.resize(i);
+    if (recording.m_bWhole && i == 0 && batch.size() > 1) batch.resize(1);
+    m_answers.push_back(recording.m_answer);
+  }
+}
+
+// @param isNext false: what is to be done about it waits for its turn
+bool CUpload::CanGoOn(STransferItem& item, bool isNext, SRecording& recording) {
+  int result = LookAtRecording(m_session, item.m_strServer, LocalSize(item.m_strLocal),
+                               m_emptied.contains(item.m_strServer), recording);
+  if (result == RESULT_OK && recording.m_strWhy.empty() && !recording.m_bWhole) return true;
+  if (!isNext) return false;
+  if (result == RESULT_OK && recording.m_bWhole && recording.m_strWhy.empty()) {
+    result = m_session.EmptyFile(item.m_strServer);
+    if (result == RESULT_OK) {
+      m_emptied.insert(item.m_strServer);
+      return true;
+    }
+  }
+  if (result != RESULT_OK) {
+    Fail(item, result);
+  } else {
+    item.m_nCode = 0;
+    item.m_strWhy = recording.m_strWhy;
+  }
+  return false;
+}
+
+int CUpload::VerifyAlone(STransferItem& item) {
+  if (!IsResumable(item)) {
+    std::int64_t held = 0;
+    const int result = m_session.AskHeldSize(item.m_strServer, held);
+    if (result == RESULT_OK) JudgeBySize(item, held);
+    return result;
+  }
+  SRecording recording;
+  int result = LookAtRecording(m_session, item.m_strServer, LocalSize(item.m_strLocal),
+                               m_emptied.contains(item.m_strServer), recording);
+  if (result != RESULT_OK) return result;
+  if (m_emptied.contains(item.m_strServer) && recording.m_llMissing == 0)
+    result = ReportFilled(item, recording);
+  if (result == RESULT_OK) Judge(item, recording.m_llMissing, recording.m_strWhy);
+  return result;
+}
+
+// All of the file has just been sent: the server need not miss ranges of it.
+int CUpload::ReportFilled(const STransferItem& item, const SRecording& recording) {
+  const std::vector<FILEDATAPOS>& lost = recording.m_lost.m_vecLost;
+  int result = RESULT_OK;
+  for (std::size_t i = 0; i < lost.size() && result == RESULT_OK && !m_cancel.IsCancelled(); ++i) {
+    if (!IsInFile(lost[i], item.m_llSize)) continue;
+    result = m_session.ReportFilled(static_cast<int>(i), lost[i]);
+  }
+  return result;
+}
+
+int PlanUpload(CSession& session, std::vector<STransferItem>& items) {
+  for (STransferItem& item : items) {
+    item.m_llMissing = item.m_llSize;
+    if (item.m_bFinal || !IsMeasurementFile(item.m_strLocal) || !IsAskable(item.m_strServer)) {
+      continue;
+    }
+    SRecording recording;
+    const int result = LookAtRecording(session, item.m_strServer, item.m_llSize, false, recording);
+    if (result != RESULT_OK) return result;
+    item.m_llMissing = recording.m_llMissing;
+    item.m_strWhy = recording.m_strWhy;
+    if (item.m_llMissing < 0) item.m_strWhy = kSizesDiffer;
+    item.m_bFinal = !item.m_strWhy.empty();
+    item.m_bDone = item.m_llMissing == 0 && !item.m_bFinal;
+  }
+  return RESULT_OK;
+}

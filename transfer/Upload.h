@@ -1,0 +1,48 @@
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/KQFile.h"
+#include "transfer/Recording.h"
+#include "transfer/Transfer.h"
+
+/// Sends files. A recording goes on with what the server lacks of it, any
+/// other file goes whole; what side files tell goes behind all recordings.
+class CUpload : public CTransfer {
+ public:
+  /// @param items all that Run will be given
+  CUpload(const STransferTools& tools, const std::vector<STransferItem>& items);
+
+  /// The file that was sent last; "" when none was.
+  const std::string& LastSent() const { return m_strLastSent; }
+
+ protected:
+  bool GoesLast(const STransferItem& item) override;
+  bool Waits(const STransferItem& item) override;
+  std::string Prepare(const STransferItem& item) override;
+  void Ready(Batch& batch) override;
+  int Start(const Batch& batch) override;
+  bool IsResumable(const STransferItem& item) const override;
+  int Verify(const Batch& ended) override;
+
+ private:
+  void OpenFiles(Batch& batch);
+  void AskForRanges(Batch& batch);
+  bool CanGoOn(STransferItem& item, bool isNext, SRecording& recording);
+  int VerifyAlone(STransferItem& item);
+  int ReportFilled(const STransferItem& item, const SRecording& recording);
+
+  const std::vector<STransferItem>& m_items;
+  std::vector<std::unique_ptr<CKQFile>> m_vecOpen;  // those of the batch
+  std::deque<SLostAnswer> m_answers;                // of its recordings
+  std::set<std::string> m_emptied;                  // server names; sent whole in this run
+  std::string m_strLastSent;
+};
+
+/// Looks what a put of the items would send: m_llMissing, m_bDone, m_bFinal.
+/// @return 1, or why the server could not be asked
+int PlanUpload(CSession& session, std::vector<STransferItem>& items);
