@@ -23,8 +23,8 @@ TEST(Text, ProgressLineIsCutToTheTerminal) {
   const SProgress progress = {3 * mib, 4 * mib, 1, 2, "P/\xc3\xa4\x1b"};
   const std::string line =
       "[==============>     ]  75%  3.0 MiB of 4.0 MiB  512.0 KiB/s  0:02 left  1 of 2 files  ";
-  EXPECT_EQ(ProgressLine(progress, mib / 2, 0), line + "P/\xc3\xa4\\x1B");
-  EXPECT_EQ(ProgressLine(progress, mib / 2, line.size() + 3), line + "P/\xc3\xa4");
+  EXPECT_EQ(ProgressLine(progress, 524288, 0), line + "P/\xc3\xa4\\x1B");
+  EXPECT_EQ(ProgressLine(progress, 524288, line.size() + 3), line + "P/\xc3\xa4");
   EXPECT_NE(ProgressLine(SProgress(), 0, 0).find(" 0%  "), std::string::npos);
 }
 
