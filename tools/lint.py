@@ -40,7 +40,9 @@ def state_of(command, files):
     state = hashlib.sha256()
     for text in (TIDY, command["command"]):
         state.update(text.encode())
-    for path in (ROOT / ".clang-tidy", pathlib.Path(command["file"]), *files):
+    source = pathlib.Path(command["file"])
+    rules = [folder / ".clang-tidy" for folder in reversed(source.parents)]
+    for path in (*filter(pathlib.Path.exists, rules), source, *files):
         state.update(hash_of(path))
     return CLEAN / state.hexdigest()
 

@@ -136,6 +136,7 @@ TEST_F(Download, SilentServerLeavesTheClientIdle) {
 
 // The confirmation may come before StopTrans has begun to wait for it.
 TEST_F(Download, ConfirmationOfAStopIsNeverLost) {
+  m_system.Follow(CFaultPlan().ClockFaster(10));
   const auto host = [] {
     CFakeServer server;
     server.Answer(2504, Int64(100));

@@ -73,7 +73,7 @@ TEST(ReceiveHandler, NothingIsStoredAfterAStopOrBehindAChunkThatStaysLost) {
   client.m_bStopReceive = false;
   system.Follow(
       CFaultPlan().Fail(EOperation::kWrite, 2, ESystemError::kOther).Below(client.m_files.Path()));
-  for (int i = 0; i < 4; ++i) client.Deliver(2506, Int64(i * 3) + "abc");
+  for (std::int64_t i = 0; i < 4; ++i) client.Deliver(2506, Int64(i * 3) + "abc");
   EXPECT_EQ(client.m_nErrorCode, -27);
   EXPECT_EQ(client.m_llTransBytes, 12);
   EXPECT_EQ(ReadWholeFile(client.m_files / "run.tm"), "abc");

@@ -26,7 +26,7 @@ TEST(Text, ProgressLineIsCutToTheTerminal) {
   progress.m_nFilesDone = 1;
   progress.m_nFilesTotal = 2;
   progress.m_strFile = "P/\xc3\xa4\x1b";
-  progress.m_dBytesPerSecond = mib / 2;
+  progress.m_dBytesPerSecond = 524288;
   const std::string line =
       "[==============>     ]  75%  3.0 MiB of 4.0 MiB  512.0 KiB/s  0:02 left  1 of 2 files  ";
   EXPECT_EQ(ProgressLine(progress, 0), line + "P/\xc3\xa4\\x1B");

@@ -36,7 +36,7 @@ TEST_F(UploadReception, RepeatedFailureIsAnnouncedAndLoggedOnce) {
   EXPECT_EQ(m_net.Bodies(NET_STC_WRITEDATA_ERROR), announced);
   for (int file = 0; file < 2; ++file) {  // a new file forgets what was announced
     AskUpload(true, "full");
-    for (int i = 0; i < 3; ++i) SendChunk(i * 60000, std::string(60000, 'x'));
+    for (std::int64_t i = 0; i < 3; ++i) SendChunk(i * 60000, std::string(60000, 'x'));
     announced.push_back(Int32(ERROR_CODE_SERVER_WRITE));
     EXPECT_EQ(m_net.Bodies(NET_STC_WRITEDATA_ERROR), announced);
   }
@@ -51,13 +51,13 @@ TEST_F(UploadReception, RepeatedFailureIsAnnouncedAndLoggedOnce) {
 TEST_F(UploadReception, NothingIsStoredBehindALostChunk) {
   m_system.Follow(CFaultPlan().Fail(EOperation::kWrite, 2, ESystemError::kOther));
   AskUpload(false, "run.tm");
-  for (int i = 0; i < 4; ++i) SendChunk(i * 3, "abc");
+  for (std::int64_t i = 0; i < 4; ++i) SendChunk(i * 3, "abc");
   EXPECT_EQ(ReadWholeFile(m_dir / "run.tm"), "abc");
   SendChunk(-1, "x");
   SendChunk(0, "abc");
   SendChunk(6, "behind");
   EXPECT_TRUE(m_session.m_bWriting);                    // only a write that was tried clears it
-  for (int i = 1; i < 3; ++i) SendChunk(i * 3, "def");  // what closes the gap is stored
+  for (std::int64_t i = 1; i < 3; ++i) SendChunk(i * 3, "def");  // what closes the gap is stored
   EXPECT_EQ(ReadWholeFile(m_dir / "run.tm"), "abcdefdef");
   EXPECT_EQ(AskUpload(false, "run.tm"), Int32(RESULT_OK) + Int64(9));
   SendChunk(20, "far");  // beyond the end of a file is no fault
