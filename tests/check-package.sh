@@ -26,13 +26,21 @@ for file in bin/kqft bin/kqft-server share/man/man1/kqft.1 share/man/man8/kqft-s
 done
 
 mkdir "$work/app" "$work/projects" "$work/log"
-awk '/^```cpp$/ { on = 1; next } /^```$/ { if (on) exit } on' "$source/README.md" >"$work/app/app.cpp"
+# README shows the programs that are installed.
+examples=$(find "$work/prefix/share/doc" -name examples)
+awk '/^```cpp$/ { on = 1; next } /^```$/ { on = 0 } on' "$source/README.md" >"$work/shown.cpp"
+cat "$examples/upload.cpp" "$examples/projects.cpp" | cmp - "$work/shown.cpp"
+cp "$examples/upload.cpp" "$work/app/app.cpp"
+cp "$examples/projects.cpp" "$work/app/"
 cat >"$work/app/CMakeLists.txt" <<'END'
 cmake_minimum_required(VERSION 3.21)
 project(app CXX)
+set(CMAKE_CXX_STANDARD 17)
 find_package(KQFileTransService REQUIRED)
 add_executable(app app.cpp)
 target_link_libraries(app PRIVATE KQFileTransService::KQFileTransService)
+add_executable(projects projects.cpp)
+target_link_libraries(projects PRIVATE KQFileTransService::kqft)
 END
 cmake -G Ninja -S "$work/app" -B "$work/app/build" -DCMAKE_PREFIX_PATH="$work/prefix" \
   -DCMAKE_CXX_COMPILER="$compiler" >/dev/null
@@ -72,9 +80,21 @@ class CWindowsHost : public CKQFileTransServiceClient {
 int main() { return CWindowsHost().Ask() ? 1 : 0; }
 END
 
+# Every header stands by itself, in C++17.
+headers=$work/prefix/include/KQFileTransService
+(cd "$headers" && find . -name '*.h') | while read -r header; do
+  echo "#include \"$header\"" >"$work/app/header.cpp"
+  "$compiler" -std=c++17 -Wall -Wextra -Werror -fsyntax-only -I "$headers" "$work/app/header.cpp" || {
+    echo "$header does not stand by itself"
+    exit 1
+  }
+done
+
 export PKG_CONFIG_PATH="$(dirname "$(find "$work/prefix" -name KQFileTransService.pc)")"
 # shellcheck disable=SC2046 # a list of words on purpose
 "$compiler" "$work/app/app.cpp" $(pkg-config --cflags --libs KQFileTransService) -o "$work/app/app"
+# shellcheck disable=SC2046 # as above
+"$compiler" "$work/app/projects.cpp" $(pkg-config --cflags --libs kqft) -o "$work/app/projects"
 # shellcheck disable=SC2046 # as above
 "$compiler" -include "$work/app/windows.h" "$work/app/host.cpp" \
   $(pkg-config --cflags --libs KQFileTransService) -o "$work/app/host"
@@ -114,6 +134,16 @@ for app in "$work/app/build/app" "$work/app/app" "$work/app/app"; do
     "$app" 127.0.0.1 "$port" "$work/run1.tm" 2>/dev/null
     cmp "$work/run1.tm" "$work/projects/Demo/run1.tm"
   done
+done
+
+# Whole projects, cancelled once on their way.
+mkdir -p "$work/run7/deep" && head -c 30M /dev/urandom >"$work/run7/run.tm"
+head -c 5M /dev/urandom >"$work/run7/deep/a.dat"
+for app in "$work/app/build/projects" "$work/app/projects" "$work/app/projects"; do
+  rm -rf "$work/projects/Demo" "$work/back"
+  "$app" 127.0.0.1 "$port" "$work/run7" "$work/back" >/dev/null 2>"$work/said"
+  diff -r "$work/run7" "$work/back/Demo"
+  [ ! -s "$work/said" ]  # nothing of the library's on the host's streams
 done
 stop_server
 

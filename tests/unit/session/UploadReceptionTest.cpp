@@ -56,7 +56,7 @@ TEST_F(UploadReception, NothingIsStoredBehindALostChunk) {
   SendChunk(-1, "x");
   SendChunk(0, "abc");
   SendChunk(6, "behind");
-  EXPECT_TRUE(m_session.m_bWriting);                    // only a write that was tried clears it
+  EXPECT_TRUE(m_session.m_bWriting);  // only a write that was tried clears it
   for (std::int64_t i = 1; i < 3; ++i) SendChunk(i * 3, "def");  // what closes the gap is stored
   EXPECT_EQ(ReadWholeFile(m_dir / "run.tm"), "abcdefdef");
   EXPECT_EQ(AskUpload(false, "run.tm"), Int32(RESULT_OK) + Int64(9));

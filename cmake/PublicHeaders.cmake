@@ -1,0 +1,34 @@
+# What hosts may include; nothing else is installed.
+set(KQFT_PUBLIC_HEADERS
+  client/KQFileTransServiceClient.h
+  client/KQFileTransServiceVisitor.h
+  client/TransferState.h
+  net/AddressRange.h
+  net/DealNetData.h
+  net/IOCPBuffer.h
+  net/LinkBinding.h
+  net/LinkEvents.h
+  net/LinkInfo.h
+  net/NetBuffer.h
+  net/NetWorkManageEx.h
+  net/NetWorkPackHead.h
+  net/Pacing.h
+  net/TransNet.h
+  platform/ByteOrder.h
+  platform/ChannelKeyValue.h
+  platform/Confinement.h
+  platform/FileDataPos.h
+  platform/KQEvent.h
+  platform/SharedWord.h
+  platform/ThreadLock.h
+  protocol/DataPacket.h
+  protocol/LostInfoBounds.h
+  protocol/MessageCodes.h
+  protocol/ResultCodes.h
+  protocol/TransferTypes.h
+  server/EndServer.h
+  server/KQFileTransServiceServer.h)
+set(KQFT_PUBLIC_TRANSFER_HEADERS
+  transfer/ProjectClient.h
+  transfer/TransferItem.h
+  transfer/TransferObserver.h)
