@@ -1,5 +1,5 @@
 # What is installed beside the library: programs, manual pages, completion
-# and the unit of the service.
+# and the units of the service.
 file(RELATIVE_PATH from_bin_to_lib
   ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 # The same path in the build tree, where the library lies in ../lib: else CMake
@@ -16,9 +16,12 @@ if(NOT WIN32)
   set(packaging ${PROJECT_SOURCE_DIR}/packaging)
   install(FILES ${packaging}/bash-completion/kqft ${packaging}/bash-completion/kqft-server
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-  configure_file(${packaging}/systemd/kqft-server.service.in
-    ${PROJECT_BINARY_DIR}/kqft-server.service @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/kqft-server.service DESTINATION lib/systemd/system)
+  foreach(unit kqft-server kqft-verify)
+    configure_file(${packaging}/systemd/${unit}.service.in
+      ${PROJECT_BINARY_DIR}/${unit}.service @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/${unit}.service DESTINATION lib/systemd/system)
+  endforeach()
+  install(FILES ${packaging}/systemd/kqft-verify.timer DESTINATION lib/systemd/system)
   install(FILES ${packaging}/systemd/kqft-server.sysusers DESTINATION lib/sysusers.d
     RENAME kqft-server.conf)
 endif()

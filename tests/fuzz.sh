@@ -11,7 +11,7 @@ seconds=${1:?usage: tests/fuzz.sh SECONDS [TARGET...]}
 shift
 cd "$(dirname "$0")/.."
 . tools/require-packages.sh
-require_packages g++ cmake ninja-build pkg-config libgtest-dev libcli11-dev clang libclang-rt-14-dev
+require_packages g++ cmake ninja-build pkg-config libgtest-dev libcli11-dev libxxhash-dev clang libclang-rt-14-dev
 
 out=$PWD/build/fuzz
 mkdir -p "$out"

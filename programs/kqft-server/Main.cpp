@@ -89,10 +89,11 @@ int Serve(const SServerOptions& options, const std::string& logDirectory) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  HoldTermination();
   SServerOptions options;
   int status = kExitDone;
   if (!ParseServerOptions(argc, argv, options, status)) return status;
+  if (options.m_verify.m_bVerify) return VerifyProjects(options.m_strDirectory, options.m_verify);
+  HoldTermination();
 
   if (const std::string why = WhyUnusable(options.m_strDirectory); !why.empty()) {
     return Fail("project directory " + options.m_strDirectory + ": " + why);

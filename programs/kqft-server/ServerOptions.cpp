@@ -22,6 +22,7 @@ const char* const kFooter =
     "  kqft-server --dir /srv/projects\n"
     "  kqft-server --dir /srv/projects --listen 10.0.0.5 --log-dir /var/log/kqft\n"
     "  kqft-server --dir /srv/projects --allow 10.1.0.0/16 --allow 10.2.7.4 --no-delete\n"
+    "  kqft-server --dir /srv/projects --verify Run-42\n"
     "\n"
     "Once ready it says \"listening on ADDRESS:PORT (confined)\" on the error stream, or\n"
     "\"(not confined)\". SIGTERM and Ctrl-C end it. A configuration file holds the same options, "
@@ -39,6 +40,25 @@ void TakeRanges(const std::vector<std::string>& texts, std::vector<CAddressRange
     if (wrong.empty()) continue;
     std::string message = text;
     throw CLI::ValidationError("--allow", message.append(": ").append(wrong));
+  }
+}
+
+void AddVerifyOptions(CLI::App& app, SVerifyOptions& options) {
+  CLI::Option* const verify =
+      app.add_flag("--verify", options.m_bVerify,
+                   "serve nobody: compare the projects on this disk with their inventories");
+  CLI::Option* const projects =
+      app.add_option("PROJECT", options.m_vecProjects, "with --verify: only these projects");
+  CLI::Option* const all =
+      app.add_flag("--all", options.m_bAll, "with --verify: all projects (default)");
+  all->excludes(projects);
+  CLI::Option* const json =
+      app.add_flag("--json", options.m_bJson, "with --verify: one JSON object a line");
+  CLI::Option* const note = app.add_flag(
+      "--note", options.m_bNote, "with --verify: leave a note of damage for the next put to heal");
+  for (CLI::Option* const option : {projects, all, json, note}) option->needs(verify);
+  for (CLI::Option* const option : {verify, projects, all, json, note}) {
+    option->configurable(false);
   }
 }
 
@@ -71,6 +91,7 @@ void AddOptions(CLI::App& app, SServerOptions& options, STexts& texts) {
                "confirm a file only once it lies on the disk (default), or do not wait for it");
   app.add_flag("--no-confine", options.m_bNoConfine,
                "leave the process free to reach more than the two directories");
+  AddVerifyOptions(app, options.m_verify);
   app.add_option("--config", texts.m_strConfigFile, "read options from a file")
       ->type_name("FILE")
       ->configurable(false);

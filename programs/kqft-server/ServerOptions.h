@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "net/AddressRange.h"
+#include "programs/kqft-server/Verify.h"
 
 /// What the command line and the configuration file of kqft-server say.
 struct SServerOptions {
@@ -16,6 +17,7 @@ struct SServerOptions {
   bool m_bNoConfine = false;
   bool m_bNoDelete = false;
   bool m_bDurable = true;
+  SVerifyOptions m_verify;
 };
 
 /// Reads them. A wrong use, help and version are dealt with here: the text is

@@ -1,0 +1,196 @@
+// kqft-server --verify: what a check of the projects finds, said to people or
+// to programs.
+
+#include "programs/kqft-server/Verify.h"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+#include <thread>
+
+#include "programs/ExitStatus.h"
+#include "programs/kqft/Output.h"
+#include "programs/kqft/Text.h"
+#include "transfer/ProjectClient.h"
+#include "transfer/ProjectCheck.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kRedrawInterval(100);
+constexpr std::size_t kMostBlocksSaid = 16;
+const char* const kVerdictNames[kVerdicts] = {"same", "changed", "missing", "extra", "unknown"};
+
+const char* NameOf(EVerdict verdict) {
+  return kVerdictNames[static_cast<std::size_t>(verdict)];
+}
+
+void Complain(const std::string& message) {
+  std::cerr << "kqft-server: " + message + "\n";
+}
+
+std::string BlocksText(const std::vector<std::int64_t>& blocks) {
+  std::string text = std::to_string(blocks.size()) + " of its blocks of 4 MiB differ:";
+  for (std::size_t i = 0; i < std::min(blocks.size(), kMostBlocksSaid); ++i) {
+    text += " " + std::to_string(blocks[i]);
+  }
+  return blocks.size() > kMostBlocksSaid ? text + " ..." : text;
+}
+
+class CVerification {
+ public:
+  explicit CVerification(const SVerifyOptions& options)
+      : m_options(options), m_output(options.m_bJson, false) {}
+
+  // True when all of it is the same.
+  bool Check(const fs::path& directory) {
+    m_strProject = directory.filename().string();
+    SCheckCalls calls;
+    calls.m_onFile = [this](const SFileVerdict& file) { Say(file); };
+    calls.m_onBytes = [this](std::int64_t done, std::int64_t total) { return Show(done, total); };
+    const auto threads = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+    const SProjectVerdict verdict = CheckProject(directory.string(), threads, calls);
+    m_output.Live("");
+    Say(verdict);
+    bool same = verdict.IsSame();
+    if (same) ++m_nSame;
+    ++m_nProjects;
+    if (m_options.m_bNote && verdict.m_strWhy.empty() && !verdict.m_bMeanwhile) {
+      const std::string why = LeaveDamageNote(directory.string(), verdict.m_damage);
+      if (!why.empty()) {
+        Complain(Printable(m_strProject) + ": no note: " + why);
+        same = false;
+      }
+    }
+    return same;
+  }
+
+  void Miss(const std::string& name) {
+    ++m_nProjects;
+    Complain(Printable(name) + ": no such project");
+    m_output.Json(CJsonObject("error").Text("message", "no such project").Name("name", name));
+  }
+
+  int End(bool same) {
+    const int status = same ? kExitDone : kExitFailed;
+    m_output.Json(CJsonObject("summary")
+                      .Text("command", "verify")
+                      .Text("result", same ? "done" : "failed")
+                      .Number("exit_status", status)
+                      .Number("projects_total", static_cast<std::int64_t>(m_nProjects))
+                      .Number("projects_same", static_cast<std::int64_t>(m_nSame)));
+    return status;
+  }
+
+ private:
+  void Say(const SFileVerdict& file) {
+    CJsonObject object("file");
+    object.Name("project", m_strProject)
+        .Name("name", file.m_strPath)
+        .Text("verdict", NameOf(file.m_eVerdict))
+        .Number("size", file.m_llSize);
+    std::vector<CJsonObject> blocks;
+    for (const std::int64_t block : file.m_vecBlocks) {
+      blocks.push_back(
+          CJsonObject().Number("index", block).Number("position", block * kDigestBlockBytes));
+    }
+    if (!blocks.empty()) object.List("blocks", blocks);
+    if (!file.m_strWhy.empty()) object.Text("message", file.m_strWhy);
+    m_output.Json(object);
+    if (m_options.m_bJson || file.m_eVerdict == EVerdict::kSame) return;
+    std::string line = std::string(NameOf(file.m_eVerdict)) + "\t" +
+                       Printable(m_strProject + "/" + file.m_strPath);
+    if (!file.m_strWhy.empty()) line += ": " + file.m_strWhy;
+    if (!file.m_vecBlocks.empty()) line += ": " + BlocksText(file.m_vecBlocks);
+    m_output.Say(line);
+  }
+
+  void Say(const SProjectVerdict& verdict) {
+    std::string why = verdict.m_strWhy;
+    if (verdict.m_bMeanwhile) why = "it was sent anew meanwhile; check it again";
+    const bool isPlanned = verdict.m_strWhy.empty() && !verdict.m_head.m_bComplete;
+    if (isPlanned && why.empty()) {
+      why = "it is on its way from " + verdict.m_head.m_strBy + ", last heard of at " +
+            InventoryTime(verdict.m_head.m_llAlive);
+    }
+    CJsonObject object("project");
+    object.Name("project", m_strProject)
+        .Text("verdict", verdict.IsSame() ? "same" : (why.empty() ? "changed" : "unknown"));
+    std::string line = Printable(m_strProject) + ":";
+    for (std::size_t i = 0; i < kVerdicts; ++i) {
+      const auto count = static_cast<std::int64_t>(verdict.m_nFiles[i]);
+      object.Number(kVerdictNames[i], count);
+      if (verdict.m_strWhy.empty() && (count > 0 || i == 0)) {
+        line += (i == 0 ? " " : ", ") + std::to_string(count) + " " + kVerdictNames[i];
+      }
+    }
+    if (!why.empty()) {
+      object.Text("message", why);
+      line += verdict.m_strWhy.empty() ? "; " + Printable(why) : " unknown: " + why;
+    }
+    m_output.Json(object);
+    if (!m_options.m_bJson) m_output.Say(line);
+  }
+
+  bool Show(std::int64_t done, std::int64_t total) {
+    const Clock::time_point now = Clock::now();
+    if (!m_output.IsLive() || now < m_next) return true;
+    m_next = now + kRedrawInterval;
+    m_output.Live(Printable(m_strProject) + ": " + FormatSize(done) + " of " + FormatSize(total));
+    return true;
+  }
+
+  const SVerifyOptions& m_options;
+  COutput m_output;
+  std::string m_strProject;  // constant while a project is checked
+  Clock::time_point m_next;  // used by the call in hand
+  std::size_t m_nProjects = 0;
+  std::size_t m_nSame = 0;
+};
+
+// Every directory, but for the one that file systems make for themselves.
+std::vector<std::string> AllProjects(const std::string& directory, std::error_code& error) {
+  std::vector<std::string> names;
+  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+       entry.increment(error)) {
+    std::error_code ignored;
+    const std::string name = entry->path().filename().string();
+    if (entry->is_directory(ignored) && name != "lost+found") names.push_back(name);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+}  // namespace
+
+int VerifyProjects(const std::string& directory, const SVerifyOptions& options) {
+  std::vector<std::string> names = options.m_vecProjects;
+  for (const std::string& name : names) {
+    if (const std::string why = CProjectClient::WhyNoProject(name); !why.empty()) {
+      Complain(Printable(name) + ": " + why);
+      return kExitUsage;
+    }
+  }
+  std::error_code error;
+  if (names.empty()) names = AllProjects(directory, error);
+  if (error) {
+    Complain("project directory " + directory + ": " + error.message());
+    return kExitFailed;
+  }
+  CVerification verification(options);
+  bool same = true;
+  for (const std::string& name : names) {
+    const fs::path project = fs::path(directory) / name;
+    if (fs::is_directory(project, error)) {
+      same = verification.Check(project) && same;
+    } else {
+      verification.Miss(name);
+      same = false;
+    }
+  }
+  return verification.End(same);
+}

@@ -1,0 +1,105 @@
+// kqft-server --verify beside a running server.
+
+#include <filesystem>
+#include <fstream>
+
+#include "support/Inventories.h"
+#include "support/Programs.h"
+#include "transfer/DamageNote.h"
+
+namespace {
+
+constexpr std::int64_t kLong = 100LL << 20;
+
+// A server's project with one file of each fate, and how it is checked.
+struct SProject {
+  CServerProgram m_server;
+  const std::string m_strPath = m_server.ProjectPath("Run") + "/";
+  const std::string m_strDir = m_server.ProjectPath("");
+
+  SProject() {
+    for (const std::string name : {"long.tm", "gone", "sub/small", "short", "chain.tm", "new"}) {
+      WriteWholeFile(m_strPath + name, "bytes of " + name);
+    }
+    MakeSparseFile(m_strPath + "long.tm", kLong);
+    Write(InventoryOf(m_strPath, {"long.tm", "gone", "sub/small", "short", "chain.tm"}));
+    std::filesystem::remove(m_strPath + "new");
+  }
+  void Write(const CInventory& inventory) const {
+    WriteWholeFile(m_strPath + kInventoryName, inventory.Text());
+  }
+  void FlipBit(const std::string& name, std::int64_t position) const {
+    std::fstream file(m_strPath + name, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekg(position);
+    const char byte = static_cast<char>(file.get() ^ 4);
+    file.seekp(position);
+    file.put(byte);
+  }
+  // What it prints; the exit status is checked.
+  std::string Verify(Arguments more, int status) const {
+    more.insert(more.begin(), {"--dir", m_strDir, "--verify"});
+    CProgram program(KQFT_SERVER_PROGRAM, more);
+    EXPECT_EQ(program.Wait(), status) << program.Output() << program.Error();
+    return program.Output();
+  }
+};
+
+TEST(ProgramVerify, FindsAndNotesEveryDamageWithItsBlock) {
+  const SProject project;
+  const auto says = [](const std::string& output, const std::string& line) {
+    EXPECT_NE(output.find(line), std::string::npos) << line << "\nin\n" << output;
+  };
+  EXPECT_EQ(project.Verify({"--note"}, 0), "Run: 5 same\n");
+
+  project.FlipBit("long.tm", (13LL << 20) + 7);
+  project.FlipBit("long.tm", kLong - 1);
+  project.FlipBit("sub/small", 3);
+  std::filesystem::remove(project.m_strPath + "gone");
+  WriteWholeFile(project.m_strPath + "short", "b");
+  WriteWholeFile(project.m_strPath + "e\nxtra", "x");
+  WriteWholeFile(project.m_strPath + "chain.li", "[Lost_Pos]\nlost_info_0 = 9,0\n");
+  WriteWholeFile(project.m_strPath + "chain.fi", "[FileInfo]\nFileCount=1\nSize1=9\n");
+  WriteWholeFile(project.m_strPath + "chain(1).tm", "more");
+  const std::string text = project.Verify({"--note", "Run"}, 1);
+  says(text, "changed\tRun/long.tm: 2 of its blocks of 4 MiB differ: 3 24\n");
+  says(text, "changed\tRun/sub/small\n");
+  says(text, "missing\tRun/gone\n");
+  says(text, "changed\tRun/short: 1 bytes instead of 14\n");
+  says(text, "extra\tRun/e\\x0Axtra\n");
+  says(text, "unknown\tRun/chain.tm: it lies in segments\n");
+  says(text, "Run: 0 same, 3 changed, 1 missing, 1 extra, 1 unknown\n");
+  CDamageNote note;
+  EXPECT_EQ(note.Parse(ReadWholeFile(project.m_strPath + kDamageNoteName)), "");
+  EXPECT_EQ(
+      note.GetFiles(),
+      (CDamageNote::Files{{"long.tm", {3, 24}}, {"sub/small", {}}, {"gone", {}}, {"short", {}}}));
+  says(project.Verify({"--json"}, 1),
+       R"("name":"long.tm","verdict":"changed","size":104857600,"blocks":[{"index":3,"position":)"
+       R"(12582912},{"index":24,"position":100663296}]})");
+
+  // Healed but for what is on its way and never was the same.
+  CInventory planned = InventoryOf(project.m_strPath, {"long.tm", "sub/small", "short"});
+  planned.m_head = {2, false, "run-2", "bob@mill", 0};
+  planned.Set("chain.tm", {{17, 0, 0644}, false, {}});
+  project.Write(planned);
+  const std::string healed = project.Verify({"--note", "--all"}, 1);
+  says(healed,
+       "3 same, 1 extra, 1 unknown; it is on its way from bob@mill, last heard of at 1970-");
+  EXPECT_EQ(FileSize(project.m_strPath + kDamageNoteName), -1);
+}
+
+TEST(ProgramVerify, ProjectsWithoutInventoryAreUnknownAndWrongUseIsTold) {
+  const SProject project;
+  WriteWholeFile(project.m_strDir + "Old/run.tm", "x");
+  EXPECT_EQ(project.Verify({"--all"}, 1), "Old: unknown: it has no whole inventory\nRun: 5 same\n");
+  EXPECT_EQ(project.Verify({"Run"}, 0), "Run: 5 same\n");
+  EXPECT_EQ(project.Verify({"Run", "None"}, 1), "Run: 5 same\n");
+  for (const Arguments& wrong : {Arguments{".."}, Arguments{"a/b"}, Arguments{"--all", "Run"}}) {
+    EXPECT_EQ(project.Verify(wrong, 2), "");
+  }
+  for (const char* alone : {"Run", "--note", "--json", "--all"}) {
+    EXPECT_EQ(CProgram(KQFT_SERVER_PROGRAM, {"--dir", project.m_strDir, alone}).Wait(), 2);
+  }
+}
+
+}  // namespace
