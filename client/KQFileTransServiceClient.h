@@ -271,6 +271,14 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   /// The same without closing. @return false when the write did not end.
   bool StopReceiveData();
 
+  // The last one of the table of virtual functions.
+
+  /// Told of every piece of a file that an upload has read, before it is sent.
+  /// @param record   which one of the request, from 0
+  /// @param position in the local file
+  /// Threads: the worker's, which waits.
+  virtual void OnFileRead(std::size_t record, std::int64_t position, const char* data, int bytes);
+
   // Members. "Constant" after construction; "word": shared by threads without
   // a lock; "guarded" by the lock named.
 
@@ -336,6 +344,7 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   int Ask(int code, const std::string& body, int waitMs);
   void ClearPrjList();
   bool SendBlock(ILinkInfo* link, std::int64_t position, CDataBlock& block);
+  void TellRead(std::int64_t position, const CDataBlock& block);
   bool SendPiece(ILinkInfo* link, CIOCPBuffer* buffer, int bytes);
   std::string GuardedCopy(const std::string& member) const;
 

@@ -41,5 +41,6 @@ class CTransferRun {
 
   std::uint64_t m_ullNumber = 0;
   std::vector<Channel_Key_Value> m_vecKey;
+  std::size_t m_nRecord = 0;             ///< the one that is sent
   std::shared_ptr<CFileHandle> m_pFile;  ///< the file being sent or received
 };

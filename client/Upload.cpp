@@ -118,6 +118,7 @@ void CKQFileTransServiceClient::SendFileToServer() {
   try {
     if (!TakeRun(PROCESS_TYPE_CLIENT_UPDATA, run)) return;
     for (; i < run.m_vecKey.size() && !IsTransStopped(); ++i) {
+      run.m_nRecord = i;
       BeginRecord(run, i, FileBytes(run.m_vecKey[i].m_strPath));
       const int result = SendRecord(run.m_vecKey[i]);
       if (result == RESULT_OK) continue;
@@ -208,6 +209,7 @@ int CKQFileTransServiceClient::ReadDataAndSend(std::int64_t start, std::int64_t 
       return ERROR_CODE_CLIENT_SENDDATA;
     }
     if (bytes != wanted) return ERROR_CODE_CLIENT_READ;
+    TellRead(AddPositions(start, done), block);
     ILinkInfo* const link = m_pLinkInfo;
     if (link == nullptr || !link->IsLink()) return ERROR_CODE_CLIENT_SENDDATA;
     if (!SendBlock(link, AddPositions(base, done), block)) return ERROR_CODE_CLIENT_SENDDATA;
@@ -218,3 +220,14 @@ int CKQFileTransServiceClient::ReadDataAndSend(std::int64_t start, std::int64_t 
     if (IsTransStopped()) return RESULT_OK;
   }
 }
+
+void CKQFileTransServiceClient::TellRead(std::int64_t position, const CDataBlock& block) {
+  const CTransferRun* const run = CTransferRun::OfThread();
+  if (run == nullptr || IsSuperseded()) return;
+  block.ForEachPiece([&](const char* data, int bytes) {
+    OnFileRead(run->m_nRecord, position, data, bytes);
+    position += bytes;
+  });
+}
+
+void CKQFileTransServiceClient::OnFileRead(std::size_t, std::int64_t, const char*, int) {}

@@ -32,6 +32,15 @@ int CDataBlock::Read(CFileHandle& file, int bytes) {
   return m_nBytesLeft;
 }
 
+void CDataBlock::ForEachPiece(const std::function<void(const char* data, int bytes)>& show) const {
+  int left = m_nBytesLeft;
+  for (int i = m_nNext; left > 0; ++i) {
+    const int bytes = NextPieceBytes(left);
+    show(m_buffers[static_cast<std::size_t>(i)]->m_pBuf + kDataOffset, bytes);
+    left -= bytes;
+  }
+}
+
 CIOCPBuffer* CDataBlock::Next(int messageCode, KQLonglong position) {
   const int bytes = NextBytes();
   CIOCPBuffer* const buffer =

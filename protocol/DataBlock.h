@@ -31,6 +31,9 @@ class CDataBlock {
   /// @return bytes read, as CFileHandle::Read does; -1 when a buffer lacks.
   int Read(CFileHandle& file, int bytes);
 
+  /// Shows what was read and not handed out yet, piece by piece.
+  void ForEachPiece(const std::function<void(const char* data, int bytes)>& show) const;
+
   /// Bytes of the next packet's data; 0 when the block is used up.
   int NextBytes() const { return NextPieceBytes(m_nBytesLeft); }
 

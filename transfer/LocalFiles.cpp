@@ -5,10 +5,13 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "transfer/ProjectPath.h"
+
 namespace fs = std::filesystem;
 
 namespace {
 
+const char* const kOwnName = "a file of this name is kept for the project by kqft itself";
 const char* const kNoFile = "neither a file nor a directory of its own";
 
 // The protocol separates by "\" and the library lists requests by lines.
@@ -21,6 +24,10 @@ std::string WhyUnsendable(const std::string& path) {
 }
 
 void AddFile(const fs::path& path, const std::vector<std::string>& components, SLocalFiles& found) {
+  if (components.size() == 1 && IsOwnFile(components.front())) {
+    found.m_vecLeftOut.push_back({path.string(), kOwnName, false});
+    return;
+  }
   SLocalFile file;
   file.m_strPath = path.string();
   file.m_vecComponents = components;

@@ -41,6 +41,7 @@ struct SPutRequest {
   std::vector<std::string> m_vecPaths;  ///< directories, or files of one project
   std::string m_strProject;             ///< "": each directory becomes the project of its name
   bool m_bPlanOnly = false;             ///< only find out what would be sent
+  bool m_bInventory = true;             ///< write one; false is for measuring
   int m_nRetries = 3;                   ///< rounds in a row that may bring no progress
 };
 
@@ -60,6 +61,7 @@ struct KQFT_TRANSFER_API STransferResult {
   bool m_bCancelled = false;
   std::string m_strProject;  ///< "" when there are several
   std::vector<STransferItem> m_vecItems;
+  std::string m_strInventory;   ///< why it could not be written at the end; "" when it was
   std::size_t m_nProblems = 0;  ///< left out although they should have been sent
   std::int64_t m_llMoved = 0;   ///< bytes of file data that crossed the network
   double m_dSeconds = 0;

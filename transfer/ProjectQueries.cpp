@@ -7,6 +7,7 @@
 #include "protocol/ResultCodes.h"
 #include "transfer/Names.h"
 #include "transfer/ProjectClientState.h"
+#include "transfer/ProjectPath.h"
 
 namespace {
 
@@ -46,7 +47,7 @@ std::string DescribeResult(int result) {
 }
 
 bool STransferResult::IsDone() const {
-  return m_nCode == RESULT_OK && m_nProblems == 0 &&
+  return m_nCode == RESULT_OK && m_nProblems == 0 && m_strInventory.empty() &&
          std::all_of(m_vecItems.begin(), m_vecItems.end(),
                      [](const STransferItem& item) { return item.m_bDone; });
 }
@@ -96,7 +97,7 @@ int AskProjectFiles(CSession& session, const std::string& directory, const std::
   for (const Channel_Key_Value& record : records) {
     std::string name = NameBelowProject(record, directory + project);
     std::replace(name.begin(), name.end(), '\\', '/');
-    files.push_back({std::move(name), record.m_strName});
+    if (!IsOwnFile(name)) files.push_back({std::move(name), record.m_strName});
   }
   return RESULT_OK;
 }

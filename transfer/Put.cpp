@@ -9,6 +9,7 @@
 #include "transfer/LocalFiles.h"
 #include "transfer/Names.h"
 #include "transfer/ProjectClientState.h"
+#include "transfer/ServerInventory.h"
 #include "transfer/Upload.h"
 
 namespace fs = std::filesystem;
@@ -59,13 +60,35 @@ void FindItems(const SPutRequest& request, const std::string& serverDirectory,
   }
 }
 
-void SendItems(CProjectClient::SState& state, int retries, STransferResult& put) {
-  CUpload upload({*state.m_pSession, state.m_observer, state.m_cancel, retries}, put.m_vecItems);
-  upload.Run(put.m_vecItems);
-  if (!upload.LastSent().empty() && upload.IsLinkClean()) {
-    state.m_pSession->Leave(upload.LastSent());
+bool AreAllDone(const std::vector<STransferItem>& items) {
+  return std::all_of(items.begin(), items.end(),
+                     [](const STransferItem& item) { return item.m_bDone; });
+}
+
+// Returns why nothing was sent, "" when it was tried.
+std::string SendItems(CProjectClient::SState& state, const SPutRequest& request,
+                      const std::string& directory, STransferResult& put) {
+  const STransferTools tools{*state.m_pSession, state.m_observer, state.m_cancel,
+                             request.m_nRetries};
+  CPutInventories inventories(tools, directory, put.m_vecItems);
+  CUpload upload(tools, put.m_vecItems, request.m_bInventory);
+  std::string why;
+  if (request.m_bInventory) why = inventories.Read();
+  if (request.m_bInventory && why.empty()) why = inventories.WritePlanned();
+  if (why.empty()) {
+    upload.Run(put.m_vecItems);
+    // Who wants to end does not wait for another connection.
+    const bool canWrite = upload.IsLinkClean() && state.m_pSession->IsConnect();
+    if (!canWrite) state.m_pSession->Abort();
+    if (request.m_bInventory && (canWrite || !state.m_cancel.IsCancelled())) {
+      put.m_strInventory = inventories.WriteComplete(AreAllDone(put.m_vecItems));
+    }
   }
+  const std::string& last =
+      inventories.LastWritten().empty() ? upload.LastSent() : inventories.LastWritten();
+  if (!last.empty() && state.m_pSession->IsConnect()) state.m_pSession->Leave(last);
   state.m_pSession->Stop();
+  return why;
 }
 
 }  // namespace
@@ -81,7 +104,8 @@ STransferResult CProjectClient::Put(const SPutRequest& request) {
   if (request.m_bPlanOnly) {
     scope.Check(PlanUpload(*m_pState->m_pSession, put.m_vecItems));
   } else {
-    SendItems(*m_pState, request.m_nRetries, put);
+    const std::string why = SendItems(*m_pState, request, directory, put);
+    if (!why.empty()) return scope.Refuse(why);
   }
   return scope.End();
 }

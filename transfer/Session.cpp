@@ -196,6 +196,13 @@ int CSession::StartUpload(const std::vector<Channel_Key_Value>& records,
     const std::lock_guard guard(m_mutex);
     m_answers = std::move(answers);
   }
+  m_vecDigests.clear();
+  m_vecSent.clear();
+  for (const Channel_Key_Value& record : records) {
+    if (!m_bDigests) break;
+    m_vecDigests.emplace_back();
+    m_vecSent.push_back(record.m_strPath);
+  }
   const int result = UploadRecords(records);
   m_bStarted = result == RESULT_OK;
   return result;
@@ -270,7 +277,7 @@ bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, 
   CKQFileTransServiceClient::DealNetMsg(ip, port, nMsgType, nLength, pData, extra);
   switch (nMsgType) {
     case NET_STC_TRANSFILEDATA:
-      m_llMoved += std::max(nLength - kPositionBytes, 0);
+      TakeData(nLength, pData);
       break;
     case NET_CTS_REQUEST_SERVERFILESIZE:
       if (nLength >= kTotalSizeBytes) KeepSize(ReadInt64(pData));

@@ -3,11 +3,13 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "client/KQFileTransServiceVisitor.h"
+#include "transfer/Digest.h"
 #include "transfer/ProjectClient.h"
 
 /// What the server knows to be missing of a measurement file.
@@ -73,7 +75,27 @@ class CSession : public CKQFileTransServiceVisitor {
   /// that was asked about last.
   int ReportFilled(int index, const FILEDATAPOS& range);
 
+  // Files of the server without one here.
+
+  /// Given what arrives, in the file's order, on the network's thread. Must not
+  /// call the session. False ends it.
+  using DataSink = std::function<bool(const char* data, std::size_t size)>;
+
+  /// Reads a whole file. What it takes is not counted as moved.
+  /// @return 1; -7 also when there is none; -26 when it was ended or arrived
+  ///         otherwise than it should: the connection is then cut
+  int ReadFile(const std::string& name, DataSink sink);
+
+  /// Puts a text in the place of a file. Not counted as moved either.
+  int WriteText(const std::string& name, const std::string& text);
+
   // Transfers.
+
+  /// From then on digests are taken of what uploads send.
+  void TakeDigests(bool wanted) { m_bDigests = wanted; }
+
+  /// Of one record of the last upload, once that has ended.
+  CFileDigest TakeDigest(std::size_t record);
 
   /// @param answers one for each measurement file among the records. Where
   ///                the server now names other ranges than were looked at, the
@@ -100,7 +122,7 @@ class CSession : public CKQFileTransServiceVisitor {
 
   /// File data received, and sent: what the network has let go of, which is
   /// all of it after Stop.
-  std::int64_t BytesMoved() const { return m_llMoved; }
+  std::int64_t BytesMoved() const { return m_llMoved - m_llOwn; }
 
   /// Sum of the sizes as the server told it last.
   std::int64_t TotalTold() const { return m_TotalTransBytes; }
@@ -112,7 +134,14 @@ class CSession : public CKQFileTransServiceVisitor {
                   int extra) override;
   bool ReleaseIOCPBuffer(CIOCPBuffer* p) override;
 
+ protected:
+  void OnFileRead(std::size_t record, std::int64_t position, const char* data, int bytes) override;
+
  private:
+  int PrepareWhole(const std::string& name);
+  int SendPieces(const std::string& text);
+  int WaitForData();
+  void TakeData(int length, const char* body);
   int Checked(int result) const;
   bool StopConfirmed();
   bool TakeLostInfo(std::string& body);
@@ -124,6 +153,11 @@ class CSession : public CKQFileTransServiceVisitor {
   bool m_bStarted = false;                  // the using thread's; a worker was started
   CSharedWord<std::int64_t> m_llMoved = 0;  // word; counted on the network's threads
 
+  std::int64_t m_llOwn = 0;               // the using thread's; sent, but no file data
+  bool m_bDigests = false;                // the using thread's
+  std::vector<CFileDigest> m_vecDigests;  // the worker's while one runs, else the using thread's
+  std::vector<std::string> m_vecSent;     // as they; the local files of the request
+
   std::mutex m_mutex;
   std::condition_variable m_changed;     // a size arrived, or the link went
   bool m_bLostRanges = false;            // guarded by m_mutex; the server named some
@@ -132,4 +166,7 @@ class CSession : public CKQFileTransServiceVisitor {
   std::vector<std::int64_t> m_vecSizes;  // guarded by m_mutex
   std::string m_strLostText;             // guarded by m_mutex; the last answer about ranges
   std::deque<SLostAnswer> m_answers;     // guarded by m_mutex; those to come in this request
+  DataSink m_sink;                       // guarded by m_mutex, also while it is called
+  std::int64_t m_llSunk = 0;             // guarded by m_mutex; bytes that it was given
+  bool m_bSinkBroken = false;            // guarded by m_mutex; it is given no more
 };

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
+
+struct SInventoryEntry;
 
 /// One file of a project that is to be moved, and what became of it.
 struct STransferItem {
@@ -17,4 +20,7 @@ struct STransferItem {
   bool m_bFinal = false;  ///< failed such that trying again is of no use
   int m_nCode = 0;        ///< 1 when done; else of the last failure, 0 for none of the library's
   std::string m_strWhy;   ///< what failed last, in words; "" when nothing has yet
+
+  /// The library's own: facts and digest of it, where they are known.
+  std::shared_ptr<const SInventoryEntry> m_pEntry;
 };

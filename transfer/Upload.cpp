@@ -10,6 +10,7 @@
 
 #include "protocol/ResultCodes.h"
 #include "transfer/CancelToken.h"
+#include "transfer/Inventory.h"
 #include "transfer/Names.h"
 #include "transfer/Session.h"
 #include "transfer/Sizes.h"
@@ -22,6 +23,8 @@ namespace {
 constexpr std::size_t kMostOpen = 128;
 
 const char* const kNoRecording = "its recording did not arrive whole";
+const char* const kChangedMeanwhile = "the file changed while it was sent";
+const char* const kNotRead = "the file cannot be read again";
 const char* const kSizesDiffer = "the file on the server is not as long as this one";
 
 std::int64_t LocalSize(const std::string& path) {
@@ -53,8 +56,10 @@ void JudgeBySize(STransferItem& item, std::int64_t held) {
 
 }  // namespace
 
-CUpload::CUpload(const STransferTools& tools, const std::vector<STransferItem>& items)
-    : CTransfer(tools), m_items(items) {}
+CUpload::CUpload(const STransferTools& tools, const std::vector<STransferItem>& items, bool digests)
+    : CTransfer(tools), m_items(items), m_bDigests(digests) {
+  m_session.TakeDigests(digests);
+}
 
 // What is missing of a recording is told behind it: told before, or of one
 // that did not arrive, it would hide what is missing indeed.
@@ -90,6 +95,7 @@ int CUpload::Start(const Batch& batch) {
     records[i].m_strName = batch[i]->m_strServer;
   }
   m_strLastSent = batch.front()->m_strServer;
+  m_started = batch;
   return m_session.StartUpload(records, m_answers);
 }
 
@@ -98,6 +104,37 @@ bool CUpload::IsResumable(const STransferItem& item) const {
 }
 
 int CUpload::Verify(const Batch& ended) {
+  const int result = VerifyItems(ended);
+  for (STransferItem* item : ended) {
+    if (item->m_bDone && m_bDigests) TakeEntry(*item);
+  }
+  return result;
+}
+
+// The server holds as many bytes as the file has; were they of one version?
+void CUpload::TakeEntry(STransferItem& item) {
+  const auto record = std::find(m_started.begin(), m_started.end(), &item) - m_started.begin();
+  CFileDigest digest = m_session.TakeDigest(static_cast<std::size_t>(record));
+  SInventoryEntry entry;
+  const std::string why = ReadFileFacts(item.m_strLocal, entry.m_facts);
+  const DigestReader reader = ReadsFile(item.m_strLocal);
+  if (!why.empty() || !(entry.m_facts == m_facts[&item])) {
+    Judge(item, -1, why.empty() ? kChangedMeanwhile : why);
+    m_stale.insert(item.m_strServer);
+  } else if (!digest.Finish(
+                 entry.m_facts.m_llSize,
+                 [&](std::int64_t at, char* data, std::size_t size) -> std::int64_t {
+                   return m_cancel.IsCancelled() ? -1 : reader(at, data, size);
+                 },
+                 entry.m_digest)) {
+    Judge(item, -1, kNotRead);
+  } else {
+    entry.m_bDigest = true;
+    item.m_pEntry = std::make_shared<SInventoryEntry>(std::move(entry));
+  }
+}
+
+int CUpload::VerifyItems(const Batch& ended) {
   Batch plain;
   for (STransferItem* item : ended) {
     if (!IsResumable(*item) && IsAskable(item->m_strServer)) {
@@ -118,10 +155,14 @@ int CUpload::Verify(const Batch& ended) {
 // The library tells the server to empty a file before it opens its own.
 void CUpload::OpenFiles(Batch& batch) {
   m_vecOpen.clear();
+  m_facts.clear();
   if (batch.size() > kMostOpen) batch.resize(kMostOpen);
   for (std::size_t i = 0; i < batch.size(); ++i) {
     m_vecOpen.push_back(std::make_unique<CKQFile>());
-    if (m_vecOpen.back()->KQOpen(batch[i]->m_strLocal, "rb")) continue;
+    if (m_vecOpen.back()->KQOpen(batch[i]->m_strLocal, "rb")) {
+      if (m_bDigests) ReadFileFacts(batch[i]->m_strLocal, m_facts[batch[i]]);
+      continue;
+    }
     if (i == 0) Fail(*batch[0], ERROR_CODE_CLIENT_OPENFILE);
     batch.resize(i);
   }
@@ -130,6 +171,16 @@ void CUpload::OpenFiles(Batch& batch) {
 // Few recordings have a side file on the server. One that has and cannot be
 // gone on with goes alone.
 void CUpload::AskForRanges(Batch& batch) {
+  for (const STransferItem* item : batch) {
+    if (!m_stale.contains(item->m_strServer)) continue;
+    if (const int result = m_session.EmptyFile(item->m_strServer); result != RESULT_OK) {
+      Fail(*batch[0], result);
+      batch.clear();
+      return;
+    }
+    m_stale.erase(item->m_strServer);
+    m_emptied.insert(item->m_strServer);
+  }
   std::vector<std::string> names;
   for (const STransferItem* item : batch) {
     if (IsResumable(*item) && IsAskable(item->m_strServer)) {

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <deque>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "platform/KQFile.h"
+#include "transfer/FileFacts.h"
 #include "transfer/Recording.h"
 #include "transfer/Transfer.h"
 
@@ -15,7 +17,9 @@
 class CUpload : public CTransfer {
  public:
   /// @param items all that Run will be given
-  CUpload(const STransferTools& tools, const std::vector<STransferItem>& items);
+  /// @param digests of every file that is sent; it then counts as done only
+  ///                when it did not change meanwhile
+  CUpload(const STransferTools& tools, const std::vector<STransferItem>& items, bool digests);
 
   /// The file that was sent last; "" when none was.
   const std::string& LastSent() const { return m_strLastSent; }
@@ -33,13 +37,19 @@ class CUpload : public CTransfer {
   void OpenFiles(Batch& batch);
   void AskForRanges(Batch& batch);
   bool CanGoOn(STransferItem& item, bool isNext, SRecording& recording);
+  int VerifyItems(const Batch& ended);
+  void TakeEntry(STransferItem& item);
   int VerifyAlone(STransferItem& item);
   int ReportFilled(const STransferItem& item, const SRecording& recording);
 
   const std::vector<STransferItem>& m_items;
   std::vector<std::unique_ptr<CKQFile>> m_vecOpen;  // those of the batch
   std::deque<SLostAnswer> m_answers;                // of its recordings
-  std::set<std::string> m_emptied;                  // server names; sent whole in this run
+  const bool m_bDigests;
+  std::map<const STransferItem*, SFileFacts> m_facts;  // of the batch, before it went
+  Batch m_started;                                     // as the session counts records
+  std::set<std::string> m_emptied;                     // server names; sent whole in this run
+  std::set<std::string> m_stale;  // server names; hold what is not to be gone on with
   std::string m_strLastSent;
 };
 

@@ -12,8 +12,8 @@
 #include "programs/ExitStatus.h"
 #include "programs/kqft/Output.h"
 #include "programs/kqft/Text.h"
-#include "transfer/ProjectClient.h"
 #include "transfer/ProjectCheck.h"
+#include "transfer/ProjectClient.h"
 
 namespace fs = std::filesystem;
 

@@ -15,6 +15,7 @@ SPutRequest MakeRequest(const SOptions& options) {
   request.m_vecPaths = options.m_vecPaths;
   request.m_strProject = options.m_strProject;
   request.m_bPlanOnly = options.m_bDryRun;
+  request.m_bInventory = !options.m_bNoInventory;
   request.m_nRetries = options.m_nRetries;
   return request;
 }
@@ -27,6 +28,8 @@ void AddPutOptions(CLI::App& command, SOptions& options) {
   command.add_option("--project", options.m_strProject, "put everything into this project")
       ->type_name("NAME");
   command.add_flag("-n,--dry-run", options.m_bDryRun, "only say what would be sent");
+  command.add_flag("--no-inventory", options.m_bNoInventory,
+                   "do not write what the project consists of; for measuring");
 }
 
 std::string WhyNoPut(const SOptions& options) {

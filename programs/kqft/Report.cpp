@@ -79,6 +79,7 @@ int ReportEnd(COutput& output, const std::string& command, const STransferResult
     if (item.m_bDone || (result.m_bCancelled && !item.m_bFinal)) continue;
     output.Error(WhyOf(item), item.m_nCode, item.m_strShown);
   }
+  if (!result.m_strInventory.empty()) output.Error(result.m_strInventory);
   const bool isPut = command == "put";
   std::string text = isPut ? "sent " : "received ";
   if (sum.m_nDone < result.m_vecItems.size()) text += std::to_string(sum.m_nDone) + " of ";

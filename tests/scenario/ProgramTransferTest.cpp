@@ -4,7 +4,9 @@
 #include <filesystem>
 #include <fstream>
 
+#include "support/Inventories.h"
 #include "support/Programs.h"
+#include "transfer/ProjectCheck.h"
 
 namespace fs = std::filesystem;
 
@@ -44,29 +46,38 @@ TEST_F(ProgramTransfer, TreeGoesUpAndComesDownByteForByte) {
       {"P/\xff\x80.bin", "no utf-8"},
       {"P/-n 'quoted\" & <x>;*?$", PatternBytes(200000, 3)},
       {"P/Model/Run.TM", PatternBytes(3 * kMiB, 1)},
-      {"P/.hidden", "x"}};
+      {"P/.hidden", "x"},
+      {"P/1/deep %41", "deep"}};
   for (const auto& [name, content] : files) WriteWholeFile(m_local / name, content);
+  WriteWholeFile(m_local / "P/kqft.inventory", "none of ours");
   CTempDirectory fetched;
 
   const auto put = m_station.Run({"put", m_local / "P"});
   EXPECT_EQ(put->Wait(), 0) << put->Error();
   EXPECT_EQ(ReadTree(m_server.ProjectPath("P")), ReadTree(m_local / "P"));
-  EXPECT_TRUE(Holds(put->Output(), "sent 7 files, 3.2 MiB (3,345,750 bytes), in")) << put->Output();
-  EXPECT_TRUE(Holds(m_station.Run({"put", "-n", m_local / "P"})->Output(), "would send 6 files, "));
+  EXPECT_TRUE(Holds(put->Output(), "sent 8 files, 3.2 MiB (3,345,754 bytes), in")) << put->Output();
+  EXPECT_TRUE(Holds(put->Error(), "P/kqft.inventory: a file of this name")) << put->Error();
+  const std::string check = "cd " + m_server.ProjectPath("P") + " && xxhsum -c kqft.inventory";
+  const bool canCheck = std::system("command -v xxhsum >/dev/null") == 0;
+  EXPECT_EQ(canCheck ? std::system((check + " >/dev/null 2>&1").c_str()) : 0, 0);
+  CProgram verify(KQFT_SERVER_PROGRAM, {"--dir", m_server.ProjectPath(""), "--verify"});
+  EXPECT_EQ(verify.Wait(), 0);
+  EXPECT_EQ(verify.Output(), "P: 8 same\n");
+  EXPECT_TRUE(Holds(m_station.Run({"put", "-n", m_local / "P"})->Output(), "would send 7 files, "));
   EXPECT_TRUE(Holds(m_station.Run({"ls"})->Output(), "\nP     3.2 MiB  2"));
   EXPECT_TRUE(Holds(m_station.Run({"files", "P"})->Output(), "\nwith space/\xc3\xbc.txt\n"));
   EXPECT_EQ(m_station.Run({"dir"})->Output(), m_server.ProjectPath("") + "\n");
 
   const auto get = m_station.Run({"get", "P", "--into", fetched.Path()});
   EXPECT_EQ(get->Wait(), 0) << get->Error();
-  EXPECT_TRUE(Holds(get->Output(), "received 7 files, 3.2 MiB (3,345,750 bytes), in"));
+  EXPECT_TRUE(Holds(get->Output(), "received 8 files, 3.2 MiB (3,345,754 bytes), in"));
   fs::remove(fetched / "P/empty");
   const auto again = m_station.Run({"--json", "get", "P", "--into", fetched.Path()});
-  EXPECT_TRUE(Holds(again->Output(), "\"files_done\":7,")) << again->Output();
+  EXPECT_TRUE(Holds(again->Output(), "\"files_done\":8,")) << again->Output();
   EXPECT_TRUE(Holds(again->Output(), "\"bytes_moved\":0,")) << again->Output();
   EXPECT_TRUE(Holds(again->Output(),
-                    "\"status\",\"command\":\"get\",\"bytes_done\":3345750,"
-                    "\"bytes_total\":3345750,\"files_done\":6,\"files_total\":7,"))
+                    "\"status\",\"command\":\"get\",\"bytes_done\":3345754,"
+                    "\"bytes_total\":3345754,\"files_done\":7,\"files_total\":8,"))
       << again->Output();
   EXPECT_EQ(ReadTree(fetched / "P"), ReadTree(m_local / "P"));
 
@@ -114,6 +125,10 @@ TEST_F(ProgramTransfer, EveryFileThatFailsIsNamedAndTheOthersArrive) {
 TEST_F(ProgramTransfer, InterruptedPutEndsBy130AndTheNextOneGoesOn) {
   const std::string target = m_server.ProjectPath("P/big.tm");
   const auto put = StartAndHaltMidway(target);
+  CInventory planned;
+  EXPECT_EQ(ReadInventory(m_server.ProjectPath("P"), planned), "");
+  ASSERT_NE(planned.Find("big.tm"), nullptr);
+  EXPECT_FALSE(planned.m_head.m_bComplete || planned.Find("big.tm")->m_bDigest);
   put->Signal(SIGINT);
   m_server.Process().Signal(SIGCONT);
   EXPECT_EQ(put->Wait(), 130);
@@ -125,6 +140,20 @@ TEST_F(ProgramTransfer, InterruptedPutEndsBy130AndTheNextOneGoesOn) {
   EXPECT_EQ(again->Wait(), 0) << again->Error();
   EXPECT_TRUE(Holds(again->Output(), "\"bytes_moved\":" + std::to_string(kBigFile - held) + ","));
   EXPECT_EQ(FileSize(target), kBigFile);
+  CInventory complete;
+  EXPECT_EQ(ReadInventory(m_server.ProjectPath("P"), complete), "");
+  EXPECT_TRUE(complete.m_head.m_bComplete);
+  EXPECT_EQ(complete.Find("big.tm")->m_digest, EntryOf(target).m_digest);
+}
+
+TEST_F(ProgramTransfer, FileThatChangesWhileItIsSentGoesWholeAgain) {
+  const std::string target = m_server.ProjectPath("P/big.tm");
+  const auto put = StartAndHaltMidway(target);
+  std::fstream(m_local / "P/big.tm", std::ios::in | std::ios::out) << "changed";
+  m_server.Process().Signal(SIGCONT);
+  EXPECT_EQ(put->Wait(), 0) << put->Error();
+  EXPECT_TRUE(Holds(put->Error(), "1 file left, trying again")) << put->Error();
+  EXPECT_EQ(EntryOf(target).m_digest, EntryOf(m_local / "P/big.tm").m_digest);
 }
 
 TEST_F(ProgramTransfer, PutOutlivesAServerThatIsKilledAndComesBack) {

@@ -90,7 +90,7 @@ TEST_F(TransferResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
   // nowhere, which spares the server a wait.
   const std::string again = put();
   EXPECT_NE(again.find(MakePacket(NET_CTS_TRANSFILEDATA, Int64(-1) + "x")), std::string::npos);
-  EXPECT_LT(again.size(), kRangeBytes / 100);
+  EXPECT_LT(again.size(), kRangeBytes / 10);
 }
 
 // Side files of the local project, of the server, of both; what they tell may

@@ -9,6 +9,8 @@
 
 #include <filesystem>
 
+#include "transfer/ProjectPath.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -41,7 +43,7 @@ std::map<std::string, std::string> ReadTree(const std::string& directory) {
   std::map<std::string, std::string> tree;
   if (!fs::exists(directory)) return tree;
   for (const fs::path& path : fs::recursive_directory_iterator(directory)) {
-    if (!fs::is_regular_file(path)) continue;
+    if (!fs::is_regular_file(path) || IsOwnFile(path.filename().string())) continue;
     tree[path.lexically_relative(directory).string()] = ReadWholeFile(path.string());
   }
   return tree;

@@ -12,7 +12,8 @@
 
 using Arguments = std::vector<std::string>;
 
-/// Every file below a directory, by its name there, with its content.
+/// Every file below a directory but inventories, by its name there, with its
+/// content.
 std::map<std::string, std::string> ReadTree(const std::string& directory);
 
 /// One process. Its output and error streams go to files.

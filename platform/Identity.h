@@ -1,0 +1,8 @@
+#pragma once
+
+#include <string>
+
+#include "KQFileTransServiceExport.h"
+
+/// Who runs this program, for other people to read: "user@host".
+KQFT_API std::string UserAtHost();
