@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "protocol/ResultCodes.h"
+#include "transfer/CancelToken.h"
+#include "transfer/Inventory.h"
 #include "transfer/Names.h"
 #include "transfer/Session.h"
 #include "transfer/Sizes.h"
@@ -17,9 +19,31 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr int kMostKept = 10;
+
 const char* const kChanged = "the file changed on the server while it was fetched";
 const char* const kTooMuch = "the server tells more bytes in all than there can be";
+const char* const kDiffers = "its bytes are not those that the inventory of the project tells";
+const char* const kManyKept = "too many copies of it have been kept here";
 const char* const kNotWhole = "the file did not arrive whole";
+
+bool IsDigestKnown(const STransferItem& item) {
+  return item.m_pEntry != nullptr && item.m_pEntry->m_bDigest;
+}
+
+// Times and modes are no part of what makes a file whole: a file system that
+// keeps none still holds the bytes.
+void TakeFacts(const STransferItem& item) {
+  SFileFacts facts;
+  if (item.m_pEntry == nullptr || !ReadFileFacts(item.m_strLocal, facts).empty()) return;
+  if (!(facts == item.m_pEntry->m_facts)) SetFileFacts(item.m_strLocal, item.m_pEntry->m_facts);
+}
+
+DigestReader CancelledRead(const CCancelToken& cancel, const std::string& path) {
+  return [&cancel, reader = ReadsFile(path)](std::int64_t at, char* data, std::size_t size) {
+    return cancel.IsCancelled() ? std::int64_t{-1} : reader(at, data, size);
+  };
+}
 
 // -1 for anything that is no file of its own.
 std::int64_t OwnFileSize(const fs::path& path) {
@@ -95,20 +119,38 @@ std::string PartPath(const STransferItem& item) {
 }
 
 CDownload::CDownload(const STransferTools& tools, std::string into,
-                     const std::vector<STransferItem>& items)
-    : CTransfer(tools), m_strInto(std::move(into)), m_items(items) {}
+                     const std::vector<STransferItem>& items, bool overwrite)
+    : CTransfer(tools), m_strInto(std::move(into)), m_items(items), m_bOverwrite(overwrite) {}
 
-void CDownload::Compare(std::vector<STransferItem>& items) {
+void CDownload::Compare(std::vector<STransferItem>& items, bool checksum, bool change) const {
   CPartLists lists;
   for (STransferItem& item : items) {
     if (item.m_bFinal) continue;
-    item.m_bDone = OwnFileSize(item.m_strLocal) == item.m_llSize;
+    item.m_bDone = IsWhole(item, checksum);
+    if (item.m_bDone && change) TakeFacts(item);
     if (item.m_bDone) continue;
-    RemoveStaleParts(item, lists);
+    if (change) RemoveStaleParts(item, lists);
     const std::int64_t have = OwnFileSize(PartPath(item));
     item.m_llMissing =
         have > item.m_llSize ? item.m_llSize : item.m_llSize - std::max<std::int64_t>(have, 0);
   }
+}
+
+bool CDownload::IsWhole(const STransferItem& item, bool checksum) const {
+  if (OwnFileSize(item.m_strLocal) != item.m_llSize) return false;
+  if (!IsDigestKnown(item)) return true;
+  SFileFacts facts;
+  if (!ReadFileFacts(item.m_strLocal, facts).empty()) return false;
+  if (!checksum && facts.m_llTime == item.m_pEntry->m_facts.m_llTime) return true;
+  return HasDigest(item, item.m_strLocal, CFileDigest());
+}
+
+// @param digest of what has passed of it; the rest is read
+bool CDownload::HasDigest(const STransferItem& item, const std::string& path,
+                          CFileDigest digest) const {
+  SFileDigest found;
+  return digest.Finish(item.m_llSize, CancelledRead(m_cancel, path), found) &&
+         found == item.m_pEntry->m_digest;
 }
 
 // Makes the directories, and sees to it that nothing leads out of the target
@@ -132,6 +174,7 @@ std::string CDownload::Prepare(const STransferItem& item) {
 }
 
 int CDownload::Start(const Batch& batch) {
+  std::vector<CFileDigest> digests;
   std::vector<Channel_Key_Value> records;
   for (const STransferItem* item : batch) {
     Channel_Key_Value record;
@@ -139,8 +182,13 @@ int CDownload::Start(const Batch& batch) {
     record.m_strName = item->m_strServer;
     record.m_llSize = item->m_llSize;
     records.push_back(record);
+    // What is here of it is read now: later the server would wait.
+    CFileDigest& digest = digests.emplace_back();
+    const std::int64_t have = IsDigestKnown(*item) ? OwnFileSize(PartPath(*item)) : 0;
+    if (have > 0) digest.ReadTo(have, CancelledRead(m_cancel, PartPath(*item)));
   }
-  return m_session.StartDownload(records, m_strInto);
+  m_started = batch;
+  return m_session.StartDownload(records, m_strInto, std::move(digests));
 }
 
 // The library takes a sum that the server told for the room that is needed.
@@ -184,14 +232,40 @@ void CDownload::ChangeSize(STransferItem& item, std::int64_t size) const {
   TakeSize(item, size, total);
 }
 
-void CDownload::Finish(STransferItem& item) const {
+// One whose bytes differ is fetched once more, from its beginning.
+void CDownload::Finish(STransferItem& item) {
   const std::string part = PartPath(item);
   if (OwnFileSize(part) != item.m_llSize) {
     item.m_strWhy = kNotWhole;
     return;
   }
+  const auto record = std::find(m_started.begin(), m_started.end(), &item) - m_started.begin();
+  CFileDigest digest = m_session.TakeDigest(static_cast<std::size_t>(record));
   std::error_code error;
+  if (IsDigestKnown(item) && !HasDigest(item, part, std::move(digest))) {
+    item.m_strWhy = kDiffers;
+    item.m_bFinal = !m_differing.insert(&item).second && !m_cancel.IsCancelled();
+    if (!m_cancel.IsCancelled()) fs::remove(part, error);
+    return;
+  }
+  if (!PutAside(item)) return;
   fs::rename(part, item.m_strLocal, error);
   item.m_bDone = !error;
   if (error) item.m_strWhy = error.message();
+  if (item.m_bDone) TakeFacts(item);
+}
+
+// Keeps what lies in the file's place under another name.
+bool CDownload::PutAside(STransferItem& item) const {
+  std::error_code error;
+  if (m_bOverwrite || OwnFileSize(item.m_strLocal) < 0) return true;
+  std::string kept = item.m_strLocal + "~";
+  for (int i = 1; i < kMostKept && fs::exists(fs::symlink_status(kept, error)); ++i) kept += "~";
+  if (fs::exists(fs::symlink_status(kept, error))) {
+    item.m_strWhy = kManyKept;
+    return false;
+  }
+  fs::rename(item.m_strLocal, kept, error);
+  if (error) item.m_strWhy = error.message();
+  return !error;
 }

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
+#include "transfer/Digest.h"
 #include "transfer/Transfer.h"
 
 /// Fetches files into one directory. A file on its way lies beside its final
@@ -11,11 +13,16 @@ class CDownload : public CTransfer {
  public:
   /// @param into  absolute; every item's m_strLocal lies below it
   /// @param items all that are to be fetched
-  CDownload(const STransferTools& tools, std::string into, const std::vector<STransferItem>& items);
+  /// @param overwrite false: a file that a fetched one replaces is kept
+  CDownload(const STransferTools& tools, std::string into, const std::vector<STransferItem>& items,
+            bool overwrite);
 
-  /// Looks at what is here already: files that are whole are done; what is
-  /// left of other versions is removed. Sets m_llMissing and m_bDone.
-  static void Compare(std::vector<STransferItem>& items);
+  /// Looks at what is here already: files that are whole are done, and get the
+  /// time and mode that an inventory tells; what is left of other versions is
+  /// removed. Sets m_llMissing and m_bDone.
+  /// @param checksum compare the bytes also where size and time agree
+  /// @param change   false: nothing here is touched
+  void Compare(std::vector<STransferItem>& items, bool checksum, bool change) const;
 
  protected:
   std::string Prepare(const STransferItem& item) override;
@@ -27,10 +34,16 @@ class CDownload : public CTransfer {
  private:
   std::string BelowInto(const STransferItem& item) const;
   void ChangeSize(STransferItem& item, std::int64_t size) const;
-  void Finish(STransferItem& item) const;
+  bool IsWhole(const STransferItem& item, bool checksum) const;
+  bool HasDigest(const STransferItem& item, const std::string& path, CFileDigest digest) const;
+  void Finish(STransferItem& item);
+  bool PutAside(STransferItem& item) const;
 
   const std::string m_strInto;
   const std::vector<STransferItem>& m_items;
+  const bool m_bOverwrite;
+  Batch m_started;                             // as the session counts records
+  std::set<const STransferItem*> m_differing;  // arrived once with other bytes
 };
 
 /// Takes over the size of an item that the server tells, if it can be.

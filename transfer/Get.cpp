@@ -8,6 +8,7 @@
 #include "transfer/Download.h"
 #include "transfer/Names.h"
 #include "transfer/ProjectClientState.h"
+#include "transfer/ServerInventory.h"
 
 namespace fs = std::filesystem;
 
@@ -66,6 +67,48 @@ STransferItem MakeItem(const SProjectFile& file, const std::string& project,
   return item;
 }
 
+// The files of the inventory that the server does not list are there as well.
+void AddUnlisted(const CInventory& inventory, const std::string& projectPath,
+                 std::vector<SProjectFile>& listed) {
+  std::set<std::string> names;
+  for (const SProjectFile& file : listed) names.insert(file.m_strName);
+  for (const auto& [path, entry] : inventory.GetFiles()) {
+    if (names.contains(path)) continue;
+    std::string below = path;
+    std::replace(below.begin(), below.end(), '/', '\\');
+    std::string full = projectPath;
+    listed.push_back({path, full.append("\\").append(below)});
+  }
+}
+
+// What the inventory tells of each. Not of a recording with a side file: its
+// bytes may lie in several files there.
+void AddEntries(const CInventory& inventory, const std::vector<SProjectFile>& listed,
+                std::vector<STransferItem>& items) {
+  std::set<std::string> names;
+  for (const SProjectFile& file : listed) names.insert(file.m_strServer);
+  for (STransferItem& item : items) {
+    const SInventoryEntry* const entry = inventory.Find(PathOfItem(item));
+    const bool isRecording = IsMeasurementFile(item.m_strServer);
+    if (entry == nullptr || item.m_bFinal) continue;
+    if (isRecording && names.contains(SideFileName(item.m_strServer))) continue;
+    item.m_pEntry = std::make_shared<SInventoryEntry>(*entry);
+  }
+}
+
+// The inventory knows how long they are.
+void RefuseOtherSizes(std::vector<STransferItem>& items) {
+  for (STransferItem& item : items) {
+    if (item.m_bFinal || item.m_pEntry == nullptr) continue;
+    const std::int64_t size = item.m_pEntry->m_facts.m_llSize;
+    if (size == item.m_llSize) continue;
+    item.m_strWhy = "the server holds " + std::to_string(item.m_llSize) +
+                    " bytes of it instead of " + std::to_string(size);
+    if (!item.m_pEntry->m_bDigest) item.m_strWhy += "; it has not been sent to its end";
+    item.m_bFinal = true;
+  }
+}
+
 int AskItemSizes(CSession& session, std::vector<STransferItem>& items) {
   std::vector<std::string> names;
   for (const STransferItem& item : items) {
@@ -110,23 +153,26 @@ STransferResult CProjectClient::Get(const SGetRequest& request) {
       !scope.Check(AskProjectFiles(session, directory, request.m_strProject, listed))) {
     return scope.End();
   }
+  const std::string projectPath = directory + request.m_strProject;
+  const STransferTools tools{session, m_pState->m_observer, m_pState->m_cancel, request.m_nRetries};
+  CServerInventory inventory(tools, projectPath);
+  if (request.m_bInventory && !scope.Check(inventory.Read())) return scope.End();
+  AddUnlisted(inventory.Newest(), projectPath, listed);
   if (listed.empty() && request.m_vecFiles.empty()) {
     return scope.Refuse("the server lists no files of this project");
   }
   std::error_code error;
   const std::string into = fs::absolute(request.m_strInto, error).lexically_normal().string();
-  const std::string projectPath = directory + request.m_strProject;
   for (const SProjectFile& file : Choose(listed, projectPath, request.m_vecFiles)) {
     get.m_vecItems.push_back(MakeItem(file, request.m_strProject, into));
   }
+  AddEntries(inventory.Newest(), listed, get.m_vecItems);
   if (!scope.Check(AskItemSizes(session, get.m_vecItems))) return scope.End();
+  RefuseOtherSizes(get.m_vecItems);
   RefuseClashes(get.m_vecItems);
-  CDownload::Compare(get.m_vecItems);
-  if (!request.m_bPlanOnly) {
-    CDownload download({session, m_pState->m_observer, m_pState->m_cancel, request.m_nRetries},
-                       into, get.m_vecItems);
-    download.Run(get.m_vecItems);
-  }
+  CDownload download(tools, into, get.m_vecItems, request.m_bOverwrite);
+  download.Compare(get.m_vecItems, request.m_bChecksum, !request.m_bPlanOnly);
+  if (!request.m_bPlanOnly) download.Run(get.m_vecItems);
   return scope.End();
 }
 

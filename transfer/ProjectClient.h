@@ -51,6 +51,9 @@ struct SGetRequest {
   std::vector<std::string> m_vecFiles;  ///< files or directories of it; none: all
   std::string m_strInto = ".";          ///< the project becomes a directory in this one
   bool m_bPlanOnly = false;
+  bool m_bInventory = true;   ///< go by the project's; false is for measuring
+  bool m_bChecksum = false;   ///< compare files that are here by their bytes, not by their time
+  bool m_bOverwrite = false;  ///< else a file that is here and differs becomes NAME~
   int m_nRetries = 3;
 };
 

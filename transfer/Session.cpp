@@ -196,6 +196,10 @@ int CSession::StartUpload(const std::vector<Channel_Key_Value>& records,
     const std::lock_guard guard(m_mutex);
     m_answers = std::move(answers);
   }
+  {
+    const std::lock_guard guard(m_mutex);
+    m_vecArrived.clear();
+  }
   m_vecDigests.clear();
   m_vecSent.clear();
   for (const Channel_Key_Value& record : records) {
@@ -209,7 +213,12 @@ int CSession::StartUpload(const std::vector<Channel_Key_Value>& records,
 }
 
 int CSession::StartDownload(const std::vector<Channel_Key_Value>& records,
-                            const std::string& directory) {
+                            const std::string& directory, std::vector<CFileDigest> digests) {
+  m_vecDigests.clear();
+  {
+    const std::lock_guard guard(m_mutex);
+    m_vecArrived = std::move(digests);
+  }
   SetPrjDir(directory);
   const int result = DownloadRecords(records);
   m_bStarted = result == RESULT_OK;

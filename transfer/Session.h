@@ -94,14 +94,18 @@ class CSession : public CKQFileTransServiceVisitor {
   /// From then on digests are taken of what uploads send.
   void TakeDigests(bool wanted) { m_bDigests = wanted; }
 
-  /// Of one record of the last upload, once that has ended.
+  /// Of one record of the last transfer, once that has ended.
   CFileDigest TakeDigest(std::size_t record);
 
   /// @param answers one for each measurement file among the records. Where
   ///                the server now names other ranges than were looked at, the
   ///                worker hears that it is busy, and the file fails.
   int StartUpload(const std::vector<Channel_Key_Value>& records, std::deque<SLostAnswer> answers);
-  int StartDownload(const std::vector<Channel_Key_Value>& records, const std::string& directory);
+
+  /// @param digests one for each record, of what is here already; or none at
+  ///                all. What arrives is added.
+  int StartDownload(const std::vector<Channel_Key_Value>& records, const std::string& directory,
+                    std::vector<CFileDigest> digests);
 
   /// True while the worker of a started transfer runs.
   bool IsMoving() const { return m_bStarted && !IsTransFinished(); }
@@ -159,14 +163,15 @@ class CSession : public CKQFileTransServiceVisitor {
   std::vector<std::string> m_vecSent;     // as they; the local files of the request
 
   std::mutex m_mutex;
-  std::condition_variable m_changed;     // a size arrived, or the link went
-  bool m_bLostRanges = false;            // guarded by m_mutex; the server named some
-  bool m_bStopping = false;              // guarded by m_mutex
-  std::size_t m_nAsked = 0;              // guarded by m_mutex; sizes that are to come
-  std::vector<std::int64_t> m_vecSizes;  // guarded by m_mutex
-  std::string m_strLostText;             // guarded by m_mutex; the last answer about ranges
-  std::deque<SLostAnswer> m_answers;     // guarded by m_mutex; those to come in this request
-  DataSink m_sink;                       // guarded by m_mutex, also while it is called
-  std::int64_t m_llSunk = 0;             // guarded by m_mutex; bytes that it was given
-  bool m_bSinkBroken = false;            // guarded by m_mutex; it is given no more
+  std::condition_variable m_changed;      // a size arrived, or the link went
+  bool m_bLostRanges = false;             // guarded by m_mutex; the server named some
+  bool m_bStopping = false;               // guarded by m_mutex
+  std::size_t m_nAsked = 0;               // guarded by m_mutex; sizes that are to come
+  std::vector<std::int64_t> m_vecSizes;   // guarded by m_mutex
+  std::string m_strLostText;              // guarded by m_mutex; the last answer about ranges
+  std::deque<SLostAnswer> m_answers;      // guarded by m_mutex; those to come in this request
+  std::vector<CFileDigest> m_vecArrived;  // guarded by m_mutex; of a download
+  DataSink m_sink;                        // guarded by m_mutex, also while it is called
+  std::int64_t m_llSunk = 0;              // guarded by m_mutex; bytes that it was given
+  bool m_bSinkBroken = false;             // guarded by m_mutex; it is given no more
 };

@@ -69,9 +69,14 @@ int CSession::WaitForData() {
 
 void CSession::TakeData(int length, const char* body) {
   const int bytes = std::max(length - kPositionBytes, 0);
+  const std::size_t record = GetTransferState().m_nRecord;
   std::unique_lock lock(m_mutex);
   if (!m_sink) {
     m_llMoved += bytes;
+    if (bytes > 0 && record < m_vecArrived.size()) {
+      m_vecArrived[record].Add(ReadInt64(body), body + kPositionBytes,
+                               static_cast<std::size_t>(bytes));
+    }
     return;
   }
   if (m_bSinkBroken) return;
@@ -122,6 +127,8 @@ int CSession::SendPieces(const std::string& text) {
 }
 
 CFileDigest CSession::TakeDigest(std::size_t record) {
+  const std::lock_guard guard(m_mutex);
+  if (record < m_vecArrived.size()) return std::move(m_vecArrived[record]);
   return record < m_vecDigests.size() ? std::move(m_vecDigests[record]) : CFileDigest();
 }
 

@@ -16,6 +16,9 @@ SGetRequest MakeRequest(const SOptions& options) {
   request.m_vecFiles = options.m_vecPaths;
   request.m_strInto = options.m_strInto;
   request.m_bPlanOnly = options.m_bDryRun;
+  request.m_bInventory = !options.m_bNoInventory;
+  request.m_bChecksum = options.m_bChecksum;
+  request.m_bOverwrite = options.m_bOverwrite;
   request.m_nRetries = options.m_nRetries;
   return request;
 }
@@ -28,6 +31,12 @@ void AddGetOptions(CLI::App& command, SOptions& options) {
       ->type_name("DIR")
       ->capture_default_str();
   command.add_flag("-n,--dry-run", options.m_bDryRun, "only say what would be fetched");
+  command.add_flag("--checksum", options.m_bChecksum,
+                   "compare files that are here by their bytes, too");
+  command.add_flag("--overwrite", options.m_bOverwrite,
+                   "do not keep files that are replaced as NAME~");
+  command.add_flag("--no-inventory", options.m_bNoInventory,
+                   "do not go by the inventory of the project");
 }
 
 std::string WhyNoGet(const SOptions& options) {

@@ -47,8 +47,9 @@ TEST_F(ProgramTransfer, TreeGoesUpAndComesDownByteForByte) {
       {"P/-n 'quoted\" & <x>;*?$", PatternBytes(200000, 3)},
       {"P/Model/Run.TM", PatternBytes(3 * kMiB, 1)},
       {"P/.hidden", "x"},
-      {"P/1/deep %41", "deep"}};
+      {"P/1/2/3/4/5/6/7/deep %41", "deep"}};
   for (const auto& [name, content] : files) WriteWholeFile(m_local / name, content);
+  SetFileFacts(m_local / "P/P.kqsln", {0, 1234567890987654321, 0440});
   WriteWholeFile(m_local / "P/kqft.inventory", "none of ours");
   CTempDirectory fetched;
 
@@ -79,7 +80,24 @@ TEST_F(ProgramTransfer, TreeGoesUpAndComesDownByteForByte) {
                     "\"status\",\"command\":\"get\",\"bytes_done\":3345754,"
                     "\"bytes_total\":3345754,\"files_done\":7,\"files_total\":8,"))
       << again->Output();
-  EXPECT_EQ(ReadTree(fetched / "P"), ReadTree(m_local / "P"));
+  EXPECT_TRUE(ReadTree(fetched / "P") == ReadTree(m_local / "P"));
+  for (const auto& [name, content] : files) {
+    EXPECT_TRUE(EntryOf(fetched / name).m_facts == EntryOf(m_local / name).m_facts) << name;
+  }
+
+  const Arguments quick = {"get",       "P", "P.kqsln", "empty",
+                           "--retries", "1", "--into",  fetched.Path()};
+  fs::remove(fetched / "P/P.kqsln");
+  WriteWholeFile(fetched / "P/P.kqsln", "PROJECT\n");  // as long, and another time
+  EXPECT_EQ(m_station.Run(quick)->Wait(), 0);
+  EXPECT_EQ(ReadWholeFile(fetched / "P/P.kqsln") + ReadWholeFile(fetched / "P/P.kqsln~"),
+            "project\nPROJECT\n");
+  fs::remove(fetched / "P/P.kqsln");
+  WriteWholeFile(m_server.ProjectPath("P/P.kqsln"), "damaged\n");
+  const auto damaged = m_station.Run(quick);
+  EXPECT_EQ(damaged->Wait(), 1);
+  EXPECT_TRUE(Holds(damaged->Error(), "P/P.kqsln: its bytes are not those")) << damaged->Error();
+  EXPECT_FALSE(fs::exists(fetched / "P/P.kqsln"));
 
   EXPECT_EQ(m_station.Start({"rm", "P"})->Wait(), 2);
   EXPECT_TRUE(fs::exists(m_server.ProjectPath("P")));

@@ -75,7 +75,7 @@ TEST(ProgramUse, SizesThatCannotBeAreNotBelieved) {
   fake.Answer(NET_CTS_GETPRJDIR, "D\\");
   fake.Answer(NET_CTS_GETPRJLIST, PrintRecords(records));
   fake.Answer(NET_CTS_GETPRJFILELIST, PrintRecords(records));
-  const Arguments get = {"get", "P", "--into", local.Path()};
+  const Arguments get = {"get", "P", "--no-inventory", "--into", local.Path()};
   fake.Answer(NET_CTS_REQUEST_SERVERFILESIZE, Int64(-1));
   expect({"ls"}, "P1: the server tells a size that cannot be (-1 bytes)");
   expect(get, "P/1: the server tells a size that cannot be (-1 bytes)");
