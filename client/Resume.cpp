@@ -19,6 +19,7 @@
 #include "platform/KQFile.h"
 #include "platform/KQPlatForm.h"
 #include "platform/ThreadLock.h"
+#include "protocol/MeasurementFiles.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 
@@ -38,16 +39,6 @@ std::list<std::string> Numbers(const std::string& field) {
   std::list<std::string> numbers;
   EU::CExpertUtils::BreakString(field, numbers, ",");
   return numbers;
-}
-
-// "data\Run1.TM", 2 gives "data\Run1(2).tm"; segment 0 is the file itself.
-std::string SegmentName(const std::string& name, std::size_t segment) {
-  if (segment == 0) return name;
-  std::string extension = EU::CExpertUtils::PickFileExt(name);
-  EU::CExpertUtils::ToLower(extension);
-  return EU::CExpertUtils::PickDirectory(name) +
-         EU::CExpertUtils::EreaseFileExt(EU::CExpertUtils::PickFileName(name)) + "(" +
-         std::to_string(segment) + ")." + extension;
 }
 
 // The first segment that ends behind the position. One that starts exactly on

@@ -5,7 +5,6 @@
 // its end. The first file that fails ends the upload.
 
 #include <algorithm>
-#include <array>
 #include <memory>
 #include <utility>
 
@@ -19,6 +18,7 @@
 #include "platform/KQFile.h"
 #include "platform/System.h"
 #include "protocol/DataBlock.h"
+#include "protocol/MeasurementFiles.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
@@ -28,14 +28,6 @@ namespace {
 constexpr int kPrepareWaitMs = 10000;
 constexpr int kFileEndWaitMs = 30000;
 constexpr std::size_t kMaxNameBytes = 1023;
-
-bool IsMeasurementFile(const std::string& path) {
-  static constexpr std::array kExtensions = {"tm",  "can",       "gps", "rs422",
-                                             "out", "vibstrain", "jump"};
-  std::string extension = EU::CExpertUtils::PickFileExt(path);
-  EU::CExpertUtils::ToLower(extension);
-  return std::find(kExtensions.begin(), kExtensions.end(), extension) != kExtensions.end();
-}
 
 void MakeReady(std::vector<Channel_Key_Value>& records) {
   for (Channel_Key_Value& rec : records) {

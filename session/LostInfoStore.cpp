@@ -6,10 +6,10 @@
 // rewritten. Runs on the link's delivery thread, while no transfer runs.
 
 #include "platform/ByteOrder.h"
-#include "platform/ExpertUtils.h"
 #include "platform/FileConfig.h"
 #include "platform/KQPlatForm.h"
 #include "protocol/LostInfoBounds.h"
+#include "protocol/MeasurementFiles.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
@@ -22,11 +22,6 @@ constexpr int kFirstRange = 0;                      // ranges count from 0 and
 constexpr int kFirstSize = 1;                       // sizes from 1, kept on purpose
 const char kRangeSection[] = "Lost_Pos";
 const char kRangeKey[] = "lost_info_";
-
-std::string SideFilePath(const std::string& path, const std::string& extension) {
-  return EU::CExpertUtils::PickDirectory(path, 2) +
-         EU::CExpertUtils::EreaseFileExt(EU::CExpertUtils::PickFileName(path)) + extension;
-}
 
 // Joins the values of the keys stem + number with ","; a missing one is empty.
 // False when they would become too long.
@@ -113,10 +108,10 @@ int CTransClient::DealGetLostInfo(int nLength, const char* data, std::string& te
 }
 
 int CTransClient::ReadLostInfo(const std::string& path, std::string& text) {
-  m_strLostInfoPath = SideFilePath(path, ".li");
+  m_strLostInfoPath = SideFileName(path, kRangesExtension);
   text.clear();
   try {
-    return ReadSideFiles(m_strLostInfoPath, SideFilePath(path, ".fi"), text);
+    return ReadSideFiles(m_strLostInfoPath, SideFileName(path, kSegmentsExtension), text);
   } catch (...) {
     text.clear();
     return ERROR_CODE_LOSTINFO_ACCESS;
