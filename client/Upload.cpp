@@ -20,6 +20,7 @@
 #include "protocol/DataBlock.h"
 #include "protocol/MeasurementFiles.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
 
@@ -153,9 +154,9 @@ int CKQFileTransServiceClient::PrepareTransFile(const std::string& name, bool wh
   m_nBufReleased = 0;
   if (name.size() > kMaxNameBytes) return ERROR_CODE_CLIENT_SENDCMD;
 
-  const std::string body = std::string(1, whole ? '\1' : '\0') + name;
   m_evReply->ResetKQEvent();
-  if (!SendText(NET_CTS_PREPARETRAN_FILE, body)) return ERROR_CODE_CLIENT_SENDCMD;
+  if (!SendText(NET_CTS_PREPARETRAN_FILE, EncodeBody(SUploadStart{whole, name})))
+    return ERROR_CODE_CLIENT_SENDCMD;
   if (m_evReply->Wait(kPrepareWaitMs) == kWaitTimeout) return ERROR_CODE_WAIT_SERVERRESPOND;
   return m_nErrorCode;
 }

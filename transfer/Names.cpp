@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "protocol/Messages.h"
+
 namespace {
 
 constexpr std::size_t kLongestFileName = 255;
@@ -76,5 +78,5 @@ std::string PartName(const std::string& fileName, std::int64_t wholeSize) {
 }
 
 bool IsAskable(const std::string& name) {
-  return name.find('|') == std::string::npos;
+  return name.find(kNameEnd) == std::string::npos;
 }
