@@ -11,7 +11,6 @@
 #include "client/KQFileTransServiceClient.h"
 #include "client/TransferRun.h"
 #include "net/LinkInfo.h"
-#include "platform/ByteOrder.h"
 #include "platform/ExpertUtils.h"
 #include "platform/HardWareCommon.h"
 #include "platform/KQEvent.h"
@@ -19,8 +18,8 @@
 #include "platform/KQPlatForm.h"
 #include "platform/System.h"
 #include "platform/TimeConvert.h"
-#include "protocol/DataPacket.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
 
@@ -55,7 +54,7 @@ int CKQFileTransServiceClient::StartDownload(int result) {
     return result;
   }
   std::string names;
-  for (const Channel_Key_Value& rec : CopyRecords()) names += rec.m_strName + "|";
+  for (const Channel_Key_Value& rec : CopyRecords()) AddName(names, rec.m_strName);
   SendText(NET_CTS_REQUEST_SERVERFILESIZE, names);
   if (m_evReply->Wait(kSizeWaitMs) == kWaitTimeout) {
     m_nTransState = PROCESS_TYPE_NONE;
@@ -145,13 +144,10 @@ bool CKQFileTransServiceClient::OpenTarget(const std::string& local) {
 
 // Data may arrive before the answer: everything it needs is set up by now.
 bool CKQFileTransServiceClient::RequestFile(Channel_Key_Value& rec, std::int64_t have) {
-  std::string body(kPositionBytes, '\0');
-  WriteInt64(body.data(), have);
-  body += rec.m_strName;
   m_nServerErrorCode = RESULT_OK;
   m_nErrorCode = RESULT_OK;
   m_evReply->ResetKQEvent();
-  if (!SendText(NET_CTS_PREPARETRANS_FILE, body)) {
+  if (!SendText(NET_CTS_PREPARETRANS_FILE, EncodeBody(SDownloadStart{have, rec.m_strName}))) {
     return RefuseFile(rec, ERROR_CODE_CLIENT_SENDFILECMD, " ERROR_CODE_CLIENT_SENDFILECMD \n");
   }
   if (m_evReply->Wait(kRequestWaitMs) == kWaitTimeout) {

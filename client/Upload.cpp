@@ -5,7 +5,6 @@
 // its end. The first file that fails ends the upload.
 
 #include <algorithm>
-#include <array>
 #include <memory>
 #include <utility>
 
@@ -19,7 +18,9 @@
 #include "platform/KQFile.h"
 #include "platform/System.h"
 #include "protocol/DataBlock.h"
+#include "protocol/MeasurementFiles.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
 
@@ -28,14 +29,6 @@ namespace {
 constexpr int kPrepareWaitMs = 10000;
 constexpr int kFileEndWaitMs = 30000;
 constexpr std::size_t kMaxNameBytes = 1023;
-
-bool IsMeasurementFile(const std::string& path) {
-  static constexpr std::array kExtensions = {"tm",  "can",       "gps", "rs422",
-                                             "out", "vibstrain", "jump"};
-  std::string extension = EU::CExpertUtils::PickFileExt(path);
-  EU::CExpertUtils::ToLower(extension);
-  return std::find(kExtensions.begin(), kExtensions.end(), extension) != kExtensions.end();
-}
 
 void MakeReady(std::vector<Channel_Key_Value>& records) {
   for (Channel_Key_Value& rec : records) {
@@ -161,9 +154,9 @@ int CKQFileTransServiceClient::PrepareTransFile(const std::string& name, bool wh
   m_nBufReleased = 0;
   if (name.size() > kMaxNameBytes) return ERROR_CODE_CLIENT_SENDCMD;
 
-  const std::string body = std::string(1, whole ? '\1' : '\0') + name;
   m_evReply->ResetKQEvent();
-  if (!SendText(NET_CTS_PREPARETRAN_FILE, body)) return ERROR_CODE_CLIENT_SENDCMD;
+  if (!SendText(NET_CTS_PREPARETRAN_FILE, EncodeBody(SUploadStart{whole, name})))
+    return ERROR_CODE_CLIENT_SENDCMD;
   if (m_evReply->Wait(kPrepareWaitMs) == kWaitTimeout) return ERROR_CODE_WAIT_SERVERRESPOND;
   return m_nErrorCode;
 }

@@ -67,7 +67,6 @@ CTransClient::~CTransClient() {
 }
 
 bool CTransClient::DealNetMsg(unsigned int, int, int msgType, int nLength, const char* data, int) {
-  if (msgType < NET_CTS_PREPARETRAN_FILE || msgType > NET_CTS_GETPRJFILELIST) return true;
   if (nLength < 0) return true;
   try {
     Dispatch(msgType, nLength, data);
@@ -104,7 +103,7 @@ void CTransClient::Dispatch(int msgType, int nLength, const char* data) {
     case NET_CTS_GETPRJFILELIST:
       return AnswerProjectFileList(nLength, data);
     default:
-      return;  // what only the server sends
+      return;  // what only the server sends, or nobody
   }
 }
 

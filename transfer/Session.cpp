@@ -9,12 +9,12 @@
 
 #include "net/IOCPBuffer.h"
 #include "net/NetWorkManageEx.h"
-#include "platform/ByteOrder.h"
 #include "platform/KQEvent.h"
 #include "platform/KQFile.h"
 #include "platform/System.h"
 #include "protocol/DataPacket.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 
 namespace {
@@ -25,8 +25,6 @@ constexpr std::chrono::milliseconds kConfirmation(200);
 constexpr int kFileEndWaitMs = 30000;
 constexpr int kSizeWaitMs = 30000;
 constexpr std::size_t kSizeWindow = 64;  // questions on their way at a time
-constexpr std::size_t kResultBytes = 4;
-constexpr int kTotalSizeBytes = 8;
 
 // The second of three fields is not empty.
 bool NamesRanges(const std::string& text) {
@@ -130,7 +128,8 @@ int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::i
     lock.unlock();
     bool sent = true;
     for (; sent && asked < std::min(names.size(), before + kSizeWindow); ++asked) {
-      const std::string body = names[asked] + "|";
+      std::string body;
+      AddName(body, names[asked]);
       sent =
           SendMessage(NET_CTS_REQUEST_SERVERFILESIZE, body.data(), static_cast<int>(body.size()));
     }
@@ -182,11 +181,9 @@ int CSession::AskLostInfo(const std::string& name, SLostInfo& info) {
 }
 
 int CSession::ReportFilled(int index, const FILEDATAPOS& range) {
-  char body[4 + 8 + 8];
-  WriteInt32(body, index);
-  WriteInt64(body + 4, range.llPos + range.llLen);
-  WriteInt64(body + 12, 0);
-  const int result = SendAndWaitPre(NET_CTS_CHANGELOSTINFO, body, sizeof(body));
+  const std::string body = EncodeBody(SChangedRange{index, range.llPos + range.llLen, 0});
+  const int result =
+      SendAndWaitPre(NET_CTS_CHANGELOSTINFO, body.data(), static_cast<int>(body.size()));
   return result == ERROR_CODE_WAIT_SERVERRESPOND ? result : Checked(RESULT_OK);
 }
 
@@ -261,19 +258,21 @@ std::vector<int> CSession::Statuses() {
 bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, const char* pData,
                           int extra) {
   std::string lostInfo;
-  if (nMsgType == NET_CTS_GETLOSTINFO && nLength >= static_cast<int>(kResultBytes)) {
-    lostInfo.assign(pData, static_cast<std::size_t>(nLength));
-    if (!TakeLostInfo(lostInfo)) return true;
+  if (const auto answer = DecodeBody<SLostRanges>(pData, nLength);
+      nMsgType == NET_CTS_GETLOSTINFO && answer) {
+    if (!TakeLostInfo(*answer, lostInfo)) return true;
     pData = lostInfo.data();
     nLength = static_cast<int>(lostInfo.size());
   }
   CKQFileTransServiceClient::DealNetMsg(ip, port, nMsgType, nLength, pData, extra);
   switch (nMsgType) {
     case NET_STC_TRANSFILEDATA:
-      m_llMoved += std::max(nLength - kPositionBytes, 0);
+      if (const auto piece = DecodeBody<SFileData>(pData, nLength)) {
+        m_llMoved += static_cast<std::int64_t>(piece->m_strData.size());
+      }
       break;
     case NET_CTS_REQUEST_SERVERFILESIZE:
-      if (nLength >= kTotalSizeBytes) KeepSize(ReadInt64(pData));
+      if (const auto total = DecodeBody<STotalSize>(pData, nLength)) KeepSize(total->m_llBytes);
       break;
     case NET_COMMAND_DISCONNECT:
       ReleaseWaiting();
@@ -284,23 +283,24 @@ bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, 
   return true;
 }
 
-// Puts the answer that the worker is to go by in the place of the server's.
+// Makes the body that the worker is to go by, in the place of the server's.
 // False when a stop is under way: ranges that become known now would be begun
 // and stopped in the middle.
-bool CSession::TakeLostInfo(std::string& body) {
+bool CSession::TakeLostInfo(SLostRanges answer, std::string& body) {
   const std::lock_guard guard(m_mutex);
-  m_strLostText = body.substr(kResultBytes);
+  m_strLostText = answer.m_strText;
+  SLostAnswer expected;
   if (!m_answers.empty()) {
-    const SLostAnswer answer = std::move(m_answers.front());
+    expected = std::move(m_answers.front());
     m_answers.pop_front();
-    if (m_strLostText == answer.m_strSeen) {
-      body.replace(kResultBytes, std::string::npos, answer.m_strTold);
+    if (m_strLostText == expected.m_strSeen) {
+      answer.m_strText = expected.m_strTold;
     } else if (NamesRanges(m_strLostText)) {
-      body.resize(kResultBytes);
-      WriteInt32(body.data(), ERROR_CODE_TRANS_BUSY);
+      answer = {ERROR_CODE_TRANS_BUSY, ""};
     }
   }
-  if (body.size() == kResultBytes) return true;
+  body = EncodeBody(answer);
+  if (answer.m_strText.empty()) return true;
   m_bLostRanges = !m_bStopping;
   return m_bLostRanges;
 }
@@ -321,9 +321,12 @@ void CSession::ReleaseWaiting() {
 }
 
 bool CSession::ReleaseIOCPBuffer(CIOCPBuffer* p) {
-  if (p != nullptr && p->m_nBufSize == kSendBufferBytes &&
-      ReadInt64(p->m_pBuf + kPackHeadBytes) >= 0) {  // not the courteous byte
-    m_llMoved += p->m_nDataLen - kDataOffset;
+  if (p != nullptr && p->m_nBufSize == kSendBufferBytes) {
+    const auto piece =
+        DecodeBody<SFileData>(p->m_pBuf + kPackHeadBytes, p->m_nDataLen - kPackHeadBytes);
+    if (piece && piece->m_llPosition >= 0) {  // not the courteous byte
+      m_llMoved += static_cast<std::int64_t>(piece->m_strData.size());
+    }
   }
   return CKQFileTransServiceClient::ReleaseIOCPBuffer(p);
 }

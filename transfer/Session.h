@@ -10,6 +10,8 @@
 #include "client/KQFileTransServiceVisitor.h"
 #include "transfer/ProjectClient.h"
 
+struct SLostRanges;
+
 /// What the server knows to be missing of a measurement file.
 struct SLostInfo {
   std::string m_strText;  ///< the answer itself
@@ -115,7 +117,7 @@ class CSession : public CKQFileTransServiceVisitor {
  private:
   int Checked(int result) const;
   bool StopConfirmed();
-  bool TakeLostInfo(std::string& body);
+  bool TakeLostInfo(SLostRanges answer, std::string& body);
   void KeepSize(std::int64_t size);
   void ReleaseWaiting();
 

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "protocol/MeasurementFiles.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/CancelToken.h"
 #include "transfer/Names.h"
@@ -133,7 +134,7 @@ void CUpload::AskForRanges(Batch& batch) {
   std::vector<std::string> names;
   for (const STransferItem* item : batch) {
     if (IsResumable(*item) && IsAskable(item->m_strServer)) {
-      names.push_back(SideFileName(item->m_strServer));
+      names.push_back(SideFileName(item->m_strServer, kRangesExtension));
     }
   }
   std::vector<std::int64_t> sizes;

@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   bool lost = false;  // a chunk; nothing is stored behind it
   for (CFuzzInput input(data, size); !input.AtEnd();) {
     const unsigned choice = input.TakeByte();
-    const int code = choice < 2 ? static_cast<int>(choice) : 2499 + static_cast<int>(choice % 18);
+    const int code = choice < 2 ? static_cast<int>(choice) : AnyCode(choice);
     std::string body = input.TakeText();
     if (code == NET_STC_TRANSFILEDATA && body.size() >= 8) {
       // The sign and 19 bits of the position, so that the file stays small.
