@@ -29,7 +29,7 @@
   X(NET_CTS_DELETEPRJ, 2513, kClient, true, "delete a project")                       \
   X(NET_CTS_GETPRJFILELIST, 2514, kClient, true, "ask for the files of a project")
 
-#define KQFT_MESSAGE_CODE(name, code, sender, answered, meaning) constexpr int name = code;
+#define KQFT_MESSAGE_CODE(name, code, sender, answered, meaning) constexpr int name = (code);
 KQFT_MESSAGES(KQFT_MESSAGE_CODE)
 #undef KQFT_MESSAGE_CODE
 
@@ -45,7 +45,7 @@ struct SMessage {
 
 /// All messages, in the order of their codes, which follow each other.
 #define KQFT_MESSAGE_ENTRY(name, code, sender, answered, meaning) \
-  {code, #name, ESender::sender, answered},
+  {(code), #name, ESender::sender, (answered)},
 constexpr SMessage kMessages[] = {KQFT_MESSAGES(KQFT_MESSAGE_ENTRY)};
 #undef KQFT_MESSAGE_ENTRY
 
