@@ -2,7 +2,8 @@
 
 /// Results of operations, equal on both sides because answers carry them.
 /// 1 is the only success; 0 and everything negative is a failure. The gaps in
-/// the numbering stay. One list yields names, values and explanations.
+/// the numbering stay; -100 is told by the programs only. One list yields names, values and
+/// explanations.
 ///
 /// X(name, value, meaning)
 #define KQFT_RESULT_CODES(X)                                                               \
@@ -39,7 +40,8 @@
   X(ERROR_CODE_CLIENT_READ, -34, "the local file is shorter than expected")                \
   X(ERROR_CODE_GETLOSTINFO, -35, "the missing ranges could not be fetched")                \
   X(ERROR_CODE_LOSTINFO_CONTENT, -36, "the list of missing ranges is malformed")           \
-  X(ERROR_CODE_CLIENT_DISKSPACE, -37, "not enough free disk space")
+  X(ERROR_CODE_CLIENT_DISKSPACE, -37, "not enough free disk space")                        \
+  X(ERROR_CODE_REQUEST_UNKNOWN, -100, "the server does not know this request: it may be older")
 
 enum EResultCode : int {
 #define KQFT_RESULT_ENUMERATOR(name, value, meaning) name = (value),
