@@ -8,6 +8,7 @@
 #include <memory>
 #include <utility>
 
+#include "client/ClientState.h"
 #include "client/KQFileTransServiceClient.h"
 #include "client/TransferRun.h"
 #include "net/LinkInfo.h"
@@ -63,7 +64,7 @@ int CKQFileTransServiceClient::StartDownload(int result) {
   // The state stays "downloading" here, unlike above. Kept on purpose.
   if (!HasFreeSpace()) return ERROR_CODE_CLIENT_DISKSPACE;
   if (StartWorker(&ReceiveFile)) return RESULT_OK;
-  FinishRun(m_ullRun, false);
+  FinishRun(m_pState->m_ullRun, false);
   return ERROR_CODE_CLIENT_SENDCMD;
 }
 
@@ -171,7 +172,7 @@ bool CKQFileTransServiceClient::RefuseFile(Channel_Key_Value& rec, int result,
 // an error code; that stays in m_nServerErrorCode only. Kept on purpose.
 bool CKQFileTransServiceClient::WatchFile(Channel_Key_Value& rec) {
   // A write that failed before the answer came has been overwritten by it.
-  if (m_bWriteFailed) m_nErrorCode = ERROR_CODE_CLIENT_WRITE;
+  if (m_pState->m_bWriteFailed) m_nErrorCode = ERROR_CODE_CLIENT_WRITE;
   std::int64_t since = CTimeConvert::GetCurTime();
   std::int64_t last = m_llTransBytes;
   while (!IsTransStopped()) {
@@ -185,7 +186,7 @@ bool CKQFileTransServiceClient::WatchFile(Channel_Key_Value& rec) {
       last = m_llTransBytes;
       since = now;
     }
-    const int error = m_bWriteFailed ? ERROR_CODE_CLIENT_WRITE : m_nErrorCode.Load();
+    const int error = m_pState->m_bWriteFailed ? ERROR_CODE_CLIENT_WRITE : m_nErrorCode.Load();
     if (error != RESULT_OK) {
       rec.m_nStatus = error;
       return false;

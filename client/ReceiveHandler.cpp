@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "client/ClientState.h"
 #include "client/KQFileTransServiceClient.h"
 #include "platform/KQEvent.h"
 #include "platform/KQFile.h"
@@ -119,7 +120,7 @@ void CKQFileTransServiceClient::OnFileData(int length, const char* body) {
   if (m_bStop || m_bStopReceive || !piece) return;
   if (piece->m_llPosition < 0) {
     // The text says the opposite of what happened; kept on purpose.
-    m_llLostPos = 0;  // nobody knows where it belongs
+    m_pState->m_llLostPos = 0;  // nobody knows where it belongs
     ReportWriteFailure("DealNetMsg NET_STC_TRANSFILEDATA llFilePos >= 0 \n");
     return;
   }
@@ -140,17 +141,17 @@ void CKQFileTransServiceClient::OnFileData(int length, const char* body) {
 // Nothing is stored behind a chunk that was lost, until it comes again: the
 // next download goes on where the file ends.
 bool CKQFileTransServiceClient::StoreChunk(std::int64_t position, const char* data, int bytes) {
-  const std::int64_t lost = m_llLostPos;
+  const std::int64_t lost = m_pState->m_llLostPos;
   if (position <= lost && m_pFile->WriteEx(position, data, bytes)) {
-    if (lost != INT64_MAX) m_llLostPos = std::max(lost, position + bytes);
+    if (lost != INT64_MAX) m_pState->m_llLostPos = std::max(lost, position + bytes);
     return true;
   }
-  m_llLostPos = std::min(lost, position);
+  m_pState->m_llLostPos = std::min(lost, position);
   return false;
 }
 
 void CKQFileTransServiceClient::ReportWriteFailure(const char* message) {
-  m_bWriteFailed = true;
+  m_pState->m_bWriteFailed = true;
   m_nErrorCode = ERROR_CODE_CLIENT_WRITE;
   WriteLog(message);
 }

@@ -8,6 +8,7 @@
 #include <memory>
 #include <utility>
 
+#include "client/ClientState.h"
 #include "client/KQFileTransServiceClient.h"
 #include "client/PositionMath.h"
 #include "client/TransferRun.h"
@@ -62,7 +63,7 @@ int CKQFileTransServiceClient::StartUpload(int result) {
   for (const Channel_Key_Value& rec : CopyRecords()) total += FileBytes(rec.m_strPath);
   m_TotalTransBytes = total;
   if (StartWorker(&SendFile)) return RESULT_OK;
-  FinishRun(m_ullRun, true);
+  FinishRun(m_pState->m_ullRun, true);
   return ERROR_CODE_CLIENT_SENDCMD;
 }
 

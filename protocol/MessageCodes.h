@@ -29,9 +29,11 @@
   X(NET_CTS_DELETEPRJ, 2513, kClient, true, "delete a project")                       \
   X(NET_CTS_GETPRJFILELIST, 2514, kClient, true, "ask for the files of a project")
 
-#define KQFT_MESSAGE_CODE(name, code, sender, answered, meaning) constexpr int name = (code);
-KQFT_MESSAGES(KQFT_MESSAGE_CODE)
+enum EMessageCode : int {
+#define KQFT_MESSAGE_CODE(name, code, sender, answered, meaning) name = (code),
+  KQFT_MESSAGES(KQFT_MESSAGE_CODE)
 #undef KQFT_MESSAGE_CODE
+};
 
 enum class ESender { kClient, kServer };
 

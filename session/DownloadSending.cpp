@@ -16,12 +16,12 @@
 #include "platform/HardWareCommon.h"
 #include "platform/KQFile.h"
 #include "platform/KQThread.h"
-#include "platform/ThreadGate.h"
 #include "protocol/DataBlock.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
+#include "session/SessionState.h"
 #include "session/TransClient.h"
 
 namespace {
@@ -32,7 +32,7 @@ constexpr int kRoomWaitMs = 50;  // how late a sender that waits for room notice
 
 struct CTransClient::SSendRun {
   CTransClient* m_pSession = nullptr;
-  std::shared_ptr<CThreadGate> m_pGate;
+  std::shared_ptr<SState> m_pState;  // the session's
   std::uint64_t m_ullLinkEpoch = 0;
   std::uint64_t m_ullRun = 0;
   int m_nLinkPort = 0;
@@ -103,25 +103,25 @@ int CTransClient::PrepareDownFileData(unsigned int nLength, const char* data) {
 bool CTransClient::StartSender(KQLonglong position, const std::string& path) {
   auto run = std::make_unique<SSendRun>();
   run->m_pSession = this;
-  run->m_pGate = m_pSenderGate;
+  run->m_pState = m_pState;
   run->m_nLinkPort = m_nLinkPort;
   if (m_pTransNet != nullptr) run->m_pLink = m_pTransNet->GetLinkInfo(m_nLinkIP, run->m_nLinkPort);
   run->m_pFile = m_pTransFile->GetHandle();
   run->m_strPath = path;
   run->m_llPosition = position;
   {
-    const std::lock_guard<std::mutex> lock(m_runMutex);
-    run->m_ullLinkEpoch = m_ullLinkEpoch;
-    run->m_ullRun = ++m_ullRun;
+    const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
+    run->m_ullLinkEpoch = m_pState->m_ullLinkEpoch;
+    run->m_ullRun = ++m_pState->m_ullRun;
     m_nTransType = PROCESS_TYPE_CLIENT_DOWNDATA;
   }
-  m_pSenderGate->Enter();
+  m_pState->m_senderGate.Enter();
   CKQThread thread;
   if (thread.CreateKQThread(SendFileThread, run.get())) {
     static_cast<void>(run.release());  // the thread's from here on
     return true;
   }
-  m_pSenderGate->Leave();
+  m_pState->m_senderGate.Leave();
   m_pTransFile->Close();
   m_nTransType = PROCESS_TYPE_NONE;
   return false;
@@ -129,14 +129,14 @@ bool CTransClient::StartSender(KQLonglong position, const std::string& path) {
 
 void* CTransClient::SendFileThread(void* run) {
   std::unique_ptr<SSendRun> own(static_cast<SSendRun*>(run));
-  const std::shared_ptr<CThreadGate> gate = own->m_pGate;
+  const std::shared_ptr<SState> state = own->m_pState;
   try {
     own->m_pSession->SendFileToClient(*own);
   } catch (...) {
     // Out of memory at the very end: the client runs into its time-out.
   }
   own.reset();
-  gate->Leave();
+  state->m_senderGate.Leave();
   return nullptr;
 }
 
@@ -196,8 +196,8 @@ bool CTransClient::WaitForRoom(ILinkInfo& link, const SSendRun& run) const {
 
 // True once the session serves another link than the one of the run.
 bool CTransClient::IsStale(const SSendRun& run) const {
-  const std::lock_guard<std::mutex> lock(m_runMutex);
-  return run.m_ullLinkEpoch != m_ullLinkEpoch;
+  const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
+  return run.m_ullLinkEpoch != m_pState->m_ullLinkEpoch;
 }
 
 void CTransClient::FinishRun(const SSendRun& run, int end) {
@@ -206,8 +206,8 @@ void CTransClient::FinishRun(const SSendRun& run, int end) {
   const std::string body = EncodeBody(SResult{end});
   SendToRun(run, NET_STC_TRANSFILEDATA_END, body.data(), static_cast<int>(body.size()));
   if (m_bStopTrans) SendToRun(run, NET_CTS_TRANS_STOP, nullptr, 0);
-  const std::lock_guard<std::mutex> lock(m_runMutex);
-  if (run.m_ullLinkEpoch == m_ullLinkEpoch && run.m_ullRun == m_ullRun) {
+  const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
+  if (run.m_ullLinkEpoch == m_pState->m_ullLinkEpoch && run.m_ullRun == m_pState->m_ullRun) {
     m_nTransType = PROCESS_TYPE_NONE;
   }
 }

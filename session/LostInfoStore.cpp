@@ -13,6 +13,7 @@
 #include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
+#include "session/SessionState.h"
 #include "session/TransClient.h"
 
 namespace {
@@ -148,7 +149,7 @@ int CTransClient::DealUpdateLostInfo(unsigned int nLength, const char* data) {
 int CTransClient::UpdateLostInfo(int index, KQLonglong a, KQLonglong b) {
   try {
     // What was resent must lie on the disk before the record of it shrinks.
-    if (!m_durable.EndPending()) return ERROR_CODE_LOSTINFO_ACCESS;
+    if (!m_pState->m_durable.EndPending()) return ERROR_CODE_LOSTINFO_ACCESS;
     return RewriteRange(m_strLostInfoPath, index, a, b);
   } catch (...) {
     return ERROR_CODE_LOSTINFO_ACCESS;

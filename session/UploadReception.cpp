@@ -17,6 +17,7 @@
 #include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
+#include "session/SessionState.h"
 #include "session/TransClient.h"
 
 namespace {
@@ -54,7 +55,7 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   WriteLog("CTransClient::PrepareReceiveData llFileLen = " +
            std::to_string(static_cast<std::int32_t>(*llFileLen)) + " \n");
   m_nLastDataError = RESULT_OK;
-  m_llLostPos = INT64_MAX;
+  m_pState->m_llLostPos = INT64_MAX;
 
   int newEntries = 0;
   if (!OpenTarget(path, create, durable ? &newEntries : nullptr)) {
@@ -62,8 +63,8 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
     return CREATE_FILE_ERROR;
   }
   if (const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle(); durable && file) {
-    m_durable.Begin(*file, path, newEntries, create ? -1 : *llFileLen);
-    if (m_durable.IsShortened()) m_llLostPos = *llFileLen;
+    m_pState->m_durable.Begin(*file, path, newEntries, create ? -1 : *llFileLen);
+    if (m_pState->m_durable.IsShortened()) m_pState->m_llLostPos = *llFileLen;
   }
   m_nTransType = PROCESS_TYPE_CLIENT_UPDATA;
   return RESULT_OK;
@@ -110,10 +111,10 @@ int CTransClient::CheckReceiving() {
 
 bool CTransClient::StoreChunk(KQLonglong position, const char* data, int nLength) {
   if (WriteDurably(position, data, nLength)) {
-    m_llLostPos = std::max(m_llLostPos, position + nLength);
+    m_pState->m_llLostPos = std::max(m_pState->m_llLostPos, position + nLength);
     return true;
   }
-  if (position >= 0) m_llLostPos = std::min(m_llLostPos, position);
+  if (position >= 0) m_pState->m_llLostPos = std::min(m_pState->m_llLostPos, position);
   return false;
 }
 
@@ -121,10 +122,10 @@ bool CTransClient::StoreChunk(KQLonglong position, const char* data, int nLength
 bool CTransClient::WriteDurably(KQLonglong position, const char* data, int nLength) {
   const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle();
   if (file == nullptr) return false;
-  if (position >= 0) m_durable.BeforeWrite(*file);
+  if (position >= 0) m_pState->m_durable.BeforeWrite(*file);
   if (!file->WriteAt(position, data, nLength)) return false;
-  if (m_durable.Wrote(*file, position, nLength)) return true;
-  m_llLostPos = std::min(m_llLostPos, m_durable.SafeBytes());
+  if (m_pState->m_durable.Wrote(*file, position, nLength)) return true;
+  m_pState->m_llLostPos = std::min(m_pState->m_llLostPos, m_pState->m_durable.SafeBytes());
   return false;
 }
 
@@ -135,7 +136,7 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
   if (!piece) return ERROR_CODE_SERVER_WRITE;
   // Nothing is stored behind what was lost until that has arrived: the next
   // upload goes on where the file ends and takes all before it for stored.
-  if (piece->m_llPosition > m_llLostPos) {
+  if (piece->m_llPosition > m_pState->m_llLostPos) {
     LogWriteFailure();
     return ERROR_CODE_SERVER_WRITE;
   }
@@ -182,7 +183,7 @@ void CTransClient::AnswerEndOfFile() {
 
 void CTransClient::FlushReceived() {
   const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle();
-  if (file != nullptr ? m_durable.End(*file) : m_durable.EndPending()) return;
+  if (file != nullptr ? m_pState->m_durable.End(*file) : m_pState->m_durable.EndPending()) return;
   LogWriteFailure();
   AnnounceFailure(ERROR_CODE_SERVER_WRITE);
 }

@@ -73,6 +73,8 @@ CSession::~CSession() {
 int CSession::Open() {
   {
     const std::lock_guard guard(m_mutex);
+    m_setAnswered.clear();
+    m_setUnknown.clear();
     m_bLostRanges = false;
     m_bStopping = false;
   }
@@ -94,13 +96,13 @@ int CSession::Reopen() {
 }
 
 int CSession::AskDirectory(std::string& directory) {
-  return Checked(GetPrjDir(directory));
+  return Request(NET_CTS_GETPRJDIR, [&] { return GetPrjDir(directory); });
 }
 
 int CSession::AskProjects(std::vector<Channel_Key_Value>& projects) {
   const CWaitNotice notice(m_observer, "waiting for the list of projects");
   std::string xml;
-  const int result = Checked(GetServerPrjList(xml));
+  const int result = Request(NET_CTS_GETPRJLIST, [&] { return GetServerPrjList(xml); });
   if (result == RESULT_OK) Channel_Key_Value::ConvertXMLToValue(xml, projects);
   return result;
 }
@@ -108,17 +110,24 @@ int CSession::AskProjects(std::vector<Channel_Key_Value>& projects) {
 int CSession::AskFiles(const std::string& project, std::vector<Channel_Key_Value>& files) {
   const CWaitNotice notice(m_observer, "waiting for the list of files");
   std::string xml;
-  const int result = Checked(GetServerPrjFileList(project, xml));
+  const int result =
+      Request(NET_CTS_GETPRJFILELIST, [&] { return GetServerPrjFileList(project, xml); });
   if (result == RESULT_OK) Channel_Key_Value::ConvertXMLToValue(xml, files);
   return result;
 }
 
 int CSession::Delete(const std::string& project) {
   const CWaitNotice notice(m_observer, "waiting for the server to delete the project");
-  return Checked(DeleteServerPrj(project));
+  return Request(NET_CTS_DELETEPRJ, [&] { return DeleteServerPrj(project); });
 }
 
 int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes) {
+  sizes.clear();
+  if (names.empty()) return RESULT_OK;
+  return Request(NET_CTS_REQUEST_SERVERFILESIZE, [&] { return AskAllSizes(names, sizes); });
+}
+
+int CSession::AskAllSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes) {
   std::unique_lock lock(m_mutex);
   m_vecSizes.clear();
   m_nAsked = names.size();
@@ -148,7 +157,8 @@ int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::i
 }
 
 int CSession::AskHeldSize(const std::string& name, std::int64_t& size) {
-  const int result = Checked(PrepareTransFile(name, false));
+  const int result =
+      Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareTransFile(name, false); });
   if (result != RESULT_OK) return result;
   size = m_llServerFilePos;
   return EndFile();
@@ -162,7 +172,8 @@ int CSession::EndFile() {
 }
 
 int CSession::EmptyFile(const std::string& name) {
-  const int result = Checked(PrepareTransFile(name, true));
+  const int result =
+      Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareTransFile(name, true); });
   return result == RESULT_OK ? EndFile() : result;
 }
 
@@ -174,7 +185,9 @@ int CSession::AskLostInfo(const std::string& name, SLostInfo& info) {
     m_strLostText.clear();
   }
   m_nErrorCode = RESULT_OK;
-  const int result = Checked(GetServerLostInfo(name, info.m_vecLost, info.m_vecBounds));
+  const int result = Request(NET_CTS_GETLOSTINFO, [&] {
+    return GetServerLostInfo(name, info.m_vecLost, info.m_vecBounds);
+  });
   const std::lock_guard guard(m_mutex);
   info.m_strText = m_strLostText;
   return result;
@@ -182,9 +195,11 @@ int CSession::AskLostInfo(const std::string& name, SLostInfo& info) {
 
 int CSession::ReportFilled(int index, const FILEDATAPOS& range) {
   const std::string body = EncodeBody(SChangedRange{index, range.llPos + range.llLen, 0});
-  const int result =
-      SendAndWaitPre(NET_CTS_CHANGELOSTINFO, body.data(), static_cast<int>(body.size()));
-  return result == ERROR_CODE_WAIT_SERVERRESPOND ? result : Checked(RESULT_OK);
+  return Request(NET_CTS_CHANGELOSTINFO, [&] {
+    const int result =
+        SendAndWaitPre(NET_CTS_CHANGELOSTINFO, body.data(), static_cast<int>(body.size()));
+    return result == ERROR_CODE_WAIT_SERVERRESPOND ? result : static_cast<int>(RESULT_OK);
+  });
 }
 
 int CSession::StartUpload(const std::vector<Channel_Key_Value>& records,
@@ -257,6 +272,10 @@ std::vector<int> CSession::Statuses() {
 
 bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, const char* pData,
                           int extra) {
+  if (nMsgType != NET_STC_TRANSFILEDATA) {
+    const std::lock_guard guard(m_mutex);
+    m_setAnswered.insert(nMsgType);
+  }
   std::string lostInfo;
   if (const auto answer = DecodeBody<SLostRanges>(pData, nLength);
       nMsgType == NET_CTS_GETLOSTINFO && answer) {
@@ -329,6 +348,41 @@ bool CSession::ReleaseIOCPBuffer(CIOCPBuffer* p) {
     }
   }
   return CKQFileTransServiceClient::ReleaseIOCPBuffer(p);
+}
+
+// Asks once; not at all what the server has passed over before.
+int CSession::Request(int code, const std::function<int()>& request) {
+  {
+    const std::lock_guard guard(m_mutex);
+    if (m_setUnknown.count(code) > 0) return kRequestUnknown;
+  }
+  const int result = Checked(request());
+  switch (result) {
+    case ERROR_CODE_TIMEOUT:
+    case ERROR_CODE_WAIT_SERVERRESPOND:
+    case ERROR_CODE_WAIT_FILESIZE:
+    case ERROR_CODE_GETLOSTINFO:
+      return IsPassedOver(code) ? kRequestUnknown : result;
+    default:
+      return result;
+  }
+}
+
+// True when a server that never answered this kind of request answers the next
+// one: a slow one would be at it still.
+bool CSession::IsPassedOver(int code) {
+  {
+    const std::lock_guard guard(m_mutex);
+    if (m_setAnswered.count(code) > 0) return false;
+    m_setAnswered.erase(NET_CTS_GETPRJDIR);
+  }
+  std::string ignored;
+  GetPrjDir(ignored);
+  m_evReply->ResetKQEvent();  // Leave is not to wait once more
+  const std::lock_guard guard(m_mutex);
+  if (m_setAnswered.count(code) > 0 || m_setAnswered.count(NET_CTS_GETPRJDIR) == 0) return false;
+  m_setUnknown.insert(code);
+  return true;
 }
 
 int CSession::Checked(int result) const {

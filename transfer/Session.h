@@ -3,7 +3,9 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -30,7 +32,9 @@ struct SLostAnswer {
 /// lost link wakes whoever waits, and a long wait is explained.
 ///
 /// Results are the library's: 1, or a negative code; -14 also when the link
-/// went while an answer was awaited.
+/// went while an answer was awaited; -100 when the server does not know a
+/// question. It handles those of one link in order: one that it passed over
+/// and never answered on this link gets no answer later, and is not asked again.
 ///
 /// Threads: one thread uses it; the network layer calls the overrides.
 class CSession : public CKQFileTransServiceVisitor {
@@ -116,6 +120,9 @@ class CSession : public CKQFileTransServiceVisitor {
 
  private:
   int Checked(int result) const;
+  int Request(int code, const std::function<int()>& request);
+  bool IsPassedOver(int code);
+  int AskAllSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes);
   bool StopConfirmed();
   bool TakeLostInfo(SLostRanges answer, std::string& body);
   void KeepSize(std::int64_t size);
@@ -128,6 +135,8 @@ class CSession : public CKQFileTransServiceVisitor {
 
   std::mutex m_mutex;
   std::condition_variable m_changed;     // a size arrived, or the link went
+  std::set<int> m_setAnswered;           // guarded by m_mutex; kinds of messages on this link
+  std::set<int> m_setUnknown;            // guarded by m_mutex; kinds that were passed over
   bool m_bLostRanges = false;            // guarded by m_mutex; the server named some
   bool m_bStopping = false;              // guarded by m_mutex
   std::size_t m_nAsked = 0;              // guarded by m_mutex; sizes that are to come
