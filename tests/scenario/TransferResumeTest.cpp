@@ -200,7 +200,7 @@ struct CProgressWatch : ITransferObserver {
 TEST_F(TransferResume, ProgressNeverFallsBackAndACancelledPutGoesOn) {
   const std::map<std::string, std::string> files = {{"P/a.dat", PatternBytes(2 * kMiB)},
                                                     {"P/b.dat", PatternBytes(4 * kMiB, 2)},
-                                                    {"P/z.tm", PatternBytes(64 * kMiB, 3)}};
+                                                    {"P/z.tm", PatternBytes(16 * kMiB, 3)}};
   for (const auto& [name, content] : files) WriteWholeFile(m_local / name, content);
   CScopedSockets sockets;
   sockets.Follow({3 * kMiB});  // cut in the second file, which is sent again
