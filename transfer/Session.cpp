@@ -95,6 +95,24 @@ int CSession::Reopen() {
   return Open();
 }
 
+// Asks once; not at all what the server has passed over before.
+int CSession::Request(int code, const std::function<int()>& request) {
+  {
+    const std::lock_guard guard(m_mutex);
+    if (m_setUnknown.count(code) > 0) return kRequestUnknown;
+  }
+  const int result = Checked(request());
+  switch (result) {
+    case ERROR_CODE_TIMEOUT:
+    case ERROR_CODE_WAIT_SERVERRESPOND:
+    case ERROR_CODE_WAIT_FILESIZE:
+    case ERROR_CODE_GETLOSTINFO:
+      return IsPassedOver(code) ? kRequestUnknown : result;
+    default:
+      return result;
+  }
+}
+
 int CSession::AskDirectory(std::string& directory) {
   return Request(NET_CTS_GETPRJDIR, [&] { return GetPrjDir(directory); });
 }
@@ -348,24 +366,6 @@ bool CSession::ReleaseIOCPBuffer(CIOCPBuffer* p) {
     }
   }
   return CKQFileTransServiceClient::ReleaseIOCPBuffer(p);
-}
-
-// Asks once; not at all what the server has passed over before.
-int CSession::Request(int code, const std::function<int()>& request) {
-  {
-    const std::lock_guard guard(m_mutex);
-    if (m_setUnknown.count(code) > 0) return kRequestUnknown;
-  }
-  const int result = Checked(request());
-  switch (result) {
-    case ERROR_CODE_TIMEOUT:
-    case ERROR_CODE_WAIT_SERVERRESPOND:
-    case ERROR_CODE_WAIT_FILESIZE:
-    case ERROR_CODE_GETLOSTINFO:
-      return IsPassedOver(code) ? kRequestUnknown : result;
-    default:
-      return result;
-  }
 }
 
 // True when a server that never answered this kind of request answers the next

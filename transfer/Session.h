@@ -53,6 +53,11 @@ class CSession : public CKQFileTransServiceVisitor {
   /// a request that timed out, late answers would satisfy the next ones.
   int Reopen();
 
+  /// Puts a question of the visitor's that none of the following puts, by its
+  /// code. @return its result; -14 when the link went; that it is unknown, of a
+  /// server that passes it over.
+  int Request(int code, const std::function<int()>& request);
+
   // Questions.
   int AskDirectory(std::string& directory);
   int AskProjects(std::vector<Channel_Key_Value>& projects);
@@ -120,7 +125,6 @@ class CSession : public CKQFileTransServiceVisitor {
 
  private:
   int Checked(int result) const;
-  int Request(int code, const std::function<int()>& request);
   bool IsPassedOver(int code);
   int AskAllSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes);
   bool StopConfirmed();
