@@ -17,7 +17,7 @@ namespace {
 std::string Confined(int code, std::string body, const std::string& root) {
   if (code == NET_CTS_TRANSFILEDATA && body.size() >= 8) {
     const auto low = static_cast<unsigned char>(body[0]) | static_cast<unsigned char>(body[1]) << 8;
-    body.replace(0, 8, Int64((body[2] < 0 ? -8 : 8) * low));
+    body.replace(0, 8, Int64((body[2] < 0 ? -8LL : 8LL) * low));
   }
   for (std::size_t at = 0; (at = body.find('~', at)) != std::string::npos; at += root.size()) {
     body.replace(at, 1, root);
