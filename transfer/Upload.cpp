@@ -40,6 +40,11 @@ bool AnyRecordingOf(const STransferItem& side, const std::vector<STransferItem>&
   });
 }
 
+void CutTo(std::vector<STransferItem*>& batch, std::size_t count) {
+  if (batch.size() > count)
+    batch.erase(batch.begin() + static_cast<std::ptrdiff_t>(count), batch.end());
+}
+
 void Judge(STransferItem& item, std::int64_t missing, const std::string& why) {
   item.m_bDone = missing == 0 && why.empty();
   if (item.m_bDone) return;
@@ -119,12 +124,12 @@ int CUpload::Verify(const Batch& ended) {
 // The library tells the server to empty a file before it opens its own.
 void CUpload::OpenFiles(Batch& batch) {
   m_vecOpen.clear();
-  if (batch.size() > kMostOpen) batch.resize(kMostOpen);
+  CutTo(batch, kMostOpen);
   for (std::size_t i = 0; i < batch.size(); ++i) {
     m_vecOpen.push_back(std::make_unique<CKQFile>());
     if (m_vecOpen.back()->KQOpen(batch[i]->m_strLocal, "rb")) continue;
     if (i == 0) Fail(*batch[0], ERROR_CODE_CLIENT_OPENFILE);
-    batch.resize(i);
+    CutTo(batch, i);
   }
 }
 
@@ -147,8 +152,8 @@ void CUpload::AskForRanges(Batch& batch) {
     if (!IsResumable(*batch[i])) continue;
     SRecording recording;
     const bool hasSide = !IsAskable(batch[i]->m_strServer) || *size++ != 0;
-    if (hasSide && !CanGoOn(*batch[i], i == 0, recording)) return batch.resize(i);
-    if (recording.m_bWhole && i == 0 && batch.size() > 1) batch.resize(1);
+    if (hasSide && !CanGoOn(*batch[i], i == 0, recording)) return CutTo(batch, i);
+    if (recording.m_bWhole && i == 0 && batch.size() > 1) CutTo(batch, 1);
     m_answers.push_back(recording.m_answer);
   }
 }
