@@ -9,6 +9,7 @@
 
 #include "net/IOCPBuffer.h"
 #include "net/NetWorkManageEx.h"
+#include "net/Pacing.h"
 #include "platform/KQEvent.h"
 #include "platform/KQFile.h"
 #include "platform/System.h"
@@ -24,7 +25,6 @@ constexpr int kMomentMs = 5;
 constexpr std::chrono::milliseconds kConfirmation(200);
 constexpr int kFileEndWaitMs = 30000;
 constexpr int kSizeWaitMs = 30000;
-constexpr std::size_t kSizeWindow = 64;  // questions on their way at a time
 
 // The second of three fields is not empty.
 bool NamesRanges(const std::string& text) {
@@ -154,7 +154,7 @@ int CSession::AskAllSizes(const std::vector<std::string>& names, std::vector<std
     const std::size_t before = m_vecSizes.size();
     lock.unlock();
     bool sent = true;
-    for (; sent && asked < std::min(names.size(), before + kSizeWindow); ++asked) {
+    for (; sent && asked < std::min(names.size(), before + kQuestionsAtOnce); ++asked) {
       std::string body;
       AddName(body, names[asked]);
       sent =
