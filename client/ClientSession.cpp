@@ -10,6 +10,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "client/ClientState.h"
 #include "client/KQFileTransServiceClient.h"
 #include "client/TransferRun.h"
 #include "net/IOCPBuffer.h"
@@ -19,7 +20,6 @@
 #include "net/NetWorkPackHead.h"
 #include "platform/KQEvent.h"
 #include "platform/KQFile.h"
-#include "platform/ThreadGate.h"
 #include "platform/ThreadLock.h"
 #include "platform/TimeConvert.h"
 #include "protocol/DataPacket.h"
@@ -38,9 +38,7 @@ static_assert(std::is_copy_constructible_v<CKQFileTransServiceClient> &&
               std::is_copy_assignable_v<CKQFileTransServiceClient>);
 
 CKQFileTransServiceClient::CKQFileTransServiceClient()
-    : m_pNetWork(new CNetWorkManageEx),
-      m_pGate(std::make_shared<CThreadGate>()),
-      m_pRunBook(std::make_shared<SRunBook>()) {
+    : m_pNetWork(new CNetWorkManageEx), m_pState(std::make_shared<SState>()) {
   m_pNetWork->m_bConnectOnly = true;
   m_pNetWork->SetTransferType(0, false, 0);
   m_pNetBuffer = new CNetBuffer(0, 0);
@@ -66,7 +64,7 @@ CKQFileTransServiceClient::~CKQFileTransServiceClient() {
   m_evTransEnd->SetKQEvent();
   m_evFileEnd->SetKQEvent();
   m_evReply->SetKQEvent();
-  m_pGate->WaitEmpty();
+  m_pState->m_gate.WaitEmpty();
 
   delete m_pNetWork;
   delete m_pNetBuffer;
@@ -163,8 +161,8 @@ bool CKQFileTransServiceClient::SendMessage(int nMsgType, const char* pData, int
   }
   buffer->m_nDataLen = nLength + kPackHeadBytes;
   if (nMsgType == NET_CTS_PREPARETRANS_FILE) {  // another file: nothing of it is lost yet
-    m_bWriteFailed = false;
-    m_llLostPos = INT64_MAX;
+    m_pState->m_bWriteFailed = false;
+    m_pState->m_llLostPos = INT64_MAX;
   }
   return m_pNetWork->DirectSendData(link, buffer.release());
 }

@@ -8,10 +8,10 @@
 #include <memory>
 #include <utility>
 
+#include "client/ClientState.h"
 #include "client/KQFileTransServiceClient.h"
 #include "client/TransferRun.h"
 #include "net/LinkInfo.h"
-#include "platform/ByteOrder.h"
 #include "platform/ExpertUtils.h"
 #include "platform/HardWareCommon.h"
 #include "platform/KQEvent.h"
@@ -19,8 +19,8 @@
 #include "platform/KQPlatForm.h"
 #include "platform/System.h"
 #include "platform/TimeConvert.h"
-#include "protocol/DataPacket.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
 
@@ -55,7 +55,7 @@ int CKQFileTransServiceClient::StartDownload(int result) {
     return result;
   }
   std::string names;
-  for (const Channel_Key_Value& rec : CopyRecords()) names += rec.m_strName + "|";
+  for (const Channel_Key_Value& rec : CopyRecords()) AddName(names, rec.m_strName);
   SendText(NET_CTS_REQUEST_SERVERFILESIZE, names);
   if (m_evReply->Wait(kSizeWaitMs) == kWaitTimeout) {
     m_nTransState = PROCESS_TYPE_NONE;
@@ -64,7 +64,7 @@ int CKQFileTransServiceClient::StartDownload(int result) {
   // The state stays "downloading" here, unlike above. Kept on purpose.
   if (!HasFreeSpace()) return ERROR_CODE_CLIENT_DISKSPACE;
   if (StartWorker(&ReceiveFile)) return RESULT_OK;
-  FinishRun(m_ullRun, false);
+  FinishRun(m_pState->m_ullRun, false);
   return ERROR_CODE_CLIENT_SENDCMD;
 }
 
@@ -145,13 +145,10 @@ bool CKQFileTransServiceClient::OpenTarget(const std::string& local) {
 
 // Data may arrive before the answer: everything it needs is set up by now.
 bool CKQFileTransServiceClient::RequestFile(Channel_Key_Value& rec, std::int64_t have) {
-  std::string body(kPositionBytes, '\0');
-  WriteInt64(body.data(), have);
-  body += rec.m_strName;
   m_nServerErrorCode = RESULT_OK;
   m_nErrorCode = RESULT_OK;
   m_evReply->ResetKQEvent();
-  if (!SendText(NET_CTS_PREPARETRANS_FILE, body)) {
+  if (!SendText(NET_CTS_PREPARETRANS_FILE, EncodeBody(SDownloadStart{have, rec.m_strName}))) {
     return RefuseFile(rec, ERROR_CODE_CLIENT_SENDFILECMD, " ERROR_CODE_CLIENT_SENDFILECMD \n");
   }
   if (m_evReply->Wait(kRequestWaitMs) == kWaitTimeout) {
@@ -175,7 +172,7 @@ bool CKQFileTransServiceClient::RefuseFile(Channel_Key_Value& rec, int result,
 // an error code; that stays in m_nServerErrorCode only. Kept on purpose.
 bool CKQFileTransServiceClient::WatchFile(Channel_Key_Value& rec) {
   // A write that failed before the answer came has been overwritten by it.
-  if (m_bWriteFailed) m_nErrorCode = ERROR_CODE_CLIENT_WRITE;
+  if (m_pState->m_bWriteFailed) m_nErrorCode = ERROR_CODE_CLIENT_WRITE;
   std::int64_t since = CTimeConvert::GetCurTime();
   std::int64_t last = m_llTransBytes;
   while (!IsTransStopped()) {
@@ -189,7 +186,7 @@ bool CKQFileTransServiceClient::WatchFile(Channel_Key_Value& rec) {
       last = m_llTransBytes;
       since = now;
     }
-    const int error = m_bWriteFailed ? ERROR_CODE_CLIENT_WRITE : m_nErrorCode.Load();
+    const int error = m_pState->m_bWriteFailed ? ERROR_CODE_CLIENT_WRITE : m_nErrorCode.Load();
     if (error != RESULT_OK) {
       rec.m_nStatus = error;
       return false;

@@ -18,11 +18,9 @@ class CFileHandle;
 class CKQEvent;
 class CKQFile;
 class CNetWorkManageEx;
-class CThreadGate;
 class CThreadLock;
 class CTransferRun;
 class ILinkInfo;
-struct SRunBook;
 
 // <windows.h> turns SendMessage into a macro; here it is a name of ours.
 #pragma push_macro("SendMessage")
@@ -283,7 +281,7 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   // a lock; "guarded" by the lock named.
 
   CNetWorkManageEx* m_pNetWork;             ///< constant; owned
-  std::vector<Channel_Key_Value> m_vecKey;  ///< guarded by m_pRunBook; the current request
+  std::vector<Channel_Key_Value> m_vecKey;  ///< guarded by m_pState; the current request
   /// Constant, owned; each flag is a word, true while the buffer is free.
   std::map<CIOCPBuffer*, CSharedWord<bool>> m_mapBuffer;
   CSharedWord<bool> m_bInit = false;                 ///< word
@@ -379,11 +377,8 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   bool RaiseStopReceive();
   bool RaiseStop();
 
-  std::shared_ptr<CThreadGate> m_pGate;               // constant; workers leave it last
-  std::shared_ptr<SRunBook> m_pRunBook;               // constant; guards the change of runs
-  CSharedWord<std::uint64_t> m_ullRun = 0;            // word; number of the current run
-  CSharedWord<bool> m_bWriteFailed = false;           // word; received data of this file was lost
-  CSharedWord<std::int64_t> m_llLostPos = INT64_MAX;  // word; nothing behind it is stored
+  struct SState;
+  std::shared_ptr<SState> m_pState;  // constant; every further member goes there (docs/abi.md)
 };
 
 #pragma pop_macro("SendMessage")

@@ -7,23 +7,15 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "client/ClientState.h"
 #include "client/KQFileTransServiceClient.h"
-#include "platform/ByteOrder.h"
 #include "platform/KQEvent.h"
 #include "platform/KQFile.h"
 #include "platform/ThreadLock.h"
-#include "protocol/DataPacket.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
-
-namespace {
-
-constexpr int kResultBytes = 4;
-constexpr int kPrepareAnswerBytes = 12;  // int32 result, int64 size
-constexpr int kTotalSizeBytes = 8;
-
-}  // namespace
 
 bool CKQFileTransServiceClient::DealNetMsg(unsigned int, int, int nMsgType, int nLength,
                                            const char* pData, int) {
@@ -83,13 +75,12 @@ void CKQFileTransServiceClient::OnConnect() {
 }
 
 void CKQFileTransServiceClient::OnPrepareAnswer(int length, const char* body) {
-  if (length < kPrepareAnswerBytes) return;
-  const std::int32_t result = ReadInt32(body);
-  const std::int64_t held = ReadInt64(body + kResultBytes);
-  m_nErrorCode = result;
-  m_llServerFilePos = held;
-  WriteLog("NET_CTS_PREPARETRAN_FILE Rec:" + std::to_string(result) + "::" + std::to_string(held) +
-           "\n");
+  const auto answer = DecodeBody<SUploadStartAnswer>(body, length);
+  if (!answer) return;
+  m_nErrorCode = answer->m_nResult;
+  m_llServerFilePos = answer->m_llHeld;
+  WriteLog("NET_CTS_PREPARETRAN_FILE Rec:" + std::to_string(answer->m_nResult) +
+           "::" + std::to_string(answer->m_llHeld) + "\n");
   m_evReply->SetKQEvent();
 }
 
@@ -104,19 +95,20 @@ void CKQFileTransServiceClient::OnTransStopped() {
 }
 
 void CKQFileTransServiceClient::OnTotalSize(int length, const char* body) {
-  if (length < kTotalSizeBytes) return;
-  const std::int64_t total = ReadInt64(body);
-  m_TotalTransBytes = total;
+  const auto total = DecodeBody<STotalSize>(body, length);
+  if (!total) return;
+  m_TotalTransBytes = total->m_llBytes;
   WriteLog("DealNetMsg NET_CTS_REQUEST_SERVERFILESIZE m_TotalTransBytes = " +
-           std::to_string(total) + "\n");
+           std::to_string(total->m_llBytes) + "\n");
   m_evReply->SetKQEvent();
 }
 
 void CKQFileTransServiceClient::OnDownloadAnswer(int length, const char* body) {
-  if (length < kResultBytes) return;
-  const std::int32_t result = ReadInt32(body);
-  m_nErrorCode = result;
-  WriteLog("DealNetMsg NET_CTS_PREPARETRANS_FILE m_nErrorCode :" + std::to_string(result) + " \n");
+  const auto answer = DecodeBody<SResult>(body, length);
+  if (!answer) return;
+  m_nErrorCode = answer->m_nResult;
+  WriteLog("DealNetMsg NET_CTS_PREPARETRANS_FILE m_nErrorCode :" +
+           std::to_string(answer->m_nResult) + " \n");
   m_evReply->SetKQEvent();
 }
 
@@ -124,11 +116,11 @@ void CKQFileTransServiceClient::OnDownloadAnswer(int length, const char* body) {
 // first raises m_bStopReceive, then waits for m_bWriting to fall; so the
 // flags are read again after m_bWriting is up.
 void CKQFileTransServiceClient::OnFileData(int length, const char* body) {
-  if (m_bStop || m_bStopReceive || length < kPositionBytes) return;
-  const std::int64_t position = ReadInt64(body);
-  if (position < 0) {
+  const auto piece = DecodeBody<SFileData>(body, length);
+  if (m_bStop || m_bStopReceive || !piece) return;
+  if (piece->m_llPosition < 0) {
     // The text says the opposite of what happened; kept on purpose.
-    m_llLostPos = 0;  // nobody knows where it belongs
+    m_pState->m_llLostPos = 0;  // nobody knows where it belongs
     ReportWriteFailure("DealNetMsg NET_STC_TRANSFILEDATA llFilePos >= 0 \n");
     return;
   }
@@ -137,8 +129,8 @@ void CKQFileTransServiceClient::OnFileData(int length, const char* body) {
     m_bWriting = false;
     return;
   }
-  const int bytes = length - kPositionBytes;
-  if (!StoreChunk(position, body + kPositionBytes, bytes)) {
+  const auto bytes = static_cast<int>(piece->m_strData.size());
+  if (!StoreChunk(piece->m_llPosition, piece->m_strData.data(), bytes)) {
     ReportWriteFailure(
         "DealNetMsg NET_STC_TRANSFILEDATA m_nErrorCode = ERROR_CODE_CLIENT_WRITE \n");
   }
@@ -149,25 +141,25 @@ void CKQFileTransServiceClient::OnFileData(int length, const char* body) {
 // Nothing is stored behind a chunk that was lost, until it comes again: the
 // next download goes on where the file ends.
 bool CKQFileTransServiceClient::StoreChunk(std::int64_t position, const char* data, int bytes) {
-  const std::int64_t lost = m_llLostPos;
+  const std::int64_t lost = m_pState->m_llLostPos;
   if (position <= lost && m_pFile->WriteEx(position, data, bytes)) {
-    if (lost != INT64_MAX) m_llLostPos = std::max(lost, position + bytes);
+    if (lost != INT64_MAX) m_pState->m_llLostPos = std::max(lost, position + bytes);
     return true;
   }
-  m_llLostPos = std::min(lost, position);
+  m_pState->m_llLostPos = std::min(lost, position);
   return false;
 }
 
 void CKQFileTransServiceClient::ReportWriteFailure(const char* message) {
-  m_bWriteFailed = true;
+  m_pState->m_bWriteFailed = true;
   m_nErrorCode = ERROR_CODE_CLIENT_WRITE;
   WriteLog(message);
 }
 
 void CKQFileTransServiceClient::OnDownloadEnd(int length, const char* body) {
-  if (length < kResultBytes) return;
-  const std::int32_t endCode = ReadInt32(body);
-  if (endCode != RESULT_OK) m_nServerErrorCode = endCode;
+  const auto end = DecodeBody<SResult>(body, length);
+  if (!end) return;
+  if (end->m_nResult != RESULT_OK) m_nServerErrorCode = end->m_nResult;
   const std::int32_t shown = m_nServerErrorCode;
   WriteLog("DealNetMsg NET_STC_TRANSFILEDATA_END m_nServerErrorCode :" + std::to_string(shown) +
            " \n");
@@ -175,22 +167,23 @@ void CKQFileTransServiceClient::OnDownloadEnd(int length, const char* body) {
 }
 
 void CKQFileTransServiceClient::OnServerWriteError(int length, const char* body) {
-  if (length < kResultBytes) return;
-  const std::int32_t result = ReadInt32(body);
-  m_nServerErrorCode = result;
-  WriteLog("DealNetMsg NET_STC_WRITEDATA_ERROR m_nServerErrorCode :" + std::to_string(result) +
-           " \n");
+  const auto error = DecodeBody<SResult>(body, length);
+  if (!error) return;
+  m_nServerErrorCode = error->m_nResult;
+  WriteLog("DealNetMsg NET_STC_WRITEDATA_ERROR m_nServerErrorCode :" +
+           std::to_string(error->m_nResult) + " \n");
 }
 
 void CKQFileTransServiceClient::OnLostInfo(int length, const char* body) {
-  if (length < kResultBytes) return;
-  const std::int32_t result = ReadInt32(body);
-  m_nErrorCode = result;
-  if (length != kResultBytes) {
+  const auto answer = DecodeBody<SLostRanges>(body, length);
+  if (!answer) return;
+  m_nErrorCode = answer->m_nResult;
+  if (!answer->m_strText.empty()) {
     const CScopedLock lock(m_pLock);
-    m_strLostInfo.assign(body + kResultBytes, static_cast<std::size_t>(length - kResultBytes));
+    m_strLostInfo = answer->m_strText;
   }
-  WriteLog("DealNetMsg NET_CTS_GETLOSTINFO m_nErrorCode :" + std::to_string(result) + " \n");
+  WriteLog("DealNetMsg NET_CTS_GETLOSTINFO m_nErrorCode :" + std::to_string(answer->m_nResult) +
+           " \n");
   m_evReply->SetKQEvent();
 }
 
@@ -210,7 +203,8 @@ void CKQFileTransServiceClient::OnText(std::string& member, int length, const ch
 }
 
 void CKQFileTransServiceClient::OnDeleted(int length, const char* body) {
-  if (length < kResultBytes) return;
-  m_nDeleteResult = ReadInt32(body);
+  const auto answer = DecodeBody<SResult>(body, length);
+  if (!answer) return;
+  m_nDeleteResult = answer->m_nResult;
   m_evReply->SetKQEvent();
 }

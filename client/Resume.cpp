@@ -13,19 +13,19 @@
 #include "client/KQFileTransServiceClient.h"
 #include "client/PositionMath.h"
 #include "client/TransferRun.h"
-#include "platform/ByteOrder.h"
 #include "platform/ExpertUtils.h"
 #include "platform/KQEvent.h"
 #include "platform/KQFile.h"
 #include "platform/KQPlatForm.h"
 #include "platform/ThreadLock.h"
+#include "protocol/MeasurementFiles.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 
 namespace {
 
 constexpr int kReportWaitMs = 10000;
-constexpr int kReportBytes = 20;  // int32 index, int64 position, int64 length
 constexpr int kLostInfoFields = 3;
 
 int ParseInt(const std::string& text) {
@@ -38,16 +38,6 @@ std::list<std::string> Numbers(const std::string& field) {
   std::list<std::string> numbers;
   EU::CExpertUtils::BreakString(field, numbers, ",");
   return numbers;
-}
-
-// "data\Run1.TM", 2 gives "data\Run1(2).tm"; segment 0 is the file itself.
-std::string SegmentName(const std::string& name, std::size_t segment) {
-  if (segment == 0) return name;
-  std::string extension = EU::CExpertUtils::PickFileExt(name);
-  EU::CExpertUtils::ToLower(extension);
-  return EU::CExpertUtils::PickDirectory(name) +
-         EU::CExpertUtils::EreaseFileExt(EU::CExpertUtils::PickFileName(name)) + "(" +
-         std::to_string(segment) + ")." + extension;
 }
 
 // The first segment that ends behind the position. One that starts exactly on
@@ -140,12 +130,9 @@ int CKQFileTransServiceClient::SendLostRange(Channel_Key_Value& rec, int index,
 // Tells the server what is still missing of a range. The answer carries no
 // result of its own: m_nErrorCode is that of the 2500 before.
 int CKQFileTransServiceClient::ReportRange(int index, const FILEDATAPOS& range, std::int64_t done) {
-  char body[kReportBytes];
-  WriteInt32(body, index);
-  WriteInt64(body + 4, AddPositions(range.llPos, done));
-  WriteInt64(body + 12, range.llLen - done);
+  const SChangedRange left{index, AddPositions(range.llPos, done), range.llLen - done};
   m_evReply->ResetKQEvent();
-  if (!SendMessage(NET_CTS_CHANGELOSTINFO, body, kReportBytes)) return ERROR_CODE_CLIENT_SENDCMD;
+  if (!SendText(NET_CTS_CHANGELOSTINFO, EncodeBody(left))) return ERROR_CODE_CLIENT_SENDCMD;
   if (m_evReply->Wait(kReportWaitMs) == kWaitTimeout) return ERROR_CODE_WAIT_SERVERRESPOND;
   return m_nErrorCode;
 }

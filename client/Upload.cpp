@@ -5,10 +5,10 @@
 // its end. The first file that fails ends the upload.
 
 #include <algorithm>
-#include <array>
 #include <memory>
 #include <utility>
 
+#include "client/ClientState.h"
 #include "client/KQFileTransServiceClient.h"
 #include "client/PositionMath.h"
 #include "client/TransferRun.h"
@@ -19,7 +19,9 @@
 #include "platform/KQFile.h"
 #include "platform/System.h"
 #include "protocol/DataBlock.h"
+#include "protocol/MeasurementFiles.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
 
@@ -28,14 +30,6 @@ namespace {
 constexpr int kPrepareWaitMs = 10000;
 constexpr int kFileEndWaitMs = 30000;
 constexpr std::size_t kMaxNameBytes = 1023;
-
-bool IsMeasurementFile(const std::string& path) {
-  static constexpr std::array kExtensions = {"tm",  "can",       "gps", "rs422",
-                                             "out", "vibstrain", "jump"};
-  std::string extension = EU::CExpertUtils::PickFileExt(path);
-  EU::CExpertUtils::ToLower(extension);
-  return std::find(kExtensions.begin(), kExtensions.end(), extension) != kExtensions.end();
-}
 
 void MakeReady(std::vector<Channel_Key_Value>& records) {
   for (Channel_Key_Value& rec : records) {
@@ -69,7 +63,7 @@ int CKQFileTransServiceClient::StartUpload(int result) {
   for (const Channel_Key_Value& rec : CopyRecords()) total += FileBytes(rec.m_strPath);
   m_TotalTransBytes = total;
   if (StartWorker(&SendFile)) return RESULT_OK;
-  FinishRun(m_ullRun, true);
+  FinishRun(m_pState->m_ullRun, true);
   return ERROR_CODE_CLIENT_SENDCMD;
 }
 
@@ -162,9 +156,9 @@ int CKQFileTransServiceClient::PrepareTransFile(const std::string& name, bool wh
   m_nBufReleased = 0;
   if (name.size() > kMaxNameBytes) return ERROR_CODE_CLIENT_SENDCMD;
 
-  const std::string body = std::string(1, whole ? '\1' : '\0') + name;
   m_evReply->ResetKQEvent();
-  if (!SendText(NET_CTS_PREPARETRAN_FILE, body)) return ERROR_CODE_CLIENT_SENDCMD;
+  if (!SendText(NET_CTS_PREPARETRAN_FILE, EncodeBody(SUploadStart{whole, name})))
+    return ERROR_CODE_CLIENT_SENDCMD;
   if (m_evReply->Wait(kPrepareWaitMs) == kWaitTimeout) return ERROR_CODE_WAIT_SERVERRESPOND;
   return m_nErrorCode;
 }

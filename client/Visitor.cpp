@@ -11,6 +11,7 @@
 #include "platform/KQEvent.h"
 #include "platform/KQPlatForm.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 
 namespace {
@@ -64,7 +65,8 @@ int CKQFileTransServiceVisitor::WaitForEnd() {
 }
 
 int CKQFileTransServiceVisitor::AskSize(const std::string& name, std::int64_t& size) {
-  const std::string body = name + "|";
+  std::string body;
+  AddName(body, name);
   m_evReply->ResetKQEvent();
   if (!SendMessage(NET_CTS_REQUEST_SERVERFILESIZE, body.data(), static_cast<int>(body.size()))) {
     return ERROR_CODE_SENDERROR;

@@ -71,7 +71,7 @@ bool CLink::SetUp(std::uint64_t turn) {
       m_pParser = nullptr;
     }
     if (m_pParser != nullptr && !m_owner.IsStopping()) {
-      m_pParser->m_ullLinkSerial = m_ullSerial;
+      m_pParser->SetLinkSerial(m_ullSerial);
       m_bServed = true;
       Announce(NET_COMMAND_CONNECT);
       announced = true;
@@ -139,12 +139,12 @@ bool CLink::DeliverChunk(const char* data, std::size_t bytes) {
   if (!m_pLane->Enter()) return false;
   bool goOn = !m_owner.IsStopping();
   // A parser that serves a newer link has no use for this one's bytes.
-  if (goOn && m_pParser->m_ullLinkSerial == m_ullSerial) {
+  if (goOn && m_pParser->LinkSerial() == m_ullSerial) {
     try {
       m_pParser->DealNetData(data, bytes);
     } catch (...) {  // a host's override must not end the layer
     }
-    goOn = m_pParser->m_ullLinkSerial != m_ullSerial || !m_pParser->IsBroken();
+    goOn = m_pParser->LinkSerial() != m_ullSerial || !m_pParser->IsBroken();
   }
   m_pLane->Leave();
   return goOn;

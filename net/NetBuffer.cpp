@@ -16,6 +16,7 @@
 #include "net/DealNetData.h"
 #include "net/LinkEvents.h"
 #include "net/NetWorkPackHead.h"
+#include "platform/SharedWord.h"
 
 namespace {
 
@@ -77,30 +78,35 @@ class CNetBuffer::CGathered {
   std::size_t m_nShared = 0;
 };
 
-struct CNetBuffer::SPartial {
+struct CNetBuffer::SState {
   std::mutex m_mutex;
-  CGathered m_gathered{false};  // guarded by m_mutex
+  CGathered m_gathered{false};                     // guarded by m_mutex
+  bool m_bShareMemory = false;                     // constant once bytes arrive
+  CSharedWord<std::uint64_t> m_ullLinkSerial = 0;  // word; the layer's
+  CSharedWord<std::uint64_t> m_ullGeneration = 0;  // word; moves on with every ClearData
+  CSharedWord<std::uint64_t> m_ullServing = 0;     // word; generation that DealNetData began in
+  CSharedWord<bool> m_bBroken = false;             // word
 };
 
 CNetBuffer::CNetBuffer(unsigned int ip, int port)
-    : m_nLinkIP(ip), m_nLinkPort(port), m_pPartial(std::make_unique<SPartial>()) {}
+    : m_nLinkIP(ip), m_nLinkPort(port), m_pState(std::make_unique<SState>()) {}
 
 CNetBuffer::~CNetBuffer() = default;
 
 void CNetBuffer::DealNetData(const char* data, std::uint64_t length) {
-  if (m_bBroken) return;
-  m_ullServing = m_ullGeneration;
-  CGathered partial(m_bShareMemory);
+  if (m_pState->m_bBroken) return;
+  m_pState->m_ullServing = m_pState->m_ullGeneration;
+  CGathered partial(m_pState->m_bShareMemory);
   {
-    const std::lock_guard<std::mutex> guard(m_pPartial->m_mutex);
-    partial.Swap(m_pPartial->m_gathered);
+    const std::lock_guard<std::mutex> guard(m_pState->m_mutex);
+    partial.Swap(m_pState->m_gathered);
   }
   std::uint64_t used = partial.Size() == 0 ? 0 : CompletePartial(partial, data, length);
-  while (used < length && !m_bBroken && !IsCleared()) {
+  while (used < length && !m_pState->m_bBroken && !IsCleared()) {
     const int chunk = static_cast<int>(std::min<std::uint64_t>(length - used, INT_MAX));
     const int parsed = ParseBuffer(chunk, data + used);
     if (parsed < 0) {
-      m_bBroken = true;
+      m_pState->m_bBroken = true;
     } else if (parsed == 0) {
       break;
     } else {
@@ -120,7 +126,7 @@ std::uint64_t CNetBuffer::CompletePartial(CGathered& partial, const char* data,
     if (partial.Size() >= goal) {
       const int packet = ParseBuffer_Common(static_cast<int>(goal), partial.Data());
       if (packet < 0) {
-        m_bBroken = true;
+        m_pState->m_bBroken = true;
         return length;
       }
       if (static_cast<std::size_t>(packet) == partial.Size()) break;
@@ -129,7 +135,7 @@ std::uint64_t CNetBuffer::CompletePartial(CGathered& partial, const char* data,
     const std::uint64_t take = std::min<std::uint64_t>(goal - partial.Size(), length - used);
     if (take == 0) return used;
     if (!partial.Append(data + used, static_cast<std::size_t>(take), goal)) {
-      m_bBroken = true;
+      m_pState->m_bBroken = true;
       return length;
     }
     used += take;
@@ -141,17 +147,17 @@ std::uint64_t CNetBuffer::CompletePartial(CGathered& partial, const char* data,
 
 // Keeps what is left of the chunk, or only the memory for it, for next time.
 void CNetBuffer::KeepPartial(CGathered& partial, const char* data, std::uint64_t length) {
-  if (m_bBroken) return;
+  if (m_pState->m_bBroken) return;
   if (length > 0) {
     std::size_t packet = kPackHeadBytes;
     if (length >= kPackHeadBytes) packet += CNetWorkPackHead::BodyLength(data);
     if (!partial.Append(data, static_cast<std::size_t>(length), packet)) {
-      m_bBroken = true;
+      m_pState->m_bBroken = true;
       return;
     }
   }
-  const std::lock_guard<std::mutex> guard(m_pPartial->m_mutex);
-  if (!IsCleared()) m_pPartial->m_gathered.Swap(partial);
+  const std::lock_guard<std::mutex> guard(m_pState->m_mutex);
+  if (!IsCleared()) m_pState->m_gathered.Swap(partial);
 }
 
 int CNetBuffer::ParseBuffer(int length, const char* data) {
@@ -183,16 +189,28 @@ void CNetBuffer::Deliver(const char* packet) {
 }
 
 void CNetBuffer::ClearData() {
-  const std::lock_guard<std::mutex> guard(m_pPartial->m_mutex);
-  m_ullGeneration += 1;
-  CGathered(false).Swap(m_pPartial->m_gathered);
-  m_bBroken = false;
+  const std::lock_guard<std::mutex> guard(m_pState->m_mutex);
+  m_pState->m_ullGeneration += 1;
+  CGathered(false).Swap(m_pState->m_gathered);
+  m_pState->m_bBroken = false;
 }
 
 bool CNetBuffer::IsCleared() const {
-  return m_ullServing != m_ullGeneration;
+  return m_pState->m_ullServing != m_pState->m_ullGeneration;
 }
 
 bool CNetBuffer::IsBroken() const {
-  return m_bBroken;
+  return m_pState->m_bBroken;
+}
+
+void CNetBuffer::ShareMemory() {
+  m_pState->m_bShareMemory = true;
+}
+
+void CNetBuffer::SetLinkSerial(std::uint64_t serial) {
+  m_pState->m_ullLinkSerial = serial;
+}
+
+std::uint64_t CNetBuffer::LinkSerial() const {
+  return m_pState->m_ullLinkSerial;
 }

@@ -5,12 +5,11 @@
 #include <memory>
 
 #include "KQFileTransServiceExport.h"
-#include "platform/SharedWord.h"
 
 class IDealNetData;
 
 /// Bytes that the unfinished large packets of all parsers that share memory
-/// (CNetBuffer::m_bShareMemory) may take together.
+/// (CNetBuffer::ShareMemory) may take together.
 constexpr std::size_t kMostUnfinishedBytes = std::size_t{128} << 20;
 
 /// Cuts the byte stream of one link into packets and delivers each to its
@@ -54,28 +53,25 @@ class KQFT_API CNetBuffer {
   /// link. The layer closes it.
   bool IsBroken() const;
 
+  /// Makes unfinished packets count towards the bound that all such parsers
+  /// have together. Call before the first byte.
+  void ShareMemory();
+
+  /// For the layer: the serial of the link that it serves with this parser.
+  void SetLinkSerial(std::uint64_t serial);
+  std::uint64_t LinkSerial() const;
+
   unsigned int m_nLinkIP;            ///< address of the link served; set before its first byte
   int m_nLinkPort;                   ///< remote port of that link
   IDealNetData* m_pOwner = nullptr;  ///< not owned; receives the packets
 
-  /// Whether unfinished packets count towards the bound that all such parsers
-  /// have together; set before the first byte.
-  bool m_bShareMemory = false;
-
-  /// Serial of the link that the layer serves with this parser. Set and read
-  /// by the layer only.
-  CSharedWord<std::uint64_t> m_ullLinkSerial = 0;
-
  private:
   class CGathered;
-  struct SPartial;
+  struct SState;
   std::uint64_t CompletePartial(CGathered& partial, const char* data, std::uint64_t length);
   void KeepPartial(CGathered& partial, const char* data, std::uint64_t length);
   void Deliver(const char* packet);
   bool IsCleared() const;
 
-  std::unique_ptr<SPartial> m_pPartial;
-  CSharedWord<std::uint64_t> m_ullGeneration = 0;  // moves on with every ClearData
-  CSharedWord<std::uint64_t> m_ullServing = 0;     // generation that DealNetData began in
-  CSharedWord<bool> m_bBroken = false;
+  std::unique_ptr<SState> m_pState;  // constant; every further member goes there (docs/abi.md)
 };

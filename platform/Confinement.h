@@ -15,9 +15,9 @@ struct SConfinement {
 
 /// Takes away from the process, for good, every other way to open, make,
 /// change or remove files, to connect out and to signal other processes, as
-/// far as the kernel knows how to. What is open stays usable; the existence,
-/// size and times of files anywhere can still be asked for. Both directories
-/// must exist; one that is replaced later is out of reach.
+/// far as the kernel knows how to: Linux by Landlock. What is open stays
+/// usable; the existence, size and times of files anywhere can still be asked
+/// for. Both directories must exist; one that is replaced later is out of reach.
 ///
 /// Symbolic links are followed by where they lead: one that leaves the two
 /// directories leads nowhere.

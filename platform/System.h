@@ -88,8 +88,9 @@ class ISystemFile {
   virtual ESystemError Flush() = 0;
 
   /// Begins to write to the disk what was written so far, and waits for what
-  /// the call before began. Promises nothing: only Flush does. Of something
-  /// that could not be written Flush may not tell again.
+  /// the call before began; Linux has a call for that. Promises nothing: only
+  /// Flush does. Of something that could not be written Flush may not tell
+  /// again.
   virtual ESystemError StartFlush() = 0;
 
   /// Cuts the file off behind `bytes`, or fills it up with zeros.
@@ -98,7 +99,7 @@ class ISystemFile {
   /// A short text that stands beside the content; "" when there is none. A
   /// file system that loses power keeps it in step with what was written out
   /// before it was set. One that keeps no texts says kNone here and fails
-  /// below.
+  /// below; on Linux it is an extended attribute.
   virtual ESystemError Note(std::string& text) = 0;
 
   /// Puts it in the place of the one before; "" removes that.

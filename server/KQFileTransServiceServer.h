@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "KQFileTransServiceExport.h"
@@ -134,8 +133,6 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   std::string m_strPrjSuffix;                          // constant while the network runs
   CKQFile* m_pLogFile;                                 // owned; used under m_pLogLock
   CThreadLock* m_pLogLock;                             // owned; constant after construction
-  bool m_bDurable = false;                             // constant while the network runs
-  bool m_bDeleting = true;                             // constant while the network runs
 
  private:
   void AnnounceLink(const char* event, unsigned int ip, int port);
@@ -146,8 +143,6 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   std::string LogFilePath() const;
   std::string LogDirectory() const;
 
-  CSharedWord<int> m_nAsking = 0;  // messages that look for their session
-
-  // Held while a link's end is handled. Constant after construction.
-  std::shared_ptr<std::mutex> m_pEndTurn = std::make_shared<std::mutex>();
+  struct SState;
+  std::shared_ptr<SState> m_pState;  // constant; every further member goes there (docs/abi.md)
 };

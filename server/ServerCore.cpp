@@ -3,6 +3,7 @@
 
 #include "server/KQFileTransServiceServer.h"
 
+#include <mutex>
 #include <type_traits>
 #include <utility>
 
@@ -32,12 +33,22 @@ const char kNoNetwork[] = " CKQFileTransServiceServer::SendText  m_pPrimaryNetWo
 
 }  // namespace
 
+// What a server has beyond the members that hosts see. Copies of a server
+// share it.
+struct CKQFileTransServiceServer::SState {
+  bool m_bDurable = false;         // constant while the network runs
+  bool m_bDeleting = true;         // constant while the network runs
+  CSharedWord<int> m_nAsking = 0;  // messages that look for their session
+  std::mutex m_endTurn;            // held while a link's end is handled
+};
+
 CKQFileTransServiceServer::CKQFileTransServiceServer()
     : m_pClientLock(new CThreadLock(true)),
       m_pPrimaryNetWork(new CNetWorkManageEx),
       m_strPrjSuffix(".kqsln"),
       m_pLogFile(new CKQFile),
-      m_pLogLock(new CThreadLock(true)) {
+      m_pLogLock(new CThreadLock(true)),
+      m_pState(std::make_shared<SState>()) {
   m_pPrimaryNetWork->SetKeepAlive(kKeepAliveIdleMs, kKeepAliveIntervalMs);
   m_pPrimaryNetWork->SetTransferType(0, true, 0);
 }
@@ -82,11 +93,11 @@ void CKQFileTransServiceServer::SetPrjSuffix(const std::string& suffix) {
 }
 
 void CKQFileTransServiceServer::SetDurable(bool durable) {
-  m_bDurable = durable;
+  m_pState->m_bDurable = durable;
 }
 
 void CKQFileTransServiceServer::SetDeleting(bool deleting) {
-  m_bDeleting = deleting;
+  m_pState->m_bDeleting = deleting;
 }
 
 bool CKQFileTransServiceServer::DealNetMsg(unsigned int ip, int port, int code, int bodyLen,
@@ -101,9 +112,9 @@ bool CKQFileTransServiceServer::DealNetMsg(unsigned int ip, int port, int code, 
       AddClientManage(ip, port);
       break;
     default: {
-      m_nAsking += 1;
+      m_pState->m_nAsking += 1;
       CTransClient* const session = GetClientManage(ip, port);
-      m_nAsking += -1;
+      m_pState->m_nAsking += -1;
       if (session == nullptr) break;
       // The session may have been given another link's port meanwhile.
       const CLinkBinding answers;
@@ -118,9 +129,10 @@ bool CKQFileTransServiceServer::DealNetMsg(unsigned int ip, int port, int code, 
 // Ends of links therefore come one at a time, and let the messages that wait
 // pass before the next one, however many links end at once.
 void CKQFileTransServiceServer::EndLink(unsigned int ip, int port) {
-  const std::lock_guard<std::mutex> turn(*m_pEndTurn);
+  const std::lock_guard<std::mutex> turn(m_pState->m_endTurn);
   RemoveClientManage(ip, port);
-  for (int i = 0; i < kMostPasses && (i == 0 || m_nAsking > 0); ++i) CKQPlatForm::KQSleep(kPassMs);
+  for (int i = 0; i < kMostPasses && (i == 0 || m_pState->m_nAsking > 0); ++i)
+    CKQPlatForm::KQSleep(kPassMs);
 }
 
 // The blanks of the log entry are missing on standard output, kept on purpose.
@@ -138,7 +150,7 @@ CNetBuffer* CKQFileTransServiceServer::CreateNetBuffer(unsigned int ip, int port
   buffer->m_nLinkIP = ip;
   buffer->m_nLinkPort = port;
   buffer->ClearData();
-  buffer->m_bShareMemory = true;
+  buffer->ShareMemory();
   buffer->m_pOwner = this;
   session->StopService();
   session->m_pTransFile->Close();
@@ -175,9 +187,9 @@ std::string CKQFileTransServiceServer::GetPrjSuffix() {
 }
 
 bool CKQFileTransServiceServer::IsDurable() {
-  return m_bDurable;
+  return m_pState->m_bDurable;
 }
 
 bool CKQFileTransServiceServer::MayDelete() {
-  return m_bDeleting;
+  return m_pState->m_bDeleting;
 }

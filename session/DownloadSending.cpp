@@ -13,15 +13,15 @@
 #include "net/LinkBinding.h"
 #include "net/LinkInfo.h"
 #include "net/TransNet.h"
-#include "platform/ByteOrder.h"
 #include "platform/HardWareCommon.h"
 #include "platform/KQFile.h"
 #include "platform/KQThread.h"
-#include "platform/ThreadGate.h"
 #include "protocol/DataBlock.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
+#include "session/SessionState.h"
 #include "session/TransClient.h"
 
 namespace {
@@ -32,7 +32,7 @@ constexpr int kRoomWaitMs = 50;  // how late a sender that waits for room notice
 
 struct CTransClient::SSendRun {
   CTransClient* m_pSession = nullptr;
-  std::shared_ptr<CThreadGate> m_pGate;
+  std::shared_ptr<SState> m_pState;  // the session's
   std::uint64_t m_ullLinkEpoch = 0;
   std::uint64_t m_ullRun = 0;
   int m_nLinkPort = 0;
@@ -49,9 +49,7 @@ void CTransClient::StopDownload() {
 
 void CTransClient::AnswerFilesSize(int nLength, const char* data) {
   const KQLonglong nSize = GetFilesSize(nLength, data);
-  char body[8];
-  WriteInt64(body, nSize);
-  SendMsg(NET_CTS_REQUEST_SERVERFILESIZE, body, sizeof(body));
+  SendMsg(NET_CTS_REQUEST_SERVERFILESIZE, EncodeBody(STotalSize{nSize}));
   WriteLog("DealNetMsg NET_CTS_REQUEST_SERVERFILESIZE  nSize = " + std::to_string(nSize) + " \n ");
 }
 
@@ -61,17 +59,15 @@ KQLonglong CTransClient::GetFilesSize(int nLength, const char* data) {
   std::string_view rest(data, static_cast<std::size_t>(nLength));
   std::uint64_t total = 0;
   while (!rest.empty()) {
-    const std::size_t end = std::min(rest.find('|'), rest.size());
-    if (end > 0) total += CHardWareCommon::GetFileSize(std::string(rest.substr(0, end)));
-    rest.remove_prefix(std::min(end + 1, rest.size()));
+    const std::string name(TakeName(rest));
+    if (!name.empty()) total += CHardWareCommon::GetFileSize(name);
   }
   return static_cast<KQLonglong>(total);
 }
 
 void CTransClient::AnswerPrepareDown(int nLength, const char* data) {
-  char body[4];
-  WriteInt32(body, PrepareDownFileData(static_cast<unsigned>(nLength), data));
-  SendMsg(NET_CTS_PREPARETRANS_FILE, body, sizeof(body));
+  const int result = PrepareDownFileData(static_cast<unsigned>(nLength), data);
+  SendMsg(NET_CTS_PREPARETRANS_FILE, EncodeBody(SResult{result}));
   WriteLog("DealNetMsg NET_CTS_PREPARETRANS_FILE \n");
 }
 
@@ -89,43 +85,43 @@ int CTransClient::PrepareDownFileData(unsigned int nLength, const char* data) {
   // A running download is not refused, kept on purpose: its file is replaced
   // by the new one, so it ends, and the new one starts beside it.
   m_bStopTrans = false;
-  if (nLength < kPositionBytes) {
+  const auto start = DecodeBody<SDownloadStart>(data, static_cast<int>(nLength));
+  if (!start) {
     WriteLog("CTransClient::PrepareDownFileData nLength < sizeof(KQLonglong) \n");
     return 0;
   }
-  const KQLonglong position = ReadInt64(data);
-  m_llSendPos = position;
-  const std::string path(data + kPositionBytes, nLength - kPositionBytes);
+  m_llSendPos = start->m_llPosition;
+  const std::string path(start->m_strPath);
   if (!m_pTransFile->KQOpen(path, "rb")) {
     WriteLog("CTransClient::PrepareDownFileData open file rb Fail. " + path + "\n");
     return ERROR_CODE_SERVER_OPENFILE;
   }
-  return StartSender(position, path) ? RESULT_OK : ERROR_CODE_SERVER_OPENFILE;
+  return StartSender(start->m_llPosition, path) ? RESULT_OK : ERROR_CODE_SERVER_OPENFILE;
 }
 
 // The position is passed, not read back: an older sender moves m_llSendPos too.
 bool CTransClient::StartSender(KQLonglong position, const std::string& path) {
   auto run = std::make_unique<SSendRun>();
   run->m_pSession = this;
-  run->m_pGate = m_pSenderGate;
+  run->m_pState = m_pState;
   run->m_nLinkPort = m_nLinkPort;
   if (m_pTransNet != nullptr) run->m_pLink = m_pTransNet->GetLinkInfo(m_nLinkIP, run->m_nLinkPort);
   run->m_pFile = m_pTransFile->GetHandle();
   run->m_strPath = path;
   run->m_llPosition = position;
   {
-    const std::lock_guard<std::mutex> lock(m_runMutex);
-    run->m_ullLinkEpoch = m_ullLinkEpoch;
-    run->m_ullRun = ++m_ullRun;
+    const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
+    run->m_ullLinkEpoch = m_pState->m_ullLinkEpoch;
+    run->m_ullRun = ++m_pState->m_ullRun;
     m_nTransType = PROCESS_TYPE_CLIENT_DOWNDATA;
   }
-  m_pSenderGate->Enter();
+  m_pState->m_senderGate.Enter();
   CKQThread thread;
   if (thread.CreateKQThread(SendFileThread, run.get())) {
     static_cast<void>(run.release());  // the thread's from here on
     return true;
   }
-  m_pSenderGate->Leave();
+  m_pState->m_senderGate.Leave();
   m_pTransFile->Close();
   m_nTransType = PROCESS_TYPE_NONE;
   return false;
@@ -133,14 +129,14 @@ bool CTransClient::StartSender(KQLonglong position, const std::string& path) {
 
 void* CTransClient::SendFileThread(void* run) {
   std::unique_ptr<SSendRun> own(static_cast<SSendRun*>(run));
-  const std::shared_ptr<CThreadGate> gate = own->m_pGate;
+  const std::shared_ptr<SState> state = own->m_pState;
   try {
     own->m_pSession->SendFileToClient(*own);
   } catch (...) {
     // Out of memory at the very end: the client runs into its time-out.
   }
   own.reset();
-  gate->Leave();
+  state->m_senderGate.Leave();
   return nullptr;
 }
 
@@ -200,19 +196,18 @@ bool CTransClient::WaitForRoom(ILinkInfo& link, const SSendRun& run) const {
 
 // True once the session serves another link than the one of the run.
 bool CTransClient::IsStale(const SSendRun& run) const {
-  const std::lock_guard<std::mutex> lock(m_runMutex);
-  return run.m_ullLinkEpoch != m_ullLinkEpoch;
+  const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
+  return run.m_ullLinkEpoch != m_pState->m_ullLinkEpoch;
 }
 
 void CTransClient::FinishRun(const SSendRun& run, int end) {
   if (IsStale(run)) return;
   m_pTransFile->CloseIf(run.m_pFile);
-  char body[4];
-  WriteInt32(body, end);
-  SendToRun(run, NET_STC_TRANSFILEDATA_END, body, sizeof(body));
+  const std::string body = EncodeBody(SResult{end});
+  SendToRun(run, NET_STC_TRANSFILEDATA_END, body.data(), static_cast<int>(body.size()));
   if (m_bStopTrans) SendToRun(run, NET_CTS_TRANS_STOP, nullptr, 0);
-  const std::lock_guard<std::mutex> lock(m_runMutex);
-  if (run.m_ullLinkEpoch == m_ullLinkEpoch && run.m_ullRun == m_ullRun) {
+  const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
+  if (run.m_ullLinkEpoch == m_pState->m_ullLinkEpoch && run.m_ullRun == m_pState->m_ullRun) {
     m_nTransType = PROCESS_TYPE_NONE;
   }
 }

@@ -5,28 +5,23 @@
 // Values pass through as text; only the range that the client has resent is
 // rewritten. Runs on the link's delivery thread, while no transfer runs.
 
-#include "platform/ByteOrder.h"
-#include "platform/ExpertUtils.h"
 #include "platform/FileConfig.h"
 #include "platform/KQPlatForm.h"
 #include "protocol/LostInfoBounds.h"
+#include "protocol/MeasurementFiles.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
+#include "session/SessionState.h"
 #include "session/TransClient.h"
 
 namespace {
 
-constexpr unsigned kChangedRangeBytes = 4 + 8 + 8;  // index, position, length
-constexpr int kFirstRange = 0;                      // ranges count from 0 and
-constexpr int kFirstSize = 1;                       // sizes from 1, kept on purpose
+constexpr int kFirstRange = 0;  // ranges count from 0 and
+constexpr int kFirstSize = 1;   // sizes from 1, kept on purpose
 const char kRangeSection[] = "Lost_Pos";
 const char kRangeKey[] = "lost_info_";
-
-std::string SideFilePath(const std::string& path, const std::string& extension) {
-  return EU::CExpertUtils::PickDirectory(path, 2) +
-         EU::CExpertUtils::EreaseFileExt(EU::CExpertUtils::PickFileName(path)) + extension;
-}
 
 // Joins the values of the keys stem + number with ","; a missing one is empty.
 // False when they would become too long.
@@ -89,9 +84,7 @@ int RewriteRange(const std::string& path, int index, KQLonglong a, KQLonglong b)
 void CTransClient::AnswerLostInfo(int nLength, const char* data) {
   std::string text;
   const int result = DealGetLostInfo(nLength, data, text);
-  char code[4];
-  WriteInt32(code, result);
-  SendMsg(NET_CTS_GETLOSTINFO, std::string(code, sizeof(code)) + text);
+  SendMsg(NET_CTS_GETLOSTINFO, EncodeBody(SLostRanges{result, text}));
   WriteLog("DealNetMsg NET_CTS_GETLOSTINFO  nErrorCode = " + std::to_string(result) + " \n");
 }
 
@@ -113,10 +106,10 @@ int CTransClient::DealGetLostInfo(int nLength, const char* data, std::string& te
 }
 
 int CTransClient::ReadLostInfo(const std::string& path, std::string& text) {
-  m_strLostInfoPath = SideFilePath(path, ".li");
+  m_strLostInfoPath = SideFileName(path, kRangesExtension);
   text.clear();
   try {
-    return ReadSideFiles(m_strLostInfoPath, SideFilePath(path, ".fi"), text);
+    return ReadSideFiles(m_strLostInfoPath, SideFileName(path, kSegmentsExtension), text);
   } catch (...) {
     text.clear();
     return ERROR_CODE_LOSTINFO_ACCESS;
@@ -125,9 +118,7 @@ int CTransClient::ReadLostInfo(const std::string& path, std::string& text) {
 
 void CTransClient::AnswerUpdateLostInfo(int nLength, const char* data) {
   const int result = DealUpdateLostInfo(static_cast<unsigned>(nLength), data);
-  char body[4];
-  WriteInt32(body, result);
-  SendMsg(NET_CTS_CHANGELOSTINFO, body, sizeof(body));
+  SendMsg(NET_CTS_CHANGELOSTINFO, EncodeBody(SResult{result}));
   WriteLog("DealNetMsg NET_CTS_CHANGELOSTINFO  nErrorCode = " + std::to_string(result) + " \n ");
 }
 
@@ -142,11 +133,12 @@ int CTransClient::DealUpdateLostInfo(unsigned int nLength, const char* data) {
              " \n");
     return ERROR_CODE_TRANS_BUSY;
   }
-  if (nLength < kChangedRangeBytes) {
+  const auto range = DecodeBody<SChangedRange>(data, static_cast<int>(nLength));
+  if (!range) {
     WriteLog("CTransClient::DealUpdateLostInfo nLength = " + std::to_string(nLength) + " \n");
     return 0;
   }
-  const int result = UpdateLostInfo(ReadInt32(data), ReadInt64(data + 4), ReadInt64(data + 12));
+  const int result = UpdateLostInfo(range->m_nIndex, range->m_llPosition, range->m_llBytes);
   if (result != RESULT_OK) {
     WriteLog("CTransClient::DealUpdateLostInfo read file nErrorCode = " + std::to_string(result) +
              " \n");
@@ -157,7 +149,7 @@ int CTransClient::DealUpdateLostInfo(unsigned int nLength, const char* data) {
 int CTransClient::UpdateLostInfo(int index, KQLonglong a, KQLonglong b) {
   try {
     // What was resent must lie on the disk before the record of it shrinks.
-    if (!m_durable.EndPending()) return ERROR_CODE_LOSTINFO_ACCESS;
+    if (!m_pState->m_durable.EndPending()) return ERROR_CODE_LOSTINFO_ACCESS;
     return RewriteRange(m_strLostInfoPath, index, a, b);
   } catch (...) {
     return ERROR_CODE_LOSTINFO_ACCESS;

@@ -6,12 +6,12 @@
 // tree while the client waits; runs on the link's delivery thread.
 
 #include "net/TransNet.h"
-#include "platform/ByteOrder.h"
 #include "platform/ExpertUtils.h"
 #include "platform/HardWareCommon.h"
 #include "platform/System.h"
 #include "platform/TimeConvert.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "session/TransClient.h"
 
@@ -89,9 +89,7 @@ void CTransClient::AnswerDeleteProject(int nLength, const char* data) {
     CHardWareCommon::KQClearDir(path);
     System().RemoveEmptyDirectory(path);
   }
-  char body[4];
-  WriteInt32(body, RESULT_OK);
-  SendMsg(NET_CTS_DELETEPRJ, body, sizeof(body));
+  SendMsg(NET_CTS_DELETEPRJ, EncodeBody(SResult{RESULT_OK}));
 }
 
 std::string CTransClient::ProjectDir() const {

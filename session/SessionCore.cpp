@@ -3,6 +3,7 @@
 //
 // The handlers lie in the other files of this folder, one per kind of request.
 
+#include "session/SessionState.h"
 #include "session/TransClient.h"
 
 #include <cstring>
@@ -15,7 +16,6 @@
 #include "platform/KQFile.h"
 #include "platform/KQPlatForm.h"
 #include "platform/LogFile.h"
-#include "platform/ThreadGate.h"
 #include "platform/ThreadLock.h"
 #include "platform/TimeConvert.h"
 #include "protocol/MessageCodes.h"
@@ -39,7 +39,7 @@ CTransClient::CTransClient(ITransNet* pTransNet, unsigned int ip, int port)
       m_nLastDataError(RESULT_OK),
       m_nTransType(PROCESS_TYPE_NONE),
       m_pTransNet(pTransNet),
-      m_pSenderGate(std::make_shared<CThreadGate>()) {
+      m_pState(std::make_shared<SState>()) {
   auto netBuffer = std::make_unique<CNetBuffer>(0U, 0);
   auto lock = std::make_unique<CThreadLock>(true);
   auto transFile = std::make_unique<CKQFile>();
@@ -67,7 +67,6 @@ CTransClient::~CTransClient() {
 }
 
 bool CTransClient::DealNetMsg(unsigned int, int, int msgType, int nLength, const char* data, int) {
-  if (msgType < NET_CTS_PREPARETRAN_FILE || msgType > NET_CTS_GETPRJFILELIST) return true;
   if (nLength < 0) return true;
   try {
     Dispatch(msgType, nLength, data);
@@ -104,7 +103,7 @@ void CTransClient::Dispatch(int msgType, int nLength, const char* data) {
     case NET_CTS_GETPRJFILELIST:
       return AnswerProjectFileList(nLength, data);
     default:
-      return;  // what only the server sends
+      return;  // what only the server sends, or nobody
   }
 }
 
@@ -158,14 +157,14 @@ bool CTransClient::StopService() {
 }
 
 void CTransClient::WaitSenders() {
-  m_pSenderGate->WaitEmpty();
+  m_pState->m_senderGate.WaitEmpty();
 }
 
 // The epoch moves on before the flags are cleared: a sender of the old link
 // that no longer finds the stop finds the new epoch.
 void CTransClient::ResetForLink() {
-  const std::lock_guard<std::mutex> lock(m_runMutex);
-  ++m_ullLinkEpoch;
+  const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
+  ++m_pState->m_ullLinkEpoch;
   m_bStopTrans = false;
   m_bStopService = false;
   m_nTransType = PROCESS_TYPE_NONE;

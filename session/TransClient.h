@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -10,11 +9,9 @@
 #include "platform/ChannelKeyValue.h"
 #include "platform/FileDataPos.h"
 #include "platform/SharedWord.h"
-#include "session/DurableUpload.h"
 
 class CKQFile;
 class CNetBuffer;
-class CThreadGate;
 class CThreadLock;
 class CDataBlock;
 class ILinkInfo;
@@ -124,15 +121,11 @@ class KQFT_API CTransClient {
   CKQFile* m_pLogFile = nullptr;      // owned; used under m_pLogLock
   CThreadLock* m_pLogLock = nullptr;  // owned; constant after construction
 
-  KQLonglong m_llLostPos = INT64_MAX;  // delivery thread; of the open file the first byte that
-                                       // could not be stored
-  std::int64_t m_llWriteErrTime;       // delivery thread
-  std::int64_t m_llLogReopenTime;      // guarded by m_pLogLock
-  std::int64_t m_llCreateTime;         // constant after construction; never read
+  std::int64_t m_llWriteErrTime;   // delivery thread
+  std::int64_t m_llLogReopenTime;  // guarded by m_pLogLock
+  std::int64_t m_llCreateTime;     // constant after construction; never read
 
   std::string m_strLostInfoPath;  // delivery thread; side file of the last 2509
-
-  CDurableUpload m_durable;  // delivery thread; idle unless the server is durable
 
   // State of the project walks. Delivery thread. Never reset between
   // requests: what an earlier walk left counts for the next one's first record.
@@ -233,10 +226,6 @@ class KQFT_API CTransClient {
   void FinishRun(const SSendRun& run, int end);
   void SendToRun(const SSendRun& run, int msgType, const void* body, int nLength);
 
-  const std::shared_ptr<CThreadGate> m_pSenderGate;  // holds every sender thread
-
-  mutable std::mutex m_runMutex;     // guards the change of both counters, and
-                                     // m_nTransType where a run ends
-  std::uint64_t m_ullLinkEpoch = 0;  // guarded; moves on with every ResetForLink
-  std::uint64_t m_ullRun = 0;        // guarded; number of the newest run
+  struct SState;
+  const std::shared_ptr<SState> m_pState;  // every further member goes there (docs/abi.md)
 };

@@ -8,21 +8,20 @@
 #include <algorithm>
 
 #include "net/TransNet.h"
-#include "platform/ByteOrder.h"
 #include "platform/ExpertUtils.h"
 #include "platform/HardWareCommon.h"
 #include "platform/KQFile.h"
 #include "platform/System.h"
 #include "platform/TimeConvert.h"
-#include "protocol/DataPacket.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
+#include "session/SessionState.h"
 #include "session/TransClient.h"
 
 namespace {
 
-constexpr unsigned kCreateFlagBytes = 1;  // in front of the path
 constexpr std::int64_t kWriteErrorLogSeconds = 3;
 
 }  // namespace
@@ -30,10 +29,7 @@ constexpr std::int64_t kWriteErrorLogSeconds = 3;
 void CTransClient::AnswerPrepareReceive(int nLength, const char* data) {
   KQLonglong llFileLen = 0;
   const int result = PrepareReceiveData(static_cast<unsigned>(nLength), data, &llFileLen);
-  char body[4 + 8];
-  WriteInt32(body, result);
-  WriteInt64(body + 4, llFileLen);
-  SendMsg(NET_CTS_PREPARETRAN_FILE, body, sizeof(body));
+  SendMsg(NET_CTS_PREPARETRAN_FILE, EncodeBody(SUploadStartAnswer{result, llFileLen}));
   WriteLog("DealNetMsg NET_CTS_PREPARETRAN_FILE \n");
 }
 
@@ -47,9 +43,10 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
     WriteLog("CTransClient::PrepareReceiveData ERROR_CODE_SERVER_DOWNDATA\n");
     return ERROR_CODE_SERVER_DOWNDATA;
   }
-  if (nLength < kCreateFlagBytes) return CREATE_FILE_ERROR;
-  const bool create = data[0] != 0;
-  const std::string path(data + kCreateFlagBytes, nLength - kCreateFlagBytes);
+  const auto start = DecodeBody<SUploadStart>(data, static_cast<int>(nLength));
+  if (!start) return CREATE_FILE_ERROR;
+  const bool create = start->m_bCreate;
+  const std::string path(start->m_strPath);
   const bool durable = m_pTransNet != nullptr && m_pTransNet->IsDurable();
   if (durable && !create) CDurableUpload::Recover(path);
 
@@ -58,7 +55,7 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   WriteLog("CTransClient::PrepareReceiveData llFileLen = " +
            std::to_string(static_cast<std::int32_t>(*llFileLen)) + " \n");
   m_nLastDataError = RESULT_OK;
-  m_llLostPos = INT64_MAX;
+  m_pState->m_llLostPos = INT64_MAX;
 
   int newEntries = 0;
   if (!OpenTarget(path, create, durable ? &newEntries : nullptr)) {
@@ -66,8 +63,8 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
     return CREATE_FILE_ERROR;
   }
   if (const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle(); durable && file) {
-    m_durable.Begin(*file, path, newEntries, create ? -1 : *llFileLen);
-    if (m_durable.IsShortened()) m_llLostPos = *llFileLen;
+    m_pState->m_durable.Begin(*file, path, newEntries, create ? -1 : *llFileLen);
+    if (m_pState->m_durable.IsShortened()) m_pState->m_llLostPos = *llFileLen;
   }
   m_nTransType = PROCESS_TYPE_CLIENT_UPDATA;
   return RESULT_OK;
@@ -96,9 +93,7 @@ void CTransClient::StoreFileData(int nLength, const char* data) {
 void CTransClient::AnnounceFailure(int result) {
   if (result == m_nLastDataError) return;
   m_nLastDataError = result;
-  char body[4];
-  WriteInt32(body, result);
-  SendMsg(NET_STC_WRITEDATA_ERROR, body, sizeof(body));
+  SendMsg(NET_STC_WRITEDATA_ERROR, EncodeBody(SResult{result}));
 }
 
 int CTransClient::CheckReceiving() {
@@ -116,10 +111,10 @@ int CTransClient::CheckReceiving() {
 
 bool CTransClient::StoreChunk(KQLonglong position, const char* data, int nLength) {
   if (WriteDurably(position, data, nLength)) {
-    m_llLostPos = std::max(m_llLostPos, position + nLength);
+    m_pState->m_llLostPos = std::max(m_pState->m_llLostPos, position + nLength);
     return true;
   }
-  if (position >= 0) m_llLostPos = std::min(m_llLostPos, position);
+  if (position >= 0) m_pState->m_llLostPos = std::min(m_pState->m_llLostPos, position);
   return false;
 }
 
@@ -127,21 +122,21 @@ bool CTransClient::StoreChunk(KQLonglong position, const char* data, int nLength
 bool CTransClient::WriteDurably(KQLonglong position, const char* data, int nLength) {
   const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle();
   if (file == nullptr) return false;
-  if (position >= 0) m_durable.BeforeWrite(*file);
+  if (position >= 0) m_pState->m_durable.BeforeWrite(*file);
   if (!file->WriteAt(position, data, nLength)) return false;
-  if (m_durable.Wrote(*file, position, nLength)) return true;
-  m_llLostPos = std::min(m_llLostPos, m_durable.SafeBytes());
+  if (m_pState->m_durable.Wrote(*file, position, nLength)) return true;
+  m_pState->m_llLostPos = std::min(m_pState->m_llLostPos, m_pState->m_durable.SafeBytes());
   return false;
 }
 
 int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
   int refusal = CheckReceiving();
   if (refusal != RESULT_OK) return refusal;
-  if (nLength < kPositionBytes) return ERROR_CODE_SERVER_WRITE;
-  const KQLonglong position = ReadInt64(data);
+  const auto piece = DecodeBody<SFileData>(data, static_cast<int>(nLength));
+  if (!piece) return ERROR_CODE_SERVER_WRITE;
   // Nothing is stored behind what was lost until that has arrived: the next
   // upload goes on where the file ends and takes all before it for stored.
-  if (position > m_llLostPos) {
+  if (piece->m_llPosition > m_pState->m_llLostPos) {
     LogWriteFailure();
     return ERROR_CODE_SERVER_WRITE;
   }
@@ -154,7 +149,8 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
     m_bWriting = marked;
     return refusal;
   }
-  if (StoreChunk(position, data + kPositionBytes, static_cast<int>(nLength - kPositionBytes))) {
+  if (StoreChunk(piece->m_llPosition, piece->m_strData.data(),
+                 static_cast<int>(piece->m_strData.size()))) {
     // The mark stays, kept on purpose: only a write that was tried and failed
     // clears it, and StopService of a session that stored data waits its full time.
     return RESULT_OK;
@@ -187,7 +183,7 @@ void CTransClient::AnswerEndOfFile() {
 
 void CTransClient::FlushReceived() {
   const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle();
-  if (file != nullptr ? m_durable.End(*file) : m_durable.EndPending()) return;
+  if (file != nullptr ? m_pState->m_durable.End(*file) : m_pState->m_durable.EndPending()) return;
   LogWriteFailure();
   AnnounceFailure(ERROR_CODE_SERVER_WRITE);
 }

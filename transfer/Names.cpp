@@ -3,7 +3,8 @@
 #include "transfer/Names.h"
 
 #include <algorithm>
-#include <array>
+
+#include "protocol/Messages.h"
 
 namespace {
 
@@ -12,21 +13,6 @@ constexpr std::size_t kKeptOfLongName = 180;
 
 bool IsSeparator(char c) {
   return c == '\\' || c == '/';
-}
-
-std::string LowerExtension(const std::string& name) {
-  const std::size_t dot = name.find_last_of("./\\");
-  if (dot == std::string::npos || name[dot] != '.') return "";
-  std::string extension = name.substr(dot + 1);
-  for (char& c : extension) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return extension;
-}
-
-// For names that have one.
-std::string WithoutExtension(const std::string& name) {
-  return name.substr(0, name.find_last_of('.'));
 }
 
 // FNV-1a, to tell long names apart that begin alike.
@@ -91,33 +77,6 @@ std::string PartName(const std::string& fileName, std::int64_t wholeSize) {
   return CutName(fileName, kKeptOfLongName) + "~" + HashText(fileName) + ending;
 }
 
-bool IsMeasurementFile(const std::string& path) {
-  static constexpr std::array kExtensions = {"tm",  "can",       "gps", "rs422",
-                                             "out", "vibstrain", "jump"};
-  return std::find(kExtensions.begin(), kExtensions.end(), LowerExtension(path)) !=
-         kExtensions.end();
-}
-
-std::string SegmentName(const std::string& name, std::size_t segment) {
-  if (segment == 0) return name;
-  return WithoutExtension(name) + "(" + std::to_string(segment) + ")." + LowerExtension(name);
-}
-
-bool IsSideFile(const std::string& path) {
-  const std::string extension = LowerExtension(path);
-  return extension == "li" || extension == "fi";
-}
-
-std::string SideFileName(const std::string& name) {
-  return WithoutExtension(name) + ".li";
-}
-
-bool IsSideFileOf(const std::string& sideFile, const std::string& recording) {
-  const std::string stem = WithoutExtension(sideFile);
-  return IsMeasurementFile(recording) && recording.compare(0, stem.size(), stem) == 0 &&
-         (recording[stem.size()] == '.' || recording[stem.size()] == '(');
-}
-
 bool IsAskable(const std::string& name) {
-  return name.find('|') == std::string::npos;
+  return name.find(kNameEnd) == std::string::npos;
 }

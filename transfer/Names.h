@@ -25,21 +25,5 @@ std::string JoinForServer(const std::vector<std::string>& components);
 /// with; it stays short enough for file systems that take 255 bytes.
 std::string PartName(const std::string& fileName, std::int64_t wholeSize);
 
-/// True for the kinds of files that the server can go on with.
-bool IsMeasurementFile(const std::string& path);
-
-/// The name of a measurement file's n-th segment at the server.
-std::string SegmentName(const std::string& name, std::size_t segment);
-
-/// True for the files that tell what is missing of a recording (".li") and
-/// how it was cut into segments (".fi").
-bool IsSideFile(const std::string& path);
-
-/// The name of the file that tells what is missing of a measurement file.
-std::string SideFileName(const std::string& name);
-
-/// True for a side file and a recording, or a segment of one, that it tells of.
-bool IsSideFileOf(const std::string& sideFile, const std::string& recording);
-
 /// False for a name that the question for sizes, a list, cannot carry.
 bool IsAskable(const std::string& name);

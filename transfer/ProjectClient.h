@@ -33,6 +33,10 @@ struct SProjectFile {
   std::string m_strServer;  ///< its full name there
 };
 
+/// Beside the results of protocol/ResultCodes.h: the server passed the request
+/// over, while it answered others.
+constexpr int kRequestUnknown = -100;
+
 /// A result in words, with its number and name.
 KQFT_TRANSFER_API std::string DescribeResult(int result);
 
@@ -84,7 +88,8 @@ struct KQFT_TRANSFER_API STransferResult {
 ///     return client.Put(request).IsDone() ? 0 : 1;
 ///
 /// Results are those of protocol/ResultCodes.h: 1, or a negative code; -14
-/// also when the link went while an answer was awaited. Nothing is thrown but
+/// also when the link went while an answer was awaited, and -100 when a server
+/// that answers other questions passed this one over. Nothing is thrown but
 /// std::bad_alloc, and nothing is written to the standard streams.
 ///
 /// Threads: one thread at a time uses it; Cancel may come from any.

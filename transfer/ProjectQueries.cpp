@@ -41,6 +41,9 @@ std::string NameBelowProject(const Channel_Key_Value& file, const std::string& p
 }  // namespace
 
 std::string DescribeResult(int result) {
+  if (result == kRequestUnknown) {
+    return "the server does not know this request: it may be older (-100)";
+  }
   const std::string name = ResultName(result);
   return std::string(ResultMeaning(result)) + " (" + std::to_string(result) +
          (name.empty() ? "" : " " + name) + ")";

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 
+#include "protocol/MeasurementFiles.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/Names.h"
 #include "transfer/Sizes.h"
@@ -125,7 +126,7 @@ int AskHeld(CSession& session, const std::string& name, const SLostInfo& lost, P
         names.push_back(SegmentName(name, i));
       }
     }
-    if (hasSide) names.push_back(SideFileName(name));
+    if (hasSide) names.push_back(SideFileName(name, kRangesExtension));
     result = session.AskSizes(names, held);
   }
   if (result != RESULT_OK) return result;

@@ -9,12 +9,13 @@
 
 #include "net/IOCPBuffer.h"
 #include "net/NetWorkManageEx.h"
-#include "platform/ByteOrder.h"
+#include "net/Pacing.h"
 #include "platform/KQEvent.h"
 #include "platform/KQFile.h"
 #include "platform/System.h"
 #include "protocol/DataPacket.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 
 namespace {
@@ -24,9 +25,6 @@ constexpr int kMomentMs = 5;
 constexpr std::chrono::milliseconds kConfirmation(200);
 constexpr int kFileEndWaitMs = 30000;
 constexpr int kSizeWaitMs = 30000;
-constexpr std::size_t kSizeWindow = 64;  // questions on their way at a time
-constexpr std::size_t kResultBytes = 4;
-constexpr int kTotalSizeBytes = 8;
 
 // The second of three fields is not empty.
 bool NamesRanges(const std::string& text) {
@@ -75,6 +73,8 @@ CSession::~CSession() {
 int CSession::Open() {
   {
     const std::lock_guard guard(m_mutex);
+    m_setAnswered.clear();
+    m_setUnknown.clear();
     m_bLostRanges = false;
     m_bStopping = false;
   }
@@ -95,14 +95,32 @@ int CSession::Reopen() {
   return Open();
 }
 
+// Asks once; not at all what the server has passed over before.
+int CSession::Request(int code, const std::function<int()>& request) {
+  {
+    const std::lock_guard guard(m_mutex);
+    if (m_setUnknown.count(code) > 0) return kRequestUnknown;
+  }
+  const int result = Checked(request());
+  switch (result) {
+    case ERROR_CODE_TIMEOUT:
+    case ERROR_CODE_WAIT_SERVERRESPOND:
+    case ERROR_CODE_WAIT_FILESIZE:
+    case ERROR_CODE_GETLOSTINFO:
+      return IsPassedOver(code) ? kRequestUnknown : result;
+    default:
+      return result;
+  }
+}
+
 int CSession::AskDirectory(std::string& directory) {
-  return Checked(GetPrjDir(directory));
+  return Request(NET_CTS_GETPRJDIR, [&] { return GetPrjDir(directory); });
 }
 
 int CSession::AskProjects(std::vector<Channel_Key_Value>& projects) {
   const CWaitNotice notice(m_observer, "waiting for the list of projects");
   std::string xml;
-  const int result = Checked(GetServerPrjList(xml));
+  const int result = Request(NET_CTS_GETPRJLIST, [&] { return GetServerPrjList(xml); });
   if (result == RESULT_OK) Channel_Key_Value::ConvertXMLToValue(xml, projects);
   return result;
 }
@@ -110,17 +128,24 @@ int CSession::AskProjects(std::vector<Channel_Key_Value>& projects) {
 int CSession::AskFiles(const std::string& project, std::vector<Channel_Key_Value>& files) {
   const CWaitNotice notice(m_observer, "waiting for the list of files");
   std::string xml;
-  const int result = Checked(GetServerPrjFileList(project, xml));
+  const int result =
+      Request(NET_CTS_GETPRJFILELIST, [&] { return GetServerPrjFileList(project, xml); });
   if (result == RESULT_OK) Channel_Key_Value::ConvertXMLToValue(xml, files);
   return result;
 }
 
 int CSession::Delete(const std::string& project) {
   const CWaitNotice notice(m_observer, "waiting for the server to delete the project");
-  return Checked(DeleteServerPrj(project));
+  return Request(NET_CTS_DELETEPRJ, [&] { return DeleteServerPrj(project); });
 }
 
 int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes) {
+  sizes.clear();
+  if (names.empty()) return RESULT_OK;
+  return Request(NET_CTS_REQUEST_SERVERFILESIZE, [&] { return AskAllSizes(names, sizes); });
+}
+
+int CSession::AskAllSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes) {
   std::unique_lock lock(m_mutex);
   m_vecSizes.clear();
   m_nAsked = names.size();
@@ -129,8 +154,9 @@ int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::i
     const std::size_t before = m_vecSizes.size();
     lock.unlock();
     bool sent = true;
-    for (; sent && asked < std::min(names.size(), before + kSizeWindow); ++asked) {
-      const std::string body = names[asked] + "|";
+    for (; sent && asked < std::min(names.size(), before + kQuestionsAtOnce); ++asked) {
+      std::string body;
+      AddName(body, names[asked]);
       sent =
           SendMessage(NET_CTS_REQUEST_SERVERFILESIZE, body.data(), static_cast<int>(body.size()));
     }
@@ -149,7 +175,8 @@ int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::i
 }
 
 int CSession::AskHeldSize(const std::string& name, std::int64_t& size) {
-  const int result = Checked(PrepareTransFile(name, false));
+  const int result =
+      Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareTransFile(name, false); });
   if (result != RESULT_OK) return result;
   size = m_llServerFilePos;
   return EndFile();
@@ -163,7 +190,8 @@ int CSession::EndFile() {
 }
 
 int CSession::EmptyFile(const std::string& name) {
-  const int result = Checked(PrepareTransFile(name, true));
+  const int result =
+      Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareTransFile(name, true); });
   return result == RESULT_OK ? EndFile() : result;
 }
 
@@ -175,19 +203,21 @@ int CSession::AskLostInfo(const std::string& name, SLostInfo& info) {
     m_strLostText.clear();
   }
   m_nErrorCode = RESULT_OK;
-  const int result = Checked(GetServerLostInfo(name, info.m_vecLost, info.m_vecBounds));
+  const int result = Request(NET_CTS_GETLOSTINFO, [&] {
+    return GetServerLostInfo(name, info.m_vecLost, info.m_vecBounds);
+  });
   const std::lock_guard guard(m_mutex);
   info.m_strText = m_strLostText;
   return result;
 }
 
 int CSession::ReportFilled(int index, const FILEDATAPOS& range) {
-  char body[4 + 8 + 8];
-  WriteInt32(body, index);
-  WriteInt64(body + 4, range.llPos + range.llLen);
-  WriteInt64(body + 12, 0);
-  const int result = SendAndWaitPre(NET_CTS_CHANGELOSTINFO, body, sizeof(body));
-  return result == ERROR_CODE_WAIT_SERVERRESPOND ? result : Checked(RESULT_OK);
+  const std::string body = EncodeBody(SChangedRange{index, range.llPos + range.llLen, 0});
+  return Request(NET_CTS_CHANGELOSTINFO, [&] {
+    const int result =
+        SendAndWaitPre(NET_CTS_CHANGELOSTINFO, body.data(), static_cast<int>(body.size()));
+    return result == ERROR_CODE_WAIT_SERVERRESPOND ? result : static_cast<int>(RESULT_OK);
+  });
 }
 
 int CSession::StartUpload(const std::vector<Channel_Key_Value>& records,
@@ -276,10 +306,14 @@ std::vector<int> CSession::Statuses() {
 
 bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, const char* pData,
                           int extra) {
+  if (nMsgType != NET_STC_TRANSFILEDATA) {
+    const std::lock_guard guard(m_mutex);
+    m_setAnswered.insert(nMsgType);
+  }
   std::string lostInfo;
-  if (nMsgType == NET_CTS_GETLOSTINFO && nLength >= static_cast<int>(kResultBytes)) {
-    lostInfo.assign(pData, static_cast<std::size_t>(nLength));
-    if (!TakeLostInfo(lostInfo)) return true;
+  if (const auto answer = DecodeBody<SLostRanges>(pData, nLength);
+      nMsgType == NET_CTS_GETLOSTINFO && answer) {
+    if (!TakeLostInfo(*answer, lostInfo)) return true;
     pData = lostInfo.data();
     nLength = static_cast<int>(lostInfo.size());
   }
@@ -289,7 +323,7 @@ bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, 
       TakeData(nLength, pData);
       break;
     case NET_CTS_REQUEST_SERVERFILESIZE:
-      if (nLength >= kTotalSizeBytes) KeepSize(ReadInt64(pData));
+      if (const auto total = DecodeBody<STotalSize>(pData, nLength)) KeepSize(total->m_llBytes);
       break;
     case NET_COMMAND_DISCONNECT:
       ReleaseWaiting();
@@ -300,23 +334,24 @@ bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, 
   return true;
 }
 
-// Puts the answer that the worker is to go by in the place of the server's.
+// Makes the body that the worker is to go by, in the place of the server's.
 // False when a stop is under way: ranges that become known now would be begun
 // and stopped in the middle.
-bool CSession::TakeLostInfo(std::string& body) {
+bool CSession::TakeLostInfo(SLostRanges answer, std::string& body) {
   const std::lock_guard guard(m_mutex);
-  m_strLostText = body.substr(kResultBytes);
+  m_strLostText = answer.m_strText;
+  SLostAnswer expected;
   if (!m_answers.empty()) {
-    const SLostAnswer answer = std::move(m_answers.front());
+    expected = std::move(m_answers.front());
     m_answers.pop_front();
-    if (m_strLostText == answer.m_strSeen) {
-      body.replace(kResultBytes, std::string::npos, answer.m_strTold);
+    if (m_strLostText == expected.m_strSeen) {
+      answer.m_strText = expected.m_strTold;
     } else if (NamesRanges(m_strLostText)) {
-      body.resize(kResultBytes);
-      WriteInt32(body.data(), ERROR_CODE_TRANS_BUSY);
+      answer = {ERROR_CODE_TRANS_BUSY, ""};
     }
   }
-  if (body.size() == kResultBytes) return true;
+  body = EncodeBody(answer);
+  if (answer.m_strText.empty()) return true;
   m_bLostRanges = !m_bStopping;
   return m_bLostRanges;
 }
@@ -337,11 +372,31 @@ void CSession::ReleaseWaiting() {
 }
 
 bool CSession::ReleaseIOCPBuffer(CIOCPBuffer* p) {
-  if (p != nullptr && p->m_nBufSize == kSendBufferBytes &&
-      ReadInt64(p->m_pBuf + kPackHeadBytes) >= 0) {  // not the courteous byte
-    m_llMoved += p->m_nDataLen - kDataOffset;
+  if (p != nullptr && p->m_nBufSize == kSendBufferBytes) {
+    const auto piece =
+        DecodeBody<SFileData>(p->m_pBuf + kPackHeadBytes, p->m_nDataLen - kPackHeadBytes);
+    if (piece && piece->m_llPosition >= 0) {  // not the courteous byte
+      m_llMoved += static_cast<std::int64_t>(piece->m_strData.size());
+    }
   }
   return CKQFileTransServiceClient::ReleaseIOCPBuffer(p);
+}
+
+// True when a server that never answered this kind of request answers the next
+// one: a slow one would be at it still.
+bool CSession::IsPassedOver(int code) {
+  {
+    const std::lock_guard guard(m_mutex);
+    if (m_setAnswered.count(code) > 0) return false;
+    m_setAnswered.erase(NET_CTS_GETPRJDIR);
+  }
+  std::string ignored;
+  GetPrjDir(ignored);
+  m_evReply->ResetKQEvent();  // Leave is not to wait once more
+  const std::lock_guard guard(m_mutex);
+  if (m_setAnswered.count(code) > 0 || m_setAnswered.count(NET_CTS_GETPRJDIR) == 0) return false;
+  m_setUnknown.insert(code);
+  return true;
 }
 
 int CSession::Checked(int result) const {

@@ -5,12 +5,15 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "client/KQFileTransServiceVisitor.h"
 #include "transfer/Digest.h"
 #include "transfer/ProjectClient.h"
+
+struct SLostRanges;
 
 /// What the server knows to be missing of a measurement file.
 struct SLostInfo {
@@ -30,7 +33,9 @@ struct SLostAnswer {
 /// lost link wakes whoever waits, and a long wait is explained.
 ///
 /// Results are the library's: 1, or a negative code; -14 also when the link
-/// went while an answer was awaited.
+/// went while an answer was awaited; -100 when the server does not know a
+/// question. It handles those of one link in order: one that it passed over
+/// and never answered on this link gets no answer later, and is not asked again.
 ///
 /// Threads: one thread uses it; the network layer calls the overrides.
 class CSession : public CKQFileTransServiceVisitor {
@@ -48,6 +53,11 @@ class CSession : public CKQFileTransServiceVisitor {
   /// Ends the transfer and the connection, if any, and opens a new one: after
   /// a request that timed out, late answers would satisfy the next ones.
   int Reopen();
+
+  /// Puts a question of the visitor's that none of the following puts, by its
+  /// code. @return its result; -14 when the link went; that it is unknown, of a
+  /// server that passes it over.
+  int Request(int code, const std::function<int()>& request);
 
   // Questions.
   int AskDirectory(std::string& directory);
@@ -147,8 +157,10 @@ class CSession : public CKQFileTransServiceVisitor {
   int WaitForData();
   void TakeData(int length, const char* body);
   int Checked(int result) const;
+  bool IsPassedOver(int code);
+  int AskAllSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes);
   bool StopConfirmed();
-  bool TakeLostInfo(std::string& body);
+  bool TakeLostInfo(SLostRanges answer, std::string& body);
   void KeepSize(std::int64_t size);
   void ReleaseWaiting();
 
@@ -163,13 +175,15 @@ class CSession : public CKQFileTransServiceVisitor {
   std::vector<std::string> m_vecSent;     // as they; the local files of the request
 
   std::mutex m_mutex;
-  std::condition_variable m_changed;      // a size arrived, or the link went
-  bool m_bLostRanges = false;             // guarded by m_mutex; the server named some
-  bool m_bStopping = false;               // guarded by m_mutex
-  std::size_t m_nAsked = 0;               // guarded by m_mutex; sizes that are to come
-  std::vector<std::int64_t> m_vecSizes;   // guarded by m_mutex
-  std::string m_strLostText;              // guarded by m_mutex; the last answer about ranges
-  std::deque<SLostAnswer> m_answers;      // guarded by m_mutex; those to come in this request
+  std::condition_variable m_changed;     // a size arrived, or the link went
+  std::set<int> m_setAnswered;           // guarded by m_mutex; kinds of messages on this link
+  std::set<int> m_setUnknown;            // guarded by m_mutex; kinds that were passed over
+  bool m_bLostRanges = false;            // guarded by m_mutex; the server named some
+  bool m_bStopping = false;              // guarded by m_mutex
+  std::size_t m_nAsked = 0;              // guarded by m_mutex; sizes that are to come
+  std::vector<std::int64_t> m_vecSizes;  // guarded by m_mutex
+  std::string m_strLostText;             // guarded by m_mutex; the last answer about ranges
+  std::deque<SLostAnswer> m_answers;     // guarded by m_mutex; those to come in this request
   std::vector<CFileDigest> m_vecArrived;  // guarded by m_mutex; of a download
   DataSink m_sink;                        // guarded by m_mutex, also while it is called
   std::int64_t m_llSunk = 0;              // guarded by m_mutex; bytes that it was given

@@ -31,7 +31,7 @@ bool IsFinal(int code) {
   return IsAnyOf(
       code, {ERROR_CODE_SERVER_OPENFILE, CREATE_FILE_ERROR, ERROR_CODE_CLIENT_OPENFILE,
              ERROR_CODE_CLIENT_CREATEFILE, ERROR_CODE_LOSTINFO_RECORD, ERROR_CODE_LOSTINFO_ACCESS,
-             ERROR_CODE_LOSTINFO_CONTENT, ERROR_CODE_CLIENT_DISKSPACE});
+             ERROR_CODE_LOSTINFO_CONTENT, ERROR_CODE_CLIENT_DISKSPACE, kRequestUnknown});
 }
 
 // After these the server has said all that it is going to say.
@@ -231,7 +231,7 @@ void CTransfer::TellEnd(STransferItem& item) {
 void CTransfer::VerifyEnded() {
   if (m_vecEnded.empty()) return;
   const int result = Verify(m_vecEnded);
-  if (result != RESULT_OK) m_bRenewLink = true;
+  if (result != RESULT_OK && !LeavesLinkClean(result)) m_bRenewLink = true;
   for (STransferItem* item : m_vecEnded) {
     if (result != RESULT_OK && !item->m_bDone) Blame(*item, result);
     if (!item->m_bDone) continue;

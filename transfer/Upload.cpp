@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "protocol/MeasurementFiles.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/CancelToken.h"
 #include "transfer/Inventory.h"
@@ -40,6 +41,11 @@ bool AnyRecordingOf(const STransferItem& side, const std::vector<STransferItem>&
   return std::any_of(items.begin(), items.end(), [&](const STransferItem& item) {
     return condition(item) && IsSideFileOf(side.m_strServer, item.m_strServer);
   });
+}
+
+void CutTo(std::vector<STransferItem*>& batch, std::size_t count) {
+  if (batch.size() > count)
+    batch.erase(batch.begin() + static_cast<std::ptrdiff_t>(count), batch.end());
 }
 
 void Judge(STransferItem& item, std::int64_t missing, const std::string& why) {
@@ -156,7 +162,7 @@ int CUpload::VerifyItems(const Batch& ended) {
 void CUpload::OpenFiles(Batch& batch) {
   m_vecOpen.clear();
   m_facts.clear();
-  if (batch.size() > kMostOpen) batch.resize(kMostOpen);
+  CutTo(batch, kMostOpen);
   for (std::size_t i = 0; i < batch.size(); ++i) {
     m_vecOpen.push_back(std::make_unique<CKQFile>());
     if (m_vecOpen.back()->KQOpen(batch[i]->m_strLocal, "rb")) {
@@ -164,7 +170,7 @@ void CUpload::OpenFiles(Batch& batch) {
       continue;
     }
     if (i == 0) Fail(*batch[0], ERROR_CODE_CLIENT_OPENFILE);
-    batch.resize(i);
+    CutTo(batch, i);
   }
 }
 
@@ -184,7 +190,7 @@ void CUpload::AskForRanges(Batch& batch) {
   std::vector<std::string> names;
   for (const STransferItem* item : batch) {
     if (IsResumable(*item) && IsAskable(item->m_strServer)) {
-      names.push_back(SideFileName(item->m_strServer));
+      names.push_back(SideFileName(item->m_strServer, kRangesExtension));
     }
   }
   std::vector<std::int64_t> sizes;
@@ -197,8 +203,8 @@ void CUpload::AskForRanges(Batch& batch) {
     if (!IsResumable(*batch[i])) continue;
     SRecording recording;
     const bool hasSide = !IsAskable(batch[i]->m_strServer) || *size++ != 0;
-    if (hasSide && !CanGoOn(*batch[i], i == 0, recording)) return batch.resize(i);
-    if (recording.m_bWhole && i == 0 && batch.size() > 1) batch.resize(1);
+    if (hasSide && !CanGoOn(*batch[i], i == 0, recording)) return CutTo(batch, i);
+    if (recording.m_bWhole && i == 0 && batch.size() > 1) CutTo(batch, 1);
     m_answers.push_back(recording.m_answer);
   }
 }

@@ -22,6 +22,7 @@
 #include "bench/posix/Wire.h"
 #include "net/NetWorkManageEx.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "server/KQFileTransServiceServer.h"
 
 namespace {
@@ -89,7 +90,7 @@ int StartEcho() {
 
 void Load(int port, int number, const std::string& path, const std::atomic<bool>& stop) {
   const int fd = Connect(port, "127.0.2." + std::to_string(number));
-  const std::string start = Packet(NET_CTS_PREPARETRANS_FILE, std::string(8, '\0') + path);
+  const std::string start = Packet(NET_CTS_PREPARETRANS_FILE, EncodeBody(SDownloadStart{0, path}));
   if (!SendAll(fd, start)) std::exit(1);
   std::vector<char> data(1 << 20);
   while (!stop && recv(fd, data.data(), data.size(), 0) > 0) {

@@ -1,5 +1,5 @@
 // TCP sockets of a POSIX system: non-blocking descriptors, waits in poll on
-// the descriptor and a wake handle.
+// the descriptor and a wake handle, which is an eventfd of Linux.
 
 #include <arpa/inet.h>
 #include <fcntl.h>

@@ -1,5 +1,5 @@
-// Confinement by Landlock, the kernel's rule sets that a process puts on
-// itself.
+// Confinement by Landlock, rule sets of the Linux kernel that a process puts
+// on itself.
 //
 // Kernels differ in which rights they know; asking for an unknown one fails.
 // So every right is cut down to what the version that the kernel answers

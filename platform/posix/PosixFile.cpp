@@ -1,4 +1,5 @@
-// Files on a POSIX system. Only regular files open; no open can hang.
+// Files on a POSIX system. Only regular files open; no open can hang. Linux
+// alone has the notes (extended attributes) and the early start of a flush.
 
 #include <fcntl.h>
 #include <sys/stat.h>

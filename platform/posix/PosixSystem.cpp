@@ -61,6 +61,7 @@ std::string ReadBytes(const char* path, std::size_t bytes) {
   return whole ? text : "";
 }
 
+// Linux alone has it.
 std::string ReadBootName() {
   constexpr std::size_t kNameBytes = 36;
   return ReadBytes("/proc/sys/kernel/random/boot_id", kNameBytes);

@@ -1,4 +1,5 @@
-// The commands of kqft.
+// The commands of kqft: their table, and those that only ask what the server
+// has. Each of the others lies in a file of its own.
 
 #include "programs/kqft/Commands.h"
 
@@ -8,7 +9,10 @@
 
 #include "programs/ExitStatus.h"
 #include "programs/kqft/Output.h"
+#include "programs/kqft/Text.h"
+#include "protocol/ResultCodes.h"
 #include "transfer/ProjectClient.h"
+#include "transfer/Sizes.h"
 
 namespace {
 
@@ -16,6 +20,87 @@ void AddNothing(CLI::App&, SOptions&) {}
 
 std::string NothingWrong(const SOptions&) {
   return "";
+}
+
+const std::string kGap = "  ";
+
+// Columns of a terminal: continuation bytes of UTF-8 take none.
+std::size_t Columns(const std::string& text) {
+  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
+  }));
+}
+
+void SayTable(COutput& output, const std::vector<std::vector<std::string>>& rows) {
+  std::vector<std::size_t> widths(rows.front().size());
+  for (const auto& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], Columns(row[i]));
+  }
+  for (const auto& row : rows) {
+    std::string line;
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      const std::string padding(widths[i] - Columns(row[i]), ' ');
+      const bool isNumber = i == 1;
+      const bool isLast = i + 1 == row.size();
+      line += isNumber ? padding + row[i] : row[i] + (isLast ? "" : padding);
+      if (!isLast) line += kGap;
+    }
+    output.Say(line);
+  }
+}
+
+int RunDir(CProjectClient& client, COutput& output, const SOptions&) {
+  std::string directory;
+  const int result = client.GetDirectory(directory);
+  if (result != RESULT_OK) return FailQuestion(output, result);
+  if (!output.IsJson()) output.Say(Printable(directory));
+  output.Json(CJsonObject("summary").Text("command", "dir").Name("directory", directory));
+  return kExitDone;
+}
+
+int RunLs(CProjectClient& client, COutput& output, const SOptions&) {
+  std::vector<SProject> projects;
+  const int result = client.ListProjects(projects);
+  if (result != RESULT_OK) return FailQuestion(output, result);
+  std::vector<std::vector<std::string>> rows = {{"NAME", "SIZE", "CREATED"}};
+  std::vector<CJsonObject> objects;
+  int status = kExitDone;
+  for (const SProject& project : projects) {
+    const bool possible = project.m_llSize >= 0;
+    rows.push_back({Printable(project.m_strName), possible ? FormatSize(project.m_llSize) : "?",
+                    Printable(project.m_strCreated)});
+    CJsonObject object;
+    object.Name("name", project.m_strName);
+    if (possible) object.Number("size", project.m_llSize);
+    objects.push_back(object.Text("created", project.m_strCreated));
+    if (possible) continue;
+    output.Error(WhyNoSize(project.m_llSize), 0, project.m_strName);
+    status = kExitFailed;
+  }
+  if (!output.IsJson() && !projects.empty()) SayTable(output, rows);
+  if (projects.empty()) output.Notice("the server has no projects");
+  output.Json(CJsonObject("summary").Text("command", "ls").List("projects", objects));
+  return status;
+}
+
+int RunFiles(CProjectClient& client, COutput& output, const SOptions& options) {
+  std::vector<SProjectFile> files;
+  const int result = client.ListFiles(options.m_strProject, files);
+  if (result != RESULT_OK) return FailQuestion(output, result);
+  if (files.empty()) {
+    output.Error("the server lists no files of this project", 0, options.m_strProject);
+    return kExitFailed;
+  }
+  std::vector<CJsonObject> objects;
+  for (const SProjectFile& file : files) {
+    if (!output.IsJson()) output.Say(Printable(file.m_strName));
+    objects.push_back(CJsonObject().Name("name", file.m_strName));
+  }
+  output.Json(CJsonObject("summary")
+                  .Text("command", "files")
+                  .Name("project", options.m_strProject)
+                  .List("files", objects));
+  return kExitDone;
 }
 
 }  // namespace

@@ -35,10 +35,7 @@ const std::vector<SCommand>& Commands();
 /// Throws std::logic_error for a name that is none of theirs.
 const SCommand& FindCommand(const std::string& name);
 
-// What the table consists of; each command lies in a file of its own.
-int RunDir(CProjectClient& client, COutput& output, const SOptions& options);
-int RunLs(CProjectClient& client, COutput& output, const SOptions& options);
-int RunFiles(CProjectClient& client, COutput& output, const SOptions& options);
+// What the table consists of, where a command has a file of its own.
 void AddPutOptions(CLI::App& command, SOptions& options);
 std::string WhyNoPut(const SOptions& options);
 int RunPut(CProjectClient& client, COutput& output, const SOptions& options);

@@ -32,10 +32,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   CFuzzClient client(jail.Root());
   std::string stored;
   std::int64_t counted = 0;
-  bool lost = false;  // a chunk; nothing is stored behind it
+  std::int64_t lost = INT64_MAX;  // from here on a chunk is missing; nothing is stored behind it
   for (CFuzzInput input(data, size); !input.AtEnd();) {
     const unsigned choice = input.TakeByte();
-    const int code = choice < 2 ? static_cast<int>(choice) : 2499 + static_cast<int>(choice % 18);
+    const int code = choice < 2 ? static_cast<int>(choice) : AnyCode(choice);
     std::string body = input.TakeText();
     if (code == NET_STC_TRANSFILEDATA && body.size() >= 8) {
       // The sign and 19 bits of the position, so that the file stays small.
@@ -44,10 +44,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                                                  << 8;
       body.replace(0, 8, Int64(negative ? -1 - low : 8 * low));
       const std::size_t bytes = body.size() - 8;
-      lost = lost || (negative && !client.m_bStop);
+      if (negative && !client.m_bStop) lost = 0;
       if (!client.m_bStop && !negative) counted += static_cast<std::int64_t>(bytes);
-      if (!client.m_bStop && !lost) {
-        const std::size_t position = 8 * static_cast<std::size_t>(low);
+      const std::size_t position = 8 * static_cast<std::size_t>(low);
+      if (!client.m_bStop && !negative && static_cast<std::int64_t>(position) <= lost) {
+        if (lost != INT64_MAX) lost = std::max(lost, static_cast<std::int64_t>(position + bytes));
         if (bytes > 0) stored.resize(std::max(stored.size(), position + bytes));
         stored.replace(position < stored.size() ? position : stored.size(), bytes, body, 8);
       }

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <string>
 
+#include "protocol/MessageCodes.h"
 #include "support/TestSystem.h"
 
 /// What the fuzz targets share: the input taken apart from its front, and a
@@ -37,6 +38,12 @@ class CFuzzInput {
  private:
   std::string m_strRest;
 };
+
+/// The code of any message, of the one before the first, or of two behind the
+/// last.
+inline int AnyCode(unsigned choice) {
+  return kFirstMessage - 1 + static_cast<int>(choice % (kMessageCount + 3));
+}
 
 /// The real system, but for one thing: whatever path it is given, only what
 /// lies in one directory is reached. A path outside is not found; one that

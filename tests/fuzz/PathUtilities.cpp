@@ -6,6 +6,7 @@
 #include "Fuzz.h"
 #include "platform/ExpertUtils.h"
 #include "platform/GBKUTF8Transfer.h"
+#include "protocol/MeasurementFiles.h"
 #include "transfer/Names.h"
 
 namespace {

@@ -21,37 +21,37 @@ class TransferLife : public CServerTest {
   int Port() const { return m_server.Port(); }
 };
 
-TEST_F(TransferLife, EitherEndMayStopOrDieInTheMiddleOfATransfer) {
-  m_system.Follow(CFaultPlan().ClockFaster(10));
+TEST_F(TransferLife, ClientsThenTheServerStopAndDieUnderLoad) {
+  constexpr std::size_t kClients = 6;
+  m_system.Follow(CFaultPlan().ClockFaster(1));  // a busy machine is no stalled link
   MakeSparseFile(m_dir / "down", kLargeBytes);
-  for (int round = 0; round < 8; ++round) {
-    auto server = std::make_unique<CTestServer>(m_dir);
-    ASSERT_TRUE(server->Init(0) && server->Init(0));
-    auto client = std::make_unique<CTestClient>(server->Port());
-    MakeSparseFile(client->m_files / "up", kLargeBytes);
-    ASSERT_EQ(round < 4 ? client->StartUpload({"up"}, m_dir.Path())
-                        : client->StartDownload({"down"}, m_dir.Path()),
+  auto server = std::make_unique<CTestServer>(m_dir);
+  ASSERT_TRUE(server->Init(0));
+  std::vector<std::unique_ptr<CTestClient>> clients;
+  for (std::size_t i = 0; i < kClients; ++i) {
+    const std::string number = std::to_string(i + 1);
+    clients.push_back(std::make_unique<CTestClient>(server->Port(), "127.4.1." + number));
+    MakeSparseFile(clients[i]->m_files / number, kLargeBytes);
+    ASSERT_EQ(i % 2 == 0 ? clients[i]->StartUpload({number}, m_dir.Path())
+                         : clients[i]->StartDownload({"down"}, m_dir.Path()),
               RESULT_OK);
-    ASSERT_TRUE(WaitUntil([&] { return client->GetTrans() > 0.01F * static_cast<float>(round); }));
-    switch (round % 4) {
-      case 0:
-        client->Stop();
-        EXPECT_NE(client->Finish(), std::vector<int>{RESULT_OK});
-        break;
-      case 1:
-        client.reset();
-        EXPECT_TRUE(WaitUntil([&] { return server->Links() == 0; }));
-        break;
-      case 2:
-        server->Stop();
-        client->Finish();
-        EXPECT_TRUE(server->Init(0));
-        break;
-      default:
-        server.reset();
-        client->Finish();
-        EXPECT_FALSE(client->IsConnect());
-    }
+  }
+  for (const auto& client : clients) ASSERT_TRUE(WaitUntil([&] { return client->GetTrans() > 0; }));
+  m_system.Follow(CFaultPlan().ClockFaster(50));
+  std::vector<std::future<void>> deaths;
+  for (std::size_t i = 0; i < 4; ++i) {
+    deaths.push_back(std::async(std::launch::async, [&clients, i] {
+      if (i >= 2) return clients[i].reset();
+      clients[i]->Stop();
+      EXPECT_NE(clients[i]->Finish(), std::vector<int>{RESULT_OK});
+    }));
+  }
+  for (const auto& death : deaths) death.wait();
+  EXPECT_TRUE(WaitUntil([&] { return server->Links() == kClients - deaths.size(); }));
+  server.reset();
+  for (std::size_t i = deaths.size(); i < kClients; ++i) {
+    clients[i]->Finish();
+    EXPECT_FALSE(clients[i]->IsConnect());
   }
 }
 

@@ -1,9 +1,12 @@
 // What becomes of an upload that goes on: the bytes that travel, counted on the
 // wire, and those that lie on the server in the end.
 
+#include <functional>
 #include <string_view>
+#include <thread>
 
 #include "protocol/MessageCodes.h"
+#include "protocol/ResultCodes.h"
 #include "support/FakeServer.h"
 #include "support/Packets.h"
 #include "support/Programs.h"
@@ -21,9 +24,10 @@ const std::string kRange = kHead + "lost_info_0=30000,100\r\n";
 class TransferResume : public CServerTest {
  protected:
   // Each comes from an address of its own.
-  CProjectClient Client() {
+  CProjectClient Client(ITransferObserver* observer = nullptr) {
     return CProjectClient({"127.0.0.1", m_nPort > 0 ? m_nPort : m_server.Port(),
-                           "127.0.1." + std::to_string(++m_nRuns), m_logs.Path()});
+                           "127.0.1." + std::to_string(++m_nRuns), m_logs.Path()},
+                          observer);
   }
   bool Put(const std::string& directory, const std::string& project) {
     SPutRequest request;
@@ -179,7 +183,44 @@ TEST_F(TransferResume, WhatIsMissingOfARecordingThatFailedStaysKnown) {
   EXPECT_TRUE(ReadWholeFile(m_dir / "P/Run.tm") == whole);
 }
 
-// A server that does not answer is not asked for a courtesy.
+// Looks whether progress falls back, and acts at the first one of a second try.
+struct CProgressWatch : ITransferObserver {
+  void OnProgress(const STransferProgress& now) override {
+    EXPECT_TRUE(now.m_llDone >= m_last.m_llDone && now.m_nFilesDone >= m_last.m_nFilesDone);
+    m_last = now;
+    if (m_bRetried) std::thread(m_act).join();
+  }
+  void OnRetrying(std::size_t, int) override { m_bRetried = true; }
+
+  STransferProgress m_last;
+  bool m_bRetried = false;
+  std::function<void()> m_act;
+};
+
+TEST_F(TransferResume, ProgressNeverFallsBackAndACancelledPutGoesOn) {
+  const std::map<std::string, std::string> files = {{"P/a.dat", PatternBytes(2 * kMiB)},
+                                                    {"P/b.dat", PatternBytes(4 * kMiB, 2)},
+                                                    {"P/z.tm", PatternBytes(16 * kMiB, 3)}};
+  for (const auto& [name, content] : files) WriteWholeFile(m_local / name, content);
+  CScopedSockets sockets;
+  sockets.Follow({3 * kMiB});  // cut in the second file, which is sent again
+  ASSERT_TRUE(m_server.Init(0));
+  CProgressWatch watch;
+  CProjectClient client = Client(&watch);
+  watch.m_act = [&] { client.Cancel(); };
+  SPutRequest request;
+  request.m_vecPaths = {m_local / "P"};
+  EXPECT_TRUE(client.Put(request).m_bCancelled);
+  EXPECT_TRUE(watch.m_bRetried);
+  EXPECT_GT(watch.m_last.m_llDone, 2 * kMiB);
+  watch.m_bRetried = false;
+  watch.m_last = STransferProgress();
+  EXPECT_TRUE(client.Put(request).IsDone());
+  for (const auto& [name, content] : files) EXPECT_TRUE(ReadWholeFile(m_dir / name) == content);
+}
+
+// A server that does not answer is not asked for a courtesy, and nothing again
+// that it passed over.
 TEST_F(TransferResume, SilentServerIsLeftAtOnce) {
   WriteWholeFile(m_local / "P/a.txt", "a");
   for (const int silent : {NET_CTS_PREPARETRAN_FILE, NET_CTS_TRANSFILEDATA_END}) {
@@ -189,6 +230,19 @@ TEST_F(TransferResume, SilentServerIsLeftAtOnce) {
     m_nPort = fake.Port();
     EXPECT_FALSE(Put(m_local / "P", "P"));
     EXPECT_EQ(fake.Count(NET_CTS_PREPARETRAN_FILE), 1U) << silent;
+  }
+  m_system.Follow(CFaultPlan().ClockFaster(100));
+  for (const bool older : {true, false}) {
+    CFakeServer fake;
+    fake.Silent(NET_CTS_GETPRJLIST);
+    if (!older) fake.Silent(NET_CTS_GETPRJDIR);  // it hangs
+    m_nPort = fake.Port();
+    CProjectClient client = Client();
+    std::vector<SProject> none;
+    for (int i = 0; i < 2; ++i) {
+      EXPECT_EQ(client.ListProjects(none), older ? kRequestUnknown : ERROR_CODE_TIMEOUT);
+    }
+    EXPECT_EQ(fake.Count(NET_CTS_GETPRJLIST), older ? 1U : 2U);
   }
 }
 

@@ -21,13 +21,11 @@ void CRecordingServer::Drop() {
 }
 
 CFakeServer::CFakeServer() {
-  Answer(NET_CTS_PREPARETRAN_FILE, Int32(1) + Int64(0));
-  Answer(NET_CTS_TRANSFILEDATA_END, "");
-  Answer(NET_CTS_TRANS_STOP, "");
-  Answer(NET_CTS_PREPARETRANS_FILE, Int32(1));
-  for (int code = NET_CTS_GETLOSTINFO; code <= NET_CTS_GETPRJFILELIST; ++code) {
-    Answer(code, Int32(1));
+  for (const SMessage& message : kMessages) {
+    if (message.m_bAnswered) Answer(message.m_nCode, Int32(1));
   }
+  Answer(NET_CTS_PREPARETRAN_FILE, Int32(1) + Int64(0));
+  Answer(NET_CTS_TRANS_STOP, "");
 }
 
 void CFakeServer::Answer(int code, const std::string& body) {

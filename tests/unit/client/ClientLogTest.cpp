@@ -34,7 +34,7 @@ TEST_F(ClientLog, FileIsBegunAnewBeyondTheLimitAndReopenedAfterSixtySeconds) {
 }
 
 TEST_F(ClientLog, SetClockShowsInLinesAndNamesButPassesNoTime) {
-  constexpr std::int64_t kMonth = 30 * 24 * 60 * 60;
+  constexpr std::int64_t kMonth = 30LL * 24 * 60 * 60;
   const std::int64_t start = CTimeConvert::GetCurTime();
   for (const std::int64_t step : {kMonth, -2 * kMonth}) {
     m_system.StepWallClock(step);

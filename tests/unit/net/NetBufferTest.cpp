@@ -26,7 +26,7 @@ TEST_F(NetBuffer, UnfinishedPacketsThatShareMemoryAreBounded) {
   CNetBuffer other(8, 9);
   const auto begin = [&](CNetBuffer& buffer, int blocks) {
     buffer.ClearData();
-    buffer.m_bShareMemory = true;
+    buffer.ShareMemory();
     buffer.DealNetData(head.data(), head.size());
     while (blocks-- > 0) buffer.DealNetData(block.data(), block.size());
     return !buffer.IsBroken();

@@ -20,8 +20,13 @@ struct SDerived : CTransClient {
 static_assert(!SDerived::kWalks<SDerived>);
 
 TEST_F(SessionCore, ShortBodiesAreAnsweredAndUnknownCodesAreNot) {
-  for (const int code : {-1, 2499, 2506, 2507, 2508, 2515}) Ask(code, "body");
+  for (const int code : {-1, kFirstMessage - 1, kLastMessage + 1}) Ask(code, "body");
   EXPECT_TRUE(m_net.Codes().empty());
+  for (const SMessage& message : kMessages) {
+    const std::size_t before = m_net.Count(message.m_nCode);
+    Ask(message.m_nCode);
+    EXPECT_EQ(m_net.Count(message.m_nCode) - before, message.m_bAnswered) << message.m_pName;
+  }
   EXPECT_EQ(Ask(NET_CTS_PREPARETRAN_FILE), Int32(CREATE_FILE_ERROR) + Int64(0));
   EXPECT_EQ(Ask(NET_CTS_PREPARETRANS_FILE, "1234567"), Int32(0));
   EXPECT_FALSE(m_session.m_bStopTrans);

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+
+#include "client/KQFileTransServiceClient.h"
+#include "platform/SharedWord.h"
+#include "platform/ThreadGate.h"
+#include "protocol/TransferTypes.h"
+
+/// What a client has beyond the members that hosts see: it grows without
+/// changing the size of the class. Copies of a client share it.
+///
+/// The mutex guards the request that was prepared last, with the client's
+/// m_vecKey, and orders every change of the transfer flags against the begin
+/// of the next run. Never held across a wait.
+struct CKQFileTransServiceClient::SState {
+  CThreadGate m_gate;  // workers keep the state and leave its gate last
+
+  std::mutex m_mutex;
+  int m_nMode = PROCESS_TYPE_NONE;  // guarded by m_mutex
+  bool m_bTaken = true;             // guarded by m_mutex; a worker has taken the run
+  std::size_t m_nRecord = 0;        // guarded by m_mutex; the one in hand
+  std::int64_t m_llRecordSize = 0;  // guarded by m_mutex; of that one
+  std::int64_t m_llBefore = 0;      // guarded by m_mutex; bytes done when it was begun
+
+  CSharedWord<std::uint64_t> m_ullRun = 0;            // word; number of the current run
+  CSharedWord<bool> m_bWriteFailed = false;           // word; received data of this file was lost
+  CSharedWord<std::int64_t> m_llLostPos = INT64_MAX;  // word; nothing behind it is stored
+};
