@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <set>
 
+#include "protocol/MeasurementFiles.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/Download.h"
 #include "transfer/Names.h"
@@ -91,7 +92,7 @@ void AddEntries(const CInventory& inventory, const std::vector<SProjectFile>& li
     const SInventoryEntry* const entry = inventory.Find(PathOfItem(item));
     const bool isRecording = IsMeasurementFile(item.m_strServer);
     if (entry == nullptr || item.m_bFinal) continue;
-    if (isRecording && names.contains(SideFileName(item.m_strServer))) continue;
+    if (isRecording && names.contains(SideFileName(item.m_strServer, kRangesExtension))) continue;
     item.m_pEntry = std::make_shared<SInventoryEntry>(*entry);
   }
 }

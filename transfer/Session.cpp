@@ -189,12 +189,6 @@ int CSession::EndFile() {
   return Checked(RESULT_OK);
 }
 
-int CSession::EmptyFile(const std::string& name) {
-  const int result =
-      Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareTransFile(name, true); });
-  return result == RESULT_OK ? EndFile() : result;
-}
-
 // An answer that does not come leaves m_nErrorCode as it was.
 int CSession::AskLostInfo(const std::string& name, SLostInfo& info) {
   {

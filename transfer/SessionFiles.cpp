@@ -102,6 +102,12 @@ int CSession::WriteText(const std::string& name, const std::string& text) {
              : static_cast<int>(ERROR_CODE_SERVER_WRITE);
 }
 
+int CSession::EmptyFile(const std::string& name) {
+  const int result =
+      Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareTransFile(name, true); });
+  return result == RESULT_OK ? EndFile() : result;
+}
+
 int CSession::PrepareWhole(const std::string& name) {
   int result = Checked(PrepareTransFile(name, true));
   for (int i = 0; i < kReadyTries && result == ERROR_CODE_SERVER_DOWNDATA; ++i) {
