@@ -23,6 +23,8 @@ bool ToOpenMode(const std::string& text, EOpenMode& mode) {
     mode = EOpenMode::kUpdate;
   } else if (text == "w+b") {
     mode = EOpenMode::kCreate;
+  } else if (text == "w+bx") {
+    mode = EOpenMode::kCreateNew;
   } else if (text == "a+") {
     mode = EOpenMode::kAppend;
   } else {

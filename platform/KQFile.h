@@ -20,7 +20,7 @@ struct SReadPart;
 /// each other.
 class CFileHandle {
  public:
-  /// @param mode "rb", "r+b", "w+b" or "a+".
+  /// @param mode "rb", "r+b", "w+b", "w+bx" or "a+".
   /// @return null when the file cannot be opened, or is no regular file.
   static std::shared_ptr<CFileHandle> Open(const std::string& path, const std::string& mode);
 
@@ -97,7 +97,8 @@ class KQFT_API CKQFile : public IKQFile {
 
   /// Closes what is open, then opens `path`.
   /// @param mode "rb" read, must exist; "r+b" read and write, must exist;
-  ///             "w+b" create or empty; "a+" append, create when missing.
+  ///             "w+b" create or empty; "w+bx" create, must not exist;
+  ///             "a+" append, create when missing.
   /// @return false when it cannot be opened or names no regular file; the
   ///         object is then closed.
   bool KQOpen(const std::string& path, std::string mode) override;

@@ -71,17 +71,22 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
 }
 
 // A file that is to be kept is opened without a look before: one that cannot
-// be looked at now must not pass for a missing one and be emptied.
+// be looked at now must not pass for a missing one and be emptied, nor one that
+// another session has begun meanwhile.
 bool CTransClient::OpenTarget(const std::string& path, bool create, int* newEntries) {
   if (!create && m_pTransFile->KQOpen(path, "r+b")) return true;
   SFileStatus status;
   const ESystemError found = System().QueryFile(path, status);
+  if (!create && found == ESystemError::kNone) return m_pTransFile->KQOpen(path, "r+b");
   if (!create && found != ESystemError::kNotFound) return false;
   if (found != ESystemError::kNone) {
     if (newEntries != nullptr) *newEntries = CDurableUpload::CountNewEntries(path);
     EU::CExpertUtils::CreateAllDir(path);
   }
-  return m_pTransFile->KQOpen(path, "w+b");
+  if (create) return m_pTransFile->KQOpen(path, "w+b");
+  if (m_pTransFile->KQOpen(path, "w+bx") || m_pTransFile->KQOpen(path, "r+b")) return true;
+  const bool leadsNowhere = System().QueryFile(path, status) == ESystemError::kNotFound;
+  return leadsNowhere && m_pTransFile->KQOpen(path, "w+b");  // a link
 }
 
 void CTransClient::StoreFileData(int nLength, const char* data) {

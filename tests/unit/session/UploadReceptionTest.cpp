@@ -21,8 +21,13 @@ TEST_F(UploadReception, FlagDecidesWhetherAnExistingFileIsKept) {
   EXPECT_EQ(AskUpload(true, "new"), Int32(CREATE_FILE_ERROR) + Int64(0));  // a directory
   const CFaultPlan looks = CFaultPlan().FailFrom(EOperation::kQuery, 1, ESystemError::kOther);
   const CFaultPlan opens = CFaultPlan().Fail(EOperation::kOpen, 1, ESystemError::kTooMany);
+  // Another session makes the file between the look at it and its making.
+  const CFaultPlan meanwhile = CFaultPlan()
+                                   .Fail(EOperation::kOpen, 1, ESystemError::kNotFound)
+                                   .FailFrom(EOperation::kQuery, 1, ESystemError::kNotFound);
   for (const CFaultPlan& plan :
-       {looks, opens, CFaultPlan(looks).Fail(EOperation::kOpen, 1, ESystemError::kTooMany)}) {
+       {looks, opens, meanwhile,
+        CFaultPlan(looks).Fail(EOperation::kOpen, 1, ESystemError::kTooMany)}) {
     const int before = m_system.Struck();
     m_system.Follow(plan);
     AskUpload(false, "new\\deep\\file");
