@@ -59,6 +59,7 @@
   X(kFlush, "flush")                            \
   X(kStartFlush, "start flush")                 \
   X(kResize, "resize")                          \
+  X(kLock, "lock")                              \
   X(kReadNote, "read note")                     \
   X(kWriteNote, "write note")
 
@@ -95,6 +96,11 @@ class ISystemFile {
 
   /// Cuts the file off behind `bytes`, or fills it up with zeros.
   virtual ESystemError Resize(std::int64_t bytes) = 0;
+
+  /// Holds the file until it is closed, as it is by the end of the process.
+  /// Only those who ask find out: it stays readable and writable.
+  /// @return kBusy while another opening of it holds it, of any process
+  virtual ESystemError Lock() = 0;
 
   /// A short text that stands beside the content; "" when there is none. A
   /// file system that loses power keeps it in step with what was written out
@@ -335,6 +341,9 @@ class CForwardingFile : public ISystemFile {
   }
   ESystemError Resize(std::int64_t bytes) override {
     return Call(kResize, [&] { return m_pTarget->Resize(bytes); });
+  }
+  ESystemError Lock() override {
+    return Call(kLock, [&] { return m_pTarget->Lock(); });
   }
   ESystemError Note(std::string& text) override {
     text.clear();

@@ -16,6 +16,7 @@ enum class ESystemError {
   kTooMany,     ///< no descriptor or thread left
   kNotRegular,  ///< a directory, pipe or device where a file was asked for
   kBadPath,     ///< empty, with a NUL byte, too long, or the root where that is refused
+  kBusy,        ///< somebody else holds it
   kOther,
 };
 

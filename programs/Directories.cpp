@@ -2,10 +2,11 @@
 
 #include "programs/Directories.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
+
+#include "platform/UserDirectories.h"
 
 namespace fs = std::filesystem;
 
@@ -48,14 +49,6 @@ std::string WhyUnusable(const std::string& directory) {
   return "";
 }
 
-std::string UserStateDirectory() {
-  if (std::string state = EnvironmentWord("XDG_STATE_HOME"); !state.empty()) return state;
-  if (const std::string home = EnvironmentWord("HOME"); !home.empty()) {
-    return (fs::path(home) / ".local" / "state").string();
-  }
-  return EnvironmentWord("LOCALAPPDATA");
-}
-
 std::string UserConfigFile(const std::string& name) {
   for (const char* const variable : {"XDG_CONFIG_HOME", "APPDATA"}) {
     if (const std::string home = EnvironmentWord(variable); !home.empty()) {
@@ -74,9 +67,4 @@ std::string FirstUsableDirectory(const std::vector<std::string>& candidates) {
     if (WhyUnusable(candidate).empty()) return candidate;
   }
   return "";
-}
-
-std::string EnvironmentWord(const char* name) {
-  const char* value = std::getenv(name);
-  return value == nullptr ? "" : value;
 }

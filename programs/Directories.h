@@ -11,10 +11,6 @@ std::string DirectoryForLibrary(const std::string& path);
 ///         its name holds nothing that the library reads differently.
 std::string WhyUnusable(const std::string& directory);
 
-/// Where a user's programs keep what is neither data nor settings; "" when
-/// the environment names no home.
-std::string UserStateDirectory();
-
 /// The user's settings file of that name, there or not; "" when the
 /// environment names no home.
 std::string UserConfigFile(const std::string& name);
@@ -25,6 +21,3 @@ std::string SystemLogDirectory();
 /// The first of the candidates that can be used, made when it is missing; ""
 /// when none can. Empty candidates are passed over.
 std::string FirstUsableDirectory(const std::vector<std::string>& candidates);
-
-/// A word of the environment; "" when it is not set.
-std::string EnvironmentWord(const char* name);

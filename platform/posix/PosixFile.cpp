@@ -2,6 +2,7 @@
 // alone has the notes (extended attributes) and the early start of a flush.
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <sys/xattr.h>
@@ -78,6 +79,15 @@ class CPosixFile final : public ISystemFile {
     do {
       result = ftruncate(m_fd.Get(), static_cast<off_t>(bytes));
     } while (result < 0 && errno == EINTR);
+    return LastError(result < 0);
+  }
+
+  ESystemError Lock() override {
+    int result = -1;
+    do {
+      result = flock(m_fd.Get(), LOCK_EX | LOCK_NB);
+    } while (result < 0 && errno == EINTR);
+    if (result < 0 && errno == EWOULDBLOCK) return ESystemError::kBusy;
     return LastError(result < 0);
   }
 

@@ -15,3 +15,7 @@ std::string UserAtHost() {
   if (gethostname(host, sizeof host - 1) != 0 || host[0] == '\0') return name + "@unknown";
   return name + "@" + host;
 }
+
+int ProcessId() {
+  return getpid();
+}

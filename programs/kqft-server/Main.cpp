@@ -11,6 +11,7 @@
 
 #include "net/NetWorkManageEx.h"
 #include "platform/Confinement.h"
+#include "platform/UserDirectories.h"
 #include "programs/Directories.h"
 #include "programs/ExitStatus.h"
 #include "programs/ServiceNotify.h"

@@ -4,6 +4,7 @@
 #include <iostream>
 #include <string>
 
+#include "platform/UserDirectories.h"
 #include "programs/Directories.h"
 #include "programs/ExitStatus.h"
 #include "programs/Termination.h"

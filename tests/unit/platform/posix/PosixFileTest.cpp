@@ -28,6 +28,17 @@ TEST(PosixFile, OnlyRegularFilesOpenAndNoOpenHangs) {
   }
 }
 
+TEST(PosixFile, ALockHoldsUntilTheFileIsClosed) {
+  const CTempDirectory temp;
+  std::unique_ptr<ISystemFile> first, second;
+  System().OpenFile(temp / "lock", EOpenMode::kAppend, first);
+  System().OpenFile(temp / "lock", EOpenMode::kAppend, second);
+  EXPECT_EQ(first->Lock(), ESystemError::kNone);
+  EXPECT_EQ(second->Lock(), ESystemError::kBusy);
+  first = nullptr;
+  EXPECT_EQ(second->Lock(), ESystemError::kNone);
+}
+
 TEST(PosixFile, EmptyPathsAndNulBytesAreRefusedByEveryCall) {
   const CTempDirectory temp;
   WriteWholeFile(temp / "canary", "alive");
