@@ -36,9 +36,9 @@ end_server() {
 trap 'end_server; [ -n "${lost:-}" ] || rm -rf "$work"' EXIT
 trap 'exit 130' INT TERM
 
-# Hashes of all files below a directory but inventories, by name: also shows one
+# Hashes of all files below a directory but kqft's own, by name: also shows one
 # too many.
-hashes() { (cd "$1" && find . -type f ! -name 'kqft.inventory*' -print0 | LC_ALL=C sort -z | xargs -0r sha256sum); }
+hashes() { (cd "$1" && find . -type f ! -name 'kqft.*' -print0 | LC_ALL=C sort -z | xargs -0r sha256sum); }
 
 # ---- What is moved: 3 MiB, two recordings, small files, and the server's copy
 # of one recording in three segments with six ranges missing.

@@ -200,6 +200,11 @@ std::string CDownload::WhyNotStarted(const Batch& batch, int code) {
   return told < 0 ? WhyNoSize(told) : kChanged;
 }
 
+int CDownload::AskKept(const STransferItem& item, std::int64_t& bytes) {
+  bytes = OwnFileSize(PartPath(item));
+  return RESULT_OK;
+}
+
 std::string CDownload::BelowInto(const STransferItem& item) const {
   return fs::path(PartPath(item)).lexically_relative(m_strInto).string();
 }

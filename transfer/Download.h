@@ -30,6 +30,7 @@ class CDownload : public CTransfer {
   std::string WhyNotStarted(const Batch& batch, int code) override;
   int Verify(const Batch& ended) override;
   bool IsResumable(const STransferItem&) const override { return true; }
+  int AskKept(const STransferItem& item, std::int64_t& bytes) override;
 
  private:
   std::string BelowInto(const STransferItem& item) const;

@@ -142,7 +142,7 @@ void RefuseClashes(std::vector<STransferItem>& items) {
 STransferResult CProjectClient::Get(const SGetRequest& request) {
   std::string why = WhyNoGet(request);
   if (why.empty()) why = WhyNoProject(request.m_strProject);
-  CTransferScope scope(*m_pState, why);
+  CTransferScope scope(*m_pState, why, {request.m_nRetries, request.m_nRetrySeconds});
   if (!scope.HasBegun()) return scope.End();
   CSession& session = *m_pState->m_pSession;
   STransferResult& get = scope.Result();
@@ -155,7 +155,12 @@ STransferResult CProjectClient::Get(const SGetRequest& request) {
     return scope.End();
   }
   const std::string projectPath = directory + request.m_strProject;
-  const STransferTools tools{session, m_pState->m_observer, m_pState->m_cancel, request.m_nRetries};
+  const STransferTools tools{session,
+                             m_pState->m_observer,
+                             m_pState->m_cancel,
+                             request.m_nRetries,
+                             request.m_nRetrySeconds,
+                             {}};
   CServerInventory inventory(tools, projectPath);
   if (request.m_bInventory && !scope.Check(inventory.Read())) return scope.End();
   AddUnlisted(inventory.Newest(), projectPath, listed);

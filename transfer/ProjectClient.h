@@ -9,12 +9,24 @@
 #include "transfer/TransferItem.h"
 #include "transfer/TransferObserver.h"
 
+/// The server takes a second connection from one address for the first one come
+/// back, and the transfer that ran there fails. So a client takes the turn of
+/// its user at that server when it connects, and has it until its connection
+/// ends; kqft does the same.
+enum class ETurn {
+  kWait,    ///< as long as another one has it; Cancel ends that
+  kRefuse,  ///< not at all: the result is then kServerTaken
+  kNone,    ///< connect in any case: the host sees to it
+};
+
 /// Where a server is and how to reach it.
 struct SServerPlace {
   std::string m_strHost;  ///< dotted address or name
   int m_nPort = 9999;
   std::string m_strBindAddress;   ///< local address to connect from; "" for any
   std::string m_strLogDirectory;  ///< where the logs go; "" for that of temporary files
+  ETurn m_eTurn = ETurn::kWait;
+  std::string m_strPurpose = "another program";  ///< what others who wait are told
 
   /// "HOST:PORT"
   std::string Text() const { return m_strHost + ":" + std::to_string(m_nPort); }
@@ -37,6 +49,9 @@ struct SProjectFile {
 /// over, while it answered others.
 constexpr int kRequestUnknown = -100;
 
+/// Another program of this user is busy with the server.
+constexpr int kServerTaken = -101;
+
 /// A result in words, with its number and name.
 KQFT_TRANSFER_API std::string DescribeResult(int result);
 
@@ -47,6 +62,8 @@ struct SPutRequest {
   bool m_bPlanOnly = false;             ///< only find out what would be sent
   bool m_bInventory = true;             ///< write one; false is for measuring
   int m_nRetries = 3;                   ///< rounds in a row that may bring no progress
+  int m_nRetrySeconds = 0;              ///< so long they may, however many they are
+  bool m_bTakeOver = false;             ///< go on though somebody else is sending the project
 };
 
 /// What to fetch.
@@ -59,6 +76,7 @@ struct SGetRequest {
   bool m_bChecksum = false;   ///< compare files that are here by their bytes, not by their time
   bool m_bOverwrite = false;  ///< else a file that is here and differs becomes NAME~
   int m_nRetries = 3;
+  int m_nRetrySeconds = 0;  ///< both as above; the first connection counts, too
 };
 
 /// What a put or get came to.
@@ -67,11 +85,16 @@ struct KQFT_TRANSFER_API STransferResult {
   std::string m_strWhy;  ///< the same in words; "" when it began
   bool m_bCancelled = false;
   std::string m_strProject;  ///< "" when there are several
+  std::string m_strOther;    ///< "user@host" who sends a project, where a put gave way to them
   std::vector<STransferItem> m_vecItems;
   std::string m_strInventory;   ///< why it could not be written at the end; "" when it was
   std::size_t m_nProblems = 0;  ///< left out although they should have been sent
   std::int64_t m_llMoved = 0;   ///< bytes of file data that crossed the network
   double m_dSeconds = 0;
+
+  /// Projects of a first put that the server does not list: it goes by files
+  /// with a suffix of its choice. They can be fetched all the same.
+  std::vector<std::string> m_vecUnlisted;
 
   /// Everything that was asked for is whole on both sides.
   bool IsDone() const;
@@ -105,9 +128,18 @@ class KQFT_TRANSFER_API CProjectClient {
 
   /// Connects and waits until the server answers. Every other operation does
   /// so too when no connection stands.
-  /// Blocks: 10 s for a connection, then as long as the server finishes what
-  ///         earlier links of this address have left, up to 2 minutes.
-  int Connect();
+  /// @param retries, seconds as those of a request
+  /// @return also kServerTaken
+  /// Blocks: while others have the turn; 10 s for a connection, then as long as
+  ///         the server finishes what earlier links of this address have left,
+  ///         up to 2 minutes.
+  int Connect(int retries = 0, int seconds = 0);
+
+  /// Ends the connection, and so lets others have their turn.
+  void Disconnect();
+
+  /// Who is busy with the server, after kServerTaken: "kqft put Run7 (pid 12)".
+  const std::string& TakenBy() const;
 
   /// The server's project directory, as the server spells it.
   /// Blocks: up to 5 s.
@@ -135,8 +167,8 @@ class KQFT_TRANSFER_API CProjectClient {
   /// Blocks: as Put.
   STransferResult Get(const SGetRequest& request);
 
-  /// Ends the Put or Get that runs, with care: what has arrived is kept.
-  /// Nothing when none runs. Does not wait. Any thread, also an observer's.
+  /// Ends the Put or Get that runs, with care: what has arrived is kept; also a
+  /// Connect. Nothing when none runs. Does not wait. Any thread, also an observer's.
   void Cancel();
 
   /// Why a request makes no sense, in words; "" when it may be tried. Asks

@@ -6,10 +6,52 @@
 
 #include "protocol/ResultCodes.h"
 
-CTransferScope::CTransferScope(CProjectClient::SState& state, const std::string& why)
+namespace {
+
+constexpr int kTurnLookMs = 100;
+
+}  // namespace
+
+int CProjectClient::SState::TakeTurn() {
+  std::string holder, told;  // of the look before; last told of
+  while (!m_turn.Take()) {
+    if (m_place.m_eTurn == ETurn::kRefuse) return kServerTaken;
+    // Not of one that has only just begun: its name may not stand there yet.
+    if (holder == m_turn.Holder() && told != holder) {
+      told = holder;
+      m_observer.OnWaiting("waiting for " + told + ", which is busy with " + m_place.Text());
+    }
+    holder = m_turn.Holder();
+    m_cancel.Sleep(kTurnLookMs);
+    if (m_cancel.IsCancelled()) return ERROR_CODE_CLIENT_CONNECT;
+  }
+  return RESULT_OK;
+}
+
+int CProjectClient::SState::EnsureConnected(CRetry retry) {
+  if (m_pSession->IsConnect()) return RESULT_OK;
+  int result = TakeTurn();
+  while (result == RESULT_OK) {
+    result = m_pSession->Reopen();
+    if (result == RESULT_OK) return result;
+    const int pause = m_cancel.IsCancelled() ? -1 : retry.Next(false);
+    if (pause < 0) break;
+    m_observer.OnRetrying(0, pause, DescribeResult(result));
+    m_cancel.Sleep(pause);
+    if (!m_cancel.IsCancelled()) result = RESULT_OK;
+  }
+  EndTurn();
+  return result;
+}
+
+void CProjectClient::SState::EndTurn() {
+  if (!m_pSession->IsConnect()) m_turn.GiveBack();
+}
+
+CTransferScope::CTransferScope(CProjectClient::SState& state, const std::string& why, CRetry retry)
     : m_state(state), m_running(state.m_cancel), m_llMovedBefore(state.m_pSession->BytesMoved()) {
   m_result.m_strWhy = why;
-  if (why.empty()) Check(state.EnsureConnected());
+  if (why.empty()) Check(state.EnsureConnected(retry));
 }
 
 bool CTransferScope::Check(int result) {
@@ -28,5 +70,6 @@ STransferResult CTransferScope::End() {
   m_result.m_bCancelled = m_state.m_cancel.IsCancelled();
   m_result.m_llMoved = m_state.m_pSession->BytesMoved() - m_llMovedBefore;
   m_result.m_dSeconds = static_cast<double>(System().SteadyMilliseconds() - m_llStartMs) / 1000;
+  m_state.EndTurn();
   return std::move(m_result);
 }

@@ -8,27 +8,38 @@
 #include "platform/System.h"
 #include "transfer/CancelToken.h"
 #include "transfer/ProjectClient.h"
+#include "transfer/Retry.h"
 #include "transfer/Session.h"
+#include "transfer/Turn.h"
 
 /// What a CProjectClient consists of. Used by the client's thread, the token
 /// by any.
 struct CProjectClient::SState {
   SState(SServerPlace place, ITransferObserver& observer);
 
-  /// Connects unless a connection stands. @return 1 or a code
-  int EnsureConnected();
+  /// Takes the turn and connects, unless a connection stands.
+  /// @return 1 or a code
+  int EnsureConnected(CRetry retry);
+
+  /// Gives the turn back once the connection has ended.
+  void EndTurn();
 
   const SServerPlace m_place;
   ITransferObserver& m_observer;
   CCancelToken m_cancel;
+  CTurn m_turn;  // given back behind the session's end
   std::unique_ptr<CSession> m_pSession;
+
+ private:
+  int TakeTurn();
 };
 
 /// One put or get, from its beginning to its result.
 class CTransferScope {
  public:
   /// @param why it makes no sense; "" to connect and begin
-  CTransferScope(CProjectClient::SState& state, const std::string& why);
+  /// @param retry for the connection
+  CTransferScope(CProjectClient::SState& state, const std::string& why, CRetry retry = {0, 0});
 
   bool HasBegun() const { return m_result.m_nCode == 1; }
   STransferResult& Result() { return m_result; }

@@ -10,7 +10,8 @@ bool IsOwnFile(std::string_view path) {
   for (char& c : lowered) {
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   }
-  return lowered == kInventoryName || lowered == kOtherInventoryName || lowered == kDamageNoteName;
+  return lowered == kInventoryName || lowered == kOtherInventoryName ||
+         lowered == kDamageNoteName || lowered == kSendingNoteName;
 }
 
 std::string WhyNoPath(std::string_view path) {

@@ -12,6 +12,7 @@
 constexpr char kInventoryName[] = "kqft.inventory";
 constexpr char kOtherInventoryName[] = "kqft.inventory.old";
 constexpr char kDamageNoteName[] = "kqft.damaged";
+constexpr char kSendingNoteName[] = "kqft.sending";
 
 constexpr std::size_t kLongestProjectPath = 4096;
 

@@ -44,6 +44,7 @@ std::string DescribeResult(int result) {
   if (result == kRequestUnknown) {
     return "the server does not know this request: it may be older (-100)";
   }
+  if (result == kServerTaken) return "another program of this user is busy with it (-101)";
   const std::string name = ResultName(result);
   return std::string(ResultMeaning(result)) + " (" + std::to_string(result) +
          (name.empty() ? "" : " " + name) + ")";
@@ -58,11 +59,8 @@ bool STransferResult::IsDone() const {
 CProjectClient::SState::SState(SServerPlace place, ITransferObserver& observer)
     : m_place(std::move(place)),
       m_observer(observer),
+      m_turn(m_place),
       m_pSession(std::make_unique<CSession>(m_place, observer)) {}
-
-int CProjectClient::SState::EnsureConnected() {
-  return m_pSession->IsConnect() ? static_cast<int>(RESULT_OK) : m_pSession->Reopen();
-}
 
 CProjectClient::CProjectClient(SServerPlace place, ITransferObserver* observer)
     : m_pState(std::make_unique<SState>(WithLogDirectory(std::move(place)), ObserverOr(observer))) {
@@ -70,8 +68,18 @@ CProjectClient::CProjectClient(SServerPlace place, ITransferObserver* observer)
 
 CProjectClient::~CProjectClient() = default;
 
-int CProjectClient::Connect() {
-  return m_pState->EnsureConnected();
+int CProjectClient::Connect(int retries, int seconds) {
+  const CCancelToken::CScope running(m_pState->m_cancel);
+  return m_pState->EnsureConnected({retries, seconds});
+}
+
+void CProjectClient::Disconnect() {
+  m_pState->m_pSession->Stop();
+  m_pState->EndTurn();
+}
+
+const std::string& CProjectClient::TakenBy() const {
+  return m_pState->m_turn.Holder();
 }
 
 int CProjectClient::GetDirectory(std::string& directory) {

@@ -9,6 +9,7 @@
 #include "transfer/LocalFiles.h"
 #include "transfer/Names.h"
 #include "transfer/ProjectClientState.h"
+#include "transfer/SendingNote.h"
 #include "transfer/ServerInventory.h"
 #include "transfer/Upload.h"
 
@@ -65,15 +66,30 @@ bool AreAllDone(const std::vector<STransferItem>& items) {
                      [](const STransferItem& item) { return item.m_bDone; });
 }
 
+// What the server lists is asked only once a project: it walks over all.
+void FindUnlisted(CSession& session, const std::vector<std::string>& projects,
+                  STransferResult& put) {
+  std::vector<Channel_Key_Value> listed;
+  if (projects.empty() || session.AskProjects(listed) != RESULT_OK) return;
+  for (const std::string& project : projects) {
+    if (std::none_of(listed.begin(), listed.end(),
+                     [&](const Channel_Key_Value& record) { return record.m_strPath == project; }))
+      put.m_vecUnlisted.push_back(project);
+  }
+}
+
 // Returns why nothing was sent, "" when it was tried.
 std::string SendItems(CProjectClient::SState& state, const SPutRequest& request,
                       const std::string& directory, STransferResult& put) {
-  const STransferTools tools{*state.m_pSession, state.m_observer, state.m_cancel,
-                             request.m_nRetries};
+  STransferTools tools{*state.m_pSession,  state.m_observer,        state.m_cancel,
+                       request.m_nRetries, request.m_nRetrySeconds, {}};
+  CPutSending sending(tools, directory, put.m_vecItems, state.m_turn.Workstation());
+  if (request.m_bInventory) tools.m_mayGoOn = [&sending] { return sending.Look().empty(); };
   CPutInventories inventories(tools, directory, put.m_vecItems);
   CUpload upload(tools, put.m_vecItems, request.m_bInventory);
   std::string why;
-  if (request.m_bInventory) why = inventories.Read();
+  if (request.m_bInventory) why = sending.Begin(request.m_bTakeOver);
+  if (request.m_bInventory && why.empty()) why = inventories.Read();
   if (request.m_bInventory && why.empty()) why = inventories.WritePlanned();
   if (why.empty()) {
     upload.Run(put.m_vecItems);
@@ -81,11 +97,14 @@ std::string SendItems(CProjectClient::SState& state, const SPutRequest& request,
     const bool canWrite = upload.IsLinkClean() && state.m_pSession->IsConnect();
     if (!canWrite) state.m_pSession->Abort();
     if (request.m_bInventory && (canWrite || !state.m_cancel.IsCancelled())) {
-      put.m_strInventory = inventories.WriteComplete(AreAllDone(put.m_vecItems));
+      why = sending.LookLast();
+      if (why.empty()) put.m_strInventory = inventories.WriteComplete(AreAllDone(put.m_vecItems));
+      if (AreAllDone(put.m_vecItems)) FindUnlisted(*state.m_pSession, sending.NewProjects(), put);
     }
   }
-  const std::string& last =
-      inventories.LastWritten().empty() ? upload.LastSent() : inventories.LastWritten();
+  sending.End();
+  put.m_strOther = sending.Other();
+  const std::string& last = sending.LastUsed().empty() ? upload.LastSent() : sending.LastUsed();
   if (!last.empty() && state.m_pSession->IsConnect()) state.m_pSession->Leave(last);
   state.m_pSession->Stop();
   return why;
@@ -94,7 +113,7 @@ std::string SendItems(CProjectClient::SState& state, const SPutRequest& request,
 }  // namespace
 
 STransferResult CProjectClient::Put(const SPutRequest& request) {
-  CTransferScope scope(*m_pState, WhyNoPut(request));
+  CTransferScope scope(*m_pState, WhyNoPut(request), {request.m_nRetries, request.m_nRetrySeconds});
   STransferResult& put = scope.Result();
   if (!scope.HasBegun()) return scope.End();
   std::string directory;

@@ -14,22 +14,14 @@
 
 #include "platform/Identity.h"
 #include "protocol/ResultCodes.h"
-#include "transfer/CancelToken.h"
+#include "transfer/Insist.h"
 #include "transfer/Names.h"
 #include "transfer/ProjectClient.h"
 #include "transfer/Session.h"
 
 namespace {
 
-constexpr int kPauseMs = 1000;
-
 const char* const kTooLong = "the inventory would be too long to be read again";
-
-// The server has answered: trying again is of no use, and the link stays good.
-bool IsRefusal(int code) {
-  return code == CREATE_FILE_ERROR || code == ERROR_CODE_SERVER_OPENFILE ||
-         code == ERROR_CODE_SERVER_WRITE;
-}
 
 std::string RunName() {
   std::random_device random;
@@ -49,26 +41,8 @@ std::int64_t NowSeconds() {
 CServerInventory::CServerInventory(const STransferTools& tools, std::string project)
     : m_tools(tools), m_strProject(std::move(project)) {}
 
-// A link on which something failed is not used again: late answers may be on
-// it.
-int CServerInventory::Insist(const std::function<int()>& act) {
-  for (int failures = 0;; ++failures) {
-    int result = RESULT_OK;
-    if (!m_tools.m_session.IsConnect()) {
-      m_tools.m_observer.OnReconnecting();
-      result = m_tools.m_session.Reopen();
-    }
-    if (result == RESULT_OK) result = act();
-    if (result == RESULT_OK || IsRefusal(result)) return result;
-    m_tools.m_session.Abort();
-    if (failures >= m_tools.m_nRetries || m_tools.m_cancel.IsCancelled()) return result;
-    m_tools.m_observer.OnRetrying(1, kPauseMs);
-    m_tools.m_cancel.Sleep(kPauseMs);
-  }
-}
-
 int CServerInventory::Read() {
-  return Insist([this] { return ReadPlaces(); });
+  return Insist(m_tools, [this] { return ReadPlaces(); });
 }
 
 int CServerInventory::ReadPlaces() {
@@ -103,7 +77,7 @@ int CServerInventory::Write(CInventory inventory) {
   // A complete one ends in the first place, where others look for it.
   for (bool first = false; !first;) {
     first = !inventory.m_head.m_bComplete || m_choice.m_strNextPlace == kInventoryName;
-    const int result = Insist([&] { return WriteOnce(inventory); });
+    const int result = Insist(m_tools, [&] { return WriteOnce(inventory); });
     if (result != RESULT_OK) return result;
   }
   return RESULT_OK;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -30,7 +29,6 @@ class CServerInventory {
   const std::string& LastWritten() const { return m_strLastWritten; }
 
  private:
-  int Insist(const std::function<int()>& act);
   int ReadPlaces();
   int ReadPlace(const std::string& name, std::string& text);
   int WriteOnce(CInventory& inventory);

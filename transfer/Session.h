@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <set>
 #include <string>
@@ -96,7 +97,12 @@ class CSession : public CKQFileTransServiceVisitor {
   ///         otherwise than it should: the connection is then cut
   int ReadFile(const std::string& name, DataSink sink);
 
-  /// Puts a text in the place of a file. Not counted as moved either.
+  /// Writes pieces into a file, which keeps the rest of what it holds and is
+  /// made when missing. Not counted as moved either.
+  /// @param parts by position; each at most 64 KiB
+  int WriteParts(const std::string& name, const std::map<std::int64_t, std::string>& parts);
+
+  /// Puts a text in the place of a file. Not counted either.
   int WriteText(const std::string& name, const std::string& text);
 
   // Transfers.
@@ -152,7 +158,9 @@ class CSession : public CKQFileTransServiceVisitor {
   void OnFileRead(std::size_t record, std::int64_t position, const char* data, int bytes) override;
 
  private:
-  int PrepareWhole(const std::string& name);
+  int PrepareWhole(const std::string& name) { return PrepareSoon(name, true); }
+  int PrepareSoon(const std::string& name, bool whole);
+  int SendPiece(std::int64_t position, const char* data, int bytes);
   int SendPieces(const std::string& text);
   int WaitForData();
   void TakeData(int length, const char* body);
@@ -175,15 +183,15 @@ class CSession : public CKQFileTransServiceVisitor {
   std::vector<std::string> m_vecSent;     // as they; the local files of the request
 
   std::mutex m_mutex;
-  std::condition_variable m_changed;     // a size arrived, or the link went
-  std::set<int> m_setAnswered;           // guarded by m_mutex; kinds of messages on this link
-  std::set<int> m_setUnknown;            // guarded by m_mutex; kinds that were passed over
-  bool m_bLostRanges = false;            // guarded by m_mutex; the server named some
-  bool m_bStopping = false;              // guarded by m_mutex
-  std::size_t m_nAsked = 0;              // guarded by m_mutex; sizes that are to come
-  std::vector<std::int64_t> m_vecSizes;  // guarded by m_mutex
-  std::string m_strLostText;             // guarded by m_mutex; the last answer about ranges
-  std::deque<SLostAnswer> m_answers;     // guarded by m_mutex; those to come in this request
+  std::condition_variable m_changed;      // a size arrived, or the link went
+  std::set<int> m_setAnswered;            // guarded by m_mutex; kinds of messages on this link
+  std::set<int> m_setUnknown;             // guarded by m_mutex; kinds that were passed over
+  bool m_bLostRanges = false;             // guarded by m_mutex; the server named some
+  bool m_bStopping = false;               // guarded by m_mutex
+  std::size_t m_nAsked = 0;               // guarded by m_mutex; sizes that are to come
+  std::vector<std::int64_t> m_vecSizes;   // guarded by m_mutex
+  std::string m_strLostText;              // guarded by m_mutex; the last answer about ranges
+  std::deque<SLostAnswer> m_answers;      // guarded by m_mutex; those to come in this request
   std::vector<CFileDigest> m_vecArrived;  // guarded by m_mutex; of a download
   DataSink m_sink;                        // guarded by m_mutex, also while it is called
   std::int64_t m_llSunk = 0;              // guarded by m_mutex; bytes that it was given

@@ -22,8 +22,8 @@ constexpr int kRoomWaitMs = 50;
 
 // A server that has sent the end of a file is a moment later ready for the
 // next one.
-constexpr int kReadyTries = 400;
-constexpr int kReadyPauseMs = 5;
+constexpr int kReadyTries = 2000;
+constexpr int kReadyPauseMs = 1;
 
 }  // namespace
 
@@ -108,25 +108,40 @@ int CSession::EmptyFile(const std::string& name) {
   return result == RESULT_OK ? EndFile() : result;
 }
 
-int CSession::PrepareWhole(const std::string& name) {
-  int result = Checked(PrepareTransFile(name, true));
+int CSession::WriteParts(const std::string& name,
+                         const std::map<std::int64_t, std::string>& parts) {
+  int result = PrepareSoon(name, false);
+  for (const auto& [position, data] : parts) {
+    if (result == RESULT_OK)
+      result = SendPiece(position, data.data(), static_cast<int>(data.size()));
+  }
+  if (result == RESULT_OK) result = EndFile();
+  return result == RESULT_OK ? m_nServerErrorCode.Load() : result;
+}
+
+int CSession::PrepareSoon(const std::string& name, bool whole) {
+  int result = Checked(PrepareTransFile(name, whole));
   for (int i = 0; i < kReadyTries && result == ERROR_CODE_SERVER_DOWNDATA; ++i) {
     System().Sleep(kReadyPauseMs);
-    result = Checked(PrepareTransFile(name, true));
+    result = Checked(PrepareTransFile(name, whole));
   }
   return result;
 }
 
+int CSession::SendPiece(std::int64_t position, const char* data, int bytes) {
+  ILinkInfo* const link = m_pLinkInfo;
+  do {
+    if (link == nullptr || !link->IsLink()) return ERROR_CODE_CLIENT_CONNECT;
+  } while (!link->WaitSendRoom(kRoomWaitMs));
+  m_llOwn += bytes;
+  return SendData(position, data, bytes) ? RESULT_OK : ERROR_CODE_CLIENT_CONNECT;
+}
+
 int CSession::SendPieces(const std::string& text) {
   for (std::size_t at = 0; at < text.size();) {
-    ILinkInfo* const link = m_pLinkInfo;
-    if (link == nullptr || !link->IsLink()) return ERROR_CODE_CLIENT_CONNECT;
-    if (!link->WaitSendRoom(kRoomWaitMs)) continue;
     const int bytes = NextPieceBytes(static_cast<std::int64_t>(text.size() - at));
-    m_llOwn += bytes;
-    if (!SendData(static_cast<std::int64_t>(at), text.data() + at, bytes)) {
-      return ERROR_CODE_CLIENT_CONNECT;
-    }
+    const int result = SendPiece(static_cast<std::int64_t>(at), text.data() + at, bytes);
+    if (result != RESULT_OK) return result;
     at += static_cast<std::size_t>(bytes);
   }
   return RESULT_OK;

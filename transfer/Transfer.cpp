@@ -3,9 +3,11 @@
 #include "transfer/Transfer.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "protocol/ResultCodes.h"
 #include "transfer/CancelToken.h"
+#include "transfer/Retry.h"
 #include "transfer/Session.h"
 #include "transfer/Sizes.h"
 
@@ -17,10 +19,7 @@ constexpr std::int64_t kBytesPerRequest = std::int64_t{4} << 30;
 
 const char* const kCancelled = "interrupted";
 
-constexpr int kFirstPauseMs = 1000;
-constexpr int kLongestPauseMs = 30000;
-
-// More than this in one round counts as progress.
+// As much counts as progress.
 constexpr std::int64_t kProgressBytes = std::int64_t{1} << 20;
 
 bool IsAnyOf(int code, std::initializer_list<int> codes) {
@@ -58,7 +57,9 @@ CTransfer::CTransfer(const STransferTools& tools)
     : m_session(tools.m_session),
       m_cancel(tools.m_cancel),
       m_observer(tools.m_observer),
-      m_nRetries(tools.m_nRetries) {}
+      m_nRetries(tools.m_nRetries),
+      m_nRetrySeconds(tools.m_nRetrySeconds),
+      m_mayGoOn(tools.m_mayGoOn) {}
 
 void CTransfer::Run(std::vector<STransferItem>& items) {
   for (const STransferItem& item : items) {
@@ -74,27 +75,72 @@ void CTransfer::Run(std::vector<STransferItem>& items) {
     return std::count_if(items.begin(), items.end(),
                          [](const STransferItem& item) { return !item.m_bDone && !item.m_bFinal; });
   };
-  while (left() > 0 && !m_cancel.IsCancelled()) {
-    const std::int64_t before = Advance();
+  CRetry retry(m_nRetries, m_nRetrySeconds);
+  while (left() > 0 && !IsOver()) {
+    const std::size_t before = m_behind.m_nFilesDone;
+    m_llRoundMoved = 0;
     if (EnsureLink()) Round(items);
-    if (!m_vecEnded.empty() && !m_cancel.IsCancelled() && EnsureLink()) VerifyEnded();
+    if (!m_vecEnded.empty() && !IsOver() && EnsureLink()) VerifyEnded();
     m_vecEnded.clear();
-    if (left() == 0 || m_cancel.IsCancelled() || !MayTryAgain(before)) break;
-    const int pause = std::min(kFirstPauseMs << std::min(m_nFailures - 1, 8), kLongestPauseMs);
-    m_observer.OnRetrying(static_cast<std::size_t>(left()), pause);
+    const bool gained = LookWhatIsKept() || m_behind.m_nFilesDone > before;
+    if (left() == 0 || IsOver()) break;
+    const int pause = retry.Next(gained);
+    if (pause < 0) break;
+    m_observer.OnRetrying(static_cast<std::size_t>(left()), pause, WhyAgain(items));
     m_cancel.Sleep(pause);
   }
   for (STransferItem& item : items) TellEnd(item);
 }
 
-// Grows with every file that is done and with data that is kept.
-std::int64_t CTransfer::Advance() const {
-  return static_cast<std::int64_t>(m_behind.m_nFilesDone) + m_llResumed / kProgressBytes;
+bool CTransfer::IsOver() const {
+  return m_bStopped || m_cancel.IsCancelled();
 }
 
-bool CTransfer::MayTryAgain(std::int64_t before) {
-  m_nFailures = Advance() > before ? 1 : m_nFailures + 1;
-  return m_nFailures <= m_nRetries;
+int CTransfer::AskKept(const STransferItem&, std::int64_t& bytes) {
+  bytes = -1;
+  return RESULT_OK;
+}
+
+// What was sent need not be kept: a full disk takes it and lets it go. While
+// nobody can be asked, what was sent counts.
+bool CTransfer::LookWhatIsKept() {
+  bool gained = false;
+  while (!m_begun.empty() && !IsOver()) {
+    STransferItem& item = *m_begun.back();
+    std::int64_t bytes = 0;
+    const int result = EnsureLink() ? AskKept(item, bytes) : ERROR_CODE_CLIENT_CONNECT;
+    if (result != RESULT_OK && !LeavesLinkClean(result)) {
+      m_bRenewLink = true;
+      return gained || m_llRoundMoved >= kProgressBytes;
+    }
+    m_begun.pop_back();
+    if (HasGained(item, result == RESULT_OK ? bytes : -1)) gained = true;
+  }
+  return gained;
+}
+
+bool CTransfer::HasGained(STransferItem& item, std::int64_t bytes) {
+  const auto [kept, isFirst] = m_kept.try_emplace(&item, bytes);
+  const std::int64_t more = bytes - std::exchange(kept->second, bytes);
+  if (bytes < 0 || isFirst) {
+    if (item.m_nCode == ERROR_CODE_SERVER_WRITE) m_full.insert(&item);
+    return m_llRoundMoved >= kProgressBytes;
+  }
+  const bool gained = more >= kProgressBytes;
+  if (item.m_nCode != ERROR_CODE_SERVER_WRITE || gained) {
+    m_full.erase(&item);
+  } else if (!m_full.insert(&item).second) {
+    item.m_bFinal = true;  // twice at one length: there is no room for more
+  }
+  return gained && IsResumable(item);
+}
+
+std::string CTransfer::WhyAgain(const std::vector<STransferItem>& items) const {
+  if (m_bRenewLink && !m_strNoLink.empty()) return m_strNoLink;
+  const auto first = std::find_if(items.begin(), items.end(), [](const STransferItem& item) {
+    return !item.m_bDone && !item.m_bFinal && !item.m_strWhy.empty();
+  });
+  return first == items.end() ? m_strNoLink : first->m_strShown + ": " + first->m_strWhy;
 }
 
 bool CTransfer::EnsureLink() {
@@ -102,7 +148,8 @@ bool CTransfer::EnsureLink() {
   m_observer.OnReconnecting();
   const int result = m_session.Reopen();
   m_bRenewLink = result != RESULT_OK;
-  if (m_bRenewLink) m_observer.OnNotConnected(result, DescribeResult(result));
+  m_strNoLink = m_bRenewLink ? DescribeResult(result) : "";
+  if (m_bRenewLink) m_observer.OnNotConnected(result, m_strNoLink);
   return !m_bRenewLink;
 }
 
@@ -125,7 +172,9 @@ CTransfer::Batch CTransfer::Queue(std::vector<STransferItem>& items, bool last) 
 }
 
 void CTransfer::MoveAll(const Batch& queue) {
-  for (std::size_t next = 0; next < queue.size() && !m_bRenewLink && !m_cancel.IsCancelled();) {
+  for (std::size_t next = 0; next < queue.size() && !m_bRenewLink && !IsOver();) {
+    m_bStopped = m_mayGoOn && !m_mayGoOn();
+    if (m_bStopped) return;
     Batch batch;
     std::int64_t bytes = 0;
     for (std::size_t i = next; i < queue.size() && batch.size() < kFilesPerRequest; ++i) {
@@ -169,6 +218,7 @@ std::size_t CTransfer::MoveBatch(const Batch& batch) {
       batch[reached]->m_strWhy = kCancelled;
     }
   }
+  if (ended < batch.size()) m_begun.push_back(batch[ended]);
   if (!m_session.IsConnect()) m_bRenewLink = true;
   m_vecEnded.assign(batch.begin(), batch.begin() + static_cast<std::ptrdiff_t>(ended));
   if (!m_bRenewLink) VerifyEnded();
@@ -202,7 +252,7 @@ std::size_t CTransfer::Watch(const Batch& batch) {
     if (moving) m_session.WaitWhileMoving();
   }
   const std::size_t reached = m_session.GetTransferState().m_nRecord;
-  if (IsResumable(*batch[reached])) m_llResumed += m_session.BytesMoved() - movedBefore;
+  if (IsResumable(*batch[reached])) m_llRoundMoved += m_session.BytesMoved() - movedBefore;
   return reached;
 }
 

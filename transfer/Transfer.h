@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -17,7 +19,11 @@ struct STransferTools {
   CSession& m_session;
   ITransferObserver& m_observer;
   CCancelToken& m_cancel;
-  int m_nRetries;  ///< rounds in a row that may bring no progress
+  int m_nRetries;           ///< rounds in a row that may bring no progress
+  int m_nRetrySeconds = 0;  ///< so long they may, however many they are
+
+  /// Asked between two requests; false ends the transfer. May be empty.
+  std::function<bool()> m_mayGoOn = {};
 };
 
 /// Moves a list of files and does not give up at the first that fails.
@@ -34,7 +40,7 @@ class CTransfer {
   virtual ~CTransfer() = default;
 
   /// Moves every item that is neither done nor final. Ends early when it is
-  /// cancelled.
+  /// cancelled, or must not go on.
   void Run(std::vector<STransferItem>& items);
 
   /// False when a question has no answer yet: another one on the same link
@@ -71,6 +77,11 @@ class CTransfer {
   /// True when a broken transfer of the item goes on where it ended.
   virtual bool IsResumable(const STransferItem& item) const = 0;
 
+  /// How much of an item that fell short is kept at the side that receives.
+  /// @param bytes -1 when that cannot be told
+  /// @return 1, or why that could not be found out
+  virtual int AskKept(const STransferItem& item, std::int64_t& bytes);
+
   /// Writes down why an item was not moved, and whether the link can be used
   /// after that.
   void Fail(STransferItem& item, int code);
@@ -80,6 +91,7 @@ class CTransfer {
 
  private:
   bool EnsureLink();
+  bool IsOver() const;
   void Round(std::vector<STransferItem>& items);
   Batch Queue(std::vector<STransferItem>& items, bool last);
   void MoveAll(const Batch& queue);
@@ -88,17 +100,24 @@ class CTransfer {
   void VerifyEnded();
   void ShowProgress(const Batch& batch);
   void TellEnd(STransferItem& item);
-  bool MayTryAgain(std::int64_t before);
-  std::int64_t Advance() const;
+  bool LookWhatIsKept();
+  bool HasGained(STransferItem& item, std::int64_t bytes);
+  std::string WhyAgain(const std::vector<STransferItem>& items) const;
 
   ITransferObserver& m_observer;
   const int m_nRetries;
+  const int m_nRetrySeconds;
+  const std::function<bool()> m_mayGoOn;
   STransferProgress m_behind;  // what is behind the batch that runs
   STransferProgress m_shown;   // what was told last
   CRateMeter m_rate;
-  Batch m_vecEnded;                       // not yet looked at
-  bool m_bRenewLink = false;              // late answers may be on the one that stands
-  std::int64_t m_llResumed = 0;           // bytes moved that need not be moved again
-  int m_nFailures = 0;                    // rounds in a row without progress
+  Batch m_vecEnded;                 // not yet looked at
+  bool m_bRenewLink = false;        // late answers may be on the one that stands
+  std::string m_strNoLink;          // why there is none
+  bool m_bStopped = false;          // must not go on
+  Batch m_begun;                    // fell short, and what is kept was not asked yet
+  std::int64_t m_llRoundMoved = 0;  // bytes of the round that need not be moved again
+  std::map<const STransferItem*, std::int64_t> m_kept;  // bytes, as it was told last
+  std::set<const STransferItem*> m_full;  // the server could not write more of it than that
   std::set<const STransferItem*> m_told;  // whose end the observer knows
 };

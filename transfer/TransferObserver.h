@@ -60,6 +60,8 @@ class ITransferObserver {
   /// It could not be made. @param why in words
   virtual void OnNotConnected(int /*code*/, const std::string& /*why*/) {}
 
-  /// Files fell short and are tried again after a pause.
-  virtual void OnRetrying(std::size_t /*files*/, int /*pauseMs*/) {}
+  /// Something failed and is tried again after a pause.
+  /// @param files that fell short; 0 for the connection, or a file of our own
+  /// @param why   the last failure, in words
+  virtual void OnRetrying(std::size_t /*files*/, int /*pauseMs*/, const std::string& /*why*/) {}
 };

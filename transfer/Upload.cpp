@@ -259,6 +259,16 @@ int CUpload::ReportFilled(const STransferItem& item, const SRecording& recording
   return result;
 }
 
+int CUpload::AskKept(const STransferItem& item, std::int64_t& bytes) {
+  if (!IsResumable(item)) return m_session.AskHeldSize(item.m_strServer, bytes);
+  SRecording recording;
+  const std::int64_t size = LocalSize(item.m_strLocal);
+  const int result = LookAtRecording(m_session, item.m_strServer, size,
+                                     m_emptied.contains(item.m_strServer), recording);
+  bytes = recording.m_strWhy.empty() ? size - recording.m_llMissing : -1;
+  return result;
+}
+
 int PlanUpload(CSession& session, std::vector<STransferItem>& items) {
   for (STransferItem& item : items) {
     item.m_llMissing = item.m_llSize;

@@ -32,6 +32,7 @@ class CUpload : public CTransfer {
   int Start(const Batch& batch) override;
   bool IsResumable(const STransferItem& item) const override;
   int Verify(const Batch& ended) override;
+  int AskKept(const STransferItem& item, std::int64_t& bytes) override;
 
  private:
   void OpenFiles(Batch& batch);

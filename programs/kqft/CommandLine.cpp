@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
+#include <map>
 
 #include "programs/ConfigFile.h"
 #include "programs/Directories.h"
@@ -15,6 +16,9 @@ namespace {
 
 constexpr int kHighestPort = 65535;
 constexpr int kMostRetries = 1000;
+constexpr int kMinute = 60;  // seconds
+constexpr int kHour = 60 * kMinute;
+constexpr int kLongestRetry = 1000 * kHour;
 
 const char* const kDescription =
     "Moves measurement projects between this machine and a data server.";
@@ -44,6 +48,15 @@ void AddGlobalOptions(CLI::App& app, SOptions& options, std::string& server, std
       ->type_name("N")
       ->check(CLI::Range(0, kMostRetries))
       ->capture_default_str();
+  app.add_option("--retry-for", options.m_nRetrySeconds,
+                 "go on trying so long without any progress, as in 90s, 10m, 2h")
+      ->transform(
+          CLI::AsNumberWithUnit(std::map<std::string, int>{{"s", 1}, {"m", kMinute}, {"h", kHour}}))
+      ->check(CLI::Range(0, kLongestRetry))
+      ->type_name("TIME");
+  app.add_flag(
+      "--no-wait", [&options](std::int64_t) { options.m_place.m_eTurn = ETurn::kRefuse; },
+      "fail when another kqft of this user is busy with the server");
   app.add_flag("-q,--quiet", options.m_bQuiet, "only results and errors");
   app.add_flag("--json", options.m_bJson, "one JSON object a line on the output stream");
   app.add_option("--config", config, "read options from a file (default: ~/.config/kqft.conf)")

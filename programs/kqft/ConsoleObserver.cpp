@@ -21,7 +21,7 @@ void CConsoleObserver::OnProgress(const STransferProgress& progress) {
 }
 
 void CConsoleObserver::OnWaiting(const std::string& why) {
-  m_output.Notice(why);
+  m_output.Notice(Printable(why));
 }
 
 void CConsoleObserver::OnReconnecting() {
@@ -32,7 +32,8 @@ void CConsoleObserver::OnNotConnected(int, const std::string& why) {
   m_output.Notice(why);
 }
 
-void CConsoleObserver::OnRetrying(std::size_t files, int pauseMs) {
-  m_output.Notice(FormatFiles(files) + " left, trying again in " + std::to_string(pauseMs / 1000) +
-                  " s");
+void CConsoleObserver::OnRetrying(std::size_t files, int pauseMs, const std::string& why) {
+  const std::string left = files == 0 ? "" : FormatFiles(files) + " left, ";
+  m_output.Notice(left + "trying again in " + std::to_string(pauseMs / 1000) +
+                  " s: " + Printable(why));
 }

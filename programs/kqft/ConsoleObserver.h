@@ -17,7 +17,7 @@ class CConsoleObserver : public ITransferObserver {
   void OnWaiting(const std::string& why) override;
   void OnReconnecting() override;
   void OnNotConnected(int code, const std::string& why) override;
-  void OnRetrying(std::size_t files, int pauseMs) override;
+  void OnRetrying(std::size_t files, int pauseMs, const std::string& why) override;
 
   /// Takes the progress away.
   void End() { m_progress.End(); }

@@ -20,6 +20,7 @@ SGetRequest MakeRequest(const SOptions& options) {
   request.m_bChecksum = options.m_bChecksum;
   request.m_bOverwrite = options.m_bOverwrite;
   request.m_nRetries = options.m_nRetries;
+  request.m_nRetrySeconds = options.m_nRetrySeconds;
   return request;
 }
 

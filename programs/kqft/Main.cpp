@@ -13,10 +13,13 @@
 #include "programs/kqft/ConsoleObserver.h"
 #include "programs/kqft/Interrupt.h"
 #include "programs/kqft/Output.h"
+#include "programs/kqft/Text.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/ProjectClient.h"
 
 namespace {
+
+constexpr std::size_t kLongestPurpose = 100;
 
 // "" when there is one to log into.
 std::string ChooseLogDirectory(SOptions& options) {
@@ -27,6 +30,14 @@ std::string ChooseLogDirectory(SOptions& options) {
   if (directory.empty()) return "cannot write log files; name a directory with --log-dir";
   directory = DirectoryForLibrary(directory);
   return "";
+}
+
+// What others who wait for this call are told.
+std::string Purpose(const SOptions& options) {
+  std::string text = "kqft " + options.m_strCommand;
+  if (!options.m_strProject.empty()) return text + " " + options.m_strProject;
+  for (const std::string& path : options.m_vecPaths) text += " " + path;
+  return text.size() <= kLongestPurpose ? text : text.substr(0, kLongestPurpose) + "...";
 }
 
 int ConnectAndRun(SOptions& options) {
@@ -40,9 +51,15 @@ int ConnectAndRun(SOptions& options) {
     output.Error(why);
     return kExitFailed;
   }
+  options.m_place.m_strPurpose = Purpose(options);
   CConsoleObserver observer(output, options.m_strCommand);
   CProjectClient client(options.m_place, &observer);
-  if (const int result = client.Connect(); result != RESULT_OK) {
+  const int result = client.Connect(options.m_nRetries, options.m_nRetrySeconds);
+  if (result == kServerTaken) {
+    output.Error(Printable(client.TakenBy()) + " is busy with " + options.m_place.Text(), result);
+    return kExitFailed;
+  }
+  if (result != RESULT_OK) {
     output.Error("cannot connect to " + options.m_place.Text() + ": " + DescribeResult(result),
                  result);
     return kExitNoConnection;

@@ -11,6 +11,7 @@ struct SOptions {
   bool m_bQuiet = false;
   bool m_bJson = false;
   int m_nRetries = 3;
+  int m_nRetrySeconds = 0;
 
   std::string m_strCommand;             ///< one of the table of commands
   std::vector<std::string> m_vecPaths;  ///< put: PATH...; get: FILE...
@@ -20,5 +21,6 @@ struct SOptions {
   bool m_bNoInventory = false;          ///< put, get
   bool m_bChecksum = false;             ///< get
   bool m_bOverwrite = false;            ///< get
+  bool m_bTakeOver = false;             ///< put
   bool m_bYes = false;                  ///< rm
 };

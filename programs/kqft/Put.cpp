@@ -17,6 +17,8 @@ SPutRequest MakeRequest(const SOptions& options) {
   request.m_bPlanOnly = options.m_bDryRun;
   request.m_bInventory = !options.m_bNoInventory;
   request.m_nRetries = options.m_nRetries;
+  request.m_nRetrySeconds = options.m_nRetrySeconds;
+  request.m_bTakeOver = options.m_bTakeOver;
   return request;
 }
 
@@ -28,6 +30,8 @@ void AddPutOptions(CLI::App& command, SOptions& options) {
   command.add_option("--project", options.m_strProject, "put everything into this project")
       ->type_name("NAME");
   command.add_flag("-n,--dry-run", options.m_bDryRun, "only say what would be sent");
+  command.add_flag("--take-over", options.m_bTakeOver,
+                   "go on though another workstation is sending the project");
   command.add_flag("--no-inventory", options.m_bNoInventory,
                    "do not write what the project consists of; for measuring");
 }
@@ -46,5 +50,6 @@ int RunPut(CProjectClient& client, COutput& output, const SOptions& options) {
     const CInterruptScope scope([&client] { client.Cancel(); });
     put = client.Put(MakeRequest(options));
   }
+  if (!put.m_strOther.empty()) put.m_strWhy += "; --take-over goes on";
   return ReportTransfer(output, options, put);
 }

@@ -62,6 +62,11 @@ void TellJson(COutput& output, const std::string& command, const STransferResult
   CJsonObject object("summary");
   object.Text("command", command).Text("result", WordFor(status)).Number("exit_status", status);
   if (!result.m_strProject.empty()) object.Name("project", result.m_strProject);
+  std::vector<CJsonObject> unlisted;
+  for (const std::string& project : result.m_vecUnlisted) {
+    unlisted.push_back(CJsonObject().Name("name", project));
+  }
+  if (!unlisted.empty()) object.List("unlisted", unlisted);
   output.Json(object.Number("files_total", static_cast<std::int64_t>(result.m_vecItems.size()))
                   .Number("files_done", static_cast<std::int64_t>(sum.m_nDone))
                   .Number("bytes_total", sum.m_llTotal)
@@ -90,6 +95,11 @@ int ReportEnd(COutput& output, const std::string& command, const STransferResult
   char took[32];
   std::snprintf(took, sizeof took, "%.1f s", result.m_dSeconds);
   output.Tell(text + ", in " + took);
+  for (const std::string& project : result.m_vecUnlisted) {
+    output.Notice(Printable(project) +
+                  ": the server does not list it, since it shows projects by a file with a suffix "
+                  "of its own (.kqsln unless it was told another); files and get know it by name");
+  }
   if (status == kExitInterrupted || status == kExitTerminated) {
     output.Notice(
         "interrupted; what has arrived is kept. Run the same command again to go on" +
@@ -131,7 +141,9 @@ int ReportPlan(COutput& output, const std::string& command, const STransferResul
 int ReportTransfer(COutput& output, const SOptions& options, const STransferResult& result) {
   if (result.m_nCode != RESULT_OK) {
     // What is no result of the library is about the project.
-    output.Error(result.m_strWhy, result.m_nCode, result.m_nCode == 0 ? options.m_strProject : "");
+    const std::string& project =
+        options.m_strProject.empty() ? result.m_strProject : options.m_strProject;
+    output.Error(result.m_strWhy, result.m_nCode, result.m_nCode == 0 ? project : "");
     return kExitFailed;
   }
   return options.m_bDryRun ? ReportPlan(output, options.m_strCommand, result)

@@ -67,6 +67,7 @@ class TransferFault : public testing::TestWithParam<const char*> {
     request.m_vecPaths = {m_client / "local"};
     request.m_strProject = m_strProject;
     request.m_nRetries = 0;
+    request.m_bTakeOver = true;  // from what a run at another address has left
     return request;
   }
   SGetRequest GetRequest() const {

@@ -1,4 +1,4 @@
-// Inventories and damage notes: whatever the text, none that is taken leads
+// Inventories and notes: whatever the text, none that is taken leads
 // out of the project, and it is written so that it is read again.
 //
 // Input: a byte whose lowest bit says to seal the rest; then the text.
@@ -8,6 +8,7 @@
 #include "Fuzz.h"
 #include "transfer/DamageNote.h"
 #include "transfer/SealedText.h"
+#include "transfer/SendingNote.h"
 
 namespace {
 
@@ -34,6 +35,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (note.Parse(text).empty()) {
     for (const auto& [path, blocks] : note.GetFiles()) CheckPath(path);
     Require(sameNote.Parse(note.Text()).empty() && sameNote.GetFiles() == note.GetFiles());
+  }
+  for (const auto& [slot, record] : ParseSendingSlots(text)) {
+    if (record.m_strRun.empty()) continue;
+    const auto same = ParseSendingSlots(SendingSlot(record));
+    Require(slot < kSendingSlots && same.at(0).m_strRun == record.m_strRun);
   }
   return 0;
 }

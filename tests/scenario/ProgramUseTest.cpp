@@ -32,12 +32,13 @@ TEST(ProgramUse, KqftTellsWrongUseFromAServerThatIsNotThere) {
                                  {"rm", "--yes", ""},
                                  {"rm", "P"},
                                  {"--retries", "-1", "ls"},
+                                 {"--retry-for", "9x", "ls"},
                                  {"--server", "h:65536", "ls"},
                                  {"--server", "h:8x", "ls"}};
   for (const Arguments& wrong : wrongUses) {
     EXPECT_EQ(nobody.Start(wrong)->Wait(), 2) << (wrong.empty() ? "" : wrong.back());
   }
-  EXPECT_EQ(nobody.Start({"ls"})->Wait(), 3);
+  EXPECT_EQ(nobody.Start({"ls", "--retries", "0"})->Wait(), 3);
   EXPECT_EQ(nobody.Start({"--help"})->Wait(), 0);
   EXPECT_EQ(nobody.Run({"--version"})->Output().substr(0, 5), "kqft ");
 }
@@ -48,7 +49,7 @@ TEST(ProgramUse, ConfigurationFileYieldsToTheCommandLine) {
   CTempDirectory directory;
   WriteWholeFile(directory / "bad.conf", "serverr = x\n");
   EXPECT_EQ(station.Start({"dir"})->Wait(), 0);
-  EXPECT_EQ(station.Start({"--server", "127.0.0.1:1", "dir"})->Wait(), 3);
+  EXPECT_EQ(station.Start({"--server", "127.0.0.1:1", "dir", "--retries", "0"})->Wait(), 3);
   for (const char* wrong : {"bad.conf", "missing.conf"}) {
     EXPECT_EQ(CProgram(KQFT_PROGRAM, {"--config", directory / wrong, "dir"}).Wait(), 2);
   }

@@ -190,11 +190,20 @@ struct CProgressWatch : ITransferObserver {
     m_last = now;
     if (m_bRetried) std::thread(m_act).join();
   }
-  void OnRetrying(std::size_t, int) override { m_bRetried = true; }
+  void OnRetrying(std::size_t, int, const std::string&) override { m_bRetried = true; }
 
   STransferProgress m_last;
   bool m_bRetried = false;
   std::function<void()> m_act;
+};
+
+struct CRetryCount : ITransferObserver {
+  void OnRetrying(std::size_t files, int, const std::string& why) override {
+    m_nRetries += files > 0 ? 1 : 0;
+    if (files > 0) m_strWhy = why;
+  }
+  int m_nRetries = 0;
+  std::string m_strWhy;
 };
 
 TEST_F(TransferResume, ProgressNeverFallsBackAndACancelledPutGoesOn) {
@@ -219,6 +228,23 @@ TEST_F(TransferResume, ProgressNeverFallsBackAndACancelledPutGoesOn) {
   for (const auto& [name, content] : files) EXPECT_TRUE(ReadWholeFile(m_dir / name) == content);
 }
 
+// What a full disk refuses has been sent all the same.
+TEST_F(TransferResume, AFullServerEndsAPutThatFailedTwiceAtOneLength) {
+  WriteWholeFile(m_local / "P/a.dat", PatternBytes(16 * kMiB));
+  WriteWholeFile(m_local / "P/z.tm", PatternBytes(16 * kMiB));
+  ASSERT_TRUE(m_server.Init(0));
+  m_system.Follow(CFaultPlan().ClockFaster(20).DiskFullAfter(20 * kMiB));
+  CRetryCount count;
+  SPutRequest request;
+  request.m_vecPaths = {m_local / "P"};
+  request.m_nRetries = 10;
+  const STransferResult put = Client(&count).Put(request);
+  EXPECT_EQ(count.m_nRetries, 1);
+  EXPECT_EQ(put.m_vecItems.at(1).m_nCode, ERROR_CODE_SERVER_WRITE);
+  EXPECT_TRUE(put.m_vecItems.at(0).m_bDone && put.m_vecItems.at(1).m_bFinal);
+  EXPECT_NE(count.m_strWhy.find("P/z.tm: "), std::string::npos) << count.m_strWhy;
+}
+
 // A server that does not answer is not asked for a courtesy, and nothing again
 // that it passed over.
 TEST_F(TransferResume, SilentServerIsLeftAtOnce) {
@@ -227,6 +253,7 @@ TEST_F(TransferResume, SilentServerIsLeftAtOnce) {
     CFakeServer fake;
     fake.Silent(silent);
     fake.Answer(NET_CTS_REQUEST_SERVERFILESIZE, Int64(0));
+    fake.Answer(NET_CTS_PREPARETRANS_FILE, Int32(ERROR_CODE_SERVER_OPENFILE));
     m_nPort = fake.Port();
     EXPECT_FALSE(Put(m_local / "P", "P"));
     EXPECT_EQ(fake.Count(NET_CTS_PREPARETRAN_FILE), 1U) << silent;

@@ -95,6 +95,7 @@ CWorkstation::CWorkstation(int port, const std::string& address) {
 
 std::unique_ptr<CProgram> CWorkstation::Start(Arguments arguments) const {
   arguments.insert(arguments.begin(), {"--config", m_directory / "kqft.conf"});
+  setenv("XDG_STATE_HOME", m_directory.Path().c_str(), 1);  // where calls of it meet
   return std::make_unique<CProgram>(KQFT_PROGRAM, arguments);
 }
 
