@@ -1,7 +1,8 @@
 #!/bin/bash
 # Kills kqft, kqft-server or both in the middle of transfers, in the middle of
-# a write, before a rename or at any moment, lets later runs go on, and
-# compares every file by SHA-256. Then fills a disk, makes room, and compares.
+# a write, before a rename or at any moment, edits files between some runs, lets
+# later runs go on, and compares every file by SHA-256 and with its inventory.
+# Then fills a disk, makes room, and compares.
 #
 #   tests/soak.sh [ROUNDS [SEED]]    1000 rounds by default
 #   tests/soak.sh sweep              instead: every call to the file system that
@@ -94,6 +95,7 @@ start_server() { # PLAN: nothing, or where to die; COMMAND that starts it, if an
 
 address=0
 kqft() { # PLAN ARGUMENT...: from an address of its own, as another workstation
+  export XDG_STATE_HOME=$work/state
   local plan=$1
   shift
   address=$((address + 1))
@@ -114,9 +116,36 @@ lose() { # WHAT
 
 expect_whole() { # WHEN
   local expected=$work/whole found=$work/server/P
+  [ $kind != put ] || expected=$work/whole-now
   [ $kind != resume ] || expected=$work/whole-resumed
   [ $kind != get ] || found=$work/back/P
   hashes "${root:-}$found" | cmp -s - "$expected" || lose "$1, but the files differ"
+  [ $kind != put ] || [ "${root:-}" ] || verify >/dev/null || lose "$1, but the inventory differs"
+}
+
+# The server's disk against the inventory: status 0 when all is the same.
+verify() { "$build/bin/kqft-server" --dir "$work/server" --verify --json P 2>/dev/null; }
+
+# Whatever was cut: a digest that an inventory tells is that of the file. What
+# is on its way has none.
+expect_true_inventory() {
+  [ $kind != put ] || ! verify | grep -q '"verdict":"changed","size"' || lose "an inventory is wrong"
+}
+
+# What somebody does to a file between two runs.
+edit() {
+  local file size
+  case $((RANDOM % 3)) in 0) file=Run.tm ;; 1) file=bus.can ;; *) file=channels/c$((1 + RANDOM % 5)).txt ;; esac
+  file=$work/now/P/$file
+  size=$(stat -c %s "$file")
+  case $((RANDOM % 4)) in
+    0) bytes $((1 + RANDOM * 3)) >>"$file" ;;
+    1) bytes 100 | dd of="$file" bs=100 oflag=seek_bytes seek=$((size / 2)) conv=notrunc status=none ;;
+    2) truncate -s $((size / 2 + 1)) "$file" ;;
+    3) bytes $((size + RANDOM % 3 - 1)) >"$file.new" && mv "$file.new" "$file" ;;
+  esac
+  tally edits
+  hashes "$work/now/P" >"$work/whole-now"
 }
 
 # Every line of the side files whole, and none missing.
@@ -134,11 +163,12 @@ set_up() {
     resume) cp -r "$work/held/P" "$work/server" ;;
     get) cp -r "$P" "$work/server" ;;
   esac
-  if [ $kind = get ]; then
-    words=(get P --into "$work/back")
-  else
-    words=(put "$P")
-  fi
+  rm -rf "$work/now" && mkdir "$work/now" && cp -rp "$P" "$work/now" && cp "$work/whole" "$work/whole-now"
+  case $kind in
+    get) words=(get P --into "$work/back") ;;
+    put) words=(put --take-over "$work/now/P") ;; # from what another address has left
+    resume) words=(put --take-over "$P") ;;
+  esac
 }
 
 # One run that is cut, if its end does not come first.
@@ -178,6 +208,7 @@ cut() {
     tally "at a $how"
   fi
   expect_side_files
+  expect_true_inventory
   end_server
 }
 
@@ -185,6 +216,13 @@ echo "seed $seed"
 for ((round = 1; round <= rounds; ++round)); do
   case $((RANDOM % 3)) in 0) kind=put ;; 1) kind=resume ;; *) kind=get ;; esac
   set_up
+  if [ $kind = put ] && [ $((RANDOM % 2)) = 0 ]; then # a later version of a project
+    start_server
+    (kqft "" "${words[@]}") || lose "the first run failed: $(cat "$work/said")"
+    address=$((address + 1))
+    end_server
+    edit
+  fi
   for ((cuts = 1 + RANDOM % 3; cuts > 0; --cuts)); do
     case $((RANDOM % 3)) in 0) who=server ;; 1) who=client ;; *) who=both ;; esac
     case $((RANDOM % 3)) in 0) how=write ;; 1) how=moment ;; *) how=rename ;; esac
@@ -195,6 +233,7 @@ for ((round = 1; round <= rounds; ++round)); do
     # Only these write: the server what comes up, the client what comes down.
     case $how-$kind-$who in write-put-client | write-resume-client | write-get-server) how=moment ;; esac
     cut
+    [ $kind != put ] || [ $((RANDOM % 2)) = 0 ] || edit
   done
   start_server
   (kqft "" "${words[@]}") || lose "the last run failed: $(cat "$work/said")"
@@ -217,12 +256,12 @@ full_disk() { # NAME, a way to start a program, a way to make room, what kqft mu
   how=$1 kind=put who=server round=$1
   set_up
   start_server "" "$2"
-  (kqft "" --retries 0 put "$P") && lose "a full disk, but exit status 0"
+  (kqft "" --retries 0 put --take-over "$P") && lose "a full disk, but exit status 0"
   address=$((address + 1))
   sed 's/^/  /' "$work/said"
   grep -q "$4" "$work/said" || lose "not said: $4"
   $3
-  (kqft "" put "$P") || lose "the last run failed: $(cat "$work/said")"
+  (kqft "" put --take-over "$P") || lose "the last run failed: $(cat "$work/said")"
   address=$((address + 1))
   root=/proc/$server/root expect_whole "room was made"
   tally "full disks"
@@ -243,7 +282,7 @@ if (small_disk true) 2>/dev/null; then
 fi
 echo "a limit on the size of files:"
 full_disk "file limit" small_files large_files 'sent 8 of 10 files' # two are too large
-echo "${count["full disks"]} full disks"
+echo "${count["full disks"]} full disks, ${count[edits]:-0} edits"
 echo "${count[losses]:-0} losses"
 [ -z "${untried:-}" ] || echo "none was killed: $untried"
 [ "${count[losses]:-0}${untried:-}" = 0 ]
