@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <set>
 
+#include "protocol/MeasurementFiles.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/Download.h"
 #include "transfer/Names.h"
@@ -91,7 +92,7 @@ void AddEntries(const CInventory& inventory, const std::vector<SProjectFile>& li
     const SInventoryEntry* const entry = inventory.Find(PathOfItem(item));
     const bool isRecording = IsMeasurementFile(item.m_strServer);
     if (entry == nullptr || item.m_bFinal) continue;
-    if (isRecording && names.contains(SideFileName(item.m_strServer))) continue;
+    if (isRecording && names.contains(SideFileName(item.m_strServer, kRangesExtension))) continue;
     item.m_pEntry = std::make_shared<SInventoryEntry>(*entry);
   }
 }
@@ -123,6 +124,18 @@ int AskItemSizes(CSession& session, std::vector<STransferItem>& items) {
     if (!item.m_bFinal) TakeSize(item, *size++, total);
   }
   return RESULT_OK;
+}
+
+// Of a file that is on its way the bytes may be of two versions.
+void RefuseUnended(const SInventoryHead& head, std::vector<STransferItem>& items) {
+  for (STransferItem& item : items) {
+    const bool isKnown = item.m_pEntry == nullptr || item.m_pEntry->m_bDigest;
+    if (!item.m_bDone || isKnown || head.m_bComplete) continue;
+    item.m_bDone = false;
+    item.m_nCode = 0;
+    item.m_strWhy = "its put has not ended (" + head.m_strBy + ", last sign of life " +
+                    InventoryTime(head.m_llAlive) + ")";
+  }
 }
 
 // Two files of the server may not meet in one place here.
@@ -173,6 +186,7 @@ STransferResult CProjectClient::Get(const SGetRequest& request) {
   CDownload download(tools, into, get.m_vecItems, request.m_bOverwrite);
   download.Compare(get.m_vecItems, request.m_bChecksum, !request.m_bPlanOnly);
   if (!request.m_bPlanOnly) download.Run(get.m_vecItems);
+  RefuseUnended(inventory.Newest().m_head, get.m_vecItems);
   return scope.End();
 }
 

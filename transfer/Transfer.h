@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "transfer/Digest.h"
 #include "transfer/RateMeter.h"
 #include "transfer/TransferItem.h"
 #include "transfer/TransferObserver.h"
@@ -19,6 +20,9 @@ struct STransferTools {
   CCancelToken& m_cancel;
   int m_nRetries;  ///< rounds in a row that may bring no progress
 };
+
+/// Reads a file of this machine; fails once the operation is cancelled.
+DigestReader ReadsUnlessCancelled(const CCancelToken& cancel, const std::string& path);
 
 /// Moves a list of files and does not give up at the first that fails.
 ///
@@ -57,6 +61,12 @@ class CTransfer {
   /// follows in a request of its own; leaves none when the first one of it
   /// cannot be moved, and says so by Fail.
   virtual void Ready(Batch&) {}
+
+  /// Told between two requests, when no answer is awaited.
+  virtual void Between() {}
+
+  /// Has an item looked at that needs no request any more.
+  void EndAlone(STransferItem& item);
 
   virtual int Start(const Batch& batch) = 0;
 

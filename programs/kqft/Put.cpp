@@ -16,6 +16,8 @@ SPutRequest MakeRequest(const SOptions& options) {
   request.m_strProject = options.m_strProject;
   request.m_bPlanOnly = options.m_bDryRun;
   request.m_bInventory = !options.m_bNoInventory;
+  request.m_bWhole = options.m_bWhole;
+  request.m_bChecksum = options.m_bChecksum;
   request.m_nRetries = options.m_nRetries;
   return request;
 }
@@ -28,8 +30,11 @@ void AddPutOptions(CLI::App& command, SOptions& options) {
   command.add_option("--project", options.m_strProject, "put everything into this project")
       ->type_name("NAME");
   command.add_flag("-n,--dry-run", options.m_bDryRun, "only say what would be sent");
+  command.add_flag("--checksum", options.m_bChecksum,
+                   "compare files with the inventory by their bytes, too");
+  command.add_flag("--whole", options.m_bWhole, "send every file whole");
   command.add_flag("--no-inventory", options.m_bNoInventory,
-                   "do not write what the project consists of; for measuring");
+                   "neither go by the inventory of the project nor write it; for measuring");
 }
 
 std::string WhyNoPut(const SOptions& options) {
