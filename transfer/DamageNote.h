@@ -33,6 +33,8 @@ class KQFT_TRANSFER_API CDamageNote {
   /// @return "" or why that cannot be noted
   std::string Set(const std::string& path, const std::vector<std::int64_t>& blocks);
 
+  void Remove(const std::string& path) { m_mapFiles.erase(path); }
+
   /// The text of it. Where there would be more of it than is read again, all
   /// files stand in it without their blocks.
   std::string Text() const;

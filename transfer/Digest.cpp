@@ -148,14 +148,20 @@ bool CFileDigest::ReadTo(std::int64_t position, const DigestReader& reader) {
                   [this](const char* data, std::size_t size) { m_pState->Count(data, size); });
 }
 
+SFileDigest CFileDigest::SoFar() const {
+  SFileDigest digest;
+  digest.m_whole = Take(XXH3_128bits_digest(&m_pState->m_whole));
+  if (DigestBlocks(m_pState->m_llCounted) == 0) return digest;
+  digest.m_vecBlocks = m_pState->m_vecBlocks;
+  if (m_pState->m_llCounted % kDigestBlockBytes != 0) {
+    digest.m_vecBlocks.push_back(Take(XXH3_128bits_digest(&m_pState->m_block)));
+  }
+  return digest;
+}
+
 bool CFileDigest::Finish(std::int64_t size, const DigestReader& reader, SFileDigest& digest) {
   const bool whole = ReadTo(size, reader) && m_pState->m_llCounted == size;
-  if (whole) {
-    digest.m_whole = Take(XXH3_128bits_digest(&m_pState->m_whole));
-    if (size % kDigestBlockBytes != 0) m_pState->EndBlock();
-    digest.m_vecBlocks = std::move(m_pState->m_vecBlocks);
-    if (DigestBlocks(size) == 0) digest.m_vecBlocks.clear();
-  }
+  if (whole) digest = SoFar();
   m_pState = std::make_unique<SState>();
   return whole;
 }

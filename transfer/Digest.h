@@ -89,6 +89,9 @@ class KQFT_TRANSFER_API CFileDigest {
   /// Blocks:  for as long as the reader does.
   bool ReadTo(std::int64_t position, const DigestReader& reader);
 
+  /// The digests of what is counted, as if the file ended there.
+  SFileDigest SoFar() const;
+
   /// Takes the digests of the `size` bytes that the file has, and begins anew.
   /// @param reader asked for what did not pass in its turn
   /// @return false when that cannot be read, or more than `size` has passed

@@ -15,6 +15,11 @@ struct SFileFacts {
   }
 };
 
+/// True for what counts as one version of a file: modes do not matter.
+inline bool IsSameVersion(const SFileFacts& a, const SFileFacts& b) {
+  return a.m_llSize == b.m_llSize && a.m_llTime == b.m_llTime;
+}
+
 /// Asks for the facts of a regular file; symbolic links are followed.
 /// @return "" or why they cannot be had
 KQFT_TRANSFER_API std::string ReadFileFacts(const std::string& path, SFileFacts& facts);

@@ -126,6 +126,18 @@ int AskItemSizes(CSession& session, std::vector<STransferItem>& items) {
   return RESULT_OK;
 }
 
+// Of a file that is on its way the bytes may be of two versions.
+void RefuseUnended(const SInventoryHead& head, std::vector<STransferItem>& items) {
+  for (STransferItem& item : items) {
+    const bool isKnown = item.m_pEntry == nullptr || item.m_pEntry->m_bDigest;
+    if (!item.m_bDone || isKnown || head.m_bComplete) continue;
+    item.m_bDone = false;
+    item.m_nCode = 0;
+    item.m_strWhy = "its put has not ended (" + head.m_strBy + ", last sign of life " +
+                    InventoryTime(head.m_llAlive) + ")";
+  }
+}
+
 // Two files of the server may not meet in one place here.
 void RefuseClashes(std::vector<STransferItem>& items) {
   std::set<std::string> taken;
@@ -179,6 +191,7 @@ STransferResult CProjectClient::Get(const SGetRequest& request) {
   CDownload download(tools, into, get.m_vecItems, request.m_bOverwrite);
   download.Compare(get.m_vecItems, request.m_bChecksum, !request.m_bPlanOnly);
   if (!request.m_bPlanOnly) download.Run(get.m_vecItems);
+  RefuseUnended(inventory.Newest().m_head, get.m_vecItems);
   return scope.End();
 }
 

@@ -9,6 +9,7 @@ const SInventoryEntry* CInventory::Find(std::string_view path) const {
 
 std::string CInventory::Set(const std::string& path, const SInventoryEntry& entry) {
   if (std::string why = WhyNoPath(path); !why.empty()) return why;
+  if (entry.m_bMixed && entry.m_bDigest) return "it has a digest of bytes of no one version";
   const std::int64_t blocks = entry.m_bDigest ? DigestBlocks(entry.m_facts.m_llSize) : 0;
   if (static_cast<std::int64_t>(entry.m_digest.m_vecBlocks.size()) != blocks) {
     return "there are not as many digests as blocks";
@@ -18,17 +19,6 @@ std::string CInventory::Set(const std::string& path, const SInventoryEntry& entr
   }
   m_mapFiles[path] = entry;
   return "";
-}
-
-void CInventory::CarryOver(const CInventory& former) {
-  for (auto& [path, entry] : m_mapFiles) {
-    const SInventoryEntry* const old = entry.m_bDigest ? nullptr : former.Find(path);
-    if (old == nullptr || !old->m_bDigest) continue;
-    if (old->m_facts.m_llSize != entry.m_facts.m_llSize) continue;
-    if (old->m_facts.m_llTime != entry.m_facts.m_llTime) continue;
-    entry.m_bDigest = true;
-    entry.m_digest = old->m_digest;
-  }
 }
 
 void CInventory::MergeFrom(const CInventory& theirs,
@@ -49,6 +39,6 @@ SInventoryChoice ChooseInventory(std::string_view first, std::string_view other)
       (!isFirstWhole || another.m_head.m_llGeneration > choice.m_inventory.m_head.m_llGeneration);
   if (isOtherNewer) choice.m_inventory = std::move(another);
   if (choice.m_bFound) choice.m_strPlace = isOtherNewer ? kOtherInventoryName : kInventoryName;
-  choice.m_strNextPlace = choice.m_bFound && !isOtherNewer ? kOtherInventoryName : kInventoryName;
+  choice.m_strNextPlace = isOtherNewer ? kInventoryName : kOtherInventoryName;
   return choice;
 }

@@ -28,16 +28,22 @@
 ///     00112233445566778899aabbccddeeff  notes.txt
 ///     # file 99 1772978711000000000 600 a/not%20yet
 ///     # file 98 1772978711000000000 600 a%0Ab 00112233445566778899aabbccddeeff
+///     # file 98 - 600 run.tm
 ///     # end 00112233445566778899aabbccddeeff
 ///
 /// A name stands in its "# file" line, escaped, when no digest is known or it
 /// holds a line end (the digest stands behind it then). A file that is longer
 /// than kBlocksAboveBytes has lines "# blocks" behind its "# file" with up to
-/// 16 digests each. The last line is the digest of all lines before it.
+/// 16 digests each. A "-" in the place of the time: the bytes there are of no
+/// one version, or it is not known of which. The last line is the digest of all lines before it.
 ///
 /// Files are sorted by name. Names are those below the project, "/" between
 /// their parts, and any bytes otherwise, but for zero bytes and "\".
 
+/// In a planned one a recording without a digest is on its way: what lies there
+/// is a beginning of the version that has this size and time. In a complete
+/// one nobody has taken its digest; of these files only the length is known.
+///
 /// It lies in two places, kInventoryName and kOtherInventoryName, which
 /// ChooseInventory chooses from.
 
@@ -51,6 +57,7 @@ struct SInventoryEntry {
   SFileFacts m_facts;
   bool m_bDigest = false;  ///< else m_digest says nothing
   SFileDigest m_digest;
+  bool m_bMixed = false;  ///< of no one version; there is no digest and no time then
 };
 
 /// What stands in front of the files.
@@ -78,9 +85,7 @@ class KQFT_TRANSFER_API CInventory {
   /// @return "" or why it cannot be in an inventory
   std::string Set(const std::string& path, const SInventoryEntry& entry);
 
-  /// Gives every file without a digest that of `former`, where that has it
-  /// under the same name with the same size and time.
-  void CarryOver(const CInventory& former);
+  void Remove(const std::string& path) { m_mapFiles.erase(path); }
 
   /// Takes over the files that another run has written meanwhile.
   /// @param isMine true for a file that this run has sent: its entry stays.
@@ -114,7 +119,7 @@ struct SInventoryChoice {
 /// next one replaces the older or torn one, so that writing it never costs
 /// the newest that is whole, wherever it is cut off.
 ///
-/// When a complete one is to lie in kInventoryName, as the last one of a run
-/// should, it is written twice where its turn is the other place: first
-/// there, then, a generation later, to kInventoryName.
+/// A complete one should lie in kInventoryName, where others look for it. So
+/// the first one of all goes to the other place; and one whose turn is there
+/// is written twice: then, a generation later, to kInventoryName.
 KQFT_TRANSFER_API SInventoryChoice ChooseInventory(std::string_view first, std::string_view other);

@@ -15,6 +15,7 @@ using std::chrono::sys_seconds;
 constexpr std::string_view kTitle = "# kqft.inventory 1";
 constexpr std::string_view kFile = "# file ";
 constexpr std::string_view kBlocks = "# blocks";
+const std::string kNoTime = "-";
 constexpr std::size_t kBlocksInLine = 16;  // readers take lines of 32 KiB at most
 constexpr std::size_t kLongestWord = 1024;
 constexpr std::int64_t kHighestGeneration = 1LL << 62;
@@ -48,7 +49,8 @@ std::string EntryText(const std::string& path, const SInventoryEntry& entry) {
   char mode[16];
   std::snprintf(mode, sizeof mode, "%o", entry.m_facts.m_nMode);
   std::string text = std::string(kFile) + std::to_string(entry.m_facts.m_llSize) + " " +
-                     std::to_string(entry.m_facts.m_llTime) + " " + mode;
+                     (entry.m_bMixed ? kNoTime : std::to_string(entry.m_facts.m_llTime)) + " " +
+                     mode;
   const std::string digest = entry.m_bDigest ? DigestText(entry.m_digest.m_whole) : "";
   if (byItself) text += " " + EscapeName(path) + (digest.empty() ? "" : " ") + digest;
   for (std::size_t i = 0; i < entry.m_digest.m_vecBlocks.size(); ++i) {
@@ -92,7 +94,9 @@ bool ParseEntry(std::string_view& text, std::string& path, SInventoryEntry& entr
   if (!TakeFront(line, kFile)) return false;
   std::int64_t mode = 0;
   if (!ParseNumber(TakeUpTo(line, ' '), entry.m_facts.m_llSize)) return false;
-  if (!ParseNumber(TakeUpTo(line, ' '), entry.m_facts.m_llTime, 10, true)) return false;
+  const std::string_view time = TakeUpTo(line, ' ');
+  entry.m_bMixed = time == kNoTime;
+  if (!entry.m_bMixed && !ParseNumber(time, entry.m_facts.m_llTime, 10, true)) return false;
   if (!ParseNumber(TakeUpTo(line, ' '), mode, 8) || mode > 0777) return false;
   entry.m_facts.m_nMode = static_cast<unsigned>(mode);
   const bool byItself = !line.empty();

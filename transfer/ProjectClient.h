@@ -60,7 +60,9 @@ struct SPutRequest {
   std::vector<std::string> m_vecPaths;  ///< directories, or files of one project
   std::string m_strProject;             ///< "": each directory becomes the project of its name
   bool m_bPlanOnly = false;             ///< only find out what would be sent
-  bool m_bInventory = true;             ///< write one; false is for measuring
+  bool m_bInventory = true;             ///< go by it, write it; false is for measuring
+  bool m_bWhole = false;                ///< send every file whole, whatever the server has
+  bool m_bChecksum = false;             ///< compare files by their bytes, not by their time
   int m_nRetries = 3;                   ///< rounds in a row that may bring no progress
   int m_nRetrySeconds = 0;              ///< so long they may, however many they are
   bool m_bTakeOver = false;             ///< go on though somebody else is sending the project
@@ -87,9 +89,12 @@ struct KQFT_TRANSFER_API STransferResult {
   std::string m_strProject;  ///< "" when there are several
   std::string m_strOther;    ///< "user@host" who sends a project, where a put gave way to them
   std::vector<STransferItem> m_vecItems;
-  std::string m_strInventory;   ///< why it could not be written at the end; "" when it was
-  std::size_t m_nProblems = 0;  ///< left out although they should have been sent
-  std::int64_t m_llMoved = 0;   ///< bytes of file data that crossed the network
+  std::string m_strInventory;       ///< why it could not be written at the end; "" when it was
+  std::size_t m_nOnlyThere = 0;     ///< of a put of directories: files that the projects have more
+  std::size_t m_nFilesHealed = 0;   ///< of a put: files damaged at the server that are whole now
+  std::size_t m_nBlocksHealed = 0;  ///< of them: those of which only blocks were sent
+  std::size_t m_nProblems = 0;      ///< left out although they should have been sent
+  std::int64_t m_llMoved = 0;       ///< bytes of file data that crossed the network
   double m_dSeconds = 0;
 
   /// Projects of a first put that the server does not list: it goes by files

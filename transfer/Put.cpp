@@ -6,11 +6,13 @@
 
 #include "protocol/ResultCodes.h"
 #include "transfer/CancelToken.h"
+#include "transfer/Insist.h"
 #include "transfer/LocalFiles.h"
 #include "transfer/Names.h"
 #include "transfer/ProjectClientState.h"
+#include "transfer/PutInventories.h"
+#include "transfer/PutPlan.h"
 #include "transfer/SendingNote.h"
-#include "transfer/ServerInventory.h"
 #include "transfer/Upload.h"
 
 namespace fs = std::filesystem;
@@ -61,9 +63,10 @@ void FindItems(const SPutRequest& request, const std::string& serverDirectory,
   }
 }
 
-bool AreAllDone(const std::vector<STransferItem>& items) {
-  return std::all_of(items.begin(), items.end(),
-                     [](const STransferItem& item) { return item.m_bDone; });
+bool AreDirectories(const std::vector<std::string>& paths) {
+  std::error_code error;
+  return std::all_of(paths.begin(), paths.end(),
+                     [&](const std::string& path) { return fs::is_directory(path, error); });
 }
 
 // What the server lists is asked only once a project: it walks over all.
@@ -78,37 +81,100 @@ void FindUnlisted(CSession& session, const std::vector<std::string>& projects,
   }
 }
 
-// Returns why nothing was sent, "" when it was tried.
-std::string SendItems(CProjectClient::SState& state, const SPutRequest& request,
-                      const std::string& directory, STransferResult& put) {
-  STransferTools tools{*state.m_pSession,  state.m_observer,        state.m_cancel,
-                       request.m_nRetries, request.m_nRetrySeconds, {}};
-  CPutSending sending(tools, directory, put.m_vecItems, state.m_turn.Workstation());
-  if (request.m_bInventory) tools.m_mayGoOn = [&sending] { return sending.Look().empty(); };
-  CPutInventories inventories(tools, directory, put.m_vecItems);
-  CUpload upload(tools, put.m_vecItems, request.m_bInventory);
-  std::string why;
-  if (request.m_bInventory) why = sending.Begin(request.m_bTakeOver);
-  if (request.m_bInventory && why.empty()) why = inventories.Read();
-  if (request.m_bInventory && why.empty()) why = inventories.WritePlanned();
-  if (why.empty()) {
-    upload.Run(put.m_vecItems);
-    // Who wants to end does not wait for another connection.
-    const bool canWrite = upload.IsLinkClean() && state.m_pSession->IsConnect();
-    if (!canWrite) state.m_pSession->Abort();
-    if (request.m_bInventory && (canWrite || !state.m_cancel.IsCancelled())) {
-      why = sending.LookLast();
-      if (why.empty()) put.m_strInventory = inventories.WriteComplete(AreAllDone(put.m_vecItems));
-      if (AreAllDone(put.m_vecItems)) FindUnlisted(*state.m_pSession, sending.NewProjects(), put);
+/// One put, once its files are known.
+class CPut {
+ public:
+  CPut(CProjectClient::SState& state, const SPutRequest& request, const std::string& directory,
+       STransferResult& put)
+      : m_state(state),
+        m_request(request),
+        m_put(put),
+        m_sending(m_tools, directory, put.m_vecItems, state.m_turn.Workstation()),
+        m_inventories(m_tools, directory, put.m_vecItems),
+        m_plan(m_tools, {request.m_bWhole, request.m_bChecksum, request.m_bPlanOnly},
+               m_inventories) {}
+
+  // Returns why nothing was sent, "" when it was tried.
+  std::string Run() {
+    std::string why;
+    if (IsNoted()) why = m_sending.Begin(m_request.m_bTakeOver);
+    if (why.empty() && m_request.m_bInventory) why = m_inventories.Read();
+    if (why.empty()) {
+      const int result = m_plan.Make(m_put.m_vecItems);
+      if (result != RESULT_OK) why = "cannot ask what the server has: " + DescribeResult(result);
+    }
+    if (m_request.m_bInventory && AreDirectories(m_request.m_vecPaths)) {
+      m_put.m_nOnlyThere = m_inventories.CountOnlyThere();
+    }
+    if (why.empty() && !m_request.m_bPlanOnly) why = Send();
+    m_sending.End();
+    m_put.m_strOther = m_sending.Other();
+    const std::string& last = m_sending.LastUsed().empty() ? m_strLastSent : m_sending.LastUsed();
+    CSession& session = *m_state.m_pSession;
+    if (!last.empty() && session.IsConnect()) session.Leave(last);
+    session.Stop();
+    return why;
+  }
+
+ private:
+  // Others are to know who is sending.
+  bool IsNoted() const { return m_request.m_bInventory && !m_request.m_bPlanOnly; }
+
+  std::string Send() {
+    std::string why;
+    if (!m_state.m_cancel.IsCancelled()) {
+      EmptyRecordings();
+      if (m_request.m_bInventory) why = m_inventories.WritePlanned(m_plan.Ways());
+    }
+    CUpload upload(m_tools, m_put.m_vecItems, m_plan.Ways(), m_request.m_bInventory,
+                   [this] { m_inventories.WriteBetween(); });
+    if (why.empty()) {
+      upload.Run(m_put.m_vecItems);
+      // Who wants to end does not wait for another connection.
+      const bool canWrite = upload.IsLinkClean() && m_state.m_pSession->IsConnect();
+      if (!canWrite) m_state.m_pSession->Abort();
+      if (m_request.m_bInventory && (canWrite || !m_state.m_cancel.IsCancelled())) {
+        why = m_sending.LookLast();
+        if (why.empty()) WriteEnd();
+      }
+    }
+    m_strLastSent = upload.LastSent();
+    return why;
+  }
+
+  // What is written about them then is true of them wherever it is cut off: an
+  // empty file is the beginning of any.
+  void EmptyRecordings() {
+    for (STransferItem& item : m_put.m_vecItems) {
+      const auto way = m_plan.Ways().find(&item);
+      if (way == m_plan.Ways().end() || !way->second.m_bEmpty) continue;
+      const int result =
+          Insist(m_tools, [&] { return m_state.m_pSession->EmptyFile(item.m_strServer); });
+      if (result == RESULT_OK) continue;
+      item.m_bFinal = true;
+      item.m_nCode = result;
+      item.m_strWhy = DescribeResult(result);
     }
   }
-  sending.End();
-  put.m_strOther = sending.Other();
-  const std::string& last = sending.LastUsed().empty() ? upload.LastSent() : sending.LastUsed();
-  if (!last.empty() && state.m_pSession->IsConnect()) state.m_pSession->Leave(last);
-  state.m_pSession->Stop();
-  return why;
-}
+
+  void WriteEnd() {
+    m_put.m_strInventory = m_inventories.WriteComplete();
+    if (m_put.m_strInventory.empty()) m_inventories.EndHealing(m_put);
+    if (m_put.IsDone()) FindUnlisted(*m_state.m_pSession, m_sending.NewProjects(), m_put);
+  }
+
+  CProjectClient::SState& m_state;
+  const SPutRequest& m_request;
+  STransferResult& m_put;
+  std::string m_strLastSent;
+  const STransferTools m_tools{
+      *m_state.m_pSession,       m_state.m_observer,
+      m_state.m_cancel,          m_request.m_nRetries,
+      m_request.m_nRetrySeconds, [this] { return !IsNoted() || m_sending.Look().empty(); }};
+  CPutSending m_sending;
+  CPutInventories m_inventories;
+  CPutPlan m_plan;
+};
 
 }  // namespace
 
@@ -120,13 +186,8 @@ STransferResult CProjectClient::Put(const SPutRequest& request) {
   if (!scope.Check(m_pState->m_pSession->AskDirectory(directory))) return scope.End();
   if (directory.empty()) return scope.Refuse("the server has no project directory");
   FindItems(request, directory, m_pState->m_observer, put);
-  if (request.m_bPlanOnly) {
-    scope.Check(PlanUpload(*m_pState->m_pSession, put.m_vecItems));
-  } else {
-    const std::string why = SendItems(*m_pState, request, directory, put);
-    if (!why.empty()) return scope.Refuse(why);
-  }
-  return scope.End();
+  const std::string why = CPut(*m_pState, request, directory, put).Run();
+  return why.empty() ? scope.End() : scope.Refuse(why);
 }
 
 std::string CProjectClient::WhyNoPut(const SPutRequest& request) {

@@ -175,8 +175,7 @@ int CSession::AskAllSizes(const std::vector<std::string>& names, std::vector<std
 }
 
 int CSession::AskHeldSize(const std::string& name, std::int64_t& size) {
-  const int result =
-      Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareTransFile(name, false); });
+  const int result = Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareFile(name, false); });
   if (result != RESULT_OK) return result;
   size = m_llServerFilePos;
   return EndFile();
@@ -215,22 +214,15 @@ int CSession::ReportFilled(int index, const FILEDATAPOS& range) {
 }
 
 int CSession::StartUpload(const std::vector<Channel_Key_Value>& records,
-                          std::deque<SLostAnswer> answers) {
+                          std::deque<SLostAnswer> answers, std::vector<CFileDigest> digests) {
   {
     const std::lock_guard guard(m_mutex);
     m_answers = std::move(answers);
-  }
-  {
-    const std::lock_guard guard(m_mutex);
     m_vecArrived.clear();
   }
-  m_vecDigests.clear();
   m_vecSent.clear();
-  for (const Channel_Key_Value& record : records) {
-    if (!m_bDigests) break;
-    m_vecDigests.emplace_back();
-    m_vecSent.push_back(record.m_strPath);
-  }
+  for (const Channel_Key_Value& record : records) m_vecSent.push_back(record.m_strPath);
+  m_vecDigests = m_bDigests ? std::move(digests) : std::vector<CFileDigest>();
   const int result = UploadRecords(records);
   m_bStarted = result == RESULT_OK;
   return result;

@@ -92,10 +92,11 @@ class CSession : public CKQFileTransServiceVisitor {
   /// call the session. False ends it.
   using DataSink = std::function<bool(const char* data, std::size_t size)>;
 
-  /// Reads a whole file. What it takes is not counted as moved.
+  /// Reads a file from a position to its end. What it takes is not counted as
+  /// moved.
   /// @return 1; -7 also when there is none; -26 when it was ended or arrived
   ///         otherwise than it should: the connection is then cut
-  int ReadFile(const std::string& name, DataSink sink);
+  int ReadFile(const std::string& name, DataSink sink, std::int64_t start = 0);
 
   /// Writes pieces into a file, which keeps the rest of what it holds and is
   /// made when missing. Not counted as moved either.
@@ -105,6 +106,14 @@ class CSession : public CKQFileTransServiceVisitor {
   /// Puts a text in the place of a file. Not counted either.
   int WriteText(const std::string& name, const std::string& text);
 
+  /// Sends blocks of kDigestBlockBytes to their places in a file of the
+  /// server, which keeps the rest of it. Counted as moved.
+  /// @param held   bytes that the server must hold of it; no block goes beyond
+  /// @param reader of the file here
+  /// @return 1; 0 when the server holds another number: nothing was sent
+  int SendBlocks(const std::string& name, std::int64_t held,
+                 const std::vector<std::int64_t>& blocks, const DigestReader& reader);
+
   // Transfers.
 
   /// From then on digests are taken of what uploads send.
@@ -113,10 +122,13 @@ class CSession : public CKQFileTransServiceVisitor {
   /// Of one record of the last transfer, once that has ended.
   CFileDigest TakeDigest(std::size_t record);
 
+  /// @param digests one for each record, of the beginning that is counted
+  ///                already; left alone unless TakeDigests was wanted
   /// @param answers one for each measurement file among the records. Where
   ///                the server now names other ranges than were looked at, the
   ///                worker hears that it is busy, and the file fails.
-  int StartUpload(const std::vector<Channel_Key_Value>& records, std::deque<SLostAnswer> answers);
+  int StartUpload(const std::vector<Channel_Key_Value>& records, std::deque<SLostAnswer> answers,
+                  std::vector<CFileDigest> digests);
 
   /// @param digests one for each record, of what is here already; or none at
   ///                all. What arrives is added.
@@ -158,10 +170,8 @@ class CSession : public CKQFileTransServiceVisitor {
   void OnFileRead(std::size_t record, std::int64_t position, const char* data, int bytes) override;
 
  private:
-  int PrepareWhole(const std::string& name) { return PrepareSoon(name, true); }
-  int PrepareSoon(const std::string& name, bool whole);
-  int SendPiece(std::int64_t position, const char* data, int bytes);
-  int SendPieces(const std::string& text);
+  int PrepareFile(const std::string& name, bool whole);
+  int SendPart(std::int64_t begin, std::int64_t end, const DigestReader& reader);
   int WaitForData();
   void TakeData(int length, const char* body);
   int Checked(int result) const;

@@ -9,6 +9,7 @@
 #include "platform/System.h"
 #include "protocol/DataPacket.h"
 #include "protocol/MessageCodes.h"
+#include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/Names.h"
 #include "transfer/Session.h"
@@ -27,18 +28,18 @@ constexpr int kReadyPauseMs = 1;
 
 }  // namespace
 
-int CSession::ReadFile(const std::string& name, DataSink sink) {
+int CSession::ReadFile(const std::string& name, DataSink sink, std::int64_t start) {
   {
     const std::lock_guard guard(m_mutex);
     m_sink = std::move(sink);
-    m_llSunk = 0;
+    m_llSunk = start;
     m_bSinkBroken = false;
   }
   m_nErrorCode = RESULT_OK;
   m_nServerErrorCode = RESULT_OK;
   m_evReply->ResetKQEvent();
   m_evFileEnd->ResetKQEvent();
-  const std::string body = std::string(kPositionBytes, '\0') + name;
+  const std::string body = EncodeBody(SDownloadStart{start, name});
   int result = ERROR_CODE_CLIENT_CONNECT;
   if (SendMessage(NET_CTS_PREPARETRANS_FILE, body.data(), static_cast<int>(body.size()))) {
     const bool silent = m_evReply->Wait(kAnswerWaitMs) == kWaitTimeout;
@@ -89,37 +90,60 @@ void CSession::TakeData(int length, const char* body) {
 }
 
 int CSession::WriteText(const std::string& name, const std::string& text) {
-  int result = PrepareWhole(name);
-  if (result == RESULT_OK) result = SendPieces(text);
+  int result = PrepareFile(name, true);
+  const auto size = static_cast<std::int64_t>(text.size());
+  if (result == RESULT_OK) {
+    result = SendPart(0, size, [&](std::int64_t at, char* data, std::size_t bytes) {
+      m_llOwn += static_cast<std::int64_t>(bytes);
+      return static_cast<std::int64_t>(text.copy(data, bytes, static_cast<std::size_t>(at)));
+    });
+  }
   if (result == RESULT_OK) result = EndFile();
   if (result == RESULT_OK) result = m_nServerErrorCode;
   if (result != RESULT_OK) return result;
   std::vector<std::int64_t> held(1);
   result = IsAskable(name) ? AskSizes({name}, held) : AskHeldSize(name, held.front());
   if (result != RESULT_OK) return result;
-  return held.front() == static_cast<std::int64_t>(text.size())
-             ? RESULT_OK
-             : static_cast<int>(ERROR_CODE_SERVER_WRITE);
+  return held.front() == size ? RESULT_OK : static_cast<int>(ERROR_CODE_SERVER_WRITE);
 }
 
 int CSession::EmptyFile(const std::string& name) {
-  const int result =
-      Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareTransFile(name, true); });
+  const int result = Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareFile(name, true); });
   return result == RESULT_OK ? EndFile() : result;
 }
 
 int CSession::WriteParts(const std::string& name,
                          const std::map<std::int64_t, std::string>& parts) {
-  int result = PrepareSoon(name, false);
+  int result = PrepareFile(name, false);
   for (const auto& [position, data] : parts) {
-    if (result == RESULT_OK)
-      result = SendPiece(position, data.data(), static_cast<int>(data.size()));
+    const auto end = position + static_cast<std::int64_t>(data.size());
+    if (result != RESULT_OK) break;
+    result = SendPart(position, end, [&](std::int64_t at, char* to, std::size_t bytes) {
+      m_llOwn += static_cast<std::int64_t>(bytes);
+      return static_cast<std::int64_t>(
+          data.copy(to, bytes, static_cast<std::size_t>(at - position)));
+    });
   }
   if (result == RESULT_OK) result = EndFile();
   return result == RESULT_OK ? m_nServerErrorCode.Load() : result;
 }
 
-int CSession::PrepareSoon(const std::string& name, bool whole) {
+int CSession::SendBlocks(const std::string& name, std::int64_t held,
+                         const std::vector<std::int64_t>& blocks, const DigestReader& reader) {
+  int result = PrepareFile(name, false);
+  if (result != RESULT_OK) return result;
+  const bool isExpected = m_llServerFilePos == held;
+  for (std::size_t i = 0; i < blocks.size() && isExpected && result == RESULT_OK; ++i) {
+    const std::int64_t begin = blocks[i] * kDigestBlockBytes;
+    result = SendPart(begin, std::min(begin + kDigestBlockBytes, held), reader);
+  }
+  const int ended = EndFile();  // also of a file that failed: it would stay open there
+  if (result == RESULT_OK) result = ended;
+  if (result == RESULT_OK) result = m_nServerErrorCode;
+  return result == RESULT_OK && !isExpected ? 0 : result;
+}
+
+int CSession::PrepareFile(const std::string& name, bool whole) {
   int result = Checked(PrepareTransFile(name, whole));
   for (int i = 0; i < kReadyTries && result == ERROR_CODE_SERVER_DOWNDATA; ++i) {
     System().Sleep(kReadyPauseMs);
@@ -128,21 +152,19 @@ int CSession::PrepareSoon(const std::string& name, bool whole) {
   return result;
 }
 
-int CSession::SendPiece(std::int64_t position, const char* data, int bytes) {
-  ILinkInfo* const link = m_pLinkInfo;
-  do {
+int CSession::SendPart(std::int64_t begin, std::int64_t end, const DigestReader& reader) {
+  std::vector<char> piece(kMaxPieceBytes);
+  for (std::int64_t at = begin; at < end;) {
+    ILinkInfo* const link = m_pLinkInfo;
     if (link == nullptr || !link->IsLink()) return ERROR_CODE_CLIENT_CONNECT;
-  } while (!link->WaitSendRoom(kRoomWaitMs));
-  m_llOwn += bytes;
-  return SendData(position, data, bytes) ? RESULT_OK : ERROR_CODE_CLIENT_CONNECT;
-}
-
-int CSession::SendPieces(const std::string& text) {
-  for (std::size_t at = 0; at < text.size();) {
-    const int bytes = NextPieceBytes(static_cast<std::int64_t>(text.size() - at));
-    const int result = SendPiece(static_cast<std::int64_t>(at), text.data() + at, bytes);
-    if (result != RESULT_OK) return result;
-    at += static_cast<std::size_t>(bytes);
+    if (!link->WaitSendRoom(kRoomWaitMs)) continue;
+    const int bytes = NextPieceBytes(end - at);
+    if (reader(at, piece.data(), static_cast<std::size_t>(bytes)) != bytes) {
+      return ERROR_CODE_CLIENT_READ;
+    }
+    if (!SendData(at, piece.data(), bytes)) return ERROR_CODE_CLIENT_CONNECT;
+    at += bytes;
+    if (const int refused = m_nServerErrorCode; refused != RESULT_OK) return refused;
   }
   return RESULT_OK;
 }

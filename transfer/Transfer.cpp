@@ -53,6 +53,12 @@ std::int64_t SizeOf(const std::vector<STransferItem*>& batch) {
 
 }  // namespace
 
+DigestReader ReadsUnlessCancelled(const CCancelToken& cancel, const std::string& path) {
+  return [&cancel, reader = ReadsFile(path)](std::int64_t at, char* data, std::size_t size) {
+    return cancel.IsCancelled() ? std::int64_t{-1} : reader(at, data, size);
+  };
+}
+
 CTransfer::CTransfer(const STransferTools& tools)
     : m_session(tools.m_session),
       m_cancel(tools.m_cancel),
@@ -182,9 +188,15 @@ void CTransfer::MoveAll(const Batch& queue) {
       if (!batch.empty() && bytes > kBytesPerRequest) break;
       batch.push_back(queue[i]);
     }
+    Between();
     Ready(batch);
     next += batch.empty() ? 1 : MoveBatch(batch);
   }
+}
+
+void CTransfer::EndAlone(STransferItem& item) {
+  m_vecEnded = {&item};
+  VerifyEnded();
 }
 
 // Returns how many of the batch have had their turn. The others follow in a

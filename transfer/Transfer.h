@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "transfer/Digest.h"
 #include "transfer/RateMeter.h"
 #include "transfer/TransferItem.h"
 #include "transfer/TransferObserver.h"
@@ -25,6 +26,9 @@ struct STransferTools {
   /// Asked between two requests; false ends the transfer. May be empty.
   std::function<bool()> m_mayGoOn = {};
 };
+
+/// Reads a file of this machine; fails once the operation is cancelled.
+DigestReader ReadsUnlessCancelled(const CCancelToken& cancel, const std::string& path);
 
 /// Moves a list of files and does not give up at the first that fails.
 ///
@@ -63,6 +67,12 @@ class CTransfer {
   /// follows in a request of its own; leaves none when the first one of it
   /// cannot be moved, and says so by Fail.
   virtual void Ready(Batch&) {}
+
+  /// Told between two requests, when no answer is awaited.
+  virtual void Between() {}
+
+  /// Has an item looked at that needs no request any more.
+  void EndAlone(STransferItem& item);
 
   virtual int Start(const Batch& batch) = 0;
 

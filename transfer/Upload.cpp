@@ -62,9 +62,17 @@ void JudgeBySize(STransferItem& item, std::int64_t held) {
 
 }  // namespace
 
-CUpload::CUpload(const STransferTools& tools, const std::vector<STransferItem>& items, bool digests)
-    : CTransfer(tools), m_items(items), m_bDigests(digests) {
+CUpload::CUpload(const STransferTools& tools, const std::vector<STransferItem>& items,
+                 PutWays& ways, bool digests, std::function<void()> between)
+    : CTransfer(tools),
+      m_items(items),
+      m_ways(ways),
+      m_between(std::move(between)),
+      m_bDigests(digests) {
   m_session.TakeDigests(digests);
+  for (const auto& [item, way] : ways) {
+    if (way.m_bEmpty) m_emptied.insert(item->m_strServer);
+  }
 }
 
 // What is missing of a recording is told behind it: told before, or of one
@@ -91,7 +99,13 @@ std::string CUpload::Prepare(const STransferItem& item) {
 void CUpload::Ready(Batch& batch) {
   m_answers.clear();
   OpenFiles(batch);
+  // A file of which blocks are sent goes alone.
+  const auto blocks = std::find_if(batch.begin(), batch.end(), [this](const STransferItem* item) {
+    return !m_ways[item].m_vecBlocks.empty();
+  });
+  CutTo(batch, std::max<std::size_t>(static_cast<std::size_t>(blocks - batch.begin()), 1));
   AskForRanges(batch);
+  if (!batch.empty()) SendBlocks(batch);
 }
 
 int CUpload::Start(const Batch& batch) {
@@ -102,7 +116,12 @@ int CUpload::Start(const Batch& batch) {
   }
   m_strLastSent = batch.front()->m_strServer;
   m_started = batch;
-  return m_session.StartUpload(records, m_answers);
+  std::vector<CFileDigest> digests(batch.size());
+  for (std::size_t i = 0; i < batch.size(); ++i) {
+    const std::shared_ptr<CFileDigest> beginning = std::move(m_ways[batch[i]].m_pBeginning);
+    if (beginning != nullptr) digests[i] = std::move(*beginning);
+  }
+  return m_session.StartUpload(records, m_answers, std::move(digests));
 }
 
 bool CUpload::IsResumable(const STransferItem& item) const {
@@ -123,16 +142,14 @@ void CUpload::TakeEntry(STransferItem& item) {
   CFileDigest digest = m_session.TakeDigest(static_cast<std::size_t>(record));
   SInventoryEntry entry;
   const std::string why = ReadFileFacts(item.m_strLocal, entry.m_facts);
-  const DigestReader reader = ReadsFile(item.m_strLocal);
-  if (!why.empty() || !(entry.m_facts == m_facts[&item])) {
+  const SPutWay& way = m_ways[&item];
+  if (!why.empty() || !(entry.m_facts == way.m_facts)) {
     Judge(item, -1, why.empty() ? kChangedMeanwhile : why);
     m_stale.insert(item.m_strServer);
-  } else if (!digest.Finish(
-                 entry.m_facts.m_llSize,
-                 [&](std::int64_t at, char* data, std::size_t size) -> std::int64_t {
-                   return m_cancel.IsCancelled() ? -1 : reader(at, data, size);
-                 },
-                 entry.m_digest)) {
+  } else if (way.m_pEntry != nullptr) {
+    item.m_pEntry = way.m_pEntry;  // all of it has been read before
+  } else if (!digest.Finish(entry.m_facts.m_llSize, ReadsUnlessCancelled(m_cancel, item.m_strLocal),
+                            entry.m_digest)) {
     Judge(item, -1, kNotRead);
   } else {
     entry.m_bDigest = true;
@@ -161,17 +178,49 @@ int CUpload::VerifyItems(const Batch& ended) {
 // The library tells the server to empty a file before it opens its own.
 void CUpload::OpenFiles(Batch& batch) {
   m_vecOpen.clear();
-  m_facts.clear();
   CutTo(batch, kMostOpen);
   for (std::size_t i = 0; i < batch.size(); ++i) {
     m_vecOpen.push_back(std::make_unique<CKQFile>());
     if (m_vecOpen.back()->KQOpen(batch[i]->m_strLocal, "rb")) {
-      if (m_bDigests) ReadFileFacts(batch[i]->m_strLocal, m_facts[batch[i]]);
+      TakeFacts(*batch[i]);
       continue;
     }
     if (i == 0) Fail(*batch[0], ERROR_CODE_CLIENT_OPENFILE);
     CutTo(batch, i);
   }
+}
+
+// A file that is another than it was planned, or than it was in an earlier
+// round, must not go on behind what the server holds of that one.
+void CUpload::TakeFacts(const STransferItem& item) {
+  SFileFacts now;
+  SPutWay& way = m_ways[&item];
+  if (!ReadFileFacts(item.m_strLocal, now).empty() || now == way.m_facts) return;
+  way = SPutWay();
+  way.m_facts = now;
+  if (IsResumable(item)) m_stale.insert(item.m_strServer);
+}
+
+// Puts blocks in their places; a recording goes on from there.
+void CUpload::SendBlocks(Batch& batch) {
+  STransferItem& item = *batch.front();
+  SPutWay& way = m_ways[&item];
+  if (way.m_vecBlocks.empty()) return;
+  const int result = m_session.SendBlocks(item.m_strServer, way.m_llHeld, way.m_vecBlocks,
+                                          ReadsUnlessCancelled(m_cancel, item.m_strLocal));
+  const bool isAll = way.m_llHeld == way.m_facts.m_llSize;
+  if (result == RESULT_OK) {
+    m_strLastSent = item.m_strServer;
+    way.m_vecBlocks.clear();
+  } else if (result == 0) {  // the next round sends all of it
+    Judge(item, -1, kSizesDiffer);
+    m_stale.insert(item.m_strServer);
+    way.m_vecBlocks.clear();
+  } else {
+    Fail(item, result);
+  }
+  if (result != RESULT_OK || isAll) batch.clear();
+  if (result == RESULT_OK && isAll) EndAlone(item);
 }
 
 // Few recordings have a side file on the server. One that has and cannot be
@@ -267,22 +316,4 @@ int CUpload::AskKept(const STransferItem& item, std::int64_t& bytes) {
                                      m_emptied.contains(item.m_strServer), recording);
   bytes = recording.m_strWhy.empty() ? size - recording.m_llMissing : -1;
   return result;
-}
-
-int PlanUpload(CSession& session, std::vector<STransferItem>& items) {
-  for (STransferItem& item : items) {
-    item.m_llMissing = item.m_llSize;
-    if (item.m_bFinal || !IsMeasurementFile(item.m_strLocal) || !IsAskable(item.m_strServer)) {
-      continue;
-    }
-    SRecording recording;
-    const int result = LookAtRecording(session, item.m_strServer, item.m_llSize, false, recording);
-    if (result != RESULT_OK) return result;
-    item.m_llMissing = recording.m_llMissing;
-    item.m_strWhy = recording.m_strWhy;
-    if (item.m_llMissing < 0) item.m_strWhy = kSizesDiffer;
-    item.m_bFinal = !item.m_strWhy.empty();
-    item.m_bDone = item.m_llMissing == 0 && !item.m_bFinal;
-  }
-  return RESULT_OK;
 }

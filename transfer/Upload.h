@@ -1,14 +1,14 @@
 #pragma once
 
 #include <deque>
-#include <map>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "platform/KQFile.h"
-#include "transfer/FileFacts.h"
+#include "transfer/PutWay.h"
 #include "transfer/Recording.h"
 #include "transfer/Transfer.h"
 
@@ -17,9 +17,13 @@
 class CUpload : public CTransfer {
  public:
   /// @param items all that Run will be given
+  /// @param ways  how each that is not done gets there; those that are to be
+  ///              emptied have been
+  /// @param between called between two requests
   /// @param digests of every file that is sent; it then counts as done only
   ///                when it did not change meanwhile
-  CUpload(const STransferTools& tools, const std::vector<STransferItem>& items, bool digests);
+  CUpload(const STransferTools& tools, const std::vector<STransferItem>& items, PutWays& ways,
+          bool digests, std::function<void()> between);
 
   /// The file that was sent last; "" when none was.
   const std::string& LastSent() const { return m_strLastSent; }
@@ -28,6 +32,7 @@ class CUpload : public CTransfer {
   bool GoesLast(const STransferItem& item) override;
   bool Waits(const STransferItem& item) override;
   std::string Prepare(const STransferItem& item) override;
+  void Between() override { m_between(); }
   void Ready(Batch& batch) override;
   int Start(const Batch& batch) override;
   bool IsResumable(const STransferItem& item) const override;
@@ -36,6 +41,8 @@ class CUpload : public CTransfer {
 
  private:
   void OpenFiles(Batch& batch);
+  void TakeFacts(const STransferItem& item);
+  void SendBlocks(Batch& batch);
   void AskForRanges(Batch& batch);
   bool CanGoOn(STransferItem& item, bool isNext, SRecording& recording);
   int VerifyItems(const Batch& ended);
@@ -44,16 +51,13 @@ class CUpload : public CTransfer {
   int ReportFilled(const STransferItem& item, const SRecording& recording);
 
   const std::vector<STransferItem>& m_items;
+  PutWays& m_ways;
+  const std::function<void()> m_between;
   std::vector<std::unique_ptr<CKQFile>> m_vecOpen;  // those of the batch
   std::deque<SLostAnswer> m_answers;                // of its recordings
   const bool m_bDigests;
-  std::map<const STransferItem*, SFileFacts> m_facts;  // of the batch, before it went
-  Batch m_started;                                     // as the session counts records
-  std::set<std::string> m_emptied;                     // server names; sent whole in this run
-  std::set<std::string> m_stale;  // server names; hold what is not to be gone on with
+  Batch m_started;                  // as the session counts records
+  std::set<std::string> m_emptied;  // server names; sent whole in this run
+  std::set<std::string> m_stale;    // server names; hold what is not to be gone on with
   std::string m_strLastSent;
 };
-
-/// Looks what a put of the items would send: m_llMissing, m_bDone, m_bFinal.
-/// @return 1, or why the server could not be asked
-int PlanUpload(CSession& session, std::vector<STransferItem>& items);

@@ -19,7 +19,8 @@ struct SOptions {
   std::string m_strInto = ".";          ///< get
   bool m_bDryRun = false;               ///< put, get
   bool m_bNoInventory = false;          ///< put, get
-  bool m_bChecksum = false;             ///< get
+  bool m_bChecksum = false;             ///< put, get
+  bool m_bWhole = false;                ///< put
   bool m_bOverwrite = false;            ///< get
   bool m_bTakeOver = false;             ///< put
   bool m_bYes = false;                  ///< rm

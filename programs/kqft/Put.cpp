@@ -16,6 +16,8 @@ SPutRequest MakeRequest(const SOptions& options) {
   request.m_strProject = options.m_strProject;
   request.m_bPlanOnly = options.m_bDryRun;
   request.m_bInventory = !options.m_bNoInventory;
+  request.m_bWhole = options.m_bWhole;
+  request.m_bChecksum = options.m_bChecksum;
   request.m_nRetries = options.m_nRetries;
   request.m_nRetrySeconds = options.m_nRetrySeconds;
   request.m_bTakeOver = options.m_bTakeOver;
@@ -32,8 +34,11 @@ void AddPutOptions(CLI::App& command, SOptions& options) {
   command.add_flag("-n,--dry-run", options.m_bDryRun, "only say what would be sent");
   command.add_flag("--take-over", options.m_bTakeOver,
                    "go on though another workstation is sending the project");
+  command.add_flag("--checksum", options.m_bChecksum,
+                   "compare files with the inventory by their bytes, too");
+  command.add_flag("--whole", options.m_bWhole, "send every file whole");
   command.add_flag("--no-inventory", options.m_bNoInventory,
-                   "do not write what the project consists of; for measuring");
+                   "neither go by the inventory of the project nor write it; for measuring");
 }
 
 std::string WhyNoPut(const SOptions& options) {

@@ -2,6 +2,9 @@
 
 #include "programs/kqft/Report.h"
 
+#include <array>
+#include <cstdio>
+
 #include "programs/ExitStatus.h"
 #include "programs/kqft/Interrupt.h"
 #include "programs/kqft/Output.h"
@@ -23,11 +26,41 @@ CJsonObject ItemObject(const STransferItem& item) {
       .Number("size", item.m_llSize)
       .Number("code", item.m_bDone ? RESULT_OK : item.m_nCode)
       .Text("code_name", ResultName(item.m_bDone ? RESULT_OK : item.m_nCode));
+  if (item.m_eReason != EReason::kNone) object.Text("reason", ReasonName(item.m_eReason));
   if (!item.m_bDone) object.Text("message", WhyOf(item));
   return object;
 }
 
+// Known to be at the server before anything was sent.
+bool IsLeft(const STransferItem& item) {
+  return item.m_bDone &&
+         (item.m_eReason == EReason::kUnchanged || item.m_eReason == EReason::kEqual);
+}
+
+// "3 new, 1 changed, 9,996 unchanged", and what else there is to say of a put.
+std::string ReasonsText(const STransferResult& put) {
+  std::array<std::size_t, kReasons> counts = {};
+  for (const STransferItem& item : put.m_vecItems) {
+    ++counts[static_cast<std::size_t>(item.m_eReason)];
+  }
+  std::string text;
+  for (std::size_t i = 1; i < kReasons; ++i) {
+    const auto reason = static_cast<EReason>(i);
+    if (counts[i] == 0) continue;
+    text += (text.empty() ? "" : ", ") + FormatCount(counts[i]) + " " + ReasonName(reason);
+    if (reason == EReason::kEqual) text += " by length alone";
+  }
+  if (put.m_nFilesHealed > 0) {
+    text += "; healed " + FormatFiles(put.m_nFilesHealed) + " (" +
+            std::to_string(put.m_nBlocksHealed) + " blocks)";
+  }
+  if (put.m_nOnlyThere > 0) text += "; " + FormatFiles(put.m_nOnlyThere) + " only on the server";
+  return text;
+}
+
 struct SSum {
+  std::size_t m_nLeft = 0;  // of all
+  std::int64_t m_llLeft = 0;
   std::size_t m_nDone = 0;
   std::int64_t m_llDone = 0;
   std::int64_t m_llTotal = 0;
@@ -38,6 +71,8 @@ SSum SumUp(const STransferResult& result) {
   for (const STransferItem& item : result.m_vecItems) {
     sum.m_llTotal = AddSizes(sum.m_llTotal, item.m_llSize);
     if (!item.m_bDone) continue;
+    if (IsLeft(item)) ++sum.m_nLeft;
+    if (IsLeft(item)) sum.m_llLeft = AddSizes(sum.m_llLeft, item.m_llSize);
     ++sum.m_nDone;
     sum.m_llDone = AddSizes(sum.m_llDone, item.m_llSize);
   }
@@ -67,6 +102,11 @@ void TellJson(COutput& output, const std::string& command, const STransferResult
     unlisted.push_back(CJsonObject().Name("name", project));
   }
   if (!unlisted.empty()) object.List("unlisted", unlisted);
+  if (command == "put") {
+    object.Number("files_healed", static_cast<std::int64_t>(result.m_nFilesHealed))
+        .Number("blocks_healed", static_cast<std::int64_t>(result.m_nBlocksHealed))
+        .Number("files_only_there", static_cast<std::int64_t>(result.m_nOnlyThere));
+  }
   output.Json(object.Number("files_total", static_cast<std::int64_t>(result.m_vecItems.size()))
                   .Number("files_done", static_cast<std::int64_t>(sum.m_nDone))
                   .Number("bytes_total", sum.m_llTotal)
@@ -87,14 +127,17 @@ int ReportEnd(COutput& output, const std::string& command, const STransferResult
   if (!result.m_strInventory.empty()) output.Error(result.m_strInventory);
   const bool isPut = command == "put";
   std::string text = isPut ? "sent " : "received ";
-  if (sum.m_nDone < result.m_vecItems.size()) text += std::to_string(sum.m_nDone) + " of ";
-  text += FormatFiles(result.m_vecItems.size()) + ", " + FormatExactSize(sum.m_llDone);
-  if (result.m_llMoved != sum.m_llDone) {
+  const std::size_t done = sum.m_nDone - sum.m_nLeft;
+  const std::size_t meant = result.m_vecItems.size() - sum.m_nLeft;
+  if (done < meant) text += std::to_string(done) + " of ";
+  text += FormatFiles(meant) + ", " + FormatExactSize(sum.m_llDone - sum.m_llLeft);
+  if (result.m_llMoved != sum.m_llDone - sum.m_llLeft) {
     text += ", " + FormatExactSize(result.m_llMoved) + " over the network";
   }
   char took[32];
   std::snprintf(took, sizeof took, "%.1f s", result.m_dSeconds);
-  output.Tell(text + ", in " + took);
+  const std::string reasons = isPut ? ReasonsText(result) : "";
+  output.Tell(text + ", in " + took + (reasons.empty() ? "" : ": ") + reasons);
   for (const std::string& project : result.m_vecUnlisted) {
     output.Notice(Printable(project) +
                   ": the server does not list it, since it shows projects by a file with a suffix "
@@ -120,14 +163,19 @@ int ReportPlan(COutput& output, const std::string& command, const STransferResul
     }
     if (item.m_bFinal || item.m_bDone) continue;
     total = AddSizes(total, item.m_llMissing);
-    output.Say(FormatSize(item.m_llMissing) + "\t" + Printable(item.m_strShown));
-    files.push_back(CJsonObject()
-                        .Name("name", item.m_strShown)
-                        .Number("size", item.m_llSize)
-                        .Number("bytes", item.m_llMissing));
+    const std::string reason = ReasonName(item.m_eReason);
+    output.Say(FormatSize(item.m_llMissing) + "\t" + reason + (reason.empty() ? "" : "\t") +
+               Printable(item.m_strShown));
+    CJsonObject& object = files.emplace_back();
+    object.Name("name", item.m_strShown)
+        .Number("size", item.m_llSize)
+        .Number("bytes", item.m_llMissing);
+    if (!reason.empty()) object.Text("reason", reason);
   }
   const char* const verb = command == "put" ? "would send " : "would receive ";
-  output.Tell(verb + FormatFiles(files.size()) + ", " + FormatExactSize(total));
+  const std::string reasons = ReasonsText(result);
+  output.Tell(verb + FormatFiles(files.size()) + ", " + FormatExactSize(total) +
+              (reasons.empty() ? "" : ": ") + reasons);
   output.Json(CJsonObject("plan")
                   .Text("command", command)
                   .Number("files_total", static_cast<std::int64_t>(files.size()))

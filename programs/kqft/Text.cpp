@@ -76,6 +76,10 @@ std::string FormatDuration(std::int64_t seconds) {
          two(seconds % kSecondsInMinute);
 }
 
+std::string FormatCount(std::size_t count) {
+  return WithCommas(static_cast<std::int64_t>(count));
+}
+
 std::string FormatFiles(std::size_t count) {
   return std::to_string(count) + (count == 1 ? " file" : " files");
 }

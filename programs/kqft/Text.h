@@ -14,6 +14,9 @@ std::string FormatExactSize(std::int64_t bytes);
 /// "0:07", "1:02:03".
 std::string FormatDuration(std::int64_t seconds);
 
+/// "9,996".
+std::string FormatCount(std::size_t count);
+
 /// "1 file", "12 files".
 std::string FormatFiles(std::size_t count);
 

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "transfer/Inventory.h"
+#include "transfer/TransferItem.h"
+
+/// How one file of a put gets to the server.
+struct SPutWay {
+  SFileFacts m_facts;  ///< of the file here when it was planned
+
+  /// What the server holds of this recording is to be emptied first.
+  bool m_bEmpty = false;
+
+  /// Blocks that are sent to their places before the rest; counted from 0.
+  std::vector<std::int64_t> m_vecBlocks;
+  std::int64_t m_llHeld = 0;  ///< bytes that the server holds where those go
+
+  /// The blocks only repair what the inventory tells: its entry stays true.
+  bool m_bRepair = false;
+
+  /// Of a recording that goes on: its beginning as it was read here.
+  std::shared_ptr<CFileDigest> m_pBeginning;
+
+  /// Facts and digests of the whole file, when all of it was read.
+  std::shared_ptr<const SInventoryEntry> m_pEntry;
+};
+
+/// By item; of those that are to be sent.
+using PutWays = std::map<const STransferItem*, SPutWay>;
