@@ -119,7 +119,8 @@ TEST_F(ProgramPut, NeverMixesVersionsOfAFileThatWasEditedWhileItsPutWasCut) {
     const bool isKept = std::string(name) == "kept.tm";
     if (!isKept) Change(path, 7);
     edit(path);
-    Put({}, isKept ? ": 1 resumed" : "1 " + std::string(name).substr(0, strlen(name) - 3));
+    Put({"--take-over"},
+        isKept ? ": 1 resumed" : "1 " + std::string(name).substr(0, strlen(name) - 3));
     ExpectSame(name);
     fs::remove(path);
   }
@@ -143,7 +144,7 @@ TEST_F(ProgramPut, NeverMixesVersionsOfAFileThatWasEditedWhileItsPutWasCut) {
       << get->Error();
   for (std::int64_t block = 0; block < 7; ++block) Change(path, block * kDigestBlockBytes + 1);
   SetFileFacts(path, former);
-  Put({}, "1 changed");
+  Put({"--take-over"}, "1 changed");
   ExpectSame("blocks.tm");
 }
 
