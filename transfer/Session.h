@@ -91,10 +91,13 @@ class CSession : public CKQFileTransServiceVisitor {
   /// call the session. False ends it.
   using DataSink = std::function<bool(const char* data, std::size_t size)>;
 
-  /// Reads a whole file. What it takes is not counted as moved.
-  /// @return 1; -7 also when there is none; -26 when it was ended or arrived
-  ///         otherwise than it should: the connection is then cut
-  int ReadFile(const std::string& name, DataSink sink);
+  /// Reads a file from `position` on, at most `most` bytes of it. What it takes
+  /// is not counted as moved.
+  /// @return 1, also when the file ends before; -7 also when there is none; -26
+  ///         when it was ended or arrived otherwise than it should: the
+  ///         connection is then cut
+  int ReadFile(const std::string& name, DataSink sink, std::int64_t position = 0,
+               std::int64_t most = INT64_MAX);
 
   /// Puts a text in the place of a file. Not counted as moved either.
   int WriteText(const std::string& name, const std::string& text);
@@ -138,6 +141,9 @@ class CSession : public CKQFileTransServiceVisitor {
   /// all of it after Stop.
   std::int64_t BytesMoved() const { return m_llMoved - m_llOwn; }
 
+  /// Counts what ReadFile took as moved, too.
+  void CountAsMoved(std::int64_t bytes) { m_llMoved += bytes; }
+
   /// Sum of the sizes as the server told it last.
   std::int64_t TotalTold() const { return m_TotalTransBytes; }
 
@@ -155,6 +161,7 @@ class CSession : public CKQFileTransServiceVisitor {
   int PrepareWhole(const std::string& name);
   int SendPieces(const std::string& text);
   int WaitForData();
+  void EndData();
   void TakeData(int length, const char* body);
   int Checked(int result) const;
   bool IsPassedOver(int code);
@@ -175,17 +182,20 @@ class CSession : public CKQFileTransServiceVisitor {
   std::vector<std::string> m_vecSent;     // as they; the local files of the request
 
   std::mutex m_mutex;
-  std::condition_variable m_changed;     // a size arrived, or the link went
-  std::set<int> m_setAnswered;           // guarded by m_mutex; kinds of messages on this link
-  std::set<int> m_setUnknown;            // guarded by m_mutex; kinds that were passed over
-  bool m_bLostRanges = false;            // guarded by m_mutex; the server named some
-  bool m_bStopping = false;              // guarded by m_mutex
-  std::size_t m_nAsked = 0;              // guarded by m_mutex; sizes that are to come
-  std::vector<std::int64_t> m_vecSizes;  // guarded by m_mutex
-  std::string m_strLostText;             // guarded by m_mutex; the last answer about ranges
-  std::deque<SLostAnswer> m_answers;     // guarded by m_mutex; those to come in this request
+  std::condition_variable m_changed;      // a size arrived, or the link went
+  std::set<int> m_setAnswered;            // guarded by m_mutex; kinds of messages on this link
+  std::set<int> m_setUnknown;             // guarded by m_mutex; kinds that were passed over
+  bool m_bLostRanges = false;             // guarded by m_mutex; the server named some
+  bool m_bStopping = false;               // guarded by m_mutex
+  std::size_t m_nAsked = 0;               // guarded by m_mutex; sizes that are to come
+  std::vector<std::int64_t> m_vecSizes;   // guarded by m_mutex
+  std::string m_strLostText;              // guarded by m_mutex; the last answer about ranges
+  std::deque<SLostAnswer> m_answers;      // guarded by m_mutex; those to come in this request
   std::vector<CFileDigest> m_vecArrived;  // guarded by m_mutex; of a download
   DataSink m_sink;                        // guarded by m_mutex, also while it is called
-  std::int64_t m_llSunk = 0;              // guarded by m_mutex; bytes that it was given
+  std::int64_t m_llSunk = 0;              // guarded by m_mutex; position of its next byte
   bool m_bSinkBroken = false;             // guarded by m_mutex; it is given no more
+
+  std::int64_t m_llSinkEnd = 0;  // guarded by m_mutex; where it has all that was wanted
+  bool m_bSinkEnded = false;     // guarded by m_mutex; the server has sent all
 };
