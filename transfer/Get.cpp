@@ -4,10 +4,12 @@
 #include <filesystem>
 #include <set>
 
+#include "protocol/MeasurementFiles.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/Download.h"
 #include "transfer/Names.h"
 #include "transfer/ProjectClientState.h"
+#include "transfer/ProjectTree.h"
 #include "transfer/ServerInventory.h"
 
 namespace fs = std::filesystem;
@@ -47,7 +49,10 @@ std::vector<SProjectFile> Choose(const std::vector<SProjectFile>& listed,
     std::replace(below.begin(), below.end(), '/', '\\');
     std::string full = projectPath;
     full += "\\" + below;
-    if (taken.insert(full).second) wanted.push_back({name, full});
+    if (!taken.insert(full).second) continue;
+    SProjectFile& file = wanted.emplace_back();
+    file.m_strName = name;
+    file.m_strServer = full;
   }
   return wanted;
 }
@@ -67,20 +72,6 @@ STransferItem MakeItem(const SProjectFile& file, const std::string& project,
   return item;
 }
 
-// The files of the inventory that the server does not list are there as well.
-void AddUnlisted(const CInventory& inventory, const std::string& projectPath,
-                 std::vector<SProjectFile>& listed) {
-  std::set<std::string> names;
-  for (const SProjectFile& file : listed) names.insert(file.m_strName);
-  for (const auto& [path, entry] : inventory.GetFiles()) {
-    if (names.contains(path)) continue;
-    std::string below = path;
-    std::replace(below.begin(), below.end(), '/', '\\');
-    std::string full = projectPath;
-    listed.push_back({path, full.append("\\").append(below)});
-  }
-}
-
 // What the inventory tells of each. Not of a recording with a side file: its
 // bytes may lie in several files there.
 void AddEntries(const CInventory& inventory, const std::vector<SProjectFile>& listed,
@@ -91,7 +82,7 @@ void AddEntries(const CInventory& inventory, const std::vector<SProjectFile>& li
     const SInventoryEntry* const entry = inventory.Find(PathOfItem(item));
     const bool isRecording = IsMeasurementFile(item.m_strServer);
     if (entry == nullptr || item.m_bFinal) continue;
-    if (isRecording && names.contains(SideFileName(item.m_strServer))) continue;
+    if (isRecording && names.contains(SideFileName(item.m_strServer, kRangesExtension))) continue;
     item.m_pEntry = std::make_shared<SInventoryEntry>(*entry);
   }
 }
@@ -148,16 +139,18 @@ STransferResult CProjectClient::Get(const SGetRequest& request) {
   get.m_strProject = request.m_strProject;
 
   std::string directory;
-  std::vector<SProjectFile> listed;
-  if (!scope.Check(session.AskDirectory(directory)) ||
-      !scope.Check(AskProjectFiles(session, directory, request.m_strProject, listed))) {
-    return scope.End();
-  }
+  if (!scope.Check(session.AskDirectory(directory))) return scope.End();
   const std::string projectPath = directory + request.m_strProject;
   const STransferTools tools{session, m_pState->m_observer, m_pState->m_cancel, request.m_nRetries};
   CServerInventory inventory(tools, projectPath);
   if (request.m_bInventory && !scope.Check(inventory.Read())) return scope.End();
-  AddUnlisted(inventory.Newest(), projectPath, listed);
+  SProjectTree tree;
+  if (!scope.Check(AskProjectTree(tools, directory, request.m_strProject, inventory, tree))) {
+    return scope.End();
+  }
+  get.m_nProblems = tree.m_nLeftOut;
+  get.m_strMayHide = tree.m_strMayHide;
+  const std::vector<SProjectFile>& listed = tree.m_vecFiles;
   if (listed.empty() && request.m_vecFiles.empty()) {
     return scope.Refuse("the server lists no files of this project");
   }

@@ -20,5 +20,7 @@ struct SOptions {
   bool m_bNoInventory = false;          ///< put, get
   bool m_bChecksum = false;             ///< get
   bool m_bOverwrite = false;            ///< get
+  bool m_bLong = false;                 ///< files
+  std::string m_strLocal;               ///< verify
   bool m_bYes = false;                  ///< rm
 };
