@@ -37,12 +37,6 @@ int CSession::EndFile() {
   return Checked(RESULT_OK);
 }
 
-int CSession::EmptyFile(const std::string& name) {
-  const int result =
-      Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareTransFile(name, true); });
-  return result == RESULT_OK ? EndFile() : result;
-}
-
 int CSession::ReadFile(const std::string& name, DataSink sink, std::int64_t position,
                        std::int64_t most) {
   if (position < 0 || most <= 0) return RESULT_OK;
@@ -143,6 +137,12 @@ int CSession::WriteText(const std::string& name, const std::string& text) {
   return held.front() == static_cast<std::int64_t>(text.size())
              ? RESULT_OK
              : static_cast<int>(ERROR_CODE_SERVER_WRITE);
+}
+
+int CSession::EmptyFile(const std::string& name) {
+  const int result =
+      Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareTransFile(name, true); });
+  return result == RESULT_OK ? EndFile() : result;
 }
 
 int CSession::PrepareWhole(const std::string& name) {
