@@ -27,15 +27,15 @@ ITransferObserver& ObserverOr(ITransferObserver* observer) {
   return observer != nullptr ? *observer : nobody;
 }
 
+bool IsBelow(const std::string& full, const std::string& path) {
+  return full.size() > path.size() + 1 && full.compare(0, path.size(), path) == 0 &&
+         (full[path.size()] == '\\' || full[path.size()] == '/');
+}
+
 // The server's short names leave out directories deep down; its full names
 // do not.
 std::string NameBelowProject(const Channel_Key_Value& file, const std::string& projectPath) {
-  const std::size_t size = projectPath.size();
-  const std::string& full = file.m_strName;
-  if (full.size() > size + 1 && full.compare(0, size, projectPath) == 0 &&
-      (full[size] == '\\' || full[size] == '/')) {
-    return full.substr(size + 1);
-  }
+  if (IsBelow(file.m_strName, projectPath)) return file.m_strName.substr(projectPath.size() + 1);
   const std::size_t separator = file.m_strPath.find_first_of("\\/");
   return separator == std::string::npos ? file.m_strPath : file.m_strPath.substr(separator + 1);
 }
@@ -120,8 +120,12 @@ int AskFileNames(CSession& session, const std::string& directory, const std::str
   const int result = session.AskFiles(below, records);
   if (result != RESULT_OK) return result;
   files.clear();
+  // Of a directory nothing else is wanted than what lies below it.
+  const bool isDirectory = below.find('\\') != std::string::npos;
+  const std::string path = directory + below;
   for (const Channel_Key_Value& record : records) {
-    std::string name = NameBelowProject(record, directory + below);
+    if (isDirectory && !IsBelow(record.m_strName, path)) continue;
+    std::string name = NameBelowProject(record, path);
     std::replace(name.begin(), name.end(), '\\', '/');
     SProjectFile& file = files.emplace_back();
     file.m_strName = std::move(name);

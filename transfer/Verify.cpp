@@ -64,6 +64,7 @@ int CVerification::Run(const std::string& directory) {
     if (m_tools.m_cancel.IsCancelled()) return RESULT_OK;
     result = Compare(file->second);
   }
+  Show();
   if (result != RESULT_OK || m_tools.m_cancel.IsCancelled()) return result;
   CServerInventory now(m_tools, projectPath);
   result = now.Read();
