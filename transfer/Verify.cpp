@@ -23,6 +23,7 @@ namespace {
 
 const char* const kNoFiles = "the server lists no files of this project";
 const char* const kNoInventory = "it has no whole inventory";
+const char* const kLeftOut = "not all of it could be looked into";
 const char* const kMeanwhile = "it was sent anew meanwhile; verify it again";
 
 std::string JoinForPeople(const std::vector<std::string>& components) {
@@ -70,6 +71,7 @@ int CVerification::Run(const std::string& directory) {
   result = now.Read();
   m_result.m_bMeanwhile = now.IsFound() != m_bInventory ||
                           now.Newest().m_head.m_llGeneration != m_inventory.m_head.m_llGeneration;
+  if (m_result.m_nLeftOut > 0) m_result.m_strRemark = kLeftOut;
   if (m_result.m_bMeanwhile) m_result.m_strRemark = kMeanwhile;
   return result;
 }
@@ -123,7 +125,8 @@ int CVerification::AskHeld() {
   }
   for (SFile* file : recordings) {
     file->m_bSideFile = *size++ != 0;
-    if (file->m_bSideFile) m_stems.insert(fs::path(file->m_strPath).replace_extension().string());
+    if (!file->m_bSideFile || IsChainHere(*file)) continue;
+    m_stems.insert(fs::path(file->m_strPath).replace_extension().string());
   }
   m_progress.m_nFilesTotal = m_mapFiles.size();
   m_tools.m_observer.OnPlanned(m_progress.m_nFilesTotal, m_progress.m_llTotal);

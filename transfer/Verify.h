@@ -42,6 +42,7 @@ class CVerification {
   SSide LookHere(const SFile& file) const;
   int LookThere(const SFile& file, std::int64_t size, const SFileDigest& told, SSide& side);
   void Combine(const SFile& file, const SSide& there, const SSide& here);
+  bool IsChainHere(const SFile& file) const;
   bool IsPieceOfMore(const SFile& file) const;
   int Read(const std::string& name, std::int64_t most, CFileDigest& digest);
   int ReadOnce(const std::string& name, std::int64_t most, CFileDigest& digest);
@@ -53,7 +54,7 @@ class CVerification {
   SVerifyResult& m_result;
   SLocalFiles m_local;
   std::map<std::string, SFile> m_mapFiles;  // by path
-  std::set<std::string> m_stems;            // of recordings with side files
+  std::set<std::string> m_stems;            // of recordings with side files there only
   CInventory m_inventory;
   bool m_bInventory = false;
   STransferProgress m_progress;

@@ -73,14 +73,25 @@ bool CVerification::IsPieceOfMore(const SFile& file) const {
          m_stems.contains(StemOfPiece(file.m_strPath));
 }
 
+// A chain that was fetched or is to be sent: each of its files is compared with
+// the one there.
+bool CVerification::IsChainHere(const SFile& file) const {
+  const std::string side = fs::path(file.m_strPath).replace_extension(kRangesExtension).string();
+  const auto here = m_mapFiles.find(side);
+  return here != m_mapFiles.end() && here->second.m_pLocal != nullptr;
+}
+
 // @param done false: it is compared like any other file
 int CVerification::CompareRecording(const SFile& file, bool& done) {
   SLostInfo lost;
-  const int result = m_tools.m_session.AskLostInfo(file.m_strServer, lost);
-  if (!m_tools.m_session.IsConnect()) return result;
-  const std::string side = fs::path(file.m_strPath).replace_extension(kRangesExtension).string();
-  const auto here = m_mapFiles.find(side);
-  const bool isChainHere = here != m_mapFiles.end() && here->second.m_pLocal != nullptr;
+  CSession& session = m_tools.m_session;
+  int result = session.AskLostInfo(file.m_strServer, lost);
+  if (!session.IsConnect()) {
+    m_tools.m_observer.OnReconnecting();
+    result = session.Reopen();
+    if (result == RESULT_OK) result = session.AskLostInfo(file.m_strServer, lost);
+    if (!session.IsConnect()) return result;
+  }
   SFileVerdict verdict{
       file.m_strPath, EVerdict::kUnknown, std::max<std::int64_t>(file.m_llHeld, 0), "", {}};
   done = true;
@@ -89,7 +100,7 @@ int CVerification::CompareRecording(const SFile& file, bool& done) {
   } else if (std::any_of(lost.m_vecLost.begin(), lost.m_vecLost.end(),
                          [](const FILEDATAPOS& range) { return range.llLen != 0; })) {
     verdict.m_strWhy = kOpenRanges;
-  } else if (lost.m_vecBounds.empty() || isChainHere) {
+  } else if (lost.m_vecBounds.empty() || IsChainHere(file)) {
     done = false;
     return RESULT_OK;
   } else if (file.m_pLocal == nullptr) {

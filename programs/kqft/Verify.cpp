@@ -53,9 +53,10 @@ int RunVerify(CProjectClient& client, COutput& output, const SOptions& options) 
     SayVerdict(output, options.m_strProject, file);
   }
   const int status = StatusOf(verify);
-  if (verify.m_bCancelled) output.Notice("interrupted; not all of it was compared");
+  const std::string remark =
+      verify.m_bCancelled ? "interrupted: not all of it was compared" : verify.m_strRemark;
   SayVerdicts(output, options.m_strProject, verify.m_counts, verify.m_bCompared, verify.IsSame(),
-              verify.m_strRemark);
+              remark);
   output.Json(CJsonObject("summary")
                   .Text("command", "verify")
                   .Text("result", WordFor(status))

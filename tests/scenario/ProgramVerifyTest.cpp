@@ -168,6 +168,12 @@ TEST(ProgramVerify, SegmentsAreComparedWithTheirPartsOfTheFileHere) {
   EXPECT_EQ(verify(withLocal, 1),
             "unknown\tRun/r.tm: ranges of it are missing on the server\nRun: 0 same, 1 unknown");
   lay(whole.substr(40000, 40000), "9,0");
+  const CTempDirectory chain;  // the same as it lies there
+  std::filesystem::copy(server.ProjectPath("Run"), chain.Path());
+  EXPECT_EQ(verify({"verify", "Run", chain.Path()}, 0), "Run: 5 same");
+  std::filesystem::remove(chain / "r(2).tm");
+  EXPECT_EQ(verify({"verify", "Run", chain.Path()}, 1),
+            "extra\tRun/r(2).tm: on the server\nRun: 4 same, 1 extra");
   WriteWholeFile(path.substr(0, path.size() - 1) + kInventoryName,
                  InventoryOf(local.Path(), {"r.tm"}).Text());
   EXPECT_EQ(verify({"verify", "Run"}, 1),
