@@ -31,4 +31,5 @@ set(KQFT_PUBLIC_HEADERS
 set(KQFT_PUBLIC_TRANSFER_HEADERS
   transfer/ProjectClient.h
   transfer/TransferItem.h
-  transfer/TransferObserver.h)
+  transfer/TransferObserver.h
+  transfer/Verdict.h)

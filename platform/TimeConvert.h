@@ -3,8 +3,10 @@
 #include <cstdint>
 #include <string>
 
+#include "KQFileTransServiceExport.h"
+
 /// The clock as the library reads and prints it.
-class CTimeConvert {
+class KQFT_API CTimeConvert {
  public:
   /// Whole seconds since 1970. Read for differences: it follows a steady
   /// clock, so a change of the wall clock while the process runs is not seen.

@@ -6,13 +6,14 @@
 
 CCancelToken::CScope::CScope(CCancelToken& token) : m_token(token) {
   const std::lock_guard guard(m_token.m_mutex);
+  m_bOutermost = !m_token.m_bRunning;
   m_token.m_bRunning = true;
-  m_token.m_bCancelled = false;
+  if (m_bOutermost) m_token.m_bCancelled = false;
 }
 
 CCancelToken::CScope::~CScope() {
   const std::lock_guard guard(m_token.m_mutex);
-  m_token.m_bRunning = false;
+  if (m_bOutermost) m_token.m_bRunning = false;
 }
 
 void CCancelToken::Cancel() {

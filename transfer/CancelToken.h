@@ -8,7 +8,8 @@
 /// Threads: Begin and End on the operation's thread; the others on any.
 class CCancelToken {
  public:
-  /// An operation that lasts as long as the object.
+  /// An operation that lasts as long as the object; part of the one that runs
+  /// already, if any.
   class CScope {
    public:
     explicit CScope(CCancelToken& token);
@@ -18,6 +19,7 @@ class CCancelToken {
 
    private:
     CCancelToken& m_token;
+    bool m_bOutermost = false;
   };
 
   /// Nothing while no operation runs.

@@ -76,6 +76,17 @@ SDigest DigestOf(std::string_view bytes) {
   return Take(XXH3_128bits(bytes.data(), bytes.size()));
 }
 
+std::vector<std::int64_t> DifferingBlocks(const SFileDigest& one, const SFileDigest& other) {
+  const std::size_t both = std::min(one.m_vecBlocks.size(), other.m_vecBlocks.size());
+  const std::size_t most = std::max(one.m_vecBlocks.size(), other.m_vecBlocks.size());
+  std::vector<std::int64_t> blocks;
+  for (std::size_t i = 0; i < most; ++i) {
+    if (i < both && one.m_vecBlocks[i] == other.m_vecBlocks[i]) continue;
+    blocks.push_back(static_cast<std::int64_t>(i));
+  }
+  return blocks;
+}
+
 DigestReader ReadsFile(const std::string& path) {
   const auto file = std::make_shared<CKQFile>();
   const bool open = file->KQOpen(path, "rb");
@@ -141,6 +152,10 @@ void CFileDigest::Add(std::int64_t position, const char* data, std::size_t size)
 
 std::int64_t CFileDigest::Counted() const {
   return m_pState->m_llCounted;
+}
+
+const std::vector<SDigest>& CFileDigest::Blocks() const {
+  return m_pState->m_vecBlocks;
 }
 
 bool CFileDigest::ReadTo(std::int64_t position, const DigestReader& reader) {

@@ -42,6 +42,10 @@ struct SFileDigest {
   }
 };
 
+/// Which blocks differ of two files, rising; what only one of them has differs.
+KQFT_TRANSFER_API std::vector<std::int64_t> DifferingBlocks(const SFileDigest& one,
+                                                            const SFileDigest& other);
+
 /// How many blocks a file of that size has digests of.
 constexpr std::int64_t DigestBlocks(std::int64_t size) {
   return size > kBlocksAboveBytes ? (size - 1) / kDigestBlockBytes + 1 : 0;
@@ -83,6 +87,9 @@ class KQFT_TRANSFER_API CFileDigest {
 
   /// Counted are the bytes in front of this position.
   std::int64_t Counted() const;
+
+  /// Of the whole blocks in front of it.
+  const std::vector<SDigest>& Blocks() const;
 
   /// Reads and counts what is missing up to `position`.
   /// @return false when it cannot be read, or the file ends before

@@ -8,6 +8,7 @@
 #include <set>
 #include <utility>
 
+#include "platform/KQFile.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/CancelToken.h"
 #include "transfer/Inventory.h"
@@ -20,6 +21,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr int kMostKept = 10;
+constexpr std::int64_t kComparedBytes = 64 << 10;
 
 const char* const kChanged = "the file changed on the server while it was fetched";
 const char* const kTooMuch = "the server tells more bytes in all than there can be";
@@ -173,6 +175,61 @@ std::string CDownload::Prepare(const STransferItem& item) {
   return "";
 }
 
+void CDownload::Ready(Batch& batch) {
+  for (const STransferItem* item : batch) {
+    const int result = CheckPart(*item);
+    if (result == RESULT_OK) continue;
+    Fail(*batch.front(), result);
+    batch.clear();
+    return;
+  }
+}
+
+// Where no digest will tell, the end of what is here is compared with what the
+// server has there. Other bytes: it is left of another version.
+int CDownload::CheckPart(const STransferItem& item) {
+  const std::string part = PartPath(item);
+  const std::int64_t have = IsDigestKnown(item) ? 0 : OwnFileSize(part);
+  if (have <= 0) return RESULT_OK;
+  const std::int64_t begin = std::max<std::int64_t>(have - kComparedBytes, 0);
+  std::string there;
+  const int result = m_session.ReadFile(
+      item.m_strServer,
+      [&there](const char* data, std::size_t size) {
+        there.append(data, size);
+        return true;
+      },
+      begin, have - begin);
+  if (result == ERROR_CODE_SERVER_OPENFILE) return RESULT_OK;  // the request will tell
+  if (result != RESULT_OK) return result;
+  std::string here(static_cast<std::size_t>(have - begin), '\0');
+  const std::int64_t got = ReadsFile(part)(begin, here.data(), here.size());
+  std::error_code ignored;
+  if (got != have - begin || here != there) fs::remove(part, ignored);
+  return RESULT_OK;
+}
+
+// Reads what is here of an item whose digest is known, and cuts it where it is
+// of another version.
+CFileDigest CDownload::CountPart(const STransferItem& item) const {
+  CFileDigest digest;
+  const std::string part = PartPath(item);
+  const std::int64_t have = IsDigestKnown(item) ? OwnFileSize(part) : 0;
+  if (have <= 0) return digest;
+  digest.ReadTo(have, CancelledRead(m_cancel, part));
+  const std::vector<SDigest>& told = item.m_pEntry->m_digest.m_vecBlocks;
+  const auto whole = static_cast<std::ptrdiff_t>(std::min(told.size(), digest.Blocks().size()));
+  const auto differs =
+      std::mismatch(told.begin(), told.begin() + whole, digest.Blocks().begin()).first;
+  if (differs - told.begin() == whole) return digest;
+  const std::int64_t same = (differs - told.begin()) * kDigestBlockBytes;
+  std::error_code error;
+  fs::resize_file(part, static_cast<std::uintmax_t>(same), error);
+  CFileDigest rest;
+  rest.ReadTo(same, CancelledRead(m_cancel, part));
+  return rest;
+}
+
 int CDownload::Start(const Batch& batch) {
   std::vector<CFileDigest> digests;
   std::vector<Channel_Key_Value> records;
@@ -183,9 +240,7 @@ int CDownload::Start(const Batch& batch) {
     record.m_llSize = item->m_llSize;
     records.push_back(record);
     // What is here of it is read now: later the server would wait.
-    CFileDigest& digest = digests.emplace_back();
-    const std::int64_t have = IsDigestKnown(*item) ? OwnFileSize(PartPath(*item)) : 0;
-    if (have > 0) digest.ReadTo(have, CancelledRead(m_cancel, PartPath(*item)));
+    digests.push_back(CountPart(*item));
   }
   m_started = batch;
   return m_session.StartDownload(records, m_strInto, std::move(digests));
@@ -220,8 +275,8 @@ int CDownload::Verify(const Batch& ended) {
     item.m_nCode = 0;
     if (sizes[i] != item.m_llSize) {
       ChangeSize(item, sizes[i]);
-    } else {
-      Finish(item);
+    } else if (const int finished = Finish(item); finished != RESULT_OK) {
+      return finished;
     }
   }
   return RESULT_OK;
@@ -237,27 +292,71 @@ void CDownload::ChangeSize(STransferItem& item, std::int64_t size) const {
   TakeSize(item, size, total);
 }
 
-// One whose bytes differ is fetched once more, from its beginning.
-void CDownload::Finish(STransferItem& item) {
+// @return 1, or why the server could not be asked again
+int CDownload::Finish(STransferItem& item) {
   const std::string part = PartPath(item);
   if (OwnFileSize(part) != item.m_llSize) {
     item.m_strWhy = kNotWhole;
-    return;
+    return RESULT_OK;
   }
-  const auto record = std::find(m_started.begin(), m_started.end(), &item) - m_started.begin();
-  CFileDigest digest = m_session.TakeDigest(static_cast<std::size_t>(record));
+  bool same = true;
+  const int result = IsDigestKnown(item) ? JudgeBytes(item, part, same) : RESULT_OK;
+  if (result != RESULT_OK || !same || !PutAside(item)) return result;
   std::error_code error;
-  if (IsDigestKnown(item) && !HasDigest(item, part, std::move(digest))) {
-    item.m_strWhy = kDiffers;
-    item.m_bFinal = !m_differing.insert(&item).second && !m_cancel.IsCancelled();
-    if (!m_cancel.IsCancelled()) fs::remove(part, error);
-    return;
-  }
-  if (!PutAside(item)) return;
   fs::rename(part, item.m_strLocal, error);
   item.m_bDone = !error;
   if (error) item.m_strWhy = error.message();
   if (item.m_bDone) TakeFacts(item);
+  return RESULT_OK;
+}
+
+// Blocks that differ are fetched once more now; a file without blocks is, from
+// its beginning, in the next round.
+int CDownload::JudgeBytes(STransferItem& item, const std::string& part, bool& same) {
+  const auto record = std::find(m_started.begin(), m_started.end(), &item) - m_started.begin();
+  CFileDigest digest = m_session.TakeDigest(static_cast<std::size_t>(record));
+  const SFileDigest& told = item.m_pEntry->m_digest;
+  SFileDigest found;
+  const bool whole = digest.Finish(item.m_llSize, CancelledRead(m_cancel, part), found);
+  same = whole && found == told;
+  if (same) return RESULT_OK;
+  const bool byBlocks = whole && !told.m_vecBlocks.empty();
+  if (byBlocks) {
+    const int result = FetchBlocks(item, part, DifferingBlocks(found, told));
+    same = result == RESULT_OK && HasDigest(item, part, CFileDigest());
+    if (same || result != RESULT_OK) return result;
+  }
+  item.m_strWhy = kDiffers;
+  if (m_cancel.IsCancelled()) return RESULT_OK;
+  item.m_bFinal = byBlocks || !m_differing.insert(&item).second;
+  std::error_code ignored;
+  fs::remove(part, ignored);
+  return RESULT_OK;
+}
+
+int CDownload::FetchBlocks(const STransferItem& item, const std::string& part,
+                           const std::vector<std::int64_t>& blocks) {
+  CKQFile file;
+  if (!file.KQOpen(part, "r+b")) return ERROR_CODE_CLIENT_CREATEFILE;
+  for (std::size_t i = 0; i < blocks.size();) {
+    const std::int64_t begin = blocks[i] * kDigestBlockBytes;
+    std::int64_t end = begin;
+    for (; i < blocks.size() && blocks[i] * kDigestBlockBytes == end; ++i) end += kDigestBlockBytes;
+    std::int64_t at = begin;
+    const int result = m_session.ReadFile(
+        item.m_strServer,
+        [&](const char* data, std::size_t size) {
+          if (m_cancel.IsCancelled() || !file.WriteEx(at, data, static_cast<int>(size))) {
+            return false;
+          }
+          at += static_cast<std::int64_t>(size);
+          return true;
+        },
+        begin, std::min(end, item.m_llSize) - begin);
+    m_session.CountAsMoved(at - begin);
+    if (result != RESULT_OK) return result;
+  }
+  return RESULT_OK;
 }
 
 // Keeps what lies in the file's place under another name.

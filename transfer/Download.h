@@ -26,6 +26,7 @@ class CDownload : public CTransfer {
 
  protected:
   std::string Prepare(const STransferItem& item) override;
+  void Ready(Batch& batch) override;
   int Start(const Batch& batch) override;
   std::string WhyNotStarted(const Batch& batch, int code) override;
   int Verify(const Batch& ended) override;
@@ -37,7 +38,12 @@ class CDownload : public CTransfer {
   void ChangeSize(STransferItem& item, std::int64_t size) const;
   bool IsWhole(const STransferItem& item, bool checksum) const;
   bool HasDigest(const STransferItem& item, const std::string& path, CFileDigest digest) const;
-  void Finish(STransferItem& item);
+  CFileDigest CountPart(const STransferItem& item) const;
+  int CheckPart(const STransferItem& item);
+  int Finish(STransferItem& item);
+  int JudgeBytes(STransferItem& item, const std::string& part, bool& same);
+  int FetchBlocks(const STransferItem& item, const std::string& part,
+                  const std::vector<std::int64_t>& blocks);
   bool PutAside(STransferItem& item) const;
 
   const std::string m_strInto;

@@ -9,6 +9,7 @@
 #include "transfer/Download.h"
 #include "transfer/Names.h"
 #include "transfer/ProjectClientState.h"
+#include "transfer/ProjectTree.h"
 #include "transfer/ServerInventory.h"
 
 namespace fs = std::filesystem;
@@ -48,7 +49,10 @@ std::vector<SProjectFile> Choose(const std::vector<SProjectFile>& listed,
     std::replace(below.begin(), below.end(), '/', '\\');
     std::string full = projectPath;
     full += "\\" + below;
-    if (taken.insert(full).second) wanted.push_back({name, full});
+    if (!taken.insert(full).second) continue;
+    SProjectFile& file = wanted.emplace_back();
+    file.m_strName = name;
+    file.m_strServer = full;
   }
   return wanted;
 }
@@ -66,20 +70,6 @@ STransferItem MakeItem(const SProjectFile& file, const std::string& project,
   }
   item.m_bFinal = !item.m_strWhy.empty();
   return item;
-}
-
-// The files of the inventory that the server does not list are there as well.
-void AddUnlisted(const CInventory& inventory, const std::string& projectPath,
-                 std::vector<SProjectFile>& listed) {
-  std::set<std::string> names;
-  for (const SProjectFile& file : listed) names.insert(file.m_strName);
-  for (const auto& [path, entry] : inventory.GetFiles()) {
-    if (names.contains(path)) continue;
-    std::string below = path;
-    std::replace(below.begin(), below.end(), '/', '\\');
-    std::string full = projectPath;
-    listed.push_back({path, full.append("\\").append(below)});
-  }
 }
 
 // What the inventory tells of each. Not of a recording with a side file: its
@@ -161,11 +151,7 @@ STransferResult CProjectClient::Get(const SGetRequest& request) {
   get.m_strProject = request.m_strProject;
 
   std::string directory;
-  std::vector<SProjectFile> listed;
-  if (!scope.Check(session.AskDirectory(directory)) ||
-      !scope.Check(AskProjectFiles(session, directory, request.m_strProject, listed))) {
-    return scope.End();
-  }
+  if (!scope.Check(session.AskDirectory(directory))) return scope.End();
   const std::string projectPath = directory + request.m_strProject;
   const STransferTools tools{session,
                              m_pState->m_observer,
@@ -175,7 +161,13 @@ STransferResult CProjectClient::Get(const SGetRequest& request) {
                              {}};
   CServerInventory inventory(tools, projectPath);
   if (request.m_bInventory && !scope.Check(inventory.Read())) return scope.End();
-  AddUnlisted(inventory.Newest(), projectPath, listed);
+  SProjectTree tree;
+  if (!scope.Check(AskProjectTree(tools, directory, request.m_strProject, inventory, tree))) {
+    return scope.End();
+  }
+  get.m_nProblems = tree.m_nLeftOut;
+  get.m_strMayHide = tree.m_strMayHide;
+  const std::vector<SProjectFile>& listed = tree.m_vecFiles;
   if (listed.empty() && request.m_vecFiles.empty()) {
     return scope.Refuse("the server lists no files of this project");
   }

@@ -28,6 +28,11 @@ void CInventory::MergeFrom(const CInventory& theirs,
   }
 }
 
+std::string WhoIsSending(const SInventoryHead& head) {
+  return "it is on its way from " + head.m_strBy + ", last heard of at " +
+         InventoryTime(head.m_llAlive);
+}
+
 SInventoryChoice ChooseInventory(std::string_view first, std::string_view other) {
   SInventoryChoice choice;
   CInventory another;

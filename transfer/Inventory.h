@@ -107,6 +107,9 @@ class KQFT_TRANSFER_API CInventory {
 /// A time as an inventory has it, 2026-03-09T14:05:11Z.
 KQFT_TRANSFER_API std::string InventoryTime(std::int64_t seconds);
 
+/// Of a planned one: who writes to the project, and when that was heard of last.
+KQFT_TRANSFER_API std::string WhoIsSending(const SInventoryHead& head);
+
 /// Which of two places holds the newest inventory, and where the next goes.
 struct SInventoryChoice {
   bool m_bFound = false;       ///< either is whole

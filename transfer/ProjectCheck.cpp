@@ -198,7 +198,7 @@ class CCheck {
   }
 
   void Tell(const SFileVerdict& verdict) {
-    ++m_verdict.m_nFiles[static_cast<std::size_t>(verdict.m_eVerdict)];
+    ++m_verdict.m_counts[static_cast<std::size_t>(verdict.m_eVerdict)];
     const bool isChanged = verdict.m_eVerdict == EVerdict::kChanged;
     if (isChanged || verdict.m_eVerdict == EVerdict::kMissing) {
       // Of another size: blocks alone would not heal it.
@@ -260,9 +260,7 @@ class CCheck {
 }  // namespace
 
 bool SProjectVerdict::IsSame() const {
-  std::size_t others = 0;
-  for (const std::size_t count : m_nFiles) others += count;
-  return m_strWhy.empty() && !m_bStopped && !m_bMeanwhile && others == Count(EVerdict::kSame);
+  return m_strWhy.empty() && !m_bStopped && !m_bMeanwhile && AreAllSame(m_counts);
 }
 
 std::string ReadInventory(const std::string& directory, CInventory& inventory) {

@@ -1,50 +1,28 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "KQFTransferExport.h"
 #include "transfer/DamageNote.h"
 #include "transfer/Inventory.h"
+#include "transfer/Verdict.h"
 
 /// Compares a project on a disk of this machine with its inventory. Reads
 /// only.
 
-enum class EVerdict {
-  kSame,     ///< these bytes, by their digests
-  kChanged,  ///< other bytes, or as many as cannot be read
-  kMissing,  ///< in the inventory only
-  kExtra,    ///< on the disk only
-  kUnknown,  ///< nothing to compare with, or it could not be compared
-};
-constexpr std::size_t kVerdicts = 5;
-
-struct SFileVerdict {
-  std::string m_strPath;  ///< below the project; of a directory that cannot be read, too
-  EVerdict m_eVerdict = EVerdict::kUnknown;
-  std::int64_t m_llSize = 0;  ///< bytes on the disk
-  std::string m_strWhy;       ///< where there is more to say than the verdict
-
-  /// Which blocks differ, rising; of a changed file that has digests of blocks.
-  std::vector<std::int64_t> m_vecBlocks;
-};
-
 struct KQFT_TRANSFER_API SProjectVerdict {
   std::string m_strWhy;  ///< "" or why there is nothing to compare with
   SInventoryHead m_head;
-  std::array<std::size_t, kVerdicts> m_nFiles = {};  ///< by verdict
-  CDamageNote m_damage;                              ///< files that are changed or missing
-  bool m_bStopped = false;                           ///< a callback asked for it
+  VerdictCounts m_counts = {};
+  CDamageNote m_damage;     ///< files that are changed or missing
+  bool m_bStopped = false;  ///< a callback asked for it
 
   /// Another inventory was written meanwhile: what was found may be a file on
   /// its way.
   bool m_bMeanwhile = false;
-
-  std::size_t Count(EVerdict verdict) const { return m_nFiles[static_cast<std::size_t>(verdict)]; }
 
   /// True when it was compared to its end and every file is the same.
   bool IsSame() const;

@@ -8,6 +8,7 @@
 #include "KQFTransferExport.h"
 #include "transfer/TransferItem.h"
 #include "transfer/TransferObserver.h"
+#include "transfer/Verdict.h"
 
 /// The server takes a second connection from one address for the first one come
 /// back, and the transfer that ran there fails. So a client takes the turn of
@@ -43,6 +44,18 @@ struct SProject {
 struct SProjectFile {
   std::string m_strName;    ///< below the project, "/" separating
   std::string m_strServer;  ///< its full name there
+
+  // Of ListAllFiles.
+  std::int64_t m_llSize = -1;  ///< bytes; negative when it is not known
+  std::int64_t m_llTime = 0;   ///< of the last change, ns since 1970; 0 when it is not known
+  std::string m_strDigest;     ///< 32 hexadecimal digits; "" when it is not known
+};
+
+/// All files of a project, as far as the server lets them be known.
+struct SFileList {
+  std::vector<SProjectFile> m_vecFiles;  ///< by their names
+  std::string m_strMayHide;  ///< of one without an inventory: what cannot be seen, in words
+  bool m_bComplete = true;   ///< false: the observer was told what could not be looked into
 };
 
 /// Beside the results of protocol/ResultCodes.h: the server passed the request
@@ -81,6 +94,32 @@ struct SGetRequest {
   int m_nRetrySeconds = 0;  ///< both as above; the first connection counts, too
 };
 
+/// What to compare.
+struct SVerifyRequest {
+  std::string m_strProject;
+  std::string m_strLocal;  ///< a directory of this machine to compare as well; "" for none
+  int m_nRetries = 3;
+  int m_nRetrySeconds = 0;
+};
+
+/// What comparing a project came to.
+struct KQFT_TRANSFER_API SVerifyResult {
+  int m_nCode = 0;       ///< 1; else why it could not be done, 0 for none of the library's reasons
+  std::string m_strWhy;  ///< the same in words; "" when it was done
+  bool m_bCancelled = false;
+  bool m_bCompared = false;    ///< there was an inventory or a directory to compare with
+  bool m_bMeanwhile = false;   ///< something was sent while it was compared: do it again
+  std::string m_strRemark;     ///< what there is to say of the whole, in words; "" for nothing
+  std::size_t m_nLeftOut = 0;  ///< what could not be looked into; the observer was told
+  std::vector<SFileVerdict> m_vecFiles;  ///< by their names
+  VerdictCounts m_counts = {};
+  std::int64_t m_llRead = 0;  ///< bytes that the server was asked for
+  double m_dSeconds = 0;
+
+  /// All was compared, and is the same.
+  bool IsSame() const;
+};
+
 /// What a put or get came to.
 struct KQFT_TRANSFER_API STransferResult {
   int m_nCode = 0;       ///< 1; else why it could not begin, 0 for none of the library's reasons
@@ -93,8 +132,9 @@ struct KQFT_TRANSFER_API STransferResult {
   std::size_t m_nOnlyThere = 0;     ///< of a put of directories: files that the projects have more
   std::size_t m_nFilesHealed = 0;   ///< of a put: files damaged at the server that are whole now
   std::size_t m_nBlocksHealed = 0;  ///< of them: those of which only blocks were sent
-  std::size_t m_nProblems = 0;      ///< left out although they should have been sent
+  std::size_t m_nProblems = 0;      ///< left out although they should have been moved
   std::int64_t m_llMoved = 0;       ///< bytes of file data that crossed the network
+  std::string m_strMayHide;  ///< of a get without an inventory: what cannot be seen, in words
   double m_dSeconds = 0;
 
   /// Projects of a first put that the server does not list: it goes by files
@@ -157,6 +197,11 @@ class KQFT_TRANSFER_API CProjectClient {
   /// project. Blocks: up to 35 s.
   int ListFiles(const std::string& project, std::vector<SProjectFile>& files);
 
+  /// All of them, deep ones included, with what is known of each: from the
+  /// inventory of the project, or by asking the server for one directory after
+  /// the other. Blocks: until that is done.
+  int ListAllFiles(const std::string& project, SFileList& list);
+
   /// Deletes a project and looks what is left of it.
   /// @param left how many files the server still lists
   /// @return 0 for a name that no project can have: it is not sent
@@ -172,14 +217,21 @@ class KQFT_TRANSFER_API CProjectClient {
   /// Blocks: as Put.
   STransferResult Get(const SGetRequest& request);
 
-  /// Ends the Put or Get that runs, with care: what has arrived is kept; also a
-  /// Connect. Nothing when none runs. Does not wait. Any thread, also an observer's.
+  /// Compares the server's bytes with the inventory of the project, and with a
+  /// directory of this machine, where one is named. All of them are read, and
+  /// nothing is changed on either side.
+  /// Blocks: as Put.
+  SVerifyResult Verify(const SVerifyRequest& request);
+
+  /// Ends the Put, Get or Verify that runs, with care: what has arrived is kept;
+  /// also a Connect. Nothing when none runs. Does not wait. Any thread, also an observer's.
   void Cancel();
 
   /// Why a request makes no sense, in words; "" when it may be tried. Asks
   /// only this machine.
   static std::string WhyNoPut(const SPutRequest& request);
   static std::string WhyNoGet(const SGetRequest& request);
+  static std::string WhyNoVerify(const SVerifyRequest& request);
   static std::string WhyNoProject(const std::string& project);
 
   struct SState;  ///< the library's own

@@ -58,7 +58,9 @@ class CTransferScope {
   STransferResult m_result;
 };
 
-/// The files of a project as the server lists them.
-/// @param directory as the server spells it
-int AskProjectFiles(CSession& session, const std::string& directory, const std::string& project,
-                    std::vector<SProjectFile>& files);
+/// The files that the server lists of a project, or of a directory of one,
+/// with their names below that.
+/// @param directory of all projects, as the server spells it
+/// @param below     project or directory, "\" separating
+int AskFileNames(CSession& session, const std::string& directory, const std::string& below,
+                 std::vector<SProjectFile>& files);

@@ -8,6 +8,8 @@
 #include "transfer/Names.h"
 #include "transfer/ProjectClientState.h"
 #include "transfer/ProjectPath.h"
+#include "transfer/ProjectTree.h"
+#include "transfer/ServerInventory.h"
 
 namespace {
 
@@ -25,17 +27,38 @@ ITransferObserver& ObserverOr(ITransferObserver* observer) {
   return observer != nullptr ? *observer : nobody;
 }
 
+bool IsBelow(const std::string& full, const std::string& path) {
+  return full.size() > path.size() + 1 && full.compare(0, path.size(), path) == 0 &&
+         (full[path.size()] == '\\' || full[path.size()] == '/');
+}
+
 // The server's short names leave out directories deep down; its full names
 // do not.
 std::string NameBelowProject(const Channel_Key_Value& file, const std::string& projectPath) {
-  const std::size_t size = projectPath.size();
-  const std::string& full = file.m_strName;
-  if (full.size() > size + 1 && full.compare(0, size, projectPath) == 0 &&
-      (full[size] == '\\' || full[size] == '/')) {
-    return full.substr(size + 1);
-  }
+  if (IsBelow(file.m_strName, projectPath)) return file.m_strName.substr(projectPath.size() + 1);
   const std::size_t separator = file.m_strPath.find_first_of("\\/");
   return separator == std::string::npos ? file.m_strPath : file.m_strPath.substr(separator + 1);
+}
+
+// What the inventory tells of each; of the others, how long they are.
+int AddFacts(CSession& session, const CInventory& inventory, std::vector<SProjectFile>& files) {
+  std::vector<SProjectFile*> others;
+  std::vector<std::string> names;
+  for (SProjectFile& file : files) {
+    const SInventoryEntry* const entry = inventory.Find(file.m_strName);
+    if (entry != nullptr) {
+      file.m_llSize = entry->m_facts.m_llSize;
+      file.m_llTime = entry->m_facts.m_llTime;
+      if (entry->m_bDigest) file.m_strDigest = DigestText(entry->m_digest.m_whole);
+    } else if (IsAskable(file.m_strServer)) {
+      others.push_back(&file);
+      names.push_back(file.m_strServer);
+    }
+  }
+  std::vector<std::int64_t> sizes;
+  const int result = session.AskSizes(names, sizes);
+  for (std::size_t i = 0; i < sizes.size(); ++i) others[i]->m_llSize = sizes[i];
+  return result;
 }
 
 }  // namespace
@@ -99,25 +122,53 @@ int CProjectClient::ListProjects(std::vector<SProject>& projects) {
   return RESULT_OK;
 }
 
-int AskProjectFiles(CSession& session, const std::string& directory, const std::string& project,
-                    std::vector<SProjectFile>& files) {
+int AskFileNames(CSession& session, const std::string& directory, const std::string& below,
+                 std::vector<SProjectFile>& files) {
   std::vector<Channel_Key_Value> records;
-  const int result = session.AskFiles(project, records);
+  const int result = session.AskFiles(below, records);
   if (result != RESULT_OK) return result;
   files.clear();
+  // Of a directory nothing else is wanted than what lies below it.
+  const bool isDirectory = below.find('\\') != std::string::npos;
+  const std::string path = directory + below;
   for (const Channel_Key_Value& record : records) {
-    std::string name = NameBelowProject(record, directory + project);
+    if (isDirectory && !IsBelow(record.m_strName, path)) continue;
+    std::string name = NameBelowProject(record, path);
     std::replace(name.begin(), name.end(), '\\', '/');
-    if (!IsOwnFile(name)) files.push_back({std::move(name), record.m_strName});
+    SProjectFile& file = files.emplace_back();
+    file.m_strName = std::move(name);
+    file.m_strServer = record.m_strName;
   }
   return RESULT_OK;
 }
 
 int CProjectClient::ListFiles(const std::string& project, std::vector<SProjectFile>& files) {
   std::string directory;
-  const int result = GetDirectory(directory);
+  int result = GetDirectory(directory);
   if (result != RESULT_OK) return result;
-  return AskProjectFiles(*m_pState->m_pSession, directory, project, files);
+  result = AskFileNames(*m_pState->m_pSession, directory, project, files);
+  files.erase(std::remove_if(files.begin(), files.end(),
+                             [](const SProjectFile& file) { return IsOwnFile(file.m_strName); }),
+              files.end());
+  return result;
+}
+
+int CProjectClient::ListAllFiles(const std::string& project, SFileList& list) {
+  const CCancelToken::CScope running(m_pState->m_cancel);
+  CSession& session = *m_pState->m_pSession;
+  const STransferTools tools{session, m_pState->m_observer, m_pState->m_cancel, 0};
+  std::string directory;
+  int result = GetDirectory(directory);
+  if (result != RESULT_OK) return result;
+  CServerInventory inventory(tools, directory + project);
+  result = inventory.Read();
+  SProjectTree tree;
+  if (result == RESULT_OK) result = AskProjectTree(tools, directory, project, inventory, tree);
+  if (result != RESULT_OK) return result;
+  list.m_bComplete = tree.m_nLeftOut == 0;
+  list.m_strMayHide = tree.m_strMayHide;
+  list.m_vecFiles = std::move(tree.m_vecFiles);
+  return AddFacts(session, inventory.Newest(), list.m_vecFiles);
 }
 
 // The server says yes to everything, so it is asked afterwards what is left.

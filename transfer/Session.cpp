@@ -23,7 +23,6 @@ namespace {
 constexpr int kPatienceMs = 1500;  // a longer wait is explained
 constexpr int kMomentMs = 5;
 constexpr std::chrono::milliseconds kConfirmation(200);
-constexpr int kFileEndWaitMs = 30000;
 constexpr int kSizeWaitMs = 30000;
 
 // The second of three fields is not empty.
@@ -181,13 +180,6 @@ int CSession::AskHeldSize(const std::string& name, std::int64_t& size) {
   return EndFile();
 }
 
-int CSession::EndFile() {
-  m_evFileEnd->ResetKQEvent();
-  if (!SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0)) return ERROR_CODE_CLIENT_CONNECT;
-  if (m_evFileEnd->Wait(kFileEndWaitMs) == kWaitTimeout) return ERROR_CODE_WAIT_TRANSEND;
-  return Checked(RESULT_OK);
-}
-
 // An answer that does not come leaves m_nErrorCode as it was.
 int CSession::AskLostInfo(const std::string& name, SLostInfo& info) {
   {
@@ -307,6 +299,9 @@ bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, 
   switch (nMsgType) {
     case NET_STC_TRANSFILEDATA:
       TakeData(nLength, pData);
+      break;
+    case NET_STC_TRANSFILEDATA_END:
+      EndData();
       break;
     case NET_CTS_REQUEST_SERVERFILESIZE:
       if (const auto total = DecodeBody<STotalSize>(pData, nLength)) KeepSize(total->m_llBytes);

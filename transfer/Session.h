@@ -92,11 +92,13 @@ class CSession : public CKQFileTransServiceVisitor {
   /// call the session. False ends it.
   using DataSink = std::function<bool(const char* data, std::size_t size)>;
 
-  /// Reads a file from a position to its end. What it takes is not counted as
-  /// moved.
-  /// @return 1; -7 also when there is none; -26 when it was ended or arrived
-  ///         otherwise than it should: the connection is then cut
-  int ReadFile(const std::string& name, DataSink sink, std::int64_t start = 0);
+  /// Reads a file from `position` on, at most `most` bytes of it. What it takes
+  /// is not counted as moved.
+  /// @return 1, also when the file ends before; -7 also when there is none; -26
+  ///         when it was ended or arrived otherwise than it should: the
+  ///         connection is then cut
+  int ReadFile(const std::string& name, DataSink sink, std::int64_t position = 0,
+               std::int64_t most = INT64_MAX);
 
   /// Writes pieces into a file, which keeps the rest of what it holds and is
   /// made when missing. Not counted as moved either.
@@ -156,6 +158,9 @@ class CSession : public CKQFileTransServiceVisitor {
   /// all of it after Stop.
   std::int64_t BytesMoved() const { return m_llMoved - m_llOwn; }
 
+  /// Counts what ReadFile took as moved, too.
+  void CountAsMoved(std::int64_t bytes) { m_llMoved += bytes; }
+
   /// Sum of the sizes as the server told it last.
   std::int64_t TotalTold() const { return m_TotalTransBytes; }
 
@@ -173,6 +178,7 @@ class CSession : public CKQFileTransServiceVisitor {
   int PrepareFile(const std::string& name, bool whole);
   int SendPart(std::int64_t begin, std::int64_t end, const DigestReader& reader);
   int WaitForData();
+  void EndData();
   void TakeData(int length, const char* body);
   int Checked(int result) const;
   bool IsPassedOver(int code);
@@ -204,6 +210,9 @@ class CSession : public CKQFileTransServiceVisitor {
   std::deque<SLostAnswer> m_answers;      // guarded by m_mutex; those to come in this request
   std::vector<CFileDigest> m_vecArrived;  // guarded by m_mutex; of a download
   DataSink m_sink;                        // guarded by m_mutex, also while it is called
-  std::int64_t m_llSunk = 0;              // guarded by m_mutex; bytes that it was given
+  std::int64_t m_llSunk = 0;              // guarded by m_mutex; position of its next byte
   bool m_bSinkBroken = false;             // guarded by m_mutex; it is given no more
+
+  std::int64_t m_llSinkEnd = 0;  // guarded by m_mutex; where it has all that was wanted
+  bool m_bSinkEnded = false;     // guarded by m_mutex; the server has sent all
 };

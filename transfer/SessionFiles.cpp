@@ -13,10 +13,12 @@
 #include "protocol/ResultCodes.h"
 #include "transfer/Names.h"
 #include "transfer/Session.h"
+#include "transfer/Sizes.h"
 
 namespace {
 
 constexpr int kAnswerWaitMs = 10000;
+constexpr int kFileEndWaitMs = 30000;
 constexpr int kDataStepMs = 1000;
 constexpr int kSilentSteps = 30;
 constexpr int kRoomWaitMs = 50;
@@ -28,18 +30,29 @@ constexpr int kReadyPauseMs = 1;
 
 }  // namespace
 
-int CSession::ReadFile(const std::string& name, DataSink sink, std::int64_t start) {
+int CSession::EndFile() {
+  m_evFileEnd->ResetKQEvent();
+  if (!SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0)) return ERROR_CODE_CLIENT_CONNECT;
+  if (m_evFileEnd->Wait(kFileEndWaitMs) == kWaitTimeout) return ERROR_CODE_WAIT_TRANSEND;
+  return Checked(RESULT_OK);
+}
+
+int CSession::ReadFile(const std::string& name, DataSink sink, std::int64_t position,
+                       std::int64_t most) {
+  if (position < 0 || most <= 0) return RESULT_OK;
   {
     const std::lock_guard guard(m_mutex);
     m_sink = std::move(sink);
-    m_llSunk = start;
+    m_llSunk = position;
+    m_llSinkEnd = AddSizes(position, most);
     m_bSinkBroken = false;
+    m_bSinkEnded = false;
   }
   m_nErrorCode = RESULT_OK;
   m_nServerErrorCode = RESULT_OK;
   m_evReply->ResetKQEvent();
   m_evFileEnd->ResetKQEvent();
-  const std::string body = EncodeBody(SDownloadStart{start, name});
+  const std::string body = EncodeBody(SDownloadStart{position, name});
   int result = ERROR_CODE_CLIENT_CONNECT;
   if (SendMessage(NET_CTS_PREPARETRANS_FILE, body.data(), static_cast<int>(body.size()))) {
     const bool silent = m_evReply->Wait(kAnswerWaitMs) == kWaitTimeout;
@@ -51,21 +64,34 @@ int CSession::ReadFile(const std::string& name, DataSink sink, std::int64_t star
   return result;
 }
 
+// Once all is there that was wanted, the server is stopped; the end of the
+// file comes in any case.
 int CSession::WaitForData() {
-  std::int64_t before = 0;
-  for (int silent = 0; m_evFileEnd->Wait(kDataStepMs) == kWaitTimeout; ++silent) {
-    if (!IsConnect() || silent >= kSilentSteps) return ERROR_CODE_DOWN_STALLED;
-    const std::lock_guard guard(m_mutex);
+  std::int64_t before = -1;
+  bool stopped = false;
+  for (int silent = 0;; ++silent) {
+    m_evFileEnd->Wait(kDataStepMs);
+    m_evFileEnd->ResetKQEvent();
+    const bool connected = IsConnect();
+    std::unique_lock lock(m_mutex);
+    if (m_bSinkBroken || m_bSinkEnded) break;
+    if (!connected || silent >= kSilentSteps) return ERROR_CODE_DOWN_STALLED;
     if (m_llSunk > before) silent = 0;
     before = m_llSunk;
+    if (stopped || m_llSunk < m_llSinkEnd) continue;
+    stopped = true;
+    lock.unlock();
+    if (!SendMessage(NET_CTS_TRANS_STOP, nullptr, 0)) return ERROR_CODE_CLIENT_CONNECT;
   }
-  bool broken = false;
+  bool broken = false, enough = false;
   {
     const std::lock_guard guard(m_mutex);
     broken = m_bSinkBroken;
+    enough = m_llSunk == m_llSinkEnd;
   }
   if (broken) Abort();  // the rest of the file may be on its way
-  return broken ? static_cast<int>(ERROR_CODE_DOWN_STALLED) : Checked(m_nServerErrorCode);
+  if (broken) return ERROR_CODE_DOWN_STALLED;
+  return Checked(enough ? static_cast<int>(RESULT_OK) : m_nServerErrorCode.Load());
 }
 
 void CSession::TakeData(int length, const char* body) {
@@ -80,13 +106,23 @@ void CSession::TakeData(int length, const char* body) {
     }
     return;
   }
-  if (m_bSinkBroken) return;
+  if (m_bSinkBroken || m_llSunk == m_llSinkEnd) return;
+  const std::int64_t wanted = std::min<std::int64_t>(bytes, m_llSinkEnd - m_llSunk);
   m_bSinkBroken = length < kPositionBytes || ReadInt64(body) != m_llSunk ||
-                  !m_sink(body + kPositionBytes, static_cast<std::size_t>(bytes));
-  m_llSunk += bytes;
-  const bool broken = m_bSinkBroken;
+                  !m_sink(body + kPositionBytes, static_cast<std::size_t>(wanted));
+  m_llSunk += wanted;
+  const bool over = m_bSinkBroken || m_llSunk == m_llSinkEnd;
   lock.unlock();
-  if (broken) m_evFileEnd->SetKQEvent();
+  if (over) m_evFileEnd->SetKQEvent();
+}
+
+// Set under the lock: a transfer that begins when the reading is over resets
+// the event behind this.
+void CSession::EndData() {
+  const std::lock_guard guard(m_mutex);
+  if (!m_sink) return;
+  m_bSinkEnded = true;
+  m_evFileEnd->SetKQEvent();
 }
 
 int CSession::WriteText(const std::string& name, const std::string& text) {

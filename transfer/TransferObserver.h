@@ -19,7 +19,7 @@ struct STransferProgress {
   double m_dBytesPerSecond = 0;   ///< over the last seconds
 };
 
-/// Something that a put does not send.
+/// Something that a put does not send, or that could not be looked into.
 struct SLeftOut {
   std::string m_strPath;
   std::string m_strWhy;
@@ -36,7 +36,8 @@ class ITransferObserver {
  public:
   virtual ~ITransferObserver() = default;
 
-  /// A walk over local files met something that is not sent.
+  /// A walk over local files met something that is not sent, or one over those
+  /// of the server a directory that could not be looked into.
   virtual void OnLeftOut(const SLeftOut&) {}
 
   /// All files are known; nothing has been moved yet.

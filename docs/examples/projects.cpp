@@ -11,8 +11,8 @@ struct CProgress : ITransferObserver {
   }
 };
 
-// projects HOST PORT DIR INTO: sends DIR as the project Demo, with a break,
-// and fetches it into the directory INTO.
+// projects HOST PORT DIR INTO: sends DIR as the project Demo, with a break, has
+// both sides compared, and fetches it into the directory INTO.
 int main(int, char** argv) {
   CProgress progress;
   CProjectClient client({argv[1], std::stoi(argv[2]), "", "/tmp/"}, &progress);
@@ -26,8 +26,12 @@ int main(int, char** argv) {
   STransferResult sent = client.Put(put);
   impatient.join();
   if (sent.m_bCancelled) sent = client.Put(put);  // goes on with what is missing
+  SVerifyRequest verify;
+  verify.m_strProject = "Demo";
+  verify.m_strLocal = argv[3];
   SGetRequest get;
   get.m_strProject = "Demo";
   get.m_strInto = argv[4];
-  return sent.IsDone() && client.Get(get).IsDone() ? 0 : 1;
+  const bool same = sent.IsDone() && client.Verify(verify).IsSame();
+  return same && client.Get(get).IsDone() ? 0 : 1;
 }

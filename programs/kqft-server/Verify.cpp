@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "programs/ExitStatus.h"
+#include "programs/Verdicts.h"
 #include "programs/kqft/Output.h"
 #include "programs/kqft/Text.h"
 #include "transfer/ProjectCheck.h"
@@ -22,23 +23,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kRedrawInterval(100);
-constexpr std::size_t kMostBlocksSaid = 16;
-const char* const kVerdictNames[kVerdicts] = {"same", "changed", "missing", "extra", "unknown"};
-
-const char* NameOf(EVerdict verdict) {
-  return kVerdictNames[static_cast<std::size_t>(verdict)];
-}
-
 void Complain(const std::string& message) {
   std::cerr << "kqft-server: " + message + "\n";
-}
-
-std::string BlocksText(const std::vector<std::int64_t>& blocks) {
-  std::string text = std::to_string(blocks.size()) + " of its blocks of 4 MiB differ:";
-  for (std::size_t i = 0; i < std::min(blocks.size(), kMostBlocksSaid); ++i) {
-    text += " " + std::to_string(blocks[i]);
-  }
-  return blocks.size() > kMostBlocksSaid ? text + " ..." : text;
 }
 
 class CVerification {
@@ -50,7 +36,7 @@ class CVerification {
   bool Check(const fs::path& directory) {
     m_strProject = directory.filename().string();
     SCheckCalls calls;
-    calls.m_onFile = [this](const SFileVerdict& file) { Say(file); };
+    calls.m_onFile = [this](const SFileVerdict& file) { SayVerdict(m_output, m_strProject, file); };
     calls.m_onBytes = [this](std::int64_t done, std::int64_t total) { return Show(done, total); };
     const auto threads = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
     const SProjectVerdict verdict = CheckProject(directory.string(), threads, calls);
@@ -87,53 +73,12 @@ class CVerification {
   }
 
  private:
-  void Say(const SFileVerdict& file) {
-    CJsonObject object("file");
-    object.Name("project", m_strProject)
-        .Name("name", file.m_strPath)
-        .Text("verdict", NameOf(file.m_eVerdict))
-        .Number("size", file.m_llSize);
-    std::vector<CJsonObject> blocks;
-    for (const std::int64_t block : file.m_vecBlocks) {
-      blocks.push_back(
-          CJsonObject().Number("index", block).Number("position", block * kDigestBlockBytes));
-    }
-    if (!blocks.empty()) object.List("blocks", blocks);
-    if (!file.m_strWhy.empty()) object.Text("message", file.m_strWhy);
-    m_output.Json(object);
-    if (m_options.m_bJson || file.m_eVerdict == EVerdict::kSame) return;
-    std::string line = std::string(NameOf(file.m_eVerdict)) + "\t" +
-                       Printable(m_strProject + "/" + file.m_strPath);
-    if (!file.m_strWhy.empty()) line += ": " + file.m_strWhy;
-    if (!file.m_vecBlocks.empty()) line += ": " + BlocksText(file.m_vecBlocks);
-    m_output.Say(line);
-  }
-
   void Say(const SProjectVerdict& verdict) {
     std::string why = verdict.m_strWhy;
+    const bool counted = why.empty();
     if (verdict.m_bMeanwhile) why = "it was sent anew meanwhile; check it again";
-    const bool isPlanned = verdict.m_strWhy.empty() && !verdict.m_head.m_bComplete;
-    if (isPlanned && why.empty()) {
-      why = "it is on its way from " + verdict.m_head.m_strBy + ", last heard of at " +
-            InventoryTime(verdict.m_head.m_llAlive);
-    }
-    CJsonObject object("project");
-    object.Name("project", m_strProject)
-        .Text("verdict", verdict.IsSame() ? "same" : (why.empty() ? "changed" : "unknown"));
-    std::string line = Printable(m_strProject) + ":";
-    for (std::size_t i = 0; i < kVerdicts; ++i) {
-      const auto count = static_cast<std::int64_t>(verdict.m_nFiles[i]);
-      object.Number(kVerdictNames[i], count);
-      if (verdict.m_strWhy.empty() && (count > 0 || i == 0)) {
-        line += (i == 0 ? " " : ", ") + std::to_string(count) + " " + kVerdictNames[i];
-      }
-    }
-    if (!why.empty()) {
-      object.Text("message", why);
-      line += verdict.m_strWhy.empty() ? "; " + Printable(why) : " unknown: " + why;
-    }
-    m_output.Json(object);
-    if (!m_options.m_bJson) m_output.Say(line);
+    if (why.empty() && !verdict.m_head.m_bComplete) why = WhoIsSending(verdict.m_head);
+    SayVerdicts(m_output, m_strProject, verdict.m_counts, counted, verdict.IsSame(), why);
   }
 
   bool Show(std::int64_t done, std::int64_t total) {

@@ -6,6 +6,8 @@
 #include "programs/kqft/Interrupt.h"
 #include "programs/kqft/Output.h"
 #include "programs/kqft/Report.h"
+#include "programs/kqft/Text.h"
+#include "protocol/ResultCodes.h"
 #include "transfer/ProjectClient.h"
 
 namespace {
@@ -50,6 +52,10 @@ int RunGet(CProjectClient& client, COutput& output, const SOptions& options) {
   {
     const CInterruptScope scope([&client] { client.Cancel(); });
     get = client.Get(MakeRequest(options));
+  }
+  const bool all = options.m_vecPaths.empty() && get.m_nCode == RESULT_OK;
+  if (all && !get.m_strMayHide.empty()) {
+    output.Notice(Printable(options.m_strProject) + ": " + get.m_strMayHide);
   }
   return ReportTransfer(output, options, get);
 }

@@ -23,5 +23,7 @@ struct SOptions {
   bool m_bWhole = false;                ///< put
   bool m_bOverwrite = false;            ///< get
   bool m_bTakeOver = false;             ///< put
+  bool m_bLong = false;                 ///< files
+  std::string m_strLocal;               ///< verify
   bool m_bYes = false;                  ///< rm
 };

@@ -84,11 +84,6 @@ int StatusOf(const STransferResult& result) {
   return IsInterrupted() ? InterruptedStatus() : kExitFailed;
 }
 
-const char* WordFor(int status) {
-  if (status == kExitDone) return "done";
-  return status == kExitFailed ? "failed" : "interrupted";
-}
-
 void TellJson(COutput& output, const std::string& command, const STransferResult& result,
               int status) {
   std::vector<CJsonObject> files;
@@ -185,6 +180,11 @@ int ReportPlan(COutput& output, const std::string& command, const STransferResul
 }
 
 }  // namespace
+
+const char* WordFor(int status) {
+  if (status == kExitDone) return "done";
+  return status == kExitFailed ? "failed" : "interrupted";
+}
 
 int ReportTransfer(COutput& output, const SOptions& options, const STransferResult& result) {
   if (result.m_nCode != RESULT_OK) {

@@ -5,6 +5,9 @@
 
 class COutput;
 
+/// What an exit status says in a summary: "done", "failed" or "interrupted".
+const char* WordFor(int status);
+
 /// Reports every file that fell short, and the sum; with --dry-run what would
 /// be moved.
 /// @return the exit status that the program deserves.

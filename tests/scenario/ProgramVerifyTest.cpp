@@ -88,10 +88,105 @@ TEST(ProgramVerify, FindsAndNotesEveryDamageWithItsBlock) {
   EXPECT_EQ(FileSize(project.m_strPath + kDamageNoteName), -1);
 }
 
+TEST(ProgramVerify, WorkstationComparesBothSides) {
+  const SProject project;
+  const CWorkstation station(project.m_server.Port());
+  CTempDirectory local;
+  const auto verify = [&](Arguments more, int status) {
+    more.insert(more.begin(), {"verify", "Run"});
+    const auto program = station.Run(more);
+    EXPECT_EQ(program->Wait(), status) << program->Error();
+    return program->Output();
+  };
+  std::filesystem::copy(project.m_strPath, local.Path(), std::filesystem::copy_options::recursive);
+  EXPECT_EQ(verify({}, 0), "Run: 5 same\n");
+  EXPECT_EQ(verify({local.Path()}, 0), "Run: 5 same\n");
+
+  project.FlipBit("long.tm", (13LL << 20) + 7);
+  project.FlipBit("sub/small", 3);
+  std::filesystem::remove(project.m_strPath + "gone");
+  WriteWholeFile(project.m_strPath + "short", "b");
+  WriteWholeFile(project.m_strPath + ".more/there", "x");
+  EXPECT_EQ(verify({}, 1),
+            "extra\tRun/.more/there\nmissing\tRun/gone\n"
+            "changed\tRun/long.tm: 1 of its blocks of 4 MiB differ: 3\n"
+            "changed\tRun/short: 1 bytes instead of 14\nchanged\tRun/sub/small\n"
+            "Run: 1 same, 3 changed, 1 missing, 1 extra\n");
+  EXPECT_NE(verify({"--json"}, 1).find(R"("blocks":[{"index":3,"position":12582912}]})"),
+            std::string::npos);
+  WriteWholeFile(local / "only", "here");
+  WriteWholeFile(local / "short", "b");
+  std::filesystem::remove(local / "chain.tm");
+  EXPECT_EQ(
+      verify({local.Path()}, 1),
+      "extra\tRun/.more/there: on the server\nmissing\tRun/chain.tm: here\n"
+      "missing\tRun/gone: on the server\n"
+      "changed\tRun/long.tm: on the server: 1 of its blocks of 4 MiB differ: 3\n"
+      "extra\tRun/only: here\n"
+      "changed\tRun/short: on the server: 1 bytes instead of 14; here: 1 bytes instead of 14\n"
+      "changed\tRun/sub/small: on the server\n"
+      "Run: 0 same, 3 changed, 2 missing, 2 extra\n");
+
+  // What is on its way is unknown, but for what is the same here.
+  CInventory planned = InventoryOf(project.m_strPath, {"long.tm", "sub/small"});
+  planned.m_head = {2, false, "run-2", "bob@mill", 0};
+  planned.Set("short", {{17, 0, 0644}, false, {}});
+  project.Write(planned);
+  const std::string text = verify({}, 1);
+  EXPECT_NE(text.find("unknown\tRun/short: not sent to its end; it is on its way from bob@mill, "
+                      "last heard of at 1970-"),
+            std::string::npos)
+      << text;
+  EXPECT_EQ(verify({local.Path()}, 1).find("Run/short"), std::string::npos);
+}
+
+TEST(ProgramVerify, SegmentsAreComparedWithTheirPartsOfTheFileHere) {
+  CServerProgram server;
+  const CWorkstation station(server.Port());
+  CTempDirectory local;
+  const std::string whole = PatternBytes(120000), path = server.ProjectPath("Run/r");
+  WriteWholeFile(local / "r.tm", whole);
+  const auto lay = [&](const std::string& second, const std::string& ranges) {
+    WriteWholeFile(path + ".tm", whole.substr(0, 40000));
+    WriteWholeFile(path + "(1).tm", second);
+    WriteWholeFile(path + "(2).tm", whole.substr(80000));
+    WriteWholeFile(path + ".li", "[Lost_Pos]\nnRecordCount=1\nlost_info_0=" + ranges + "\n");
+    WriteWholeFile(path + ".fi", "[FileInfo]\nFileCount=2\nSize1=40000\nSize2=80000\n");
+  };
+  const auto verify = [&](const Arguments& arguments, int status) {
+    const auto program = station.Run(arguments);
+    EXPECT_EQ(program->Wait(), status) << program->Error();
+    return program->Output().substr(0, program->Output().find("; it has no inventory"));
+  };
+  const Arguments withLocal = {"verify", "Run", local.Path()};
+  lay(whole.substr(40000, 40000), "9,0");
+  EXPECT_EQ(verify(withLocal, 0), "Run: 1 same");
+  lay(whole.substr(40000, 39999) + "x", "9,0");
+  EXPECT_EQ(verify(withLocal, 1),
+            "changed\tRun/r.tm: segment 1 of it on the server\nRun: 0 same, 1 changed");
+  lay(whole.substr(40000, 40000), "9,1");
+  EXPECT_EQ(verify(withLocal, 1),
+            "unknown\tRun/r.tm: ranges of it are missing on the server\nRun: 0 same, 1 unknown");
+  lay(whole.substr(40000, 40000), "9,0");
+  const CTempDirectory chain;  // the same as it lies there
+  std::filesystem::copy(server.ProjectPath("Run"), chain.Path());
+  EXPECT_EQ(verify({"verify", "Run", chain.Path()}, 0), "Run: 5 same");
+  std::filesystem::remove(chain / "r(2).tm");
+  EXPECT_EQ(verify({"verify", "Run", chain.Path()}, 1),
+            "extra\tRun/r(2).tm: on the server\nRun: 4 same, 1 extra");
+  WriteWholeFile(path.substr(0, path.size() - 1) + kInventoryName,
+                 InventoryOf(local.Path(), {"r.tm"}).Text());
+  EXPECT_EQ(verify({"verify", "Run"}, 1),
+            "unknown\tRun/r.tm: it lies in segments on the server\nRun: 0 same, 1 unknown\n");
+}
+
 TEST(ProgramVerify, ProjectsWithoutInventoryAreUnknownAndWrongUseIsTold) {
   const SProject project;
   WriteWholeFile(project.m_strDir + "Old/run.tm", "x");
   EXPECT_EQ(project.Verify({"--all"}, 1), "Old: unknown: it has no whole inventory\nRun: 5 same\n");
+  const auto asked = CWorkstation(project.m_server.Port()).Run({"verify", "Old"});
+  EXPECT_EQ(asked->Output(), "Old: unknown: it has no whole inventory\n");
+  EXPECT_EQ(asked->Wait(), 1);
   EXPECT_EQ(project.Verify({"Run"}, 0), "Run: 5 same\n");
   EXPECT_EQ(project.Verify({"Run", "None"}, 1), "Run: 5 same\n");
   for (const Arguments& wrong : {Arguments{".."}, Arguments{"a/b"}, Arguments{"--all", "Run"}}) {

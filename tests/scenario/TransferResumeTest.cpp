@@ -185,7 +185,7 @@ struct CProgressWatch : ITransferObserver {
   void OnProgress(const STransferProgress& now) override {
     EXPECT_TRUE(now.m_llDone >= m_last.m_llDone && now.m_nFilesDone >= m_last.m_nFilesDone);
     m_last = now;
-    if (m_bRetried) std::thread(m_act).join();
+    if (m_bRetried && m_act) std::thread(m_act).join();
   }
   void OnRetrying(std::size_t, int, const std::string&) override { m_bRetried = true; }
 
@@ -240,6 +240,29 @@ TEST_F(TransferResume, AFullServerEndsAPutThatFailedTwiceAtOneLength) {
   EXPECT_EQ(put.m_vecItems.at(1).m_nCode, ERROR_CODE_SERVER_WRITE);
   EXPECT_TRUE(put.m_vecItems.at(0).m_bDone && put.m_vecItems.at(1).m_bFinal);
   EXPECT_NE(count.m_strWhy.find("P/z.tm: "), std::string::npos) << count.m_strWhy;
+}
+
+TEST_F(TransferResume, VerifyReadsOnAfterACutAndACancelledOneProvesNothing) {
+  WriteWholeFile(m_local / "P/a.dat", PatternBytes(8 * kMiB));
+  WriteWholeFile(m_local / "P/b", "b");
+  CScopedSockets sockets;
+  ASSERT_TRUE(m_server.Init(0));
+  ASSERT_TRUE(Put(m_local / "P", "P"));
+  sockets.Follow({5 * kMiB, EDirection::kReceived});
+  CProgressWatch watch;
+  CProjectClient client = Client(&watch);
+  SVerifyRequest request;
+  request.m_strProject = "P";
+  const SVerifyResult verified = client.Verify(request);
+  EXPECT_TRUE(sockets.HasEnded() && watch.m_bRetried);
+  EXPECT_TRUE(verified.IsSame()) << verified.m_strWhy;
+  EXPECT_LT(verified.m_llRead, 8 * kMiB + 10000);
+  EXPECT_EQ(watch.m_last.m_llDone, 8 * kMiB + 1);
+  watch.m_last = STransferProgress();
+  watch.m_act = [&] { client.Cancel(); };
+  const SVerifyResult cancelled = client.Verify(request);
+  EXPECT_TRUE(cancelled.m_bCancelled && !cancelled.IsSame());
+  EXPECT_EQ(cancelled.m_vecFiles.size(), 0U);
 }
 
 // A server that does not answer is not asked for a courtesy, and nothing again
