@@ -291,6 +291,7 @@ void CPutPlan::DecideSideFiles(std::vector<STransferItem>& items) {
     side.m_eReason = EReason::kChanged;
     side.m_llMissing = side.m_llSize;
     m_ways[&side].m_facts = side.m_pEntry->m_facts;
+    m_ways[&side].m_pFormer = side.m_pEntry;
     side.m_pEntry.reset();
   }
 }
