@@ -5,8 +5,9 @@
                     [--stop SECONDS]
 
 All move the same files between two directories on a memory file system over
-loopback, in turns, each as a user calls it. The first round compares every
-byte, the others every size. Prints the times of each round; then, of the
+loopback, in turns, each as a user calls it; each round another one comes first,
+which pays for the machine's memory. The first round compares every byte, the
+others every size. Prints the times of each round; then, of the
 medians, our throughput over that of each other, CPU seconds per GiB of both
 sides over the floor's, and memory. With --stop, one more large upload follows
 whose server is stopped (SIGSTOP) for that long in the middle.
@@ -28,7 +29,9 @@ from common import (GIB, KIB, MIB, Server, WorkDirectory, bar, cpu_of, link_file
 
 PAUSE_MS = 20  # the pause with which a client hands over each fetched file
 ADDED_MS = 1.0
-KQFT, FLOOR = "kqft", "floor"
+WIDTH = 24  # of a column
+INVENTORY = "kqft.inventory"
+KQFT, PLAIN, FLOOR = "kqft", "kqft without inventory", "floor"
 
 
 def children_cpu():
@@ -58,11 +61,12 @@ class Peak:
 class Kqft:
     """Ours; a fresh server for each transfer, to see how it grows."""
 
-    name, asks_per_file = KQFT, True
+    asks_per_file = True
 
-    def __init__(self, build, root):
-        self.build = build
-        self.store = os.path.join(root, "kqft")
+    def __init__(self, build, root, name=KQFT):
+        self.build, self.name = build, name
+        self.store = os.path.join(root, name)
+        self.options = ["--no-inventory"] if name == PLAIN else []
         self.seconds, self.cpu, self.server_mib, self.client_mib = 0.0, 0.0, 0.0, 0.0
 
     def run(self, arguments, during=None):
@@ -84,10 +88,10 @@ class Kqft:
             self.server_mib = status_mib(server.pid, "VmHWM") - idle
 
     def put(self, source, case, during=None):
-        self.run(["put", source, "--project", case], during)
+        self.run(["put", source, "--project", case, *self.options], during)
 
     def get(self, case, target):
-        self.run(["get", case, "--into", os.path.dirname(target)])
+        self.run(["get", case, "--into", os.path.dirname(target), *self.options])
 
     def close(self):
         pass
@@ -132,8 +136,11 @@ def move(contender, direction, source, case, root, every_byte):
     stored = os.path.join(contender.store, case)
     target = os.path.join(root, "fetched", case)
     os.makedirs(os.path.dirname(target))
+    inventory = os.path.join(root, "source", f"{case}.inventory")
     if direction == "down":
         link_files(source, stored)
+        if contender.name == KQFT:
+            shutil.copy(inventory, os.path.join(stored, INVENTORY))
     start = time.monotonic()
     if direction == "up":
         contender.put(source, case)
@@ -141,6 +148,8 @@ def move(contender, direction, source, case, root, every_byte):
         contender.get(case, target)
     seconds = getattr(contender, "seconds", time.monotonic() - start)
     check(source, stored if direction == "up" else target, every_byte)
+    if direction == "up" and contender.name == KQFT:
+        shutil.copy(os.path.join(stored, INVENTORY), inventory)
     shutil.rmtree(stored)
     shutil.rmtree(os.path.dirname(target))
     return seconds
@@ -176,7 +185,8 @@ def measure(case, contenders, rounds, root):
     for number in range(rounds):
         for direction in ("up", "down"):
             line = []
-            for contender in contenders:
+            first = number % len(contenders)
+            for contender in contenders[first:] + contenders[:first]:
                 if contender.name == FLOOR and direction == "down":
                     continue
                 seconds = move(contender, direction, source, case.key, root, number == 0)
@@ -189,11 +199,11 @@ def measure(case, contenders, rounds, root):
 def table(cases, contenders):
     names = [contender.name for contender in contenders if contender.name != KQFT]
     say("\nour throughput over that of")
-    say(" " * 22 + "".join(f"{name:>17}" for name in names))
+    say(" " * 22 + "".join(f"{name:>{WIDTH}}" for name in names))
     for case in cases:
         for direction in ("up", "down"):
             say(f"{case.name + ' ' + direction:22}"
-                + "".join(f"{case.over(direction, name):17.2f}" for name in names))
+                + "".join(f"{case.over(direction, name):{WIDTH}.2f}" for name in names))
     say("")
 
 
@@ -210,6 +220,8 @@ def large_bars(case, contenders):
             f"{max(r['client_mib'] for r in runs):.1f} MiB in all")
         bar(f"{case.name} {direction}, throughput over the floor's", case.over(direction, FLOOR),
             0.85)
+        bar(f"{case.name} {direction}, throughput over that without inventory",
+            case.over(direction, PLAIN), 0.95)
         bar(f"{case.name} {direction}, CPU per GiB over the floor's", cpu, 1.25, most=True)
         others = [c.name for c in contenders if isinstance(c, peers.Peer)]
         if not others:
@@ -280,7 +292,8 @@ def main():
     with WorkDirectory() as root:
         # The source, a copy, and some for the programs.
         warm_memory(root, 2 * max(case.count * case.size for case in cases) + GIB)
-        contenders = [Floor(args.build, root), Kqft(args.build, root)]
+        contenders = [Floor(args.build, root), Kqft(args.build, root),
+                      Kqft(args.build, root, PLAIN)]
         if not args.no_peers:
             for kind in peers.ALL:
                 if kind.is_installed():

@@ -188,11 +188,6 @@ int CSession::EndFile() {
   return Checked(RESULT_OK);
 }
 
-int CSession::EmptyFile(const std::string& name) {
-  const int result = Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareFile(name, true); });
-  return result == RESULT_OK ? EndFile() : result;
-}
-
 // An answer that does not come leaves m_nErrorCode as it was.
 int CSession::AskLostInfo(const std::string& name, SLostInfo& info) {
   {
