@@ -56,6 +56,7 @@ class CPutInventories {
 
  private:
   struct SProject {
+    explicit SProject(const CServerInventory& server) : m_server(server) {}
     CServerInventory m_server;
     CInventory m_mine;
     CDamageNote m_note;
