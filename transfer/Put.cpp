@@ -127,7 +127,7 @@ class CPut {
       if (m_request.m_bInventory) why = m_inventories.WritePlanned(m_plan.Ways());
     }
     CUpload upload(m_tools, m_put.m_vecItems, m_plan.Ways(), m_request.m_bInventory,
-                   [this] { m_inventories.WriteBetween(); });
+                   [this](bool now) { m_inventories.WriteBetween(now); });
     if (why.empty()) {
       upload.Run(m_put.m_vecItems);
       // Who wants to end does not wait for another connection.
@@ -150,6 +150,7 @@ class CPut {
       if (way == m_plan.Ways().end() || !way->second.m_bEmpty) continue;
       const int result =
           Insist(m_tools, [&] { return m_state.m_pSession->EmptyFile(item.m_strServer); });
+      way->second.m_bBegun = result == RESULT_OK;
       if (result == RESULT_OK) continue;
       item.m_bFinal = true;
       item.m_nCode = result;

@@ -11,7 +11,6 @@
 
 #include "platform/Identity.h"
 #include "platform/System.h"
-#include "protocol/MeasurementFiles.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/ProjectClient.h"
 
@@ -29,9 +28,14 @@ std::string RunName() {
   return text;
 }
 
-bool IsSameEntry(const SInventoryEntry* a, const SInventoryEntry& b) {
-  return a != nullptr && a->m_facts == b.m_facts && a->m_bDigest == b.m_bDigest &&
-         a->m_digest == b.m_digest && a->m_bMixed == b.m_bMixed;
+bool AreSameFiles(const CInventory& a, const CInventory& b) {
+  return std::equal(a.GetFiles().begin(), a.GetFiles().end(), b.GetFiles().begin(),
+                    b.GetFiles().end(), [](const auto& one, const auto& other) {
+                      const SInventoryEntry &x = one.second, &y = other.second;
+                      return one.first == other.first && x.m_facts == y.m_facts &&
+                             x.m_bDigest == y.m_bDigest && x.m_digest == y.m_digest &&
+                             x.m_bMixed == y.m_bMixed;
+                    });
 }
 
 }  // namespace
@@ -84,35 +88,42 @@ std::size_t CPutInventories::CountOnlyThere() const {
   return only;
 }
 
-// What becomes of one file in the inventory while the put runs.
-void CPutInventories::Enter(SProject& project, const STransferItem& item, const PutWays& ways,
-                            std::string& why) const {
+// What is true of one file, or will be from the next byte on that is sent.
+std::string CPutInventories::Enter(const STransferItem& item, bool ended) {
+  SProject& project = m_mapProjects.at(ProjectOfItem(item));
   const std::string path = PathOfItem(item);
-  const SInventoryEntry* const former = project.m_server.Newest().Find(path);
   SInventoryEntry entry;
-  const auto way = ways.find(&item);
-  if (way != ways.end()) {
-    project.m_bSends = true;
-    if (way->second.m_bRepair && former != nullptr) return;
-    entry.m_facts = way->second.m_facts;
-    entry.m_bMixed = !way->second.m_vecBlocks.empty() && IsMeasurementFile(item.m_strLocal);
-  } else if (item.m_pEntry != nullptr) {
+  const auto way = m_pWays->find(&item);
+  if (item.m_bDone && item.m_pEntry != nullptr) {
     entry = *item.m_pEntry;
-  } else if (item.m_eReason == EReason::kEqual &&
-             ReadFileFacts(item.m_strLocal, entry.m_facts).empty()) {
-    project.m_mapByLength[path] = entry;
+  } else if (item.m_bDone) {  // its length is all that is known
+    if (ReadFileFacts(item.m_strLocal, entry.m_facts).empty()) project.m_mapByLength[path] = entry;
     project.m_mine.Remove(path);
-    project.m_bChanged = project.m_bChanged || !IsSameEntry(former, entry);
-    return;
+    return "";
+  } else if (way == m_pWays->end()) {
+    return "";
+  } else if (const SPutWay& on = way->second; on.m_bRepair || (ended && !on.m_bBegun)) {
+    if (on.m_pFormer == nullptr) project.m_mine.Remove(path);
+    if (on.m_pFormer == nullptr) return "";
+    entry = *on.m_pFormer;
   } else {
-    return;
+    entry.m_facts = on.m_facts;
+    entry.m_bMixed = on.m_bMixed;
   }
-  project.m_bChanged = project.m_bChanged || !IsSameEntry(former, entry);
-  why = project.m_mine.Set(path, entry);
-  if (!why.empty()) why = item.m_strShown + " cannot be in an inventory: " + why;
+  const std::string why = project.m_mine.Set(path, entry);
+  return why.empty() ? "" : item.m_strShown + " cannot be in an inventory: " + why;
+}
+
+std::string CPutInventories::EnterAll(bool ended) {
+  for (const STransferItem& item : m_items) {
+    if (item.m_bFinal && m_pWays->count(&item) == 0) continue;
+    if (std::string why = Enter(item, ended); !why.empty()) return why;
+  }
+  return "";
 }
 
 std::string CPutInventories::WritePlanned(const PutWays& ways) {
+  m_pWays = &ways;
   for (auto& [name, project] : m_mapProjects) {
     project.m_mine = project.m_server.Newest();
     const bool wasComplete = project.m_mine.m_head.m_bComplete;
@@ -126,43 +137,29 @@ std::string CPutInventories::WritePlanned(const PutWays& ways) {
       project.m_mine.Remove(path);
     }
   }
-  for (const STransferItem& item : m_items) {
-    if (item.m_bFinal) continue;
-    std::string why;
-    Enter(m_mapProjects.at(ProjectOfItem(item)), item, ways, why);
-    if (!why.empty()) return why;
-  }
+  for (const auto& [item, way] : ways) m_mapProjects.at(ProjectOfItem(*item)).m_bSends = true;
+  if (std::string why = EnterAll(false); !why.empty()) return why;
+  std::string why = WriteSending();
+  m_llNextMs = System().SteadyMilliseconds() + kBetweenMs;
+  return why;
+}
+
+std::string CPutInventories::WriteSending() {
   for (auto& [name, project] : m_mapProjects) {
     if (!project.m_bSends) continue;
-    project.m_bChanged = true;
     if (project.m_mine.Text().size() > kMostInventoryBytes) return kTooLong;
     if (std::string why = Written(project, project.m_server.Write(project.m_mine)); !why.empty()) {
       return why;
     }
   }
-  m_llNextMs = System().SteadyMilliseconds() + kBetweenMs;
   return "";
 }
 
-// Enters what is known of every file that is done.
-void CPutInventories::TakeEntries(std::map<std::string, std::set<std::string>>& sent) {
-  for (const STransferItem& item : m_items) {
-    if (!item.m_bDone || item.m_pEntry == nullptr) continue;
-    const std::string project = ProjectOfItem(item), path = PathOfItem(item);
-    if (m_mapProjects.at(project).m_mine.Set(path, *item.m_pEntry).empty()) {
-      sent[project].insert(path);
-    }
-  }
-}
-
-void CPutInventories::WriteBetween() {
+void CPutInventories::WriteBetween(bool now) {
   const std::int64_t start = System().SteadyMilliseconds();
-  if (m_llNextMs == 0 || start < m_llNextMs) return;
-  std::map<std::string, std::set<std::string>> sent;
-  TakeEntries(sent);
-  for (auto& [name, project] : m_mapProjects) {
-    if (project.m_bSends) Written(project, project.m_server.Write(project.m_mine));
-  }
+  if (m_pWays == nullptr || (!now && start < m_llNextMs)) return;
+  EnterAll(false);
+  WriteSending();
   const std::int64_t end = System().SteadyMilliseconds();
   m_llNextMs = end + std::max(kBetweenMs, kWritingShare * (end - start));
 }
@@ -173,31 +170,43 @@ bool CPutInventories::IsAllDone(const std::string& project) const {
   });
 }
 
-// Another workstation may have written meanwhile: of the files that this run
-// has not sent, what stands there then is taken.
 std::string CPutInventories::WriteComplete() {
-  std::map<std::string, std::set<std::string>> sent;
-  TakeEntries(sent);
+  if (m_pWays == nullptr) return "";
+  EnterAll(true);
   for (auto& [name, project] : m_mapProjects) {
     const bool all = IsAllDone(name);
-    if (!project.m_bChanged && project.m_server.Newest().m_head.m_bComplete == all) continue;
-    std::set<std::string>& mine = sent[name];
-    int result = project.m_server.Read();
-    if (result == RESULT_OK) {
+    if (all) {
       for (const auto& [path, entry] : project.m_mapByLength) {
-        if (all && mine.insert(path).second) project.m_mine.Set(path, entry);
+        if (project.m_mine.Find(path) == nullptr) project.m_mine.Set(path, entry);
       }
-      const auto isMine = [&](const std::string& path) {
-        return mine.contains(path) || project.m_mapByLength.contains(path);
-      };
-      project.m_mine.MergeFrom(project.m_server.Newest(), isMine);
-      project.m_mine.m_head.m_bComplete = all;
-      if (project.m_mine.Text().size() > kMostInventoryBytes) return kTooLong;
-      result = project.m_server.Write(project.m_mine);
     }
+    const CInventory& newest = project.m_server.Newest();
+    if (newest.m_head.m_bComplete == all && AreSameFiles(newest, project.m_mine)) continue;
+    const int result = WriteEnd(name, project, all);
     if (std::string why = Written(project, result); !why.empty()) return why;
+    if (project.m_mine.Text().size() > kMostInventoryBytes) return kTooLong;
   }
   return "";
+}
+
+// Another workstation may have written meanwhile: of the files that are not of
+// this put, what stands there then is taken.
+int CPutInventories::WriteEnd(const std::string& name, SProject& project, bool all) {
+  const int result = project.m_server.Read();
+  if (result != RESULT_OK) return result;
+  const CInventory& newest = project.m_server.Newest();
+  if (newest.m_head.m_strRun != m_strRun && newest.m_head.m_llGeneration > 0) {
+    std::set<std::string> mine;
+    for (const STransferItem& item : m_items) {
+      if (ProjectOfItem(item) == name) mine.insert(PathOfItem(item));
+    }
+    project.m_mine.MergeFrom(newest, [&](const std::string& path) {
+      return mine.contains(path) || project.m_mapByLength.contains(path);
+    });
+  }
+  project.m_mine.m_head.m_bComplete = all;
+  if (project.m_mine.Text().size() > kMostInventoryBytes) return RESULT_OK;
+  return project.m_server.Write(project.m_mine);
 }
 
 void CPutInventories::EndHealing(STransferResult& put) {

@@ -36,12 +36,14 @@ class CPutInventories {
   std::size_t CountOnlyThere() const;
 
   /// Says what is going to be sent, before any of it is; nothing where nothing
-  /// is. @return "" or why that could not be written
+  /// is. @param ways kept in view from then on
+  /// @return "" or why that could not be written
   std::string WritePlanned(const PutWays& ways);
 
   /// Says what has been sent so far, when the last writing is long ago: so a
   /// put that is cut off need not begin anew with it.
-  void WriteBetween();
+  /// @param now also when it is not
+  void WriteBetween(bool now);
 
   /// Says what was sent; nothing where nothing has changed.
   /// @return "" or why that could not be written
@@ -54,22 +56,24 @@ class CPutInventories {
 
  private:
   struct SProject {
+    explicit SProject(const CServerInventory& server) : m_server(server) {}
     CServerInventory m_server;
     CInventory m_mine;
     CDamageNote m_note;
     bool m_bSends = false;            // some item of it
-    bool m_bChanged = false;          // m_mine is another than the server's
     CInventory::Files m_mapByLength;  // what a complete one has without digests
   };
-  void Enter(SProject& project, const STransferItem& item, const PutWays& ways,
-             std::string& why) const;
+  std::string Enter(const STransferItem& item, bool ended);
+  std::string EnterAll(bool ended);
+  std::string WriteSending();
+  int WriteEnd(const std::string& name, SProject& project, bool all);
   bool IsAllDone(const std::string& project) const;
-  void TakeEntries(std::map<std::string, std::set<std::string>>& sent);
   std::string Written(SProject& project, int result);
 
   const std::vector<STransferItem>& m_items;
   std::map<std::string, SProject> m_mapProjects;
   std::string m_strRun;
   std::string m_strLastWritten;
-  std::int64_t m_llNextMs = 0;  // when WriteBetween writes again
+  const PutWays* m_pWays = nullptr;  // once the planned ones are written
+  std::int64_t m_llNextMs = 0;       // when WriteBetween writes again
 };

@@ -101,6 +101,7 @@ int CPutPlan::Decide(STransferItem& item, const SHeld& held) {
     item.m_nCode = ERROR_CODE_CLIENT_OPENFILE;
     item.m_strWhy = DescribeResult(item.m_nCode);
   }
+  if (entry != nullptr) way.m_pFormer = std::make_shared<SInventoryEntry>(*entry);
   if (!item.m_bDone && !item.m_bFinal) m_ways[&item] = std::move(way);
   return result;
 }
@@ -234,6 +235,7 @@ int CPutPlan::DecideRead(STransferItem& item, const SHeld& held, const SInventor
   } else {
     way.m_vecBlocks = std::move(blocks);
     way.m_llHeld = before;
+    way.m_bMixed = IsRecording(item);
     item.m_llMissing = BytesOf(way.m_vecBlocks, before) + size - before;
   }
   return RESULT_OK;
@@ -290,6 +292,7 @@ void CPutPlan::DecideSideFiles(std::vector<STransferItem>& items) {
     side.m_eReason = EReason::kChanged;
     side.m_llMissing = side.m_llSize;
     m_ways[&side].m_facts = side.m_pEntry->m_facts;
+    m_ways[&side].m_pFormer = side.m_pEntry;
     side.m_pEntry.reset();
   }
 }

@@ -10,7 +10,7 @@
 
 /// How one file of a put gets to the server.
 struct SPutWay {
-  SFileFacts m_facts;  ///< of the file here when it was planned
+  SFileFacts m_facts;  ///< of the file here, of which what is sent is a part
 
   /// What the server holds of this recording is to be emptied first.
   bool m_bEmpty = false;
@@ -21,6 +21,14 @@ struct SPutWay {
 
   /// The blocks only repair what the inventory tells: its entry stays true.
   bool m_bRepair = false;
+
+  /// What the server holds of this recording is of no one version now.
+  bool m_bMixed = false;
+
+  bool m_bBegun = false;  ///< something of the server's copy has been changed
+
+  /// What was known of the server's copy before; null when nothing was.
+  std::shared_ptr<const SInventoryEntry> m_pFormer;
 
   /// Of a recording that goes on: its beginning as it was read here.
   std::shared_ptr<CFileDigest> m_pBeginning;

@@ -176,6 +176,7 @@ class CSession : public CKQFileTransServiceVisitor {
 
  private:
   int PrepareFile(const std::string& name, bool whole);
+  int EndParts(int result);
   int SendPart(std::int64_t begin, std::int64_t end, const DigestReader& reader);
   int WaitForData();
   void EndData();

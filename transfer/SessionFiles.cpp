@@ -127,15 +127,12 @@ void CSession::EndData() {
 
 int CSession::WriteText(const std::string& name, const std::string& text) {
   int result = PrepareFile(name, true);
+  if (result != RESULT_OK) return result;
   const auto size = static_cast<std::int64_t>(text.size());
-  if (result == RESULT_OK) {
-    result = SendPart(0, size, [&](std::int64_t at, char* data, std::size_t bytes) {
-      m_llOwn += static_cast<std::int64_t>(bytes);
-      return static_cast<std::int64_t>(text.copy(data, bytes, static_cast<std::size_t>(at)));
-    });
-  }
-  if (result == RESULT_OK) result = EndFile();
-  if (result == RESULT_OK) result = m_nServerErrorCode;
+  result = EndParts(SendPart(0, size, [&](std::int64_t at, char* data, std::size_t bytes) {
+    m_llOwn += static_cast<std::int64_t>(bytes);
+    return static_cast<std::int64_t>(text.copy(data, bytes, static_cast<std::size_t>(at)));
+  }));
   if (result != RESULT_OK) return result;
   std::vector<std::int64_t> held(1);
   result = IsAskable(name) ? AskSizes({name}, held) : AskHeldSize(name, held.front());
@@ -173,10 +170,15 @@ int CSession::SendBlocks(const std::string& name, std::int64_t held,
     const std::int64_t begin = blocks[i] * kDigestBlockBytes;
     result = SendPart(begin, std::min(begin + kDigestBlockBytes, held), reader);
   }
-  const int ended = EndFile();  // also of a file that failed: it would stay open there
-  if (result == RESULT_OK) result = ended;
-  if (result == RESULT_OK) result = m_nServerErrorCode;
+  result = EndParts(result);
   return result == RESULT_OK && !isExpected ? 0 : result;
+}
+
+// A file that failed is ended as well: it would stay open there.
+int CSession::EndParts(int result) {
+  const int ended = EndFile();
+  if (result == RESULT_OK) result = ended;
+  return result == RESULT_OK ? m_nServerErrorCode.Load() : result;
 }
 
 int CSession::PrepareFile(const std::string& name, bool whole) {

@@ -63,7 +63,7 @@ void JudgeBySize(STransferItem& item, std::int64_t held) {
 }  // namespace
 
 CUpload::CUpload(const STransferTools& tools, const std::vector<STransferItem>& items,
-                 PutWays& ways, bool digests, std::function<void()> between)
+                 PutWays& ways, bool digests, std::function<void(bool)> between)
     : CTransfer(tools),
       m_items(items),
       m_ways(ways),
@@ -118,6 +118,7 @@ int CUpload::Start(const Batch& batch) {
   m_started = batch;
   std::vector<CFileDigest> digests(batch.size());
   for (std::size_t i = 0; i < batch.size(); ++i) {
+    m_ways[batch[i]].m_bBegun = true;
     const std::shared_ptr<CFileDigest> beginning = std::move(m_ways[batch[i]].m_pBeginning);
     if (beginning != nullptr) digests[i] = std::move(*beginning);
   }
@@ -145,7 +146,7 @@ void CUpload::TakeEntry(STransferItem& item) {
   const SPutWay& way = m_ways[&item];
   if (!why.empty() || !(entry.m_facts == way.m_facts)) {
     Judge(item, -1, why.empty() ? kChangedMeanwhile : why);
-    m_stale.insert(item.m_strServer);
+    MakeStale(item);
   } else if (way.m_pEntry != nullptr) {
     item.m_pEntry = way.m_pEntry;  // all of it has been read before
   } else if (!digest.Finish(entry.m_facts.m_llSize, ReadsUnlessCancelled(m_cancel, item.m_strLocal),
@@ -196,9 +197,18 @@ void CUpload::TakeFacts(const STransferItem& item) {
   SFileFacts now;
   SPutWay& way = m_ways[&item];
   if (!ReadFileFacts(item.m_strLocal, now).empty() || now == way.m_facts) return;
+  const std::shared_ptr<const SInventoryEntry> former = way.m_pFormer;
+  const bool begun = way.m_bBegun;
   way = SPutWay();
   way.m_facts = now;
-  if (IsResumable(item)) m_stale.insert(item.m_strServer);
+  way.m_pFormer = former;
+  way.m_bBegun = begun;
+  if (IsResumable(item)) MakeStale(item);
+}
+
+void CUpload::MakeStale(const STransferItem& item) {
+  m_stale.insert(item.m_strServer);
+  m_ways[&item].m_bMixed = IsResumable(item);
 }
 
 // Puts blocks in their places; a recording goes on from there.
@@ -206,16 +216,18 @@ void CUpload::SendBlocks(Batch& batch) {
   STransferItem& item = *batch.front();
   SPutWay& way = m_ways[&item];
   if (way.m_vecBlocks.empty()) return;
+  way.m_bBegun = true;
   const int result = m_session.SendBlocks(item.m_strServer, way.m_llHeld, way.m_vecBlocks,
                                           ReadsUnlessCancelled(m_cancel, item.m_strLocal));
   const bool isAll = way.m_llHeld == way.m_facts.m_llSize;
   if (result == RESULT_OK) {
     m_strLastSent = item.m_strServer;
     way.m_vecBlocks.clear();
+    way.m_bMixed = false;
   } else if (result == 0) {  // the next round sends all of it
     Judge(item, -1, kSizesDiffer);
-    m_stale.insert(item.m_strServer);
     way.m_vecBlocks.clear();
+    MakeStale(item);
   } else {
     Fail(item, result);
   }
@@ -223,18 +235,31 @@ void CUpload::SendBlocks(Batch& batch) {
   if (result == RESULT_OK && isAll) EndAlone(item);
 }
 
-// Few recordings have a side file on the server. One that has and cannot be
-// gone on with goes alone.
-void CUpload::AskForRanges(Batch& batch) {
+// What is written about them before the first byte is sent is true again.
+int CUpload::EmptyStale(const Batch& batch) {
+  bool any = false;
   for (const STransferItem* item : batch) {
     if (!m_stale.contains(item->m_strServer)) continue;
     if (const int result = m_session.EmptyFile(item->m_strServer); result != RESULT_OK) {
-      Fail(*batch[0], result);
-      batch.clear();
-      return;
+      return result;
     }
     m_stale.erase(item->m_strServer);
     m_emptied.insert(item->m_strServer);
+    m_ways[item].m_bBegun = true;
+    m_ways[item].m_bMixed = false;
+    any = true;
+  }
+  if (any) m_between(true);
+  return RESULT_OK;
+}
+
+// Few recordings have a side file on the server. One that has and cannot be
+// gone on with goes alone.
+void CUpload::AskForRanges(Batch& batch) {
+  if (const int result = EmptyStale(batch); result != RESULT_OK) {
+    Fail(*batch[0], result);
+    batch.clear();
+    return;
   }
   std::vector<std::string> names;
   for (const STransferItem* item : batch) {
@@ -267,6 +292,7 @@ bool CUpload::CanGoOn(STransferItem& item, bool isNext, SRecording& recording) {
   if (result == RESULT_OK && recording.m_bWhole && recording.m_strWhy.empty()) {
     result = m_session.EmptyFile(item.m_strServer);
     if (result == RESULT_OK) {
+      m_ways[&item].m_bBegun = true;
       m_emptied.insert(item.m_strServer);
       return true;
     }

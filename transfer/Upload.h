@@ -19,11 +19,12 @@ class CUpload : public CTransfer {
   /// @param items all that Run will be given
   /// @param ways  how each that is not done gets there; those that are to be
   ///              emptied have been
-  /// @param between called between two requests
+  /// @param between called between two requests; told whether what the ways
+  ///                say has to be written down now
   /// @param digests of every file that is sent; it then counts as done only
   ///                when it did not change meanwhile
   CUpload(const STransferTools& tools, const std::vector<STransferItem>& items, PutWays& ways,
-          bool digests, std::function<void()> between);
+          bool digests, std::function<void(bool now)> between);
 
   /// The file that was sent last; "" when none was.
   const std::string& LastSent() const { return m_strLastSent; }
@@ -32,7 +33,7 @@ class CUpload : public CTransfer {
   bool GoesLast(const STransferItem& item) override;
   bool Waits(const STransferItem& item) override;
   std::string Prepare(const STransferItem& item) override;
-  void Between() override { m_between(); }
+  void Between() override { m_between(false); }
   void Ready(Batch& batch) override;
   int Start(const Batch& batch) override;
   bool IsResumable(const STransferItem& item) const override;
@@ -42,6 +43,8 @@ class CUpload : public CTransfer {
  private:
   void OpenFiles(Batch& batch);
   void TakeFacts(const STransferItem& item);
+  void MakeStale(const STransferItem& item);
+  int EmptyStale(const Batch& batch);
   void SendBlocks(Batch& batch);
   void AskForRanges(Batch& batch);
   bool CanGoOn(STransferItem& item, bool isNext, SRecording& recording);
@@ -52,7 +55,7 @@ class CUpload : public CTransfer {
 
   const std::vector<STransferItem>& m_items;
   PutWays& m_ways;
-  const std::function<void()> m_between;
+  const std::function<void(bool)> m_between;
   std::vector<std::unique_ptr<CKQFile>> m_vecOpen;  // those of the batch
   std::deque<SLostAnswer> m_answers;                // of its recordings
   const bool m_bDigests;
