@@ -40,8 +40,8 @@ class ProgramPut : public testing::Test {
     return put->Output();
   }
   // The server has the bytes that are here, and the inventory tells no others.
-  void ExpectSame(const char* name) {
-    const SFileDigest here = EntryOf(m_local / ("P/" + std::string(name))).m_digest;
+  void ExpectSame(const std::string& name) {
+    const SFileDigest here = EntryOf(m_local / ("P/" + name)).m_digest;
     EXPECT_EQ(EntryOf(There(name)).m_digest, here) << name;
     CInventory inventory;
     EXPECT_EQ(ReadInventory(m_server.ProjectPath("P"), inventory), "");
@@ -101,7 +101,7 @@ TEST_F(ProgramPut, SendsWhatChangedAndSaysWhy) {
 
 // Of a put that was killed in the middle, and a file that was another then.
 TEST_F(ProgramPut, NeverMixesVersionsOfAFileThatWasEditedWhileItsPutWasCut) {
-  const auto cut = [&](const std::function<bool()>& when, const char* name) {
+  const auto cut = [&](const std::function<bool()>& when, const std::string& name) {
     const CWorkstation another(m_server.Port(), "127.0.0." + std::to_string(name[0]));
     const auto put = another.Start({"put", m_local / "P"});
     EXPECT_TRUE(WaitUntil(when)) << name;
@@ -109,27 +109,28 @@ TEST_F(ProgramPut, NeverMixesVersionsOfAFileThatWasEditedWhileItsPutWasCut) {
     put->Wait();
   };
   const std::pair<const char*, std::function<void(const std::string&)>> edits[] = {
-      {"shortened.tm", [](const std::string& path) { fs::resize_file(path, kBigFile - 1); }},
-      {"grown.tm", [](const std::string& path) { fs::resize_file(path, kBigFile + 1); }},
-      {"kept.tm", [](const std::string&) {}}};
-  for (const auto& [name, edit] : edits) {
-    const std::string path = m_local / ("P/" + std::string(name));
+      {"shortened", [](const std::string& path) { fs::resize_file(path, kBigFile - 1); }},
+      {"grown", [](const std::string& path) { fs::resize_file(path, kBigFile + 1); }},
+      {"resumed", [](const std::string&) {}}};
+  for (const auto& edit : edits) {
+    const std::string name = edit.first, path = m_local / ("P/" + name + ".tm");
     MakeSparseFile(path, kBigFile);
-    cut([&] { return FileSize(There(name)) > kMiB; }, name);
-    const bool isKept = std::string(name) == "kept.tm";
-    if (!isKept) Change(path, 7);
-    edit(path);
-    Put({"--take-over"},
-        isKept ? ": 1 resumed" : "1 " + std::string(name).substr(0, strlen(name) - 3));
-    ExpectSame(name);
+    cut([&] { return FileSize(There(name + ".tm")) > kMiB; }, name);
+    if (name != "resumed") Change(path, 7);
+    edit.second(path);
+    Put({"--take-over"}, "1 " + name);
+    ExpectSame(name + ".tm");
     fs::remove(path);
   }
   // Blocks on their way to their places; then the former version is back.
   const std::string path = m_local / "P/blocks.tm";
-  MakeSparseFile(path, kLong);
+  const auto changeHalf = [&] {
+    for (std::int64_t at = 1; at < kBigFile / 2; at += kDigestBlockBytes) Change(path, at);
+  };
+  MakeSparseFile(path, kBigFile);
   Put({}, "1 new");
   const SFileFacts former = EntryOf(path).m_facts;
-  for (std::int64_t block = 0; block < 7; ++block) Change(path, block * kDigestBlockBytes + 1);
+  changeHalf();
   CInventory planned;
   cut(
       [&] {
@@ -142,7 +143,7 @@ TEST_F(ProgramPut, NeverMixesVersionsOfAFileThatWasEditedWhileItsPutWasCut) {
   EXPECT_EQ(get->Wait(), 1);
   EXPECT_NE(get->Error().find("P/blocks.tm: its put has not ended ("), std::string::npos)
       << get->Error();
-  for (std::int64_t block = 0; block < 7; ++block) Change(path, block * kDigestBlockBytes + 1);
+  changeHalf();
   SetFileFacts(path, former);
   Put({"--take-over"}, "1 changed");
   ExpectSame("blocks.tm");
