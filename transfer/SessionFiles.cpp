@@ -148,16 +148,19 @@ int CSession::EmptyFile(const std::string& name) {
 int CSession::WriteParts(const std::string& name,
                          const std::map<std::int64_t, std::string>& parts) {
   int result = PrepareFile(name, false);
-  for (const auto& [position, data] : parts) {
-    const auto end = position + static_cast<std::int64_t>(data.size());
-    if (result != RESULT_OK) break;
-    result = SendPart(position, end, [&](std::int64_t at, char* to, std::size_t bytes) {
+  if (result != RESULT_OK) return result;
+  for (const auto& part : parts) {
+    const std::int64_t begin = part.first;
+    const std::string& data = part.second;
+    const auto copy = [&](std::int64_t at, char* to, std::size_t bytes) {
       m_llOwn += static_cast<std::int64_t>(bytes);
-      return static_cast<std::int64_t>(
-          data.copy(to, bytes, static_cast<std::size_t>(at - position)));
-    });
+      return static_cast<std::int64_t>(data.copy(to, bytes, static_cast<std::size_t>(at - begin)));
+    };
+    if (result != RESULT_OK) break;
+    result = SendPart(begin, begin + static_cast<std::int64_t>(data.size()), copy);
   }
-  if (result == RESULT_OK) result = EndFile();
+  const int ended = EndFile();  // also of a file that failed
+  if (result == RESULT_OK) result = ended;
   return result == RESULT_OK ? m_nServerErrorCode.Load() : result;
 }
 

@@ -1,5 +1,7 @@
 #include "transfer/Retry.h"
 
+#include <gtest/gtest.h>
+
 #include "support/TestSystem.h"
 
 namespace {
