@@ -123,8 +123,8 @@ class CPut {
   std::string Send() {
     std::string why;
     if (!m_state.m_cancel.IsCancelled()) {
-      EmptyRecordings();
-      if (m_request.m_bInventory) why = m_inventories.WritePlanned(m_plan.Ways());
+      why = EmptyRecordings();
+      if (why.empty() && m_request.m_bInventory) why = m_inventories.WritePlanned(m_plan.Ways());
     }
     CUpload upload(m_tools, m_put.m_vecItems, m_plan.Ways(), m_request.m_bInventory,
                    [this](bool now) { m_inventories.WriteBetween(now); });
@@ -142,20 +142,34 @@ class CPut {
     return why;
   }
 
-  // What is written about them then is true of them wherever it is cut off: an
-  // empty file is the beginning of any.
-  void EmptyRecordings() {
+  // Until one is empty nothing is said of its bytes; from then on they are the
+  // beginning of any version.
+  std::string EmptyRecordings() {
+    std::vector<STransferItem*> emptied;
     for (STransferItem& item : m_put.m_vecItems) {
       const auto way = m_plan.Ways().find(&item);
       if (way == m_plan.Ways().end() || !way->second.m_bEmpty) continue;
-      const int result =
-          Insist(m_tools, [&] { return m_state.m_pSession->EmptyFile(item.m_strServer); });
-      way->second.m_bBegun = result == RESULT_OK;
-      if (result == RESULT_OK) continue;
-      item.m_bFinal = true;
-      item.m_nCode = result;
-      item.m_strWhy = DescribeResult(result);
+      way->second.m_bMixed = true;
+      emptied.push_back(&item);
     }
+    if (!emptied.empty() && m_request.m_bInventory) {
+      std::string why = m_inventories.WritePlanned(m_plan.Ways());
+      if (!why.empty()) return why;
+    }
+    for (STransferItem* const item : emptied) Empty(*item);
+    return "";
+  }
+
+  void Empty(STransferItem& item) {
+    const int result =
+        Insist(m_tools, [&] { return m_state.m_pSession->EmptyFile(item.m_strServer); });
+    SPutWay& way = m_plan.Ways().at(&item);
+    way.m_bBegun = result == RESULT_OK;
+    way.m_bMixed = !way.m_bBegun;
+    if (way.m_bBegun) return;
+    item.m_bFinal = true;
+    item.m_nCode = result;
+    item.m_strWhy = DescribeResult(result);
   }
 
   void WriteEnd() {

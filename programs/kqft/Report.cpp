@@ -52,7 +52,8 @@ std::string ReasonsText(const STransferResult& put) {
   }
   if (put.m_nFilesHealed > 0) {
     text += "; healed " + FormatFiles(put.m_nFilesHealed) + " (" +
-            std::to_string(put.m_nBlocksHealed) + " blocks)";
+            std::to_string(put.m_nBlocksHealed) +
+            (put.m_nBlocksHealed == 1 ? " block)" : " blocks)");
   }
   if (put.m_nOnlyThere > 0) text += "; " + FormatFiles(put.m_nOnlyThere) + " only on the server";
   return text;

@@ -174,7 +174,7 @@ TEST_F(ProgramPut, HealsWhatTheServerNotedAndNothingElse) {
   note.Set("run.tm", {0});
   WriteWholeFile(There(kDamageNoteName), note.Text());
   Change(m_local / "P/run.tm", kLong - 1);
-  Put({}, "; healed 1 file (1 blocks)\n");
+  Put({}, "; healed 1 file (1 block)\n");
   EXPECT_EQ(note.Parse(ReadWholeFile(There(kDamageNoteName))), "");
   EXPECT_EQ(note.GetFiles(), (CDamageNote::Files{{"elsewhere", {}}}));
   ExpectSame("run.tm");
