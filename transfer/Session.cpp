@@ -180,22 +180,6 @@ int CSession::AskHeldSize(const std::string& name, std::int64_t& size) {
   return EndFile();
 }
 
-// An answer that does not come leaves m_nErrorCode as it was.
-int CSession::AskLostInfo(const std::string& name, SLostInfo& info) {
-  {
-    const std::lock_guard guard(m_mutex);
-    m_answers.clear();
-    m_strLostText.clear();
-  }
-  m_nErrorCode = RESULT_OK;
-  const int result = Request(NET_CTS_GETLOSTINFO, [&] {
-    return GetServerLostInfo(name, info.m_vecLost, info.m_vecBounds);
-  });
-  const std::lock_guard guard(m_mutex);
-  info.m_strText = m_strLostText;
-  return result;
-}
-
 int CSession::ReportFilled(int index, const FILEDATAPOS& range) {
   const std::string body = EncodeBody(SChangedRange{index, range.llPos + range.llLen, 0});
   return Request(NET_CTS_CHANGELOSTINFO, [&] {
@@ -207,6 +191,7 @@ int CSession::ReportFilled(int index, const FILEDATAPOS& range) {
 
 int CSession::StartUpload(const std::vector<Channel_Key_Value>& records,
                           std::deque<SLostAnswer> answers, std::vector<CFileDigest> digests) {
+  if (SLostInfo ignored; m_bJustRead) AskLostInfo(records.front().m_strName, ignored);
   {
     const std::lock_guard guard(m_mutex);
     m_answers = std::move(answers);

@@ -175,6 +175,7 @@ class CSession : public CKQFileTransServiceVisitor {
   void OnFileRead(std::size_t record, std::int64_t position, const char* data, int bytes) override;
 
  private:
+  int AskLostInfoOnce(const std::string& name, SLostInfo& info);
   int PrepareFile(const std::string& name, bool whole);
   int EndParts(int result);
   int SendPart(std::int64_t begin, std::int64_t end, const DigestReader& reader);
@@ -196,6 +197,7 @@ class CSession : public CKQFileTransServiceVisitor {
 
   std::int64_t m_llOwn = 0;               // the using thread's; sent, but no file data
   bool m_bDigests = false;                // the using thread's
+  bool m_bJustRead = false;               // the using thread's; the server may be sending still
   std::vector<CFileDigest> m_vecDigests;  // the worker's while one runs, else the using thread's
   std::vector<std::string> m_vecSent;     // as they; the local files of the request
 

@@ -30,6 +30,35 @@ constexpr int kReadyPauseMs = 1;
 
 }  // namespace
 
+int CSession::AskLostInfo(const std::string& name, SLostInfo& info) {
+  int result = AskLostInfoOnce(name, info);
+  const auto isBusy = [&] {
+    return result == ERROR_CODE_GETLOSTINFO && m_nErrorCode == ERROR_CODE_TRANS_BUSY;
+  };
+  for (int i = 0; m_bJustRead && i < kReadyTries && isBusy(); ++i) {
+    System().Sleep(kReadyPauseMs);
+    result = AskLostInfoOnce(name, info);
+  }
+  m_bJustRead = m_bJustRead && isBusy();
+  return result;
+}
+
+// An answer that does not come leaves m_nErrorCode as it was.
+int CSession::AskLostInfoOnce(const std::string& name, SLostInfo& info) {
+  {
+    const std::lock_guard guard(m_mutex);
+    m_answers.clear();
+    m_strLostText.clear();
+  }
+  m_nErrorCode = RESULT_OK;
+  const int result = Request(NET_CTS_GETLOSTINFO, [&] {
+    return GetServerLostInfo(name, info.m_vecLost, info.m_vecBounds);
+  });
+  const std::lock_guard guard(m_mutex);
+  info.m_strText = m_strLostText;
+  return result;
+}
+
 int CSession::EndFile() {
   m_evFileEnd->ResetKQEvent();
   if (!SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0)) return ERROR_CODE_CLIENT_CONNECT;
@@ -52,6 +81,7 @@ int CSession::ReadFile(const std::string& name, DataSink sink, std::int64_t posi
   m_nServerErrorCode = RESULT_OK;
   m_evReply->ResetKQEvent();
   m_evFileEnd->ResetKQEvent();
+  m_bJustRead = true;
   const std::string body = EncodeBody(SDownloadStart{position, name});
   int result = ERROR_CODE_CLIENT_CONNECT;
   if (SendMessage(NET_CTS_PREPARETRANS_FILE, body.data(), static_cast<int>(body.size()))) {
@@ -190,6 +220,7 @@ int CSession::PrepareFile(const std::string& name, bool whole) {
     System().Sleep(kReadyPauseMs);
     result = Checked(PrepareTransFile(name, whole));
   }
+  if (result == RESULT_OK) m_bJustRead = false;
   return result;
 }
 

@@ -34,7 +34,11 @@ class TransferResume : public CServerTest {
     request.m_strProject = project;
     request.m_vecPaths = {directory};
     request.m_nRetries = 0;
-    return Client().Put(request).IsDone();
+    const STransferResult put = Client().Put(request);
+    std::string why = put.m_strWhy + put.m_strInventory;
+    for (const STransferItem& item : put.m_vecItems) why += item.m_strWhy;
+    if (!put.IsDone()) std::cout << "not done: " << why << "\n";
+    return put.IsDone();
   }
 
   const CTempDirectory m_logs;
