@@ -6,13 +6,12 @@
 #include "transfer/PutInventories.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <random>
 
 #include "platform/Identity.h"
 #include "platform/System.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/ProjectClient.h"
+#include "transfer/SendingNote.h"
 
 namespace {
 
@@ -20,13 +19,6 @@ constexpr std::int64_t kBetweenMs = 20000;
 constexpr std::int64_t kWritingShare = 20;  // of the time of a put, one in so many
 
 const char* const kTooLong = "the inventory would be too long to be read again";
-
-std::string RunName() {
-  std::random_device random;
-  char text[32];
-  std::snprintf(text, sizeof text, "%08x-%08x", random(), random());
-  return text;
-}
 
 bool AreSameFiles(const CInventory& a, const CInventory& b) {
   return std::equal(a.GetFiles().begin(), a.GetFiles().end(), b.GetFiles().begin(),

@@ -36,13 +36,6 @@ const char* const kTakenOver = "was taken over by ";
 const char* const kSomebody = "somebody unknown";
 const char* const kGone = "the note of who is sending it is gone: it was deleted or taken over";
 
-std::string RunName() {
-  std::random_device random;
-  char text[32];
-  std::snprintf(text, sizeof text, "%08x%08x", random(), random());
-  return text;
-}
-
 bool ParseRecord(std::string_view text, SSendingRecord& record) {
   if (!Unseal(text)) return false;
   std::string_view line = TakeUpTo(text, '\n');
@@ -60,6 +53,13 @@ std::string WhyFailed(int result) {
 }
 
 }  // namespace
+
+std::string RunName() {
+  std::random_device random;
+  char text[32];
+  std::snprintf(text, sizeof text, "%08x%08x", random(), random());
+  return text;
+}
 
 std::string SendingSlot(const SSendingRecord& record) {
   std::string by = record.m_strBy;

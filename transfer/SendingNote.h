@@ -25,6 +25,9 @@
 constexpr std::size_t kSendingSlotBytes = 256;
 constexpr int kSendingSlots = 255;  // all of them fit into one message
 
+/// A name for a run that no other one has.
+std::string RunName();
+
 struct SSendingRecord {
   std::string m_strRun;
   std::string m_strWorkstation;  ///< "" where earlier runs of it may still live
