@@ -84,8 +84,8 @@ TEST_F(Download, CopyThatCannotBeLookedAtIsKept) {
   }
 }
 
+// The clock keeps its pace: a busy machine takes seconds between two packets.
 TEST_F(Download, EveryPacketStartsANewStallPeriod) {
-  m_system.Follow(CFaultPlan().ClockFaster(3));
   m_server.Answer(2504, Int64(3));
   ASSERT_EQ(m_client.StartDownload({"a"}), 1);
   ASSERT_TRUE(m_server.WaitFor(2505));
