@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -269,13 +270,13 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   /// The same without closing. @return false when the write did not end.
   bool StopReceiveData();
 
-  // The last one of the table of virtual functions.
-
-  /// Told of every piece of a file that an upload has read, before it is sent.
-  /// @param record   which one of the request, from 0
-  /// @param position in the local file
+  /// Has every piece of a file that an upload has read shown, before it is sent:
+  /// which record of the request, from 0, the position in the local file, and the
+  /// bytes. What the function uses has to outlive the worker. Call while none runs.
   /// Threads: the worker's, which waits.
-  virtual void OnFileRead(std::size_t record, std::int64_t position, const char* data, int bytes);
+  using ReadHook =
+      std::function<void(std::size_t record, std::int64_t position, const char* data, int bytes)>;
+  void SetReadHook(ReadHook hook);
 
   // Members. "Constant" after construction; "word": shared by threads without
   // a lock; "guarded" by the lock named.

@@ -217,11 +217,13 @@ int CKQFileTransServiceClient::ReadDataAndSend(std::int64_t start, std::int64_t 
 
 void CKQFileTransServiceClient::TellRead(std::int64_t position, const CDataBlock& block) {
   const CTransferRun* const run = CTransferRun::OfThread();
-  if (run == nullptr || IsSuperseded()) return;
+  if (run == nullptr || !m_pState->m_readHook || IsSuperseded()) return;
   block.ForEachPiece([&](const char* data, int bytes) {
-    OnFileRead(run->m_nRecord, position, data, bytes);
+    m_pState->m_readHook(run->m_nRecord, position, data, bytes);
     position += bytes;
   });
 }
 
-void CKQFileTransServiceClient::OnFileRead(std::size_t, std::int64_t, const char*, int) {}
+void CKQFileTransServiceClient::SetReadHook(ReadHook hook) {
+  m_pState->m_readHook = std::move(hook);
+}

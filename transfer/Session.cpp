@@ -63,10 +63,14 @@ class CWaitNotice {
 CSession::CSession(const SServerPlace& place, ITransferObserver& observer)
     : m_place(place), m_observer(observer) {
   m_pNetWork->SetLocalAddress(place.m_strBindAddress);
+  SetReadHook([this](std::size_t record, std::int64_t position, const char* data, int bytes) {
+    OnFileRead(record, position, data, bytes);
+  });
 }
 
+// The worker uses members of this class.
 CSession::~CSession() {
-  Stop();
+  Abort();
 }
 
 int CSession::Open() {

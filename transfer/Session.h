@@ -171,10 +171,8 @@ class CSession : public CKQFileTransServiceVisitor {
                   int extra) override;
   bool ReleaseIOCPBuffer(CIOCPBuffer* p) override;
 
- protected:
-  void OnFileRead(std::size_t record, std::int64_t position, const char* data, int bytes) override;
-
  private:
+  void OnFileRead(std::size_t record, std::int64_t position, const char* data, int bytes);
   int AskLostInfoOnce(const std::string& name, SLostInfo& info);
   int PrepareFile(const std::string& name, bool whole);
   int EndParts(int result);

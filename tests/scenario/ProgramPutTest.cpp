@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::int64_t kMiB = 1 << 20;
 constexpr std::int64_t kLong = 72 * kMiB;  // longer than kBlocksAboveBytes
-constexpr std::int64_t kBigFile = 320 * kMiB;
+constexpr std::int64_t kBigFile = 128 * kMiB;
 
 class ProgramPut : public testing::Test {
  protected:

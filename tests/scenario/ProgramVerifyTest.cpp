@@ -93,7 +93,7 @@ TEST(ProgramVerify, WorkstationComparesBothSides) {
   const CWorkstation station(project.m_server.Port());
   CTempDirectory local;
   const auto verify = [&](Arguments more, int status) {
-    more.insert(more.begin(), {"verify", "Run"});
+    more.insert(more.begin(), {"--quiet", "verify", "Run"});
     const auto program = station.Run(more);
     EXPECT_EQ(program->Wait(), status) << program->Error();
     return program->Output();

@@ -46,13 +46,13 @@ class CScopedSystem::CPlannedFile final : public CForwardingFile {
   ESystemError Note(std::string& text) override {
     text.clear();
     return Call(EOperation::kReadNote, [&] {
-      text = m_scope.NoteOf(m_strPath);
+      text = m_scope.ExchangeNote(m_strPath, nullptr);
       return ESystemError::kNone;
     });
   }
   ESystemError SetNote(const std::string& text) override {
     return Call(EOperation::kWriteNote, [&] {
-      m_scope.NoteOf(m_strPath) = text;
+      m_scope.ExchangeNote(m_strPath, &text);
       return ESystemError::kNone;
     });
   }
@@ -153,9 +153,11 @@ int CScopedSystem::Calls(EOperation operation) {
   return m_mapCalls[operation];
 }
 
-std::string& CScopedSystem::NoteOf(const std::string& path) {
+std::string CScopedSystem::ExchangeNote(const std::string& path, const std::string* text) {
   const std::lock_guard lock(m_mutex);
-  return m_mapNotes[path];
+  std::string former = m_mapNotes[path];
+  if (text != nullptr) m_mapNotes[path] = *text;
+  return former;
 }
 
 // Called with m_mutex held.

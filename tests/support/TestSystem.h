@@ -130,7 +130,8 @@ class CScopedSystem {
   class CPlannedFile;
   ESystemError Begin(EOperation operation, const std::string& path);
   bool IsMeant(const std::string& path) const;
-  std::string& NoteOf(const std::string& path);  ///< used by one thread for each path
+  /// @param text null leaves the note as it is
+  std::string ExchangeNote(const std::string& path, const std::string* text);
   std::size_t LimitTransfer(std::size_t size, bool write);
 
   std::int64_t Milliseconds();
