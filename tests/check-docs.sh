@@ -10,17 +10,8 @@ set -u
 export LC_ALL=C
 cd "${1:-$(dirname "$0")/..}" || exit 2
 rooms='platform net protocol client session server transfer programs'
-offences=0
-
-compare() { # WHAT FIRST SECOND: both as lines in any order
-  local one two
-  one=$(sort -u <<<"$2")
-  two=$(sort -u <<<"$3")
-  [[ $one != "$two" || ! $one ]] || return 0
-  echo "$1 differ:"
-  diff <(echo "$one") <(echo "$two") | grep '^[<>]'
-  offences=1
-}
+# shellcheck source=tests/compare.bash
+. tests/compare.bash
 
 # CLASS::MEMBER of every lock and shared word; those two types themselves are
 # made of what they wrap.

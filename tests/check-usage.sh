@@ -9,17 +9,8 @@ set -u
 export LC_ALL=C
 root=$1
 bin=$2/bin
-offences=0
-
-compare() { # WHAT FIRST SECOND: both as lines in any order
-  local one two
-  one=$(sort -u <<<"$2")
-  two=$(sort -u <<<"$3")
-  [[ $one != "$two" || ! $one ]] || return 0
-  echo "$1 differ:"
-  diff <(echo "$one") <(echo "$two") | grep '^[<>]'
-  offences=1
-}
+# shellcheck source=tests/compare.bash
+. "$root/tests/compare.bash"
 
 # What --help of a program, or of a command of it, lists in a section.
 listed() { # SECTION PROGRAM [COMMAND]

@@ -39,14 +39,6 @@ std::int64_t BytesOf(const std::vector<std::int64_t>& blocks, std::int64_t size)
   return bytes;
 }
 
-std::vector<std::int64_t> Differing(const std::vector<SDigest>& a, const std::vector<SDigest>& b) {
-  std::vector<std::int64_t> blocks;
-  for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) {
-    if (a[i] != b[i]) blocks.push_back(static_cast<std::int64_t>(i));
-  }
-  return blocks;
-}
-
 // True when all of them are blocks that the entry has digests of.
 bool AreBlocksOf(const std::vector<std::int64_t>& blocks, const SInventoryEntry& entry) {
   return !blocks.empty() &&
@@ -223,7 +215,7 @@ int CPutPlan::DecideRead(STransferItem& item, const SHeld& held, const SInventor
   item.m_eReason = ReasonBySize(size, before);
   const std::vector<std::int64_t>* const noted = m_inventories.Damage(item);
   if (found == entry.m_digest && noted == nullptr) return GoOn(item, held, before, way);
-  std::vector<std::int64_t> blocks = Differing(found.m_vecBlocks, entry.m_digest.m_vecBlocks);
+  std::vector<std::int64_t> blocks = DifferingBlocks(found, entry.m_digest);
   if (noted != nullptr) blocks.insert(blocks.end(), noted->begin(), noted->end());
   std::sort(blocks.begin(), blocks.end());
   blocks.erase(std::unique(blocks.begin(), blocks.end()), blocks.end());
