@@ -1,7 +1,7 @@
 // Digests of file contents.
 //
-// The one source that sees the hash functions: they are inlined here, and
-// nothing of them shows in a header or among the library's symbols.
+// Only this source and DigestAvx2.cpp see the hash functions: they are inlined
+// here, and nothing of them shows in a header or among the library's symbols.
 
 #include "transfer/Digest.h"
 
@@ -12,6 +12,7 @@
 #include <limits>
 
 #include "platform/KQFile.h"
+#include "transfer/DigestUpdate.h"
 
 namespace {
 
@@ -21,6 +22,15 @@ constexpr std::int64_t kReadBytes = 256LL << 10;
 constexpr std::int64_t kPieceBytes = 16LL << 10;
 
 constexpr char kDigits[] = "0123456789abcdef";
+
+// Counts more bytes, with the fastest code that this processor has.
+void Update(XXH3_state_t& state, const char* data, std::size_t size) {
+#ifdef KQFT_HAS_DIGEST_AVX2
+  static const bool s_hasAvx2 = __builtin_cpu_supports("avx2") != 0;
+  if (s_hasAvx2) return UpdateWithAvx2(&state, data, size);
+#endif
+  XXH3_128bits_update(&state, data, size);
+}
 
 SDigest Take(const XXH128_hash_t& hash) {
   XXH128_canonical_t canonical;
@@ -101,9 +111,9 @@ bool DigestPart(std::int64_t position, std::int64_t size, const DigestReader& re
                 SDigest& digest) {
   XXH3_state_t state;
   XXH3_128bits_reset(&state);
-  const bool whole = ReadInto(
-      position, position + size, reader,
-      [&](const char* data, std::size_t bytes) { XXH3_128bits_update(&state, data, bytes); });
+  const bool whole =
+      ReadInto(position, position + size, reader,
+               [&](const char* data, std::size_t bytes) { Update(state, data, bytes); });
   digest = Take(XXH3_128bits_digest(&state));
   return whole;
 }
@@ -124,8 +134,8 @@ struct CFileDigest::SState {
       const std::int64_t inBlock = kDigestBlockBytes - m_llCounted % kDigestBlockBytes;
       const auto piece = static_cast<std::size_t>(
           std::min({static_cast<std::int64_t>(size), inBlock, kPieceBytes}));
-      XXH3_128bits_update(&m_whole, data, piece);
-      XXH3_128bits_update(&m_block, data, piece);
+      Update(m_whole, data, piece);
+      Update(m_block, data, piece);
       m_llCounted += static_cast<std::int64_t>(piece);
       if (m_llCounted % kDigestBlockBytes == 0) EndBlock();
       data += piece;
