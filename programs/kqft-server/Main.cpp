@@ -29,9 +29,17 @@ constexpr int kStopBoundMs = 1500;
 /// The library's server, told where and to whom to listen.
 class CServer : public CKQFileTransServiceServer {
  public:
+  explicit CServer(bool deletes) : m_bDeletes(deletes) {}
+  ~CServer() override { Stop(); }
+
   void ListenOn(const std::string& address) { m_pPrimaryNetWork->SetLocalAddress(address); }
   void Admit(const std::vector<CAddressRange>& peers) { m_pPrimaryNetWork->SetAllowedPeers(peers); }
   int ListenPort() const { return m_pPrimaryNetWork->GetListenPort(); }
+
+ private:
+  bool MayDelete(const STransferFacts&) override { return m_bDeletes; }
+
+  const bool m_bDeletes;
 };
 
 int Fail(const std::string& message) {
@@ -58,11 +66,10 @@ std::string Confine(const SServerOptions& options, const std::string& logDirecto
 }
 
 int Serve(const SServerOptions& options, const std::string& logDirectory) {
-  auto server = std::make_unique<CServer>();
+  auto server = std::make_unique<CServer>(!options.m_bNoDelete);
   server->SetPrjDir(DirectoryForLibrary(options.m_strDirectory));
   server->SetPrjSuffix(options.m_strSuffix);
   server->SetDurable(options.m_bDurable);
-  server->SetDeleting(!options.m_bNoDelete);
   server->SetLog(DirectoryForLibrary(logDirectory), true);  // also reads the time zone
   server->ListenOn(options.m_strListenAddress);
   server->Admit(options.m_vecAllowed);

@@ -109,7 +109,9 @@ TEST(ProgramConfinement, ConfinedServerDoesAllItIsThereFor) {
     EXPECT_EQ(station.Start({"put", local / "P"})->Wait(), 0);
   }
   EXPECT_NE(ReadWholeFile(server.ProjectPath("P/deep/Run.li")).find("=5,0\n"), std::string::npos);
-  EXPECT_EQ(station.Start({"rm", "--yes", "P"})->Wait(), 1);
+  const auto rm = station.Run({"rm", "--yes", "P"});
+  EXPECT_EQ(rm->Wait(), 1);
+  EXPECT_NE(rm->Error().find("refused: the server deletes no projects"), std::string::npos);
   EXPECT_EQ(station.Start({"get", "P", "--into", local / "back"})->Wait(), 0);
   EXPECT_EQ(ReadWholeFile(local / "back/P/P.kqsln"), "1");
   EXPECT_TRUE(ReadWholeFile(local / "back/P/deep/Run.tm") == PatternBytes(200000));
