@@ -123,6 +123,10 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   /// Blocks: up to 60 s.
   int DeleteServerPrj(const std::string& strPrj);
 
+  /// Whether the server answered the last DeleteServerPrj that it deletes no
+  /// such project. One that does not say so may still have kept it.
+  bool WasDeleteRefused() const;
+
   /// Sets the local directory of downloads; a "\" is appended when missing.
   /// Throws std::out_of_range for "".
   void SetPrjDir(const std::string& strDir);

@@ -21,7 +21,6 @@ constexpr int kLateAnswersMs = 1000;
 constexpr int kMomentMs = 10;
 constexpr int kSizeWaitMs = 30000;
 constexpr int kEndWaitMs = 5000;
-constexpr std::int64_t kImpossiblePosition = -1;
 
 // No project has this name; asking for its files costs the server nothing.
 const std::string kNoSuchProject = "no-such-project";
@@ -85,7 +84,7 @@ int CKQFileTransServiceVisitor::AskSize(const std::string& name, std::int64_t& s
 void CKQFileTransServiceVisitor::Leave(const std::string& name) {
   const bool answered = m_evReply->Wait(0) != kWaitTimeout && m_evFileEnd->Wait(0) != kWaitTimeout;
   if (answered && IsConnect() && PrepareTransFile(name, false) == RESULT_OK) {
-    SendData(kImpossiblePosition, "x", 1);
+    SendData(kLeavingPosition, "x", 1);
     m_evFileEnd->ResetKQEvent();
     if (SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0)) m_evFileEnd->Wait(kEndWaitMs);
   }

@@ -9,11 +9,13 @@ set(KQFT_PUBLIC_HEADERS
   net/LinkBinding.h
   net/LinkEvents.h
   net/LinkInfo.h
+  net/LinkLimits.h
   net/NetBuffer.h
   net/NetWorkManageEx.h
   net/NetWorkPackHead.h
   net/Pacing.h
   net/TransNet.h
+  net/TransferFacts.h
   platform/ByteOrder.h
   platform/ChannelKeyValue.h
   platform/Confinement.h

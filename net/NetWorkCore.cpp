@@ -49,6 +49,7 @@ CNetWorkCore::CNetWorkCore(IDealNetData& sink, const SNetWorkSettings& settings,
                            std::shared_ptr<CLinkShells> shells)
     : m_sink(sink),
       m_settings(settings),
+      m_newLinks(settings.m_limits.m_nNew, settings.m_limits.m_nNewMs),
       m_pShells(std::move(shells)),
       m_pConnectWake(Sockets().MakeWake()) {}
 
@@ -107,10 +108,31 @@ void CNetWorkCore::AcceptLoop() {
     if (result == EAcceptResult::kStopped || m_bStopping) return;
     if (result == EAcceptResult::kOutOfResources) {
       System().Sleep(kNoDescriptorPauseMs);
-    } else if (IsAllowed(socket->RemoteIP()) && HasPlace()) {
+    } else if (const auto refusal = WhyRefused(socket->RemoteIP())) {
+      if (m_settings.m_refused) {
+        m_settings.m_refused(socket->RemoteIP(), socket->RemotePort(), *refusal);
+      }
+    } else {
       AddLink(std::move(socket));
     }
   }
+}
+
+// The rate last: who is refused anyway must not use up what others may.
+std::optional<ERefusal> CNetWorkCore::WhyRefused(unsigned int ip) {
+  const int mostOfAddress = m_settings.m_limits.m_nPerAddress;
+  if (!IsAllowed(ip)) return ERefusal::kAddress;
+  if (!HasPlace()) return ERefusal::kLinks;
+  if (mostOfAddress > 0 && LinksOf(ip) >= mostOfAddress) return ERefusal::kAddressLinks;
+  if (!m_newLinks.Take(System().SteadyMilliseconds())) return ERefusal::kNewLinks;
+  return std::nullopt;
+}
+
+int CNetWorkCore::LinksOf(unsigned int ip) const {
+  const std::lock_guard<std::mutex> guard(m_mutex);
+  return static_cast<int>(std::count_if(m_links.begin(), m_links.end(), [ip](const SEntry& entry) {
+    return entry.m_pLink->IP() == ip && entry.m_pLink->IsUp();
+  }));
 }
 
 // A link that is down frees its place at once, but its threads not before its

@@ -7,11 +7,15 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "net/AddressRange.h"
+#include "net/LinkLimits.h"
 #include "net/LinkOwner.h"
+#include "net/LinkRate.h"
+#include "net/TransferFacts.h"
 #include "platform/SharedWord.h"
 
 class CAddressLane;
@@ -27,6 +31,8 @@ class IWakeHandle;
 struct SNetWorkSettings {
   std::string m_strLocalAddress;
   std::vector<CAddressRange> m_vecAllowed;  // empty: everyone
+  SLinkLimits m_limits;
+  std::function<void(unsigned int, int, ERefusal)> m_refused;  // empty: nobody is told
   int m_nCapacity = 0;
   bool m_bKeepAlive = false;
   int m_nKeepAliveIdleMs = 0;
@@ -97,13 +103,16 @@ class CNetWorkCore : public ILinkOwner, public std::enable_shared_from_this<CNet
   bool HasLink(const CLink& link) const;
   void RemoveLink(const CLink& link);
   void AcceptLoop();
+  std::optional<ERefusal> WhyRefused(unsigned int ip);
   bool HasPlace();
   bool IsAllowed(unsigned int ip) const;
+  int LinksOf(unsigned int ip) const;
   void GiveBackLoop();
   void WaitThreads(const std::function<bool(const SThread&)>& concerns);
 
   IDealNetData& m_sink;
   const SNetWorkSettings m_settings;
+  CLinkRate m_newLinks;  // accept thread
   const std::shared_ptr<CLinkShells> m_pShells;
   std::unique_ptr<IWakeHandle> m_pConnectWake;  // constant from Start
   bool m_bListens = false;                      // constant from Start

@@ -48,6 +48,15 @@ void CNetWorkManageEx::SetAllowedPeers(std::vector<CAddressRange> ranges) {
   m_pState->m_settings.m_vecAllowed = std::move(ranges);
 }
 
+void CNetWorkManageEx::SetLinkLimits(const SLinkLimits& limits) {
+  m_pState->m_settings.m_limits = limits;
+}
+
+void CNetWorkManageEx::SetRefusalListener(
+    std::function<void(unsigned int, int, ERefusal)> listener) {
+  m_pState->m_settings.m_refused = std::move(listener);
+}
+
 std::shared_ptr<CNetWorkCore> CNetWorkManageEx::Core() const {
   const std::lock_guard<std::mutex> guard(m_pState->m_mutex);
   return m_pState->m_pCore;

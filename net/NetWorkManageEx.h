@@ -1,11 +1,14 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "KQFileTransServiceExport.h"
 #include "net/AddressRange.h"
+#include "net/LinkLimits.h"
+#include "net/TransferFacts.h"
 
 class CIOCPBuffer;
 class CNetWorkCore;
@@ -42,6 +45,14 @@ class KQFT_API CNetWorkManageEx {
   /// Only these addresses may connect; others are closed right after accept,
   /// before any callback. None (the default): everyone may.
   void SetAllowedPeers(std::vector<CAddressRange> ranges);
+
+  /// Bounds who else may connect. Further connections are closed right after
+  /// accept; addresses that are not allowed do not count.
+  void SetLinkLimits(const SLinkLimits& limits);
+
+  /// Told of every connection that is closed so.
+  /// Threads: the layer's accept thread, which accepts nothing meanwhile.
+  void SetRefusalListener(std::function<void(unsigned int ip, int port, ERefusal)> listener);
 
   /// Starts the layer.
   /// @param sink     receives every callback; must outlive Stop

@@ -65,6 +65,9 @@ constexpr int kRequestUnknown = -100;
 /// Another program of this user is busy with the server.
 constexpr int kServerTaken = -101;
 
+/// Result of DeleteProject: the server does not want to delete it.
+constexpr int kDeleteRefused = -110;
+
 /// A result in words, with its number and name.
 KQFT_TRANSFER_API std::string DescribeResult(int result);
 
@@ -204,7 +207,8 @@ class KQFT_TRANSFER_API CProjectClient {
 
   /// Deletes a project and looks what is left of it.
   /// @param left how many files the server still lists
-  /// @return 0 for a name that no project can have: it is not sent
+  /// @return 0 for a name that no project can have: it is not sent; also
+  ///         kDeleteRefused
   /// Blocks: up to 2 minutes.
   int DeleteProject(const std::string& project, std::size_t& left);
 

@@ -67,6 +67,7 @@ std::string DescribeResult(int result) {
   if (result == kRequestUnknown) {
     return "the server does not know this request: it may be older (-100)";
   }
+  if (result == kDeleteRefused) return "refused: the server deletes no projects (-110)";
   if (result == kServerTaken) return "another program of this user is busy with it (-101)";
   const std::string name = ResultName(result);
   return std::string(ResultMeaning(result)) + " (" + std::to_string(result) +

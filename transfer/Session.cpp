@@ -139,7 +139,8 @@ int CSession::AskFiles(const std::string& project, std::vector<Channel_Key_Value
 
 int CSession::Delete(const std::string& project) {
   const CWaitNotice notice(m_observer, "waiting for the server to delete the project");
-  return Request(NET_CTS_DELETEPRJ, [&] { return DeleteServerPrj(project); });
+  const int result = Request(NET_CTS_DELETEPRJ, [&] { return DeleteServerPrj(project); });
+  return result == RESULT_OK && WasDeleteRefused() ? kDeleteRefused : result;
 }
 
 int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes) {

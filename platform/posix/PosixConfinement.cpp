@@ -122,8 +122,9 @@ std::string ConfineProcess(const SConfinement& confinement) {
   const CDescriptor rules = MakeRuleset(ruleset);
   if (!rules.IsOpen()) return Why("Landlock takes no rules");
   for (const auto& [directory, rights] : {std::pair(confinement.m_strDataDirectory, data),
-                                          std::pair(confinement.m_strLogDirectory, log)}) {
-    if (!AllowBelow(rules, directory, rights & ruleset.m_ullFiles)) {
+                                          std::pair(confinement.m_strLogDirectory, log),
+                                          std::pair(confinement.m_strMoreLogDirectory, log)}) {
+    if (!directory.empty() && !AllowBelow(rules, directory, rights & ruleset.m_ullFiles)) {
       return Why("no Landlock rule for " + directory);
     }
   }
