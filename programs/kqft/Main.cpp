@@ -60,8 +60,9 @@ int ConnectAndRun(SOptions& options) {
     return kExitFailed;
   }
   if (result != RESULT_OK) {
-    output.Error("cannot connect to " + options.m_place.Text() + ": " + DescribeResult(result),
-                 result);
+    output.Error(
+        "cannot connect to " + options.m_place.Text() + ": " + Printable(client.WhyNotConnected()),
+        result);
     return kExitNoConnection;
   }
   return command.m_pRun(client, output, options);
