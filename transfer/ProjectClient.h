@@ -26,6 +26,7 @@ struct SServerPlace {
   int m_nPort = 9999;
   std::string m_strBindAddress;   ///< local address to connect from; "" for any
   std::string m_strLogDirectory;  ///< where the logs go; "" for that of temporary files
+  bool m_bLogs = true;            ///< whether there are any
   ETurn m_eTurn = ETurn::kWait;
 
   /// So long a server may take for a connection, for its first answer, and be

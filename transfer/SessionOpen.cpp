@@ -21,6 +21,9 @@ constexpr int kFirstAnswerMs = 30 * kSecondMs;
 // served is awaited for at least as long.
 constexpr int kAnswerAgainMs = 15 * kSecondMs;
 
+// No system makes a file of such a name.
+const std::string kNoDirectory(1, '\0');
+
 constexpr int kAtOnceMs = 2 * kSecondMs;
 
 std::string Seconds(int ms) {
@@ -48,7 +51,8 @@ int CSession::Open() {
   bool connected = false;
   {
     const CWaitNotice notice(m_observer, "waiting for a connection to " + m_place.Text());
-    if (!Init(m_place.m_strLogDirectory)) return ERROR_CODE_CLIENT_CONNECT;
+    if (!Init(m_place.m_bLogs ? m_place.m_strLogDirectory : kNoDirectory))
+      return ERROR_CODE_CLIENT_CONNECT;
     connected = Connect(m_place.m_strHost, m_place.m_nPort);
   }
   const std::int64_t since = System().SteadyMilliseconds();

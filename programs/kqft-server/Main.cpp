@@ -11,6 +11,7 @@
 
 #include "net/NetWorkManageEx.h"
 #include "platform/Confinement.h"
+#include "platform/TimeConvert.h"
 #include "platform/UserDirectories.h"
 #include "programs/Directories.h"
 #include "programs/ExitStatus.h"
@@ -39,18 +40,30 @@ int Fail(const std::string& message) {
   return kExitFailed;
 }
 
+// "" when there is none: then it goes on without logs, and says so.
 std::string ChooseLogDirectory(const SServerOptions& options) {
-  if (!options.m_strLogDirectory.empty()) return options.m_strLogDirectory;
+  const std::string& named = options.m_strLogDirectory;
+  if (!named.empty()) {
+    const std::string why = WhyUnusable(named);
+    if (why.empty()) return named;
+    std::cerr << "kqft-server: no log files: log directory " + named + ": " + why + "\n";
+    return "";
+  }
   const std::string state = UserStateDirectory();
-  return FirstUsableDirectory({EnvironmentWord("LOGS_DIRECTORY"), SystemLogDirectory(),
-                               state.empty() ? "" : state + "/kqft"});
+  const std::string found =
+      FirstUsableDirectory({EnvironmentWord("LOGS_DIRECTORY"), SystemLogDirectory(),
+                            state.empty() ? "" : state + "/kqft"});
+  if (found.empty()) {
+    std::cerr << "kqft-server: no log files: no directory for them; name one with --log-dir\n";
+  }
+  return found;
 }
 
 // Before the first thread of the process, which would stay free.
 std::string Confine(const SServerOptions& options, const std::string& logDirectory) {
   SConfinement confinement;
   confinement.m_strDataDirectory = DirectoryForLibrary(options.m_strDirectory);
-  confinement.m_strLogDirectory = DirectoryForLibrary(logDirectory);
+  if (!logDirectory.empty()) confinement.m_strLogDirectory = DirectoryForLibrary(logDirectory);
   confinement.m_bRemoveDirectories = !options.m_bNoDelete;
   confinement.m_nListenPort = options.m_nPort;
   confinement.m_bAbstractSockets = EnvironmentWord("NOTIFY_SOCKET").starts_with('@');
@@ -63,7 +76,10 @@ int Serve(const SServerOptions& options, const std::string& logDirectory) {
   server->SetPrjSuffix(options.m_strSuffix);
   server->SetDurable(options.m_bDurable);
   server->SetDeleting(!options.m_bNoDelete);
-  server->SetLog(DirectoryForLibrary(logDirectory), true);  // also reads the time zone
+  const bool logs = !logDirectory.empty();
+  server->SetLog(logs ? DirectoryForLibrary(logDirectory) : "", logs);
+  CTimeConvert::ConvertCurTimeToString();  // reads the time zone
+  if (logs) KeepServerLogsFresh(logDirectory, options.m_nLogDays, !options.m_bNoConfine);
   server->ListenOn(options.m_strListenAddress);
   server->Admit(options.m_vecAllowed);
   if (!options.m_bNoConfine) {
@@ -99,10 +115,5 @@ int main(int argc, char** argv) {
   if (const std::string why = WhyUnusable(options.m_strDirectory); !why.empty()) {
     return Fail("project directory " + options.m_strDirectory + ": " + why);
   }
-  const std::string logDirectory = ChooseLogDirectory(options);
-  if (logDirectory.empty()) return Fail("no directory for logs: name one with --log-dir");
-  if (const std::string why = WhyUnusable(logDirectory); !why.empty()) {
-    return Fail("log directory " + logDirectory + ": " + why);
-  }
-  return Serve(options, logDirectory);
+  return Serve(options, ChooseLogDirectory(options));
 }

@@ -81,6 +81,11 @@ void AddOptions(CLI::App& app, SServerOptions& options, STexts& texts) {
                  "directory for log files (default: the service manager's, /var/log/kqft or "
                  "the user's own)")
       ->type_name("DIR");
+  app.add_option("--log-keep", options.m_nLogDays,
+                 "remove log files after so many days; 0 keeps them")
+      ->type_name("DAYS")
+      ->check(CLI::Range(0, kMostLogDays))
+      ->capture_default_str();
   app.add_option("--allow", texts.m_vecAllowed,
                  "only peers with such an address may connect; repeat it for more ranges")
       ->type_name("CIDR")

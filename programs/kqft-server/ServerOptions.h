@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "net/AddressRange.h"
+#include "programs/OldLogs.h"
 #include "programs/kqft-server/Verify.h"
 
 /// What the command line and the configuration file of kqft-server say.
@@ -14,6 +15,7 @@ struct SServerOptions {
   std::string m_strListenAddress = "0.0.0.0";
   int m_nPort = 9999;                       ///< 0: any free one
   std::vector<CAddressRange> m_vecAllowed;  ///< who may connect; empty: everyone
+  int m_nLogDays = kUsualLogDays;
   bool m_bNoConfine = false;
   bool m_bNoDelete = false;
   bool m_bDurable = true;

@@ -55,6 +55,11 @@ void AddGlobalOptions(CLI::App& app, SOptions& options, std::string& config) {
   app.add_option("--log-dir", options.m_place.m_strLogDirectory,
                  "directory for log files (default: ~/.local/state/kqft)")
       ->type_name("DIR");
+  app.add_option("--log-keep", options.m_nLogDays,
+                 "remove log files after so many days; 0 keeps them")
+      ->type_name("DAYS")
+      ->check(CLI::Range(0, kMostLogDays))
+      ->capture_default_str();
   app.add_option("--retries", options.m_nRetries,
                  "how often in a row to try again without any progress")
       ->type_name("N")

@@ -21,15 +21,22 @@ namespace {
 
 constexpr std::size_t kLongestPurpose = 100;
 
-// "" when there is one to log into.
-std::string ChooseLogDirectory(SOptions& options) {
+// Without a directory for logs it goes on, and says so.
+void ChooseLogDirectory(SOptions& options, COutput& output) {
   std::string& directory = options.m_place.m_strLogDirectory;
   const std::string state = UserStateDirectory();
-  const bool isOurs = directory.empty();
-  directory = FirstUsableDirectory({isOurs && !state.empty() ? state + "/kqft" : directory});
-  if (directory.empty()) return "cannot write log files; name a directory with --log-dir";
-  directory = DirectoryForLibrary(directory);
-  return "";
+  if (directory.empty() && !state.empty()) directory = state + "/kqft";
+  const std::string usable = FirstUsableDirectory({directory});
+  options.m_place.m_bLogs = !usable.empty();
+  if (usable.empty()) {
+    output.Notice("no log files: " +
+                  (directory.empty() ? "no home directory to keep them in"
+                                     : "cannot write into " + Printable(directory)) +
+                  "; --log-dir names another directory");
+    return;
+  }
+  directory = DirectoryForLibrary(usable);
+  RemoveOldLogs(directory, ELogs::kClient, options.m_nLogDays);
 }
 
 // What others who wait for this call are told.
@@ -47,10 +54,7 @@ int ConnectAndRun(SOptions& options) {
     output.Error(why);
     return kExitUsage;
   }
-  if (const std::string why = ChooseLogDirectory(options); !why.empty()) {
-    output.Error(why);
-    return kExitFailed;
-  }
+  ChooseLogDirectory(options, output);
   options.m_place.m_strPurpose = Purpose(options);
   CConsoleObserver observer(output, options.m_strCommand);
   CProjectClient client(options.m_place, &observer);
