@@ -57,6 +57,7 @@ int ConnectAndRun(SOptions& options) {
   ChooseLogDirectory(options, output);
   options.m_place.m_strPurpose = Purpose(options);
   CConsoleObserver observer(output, options.m_strCommand);
+  const CShowScope show([&observer] { observer.ShowNow(); });
   CProjectClient client(options.m_place, &observer);
   const int result = client.Connect(options.m_nRetries, options.m_nRetrySeconds);
   if (result == kServerTaken) {
@@ -76,6 +77,7 @@ int ConnectAndRun(SOptions& options) {
 
 int main(int argc, char** argv) {
   HoldTermination();
+  HoldMoreRequests();
   StartInterrupts();
   try {
     SOptions options;

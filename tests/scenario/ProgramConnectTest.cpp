@@ -1,4 +1,5 @@
-// What kqft says of a server that it cannot reach or that does not answer.
+// What kqft says of a server that it cannot reach or that does not answer, and
+// how it ends meanwhile when its terminal goes.
 
 #include <thread>
 
@@ -87,6 +88,34 @@ TEST(ProgramConnect, ATransferIsGivenUpOnceTheServerIsSilentForTooLong) {
   server.Process().Signal(SIGCONT);
   EXPECT_EQ(put->Wait(), 0) << put->Error();
   EXPECT_EQ(FileSize(server.ProjectPath("P/big.tm")), std::int64_t{320} << 20);
+}
+
+TEST(ProgramConnect, ATerminalThatGoesEndsAWaitingPutWithCare) {
+  CServerProgram server;
+  const CWorkstation station(server.Port());
+  const CTempDirectory local;
+  MakeSparseFile(local / "P/big.tm", std::int64_t{320} << 20);
+  const auto put = station.Start({"put", "--json", local / "P"});
+  EXPECT_TRUE(WaitUntil([&] { return FileSize(server.ProjectPath("P/big.tm")) > 1 << 20; }));
+  server.Process().Signal(SIGSTOP);
+  EXPECT_TRUE(WaitUntil([&] {
+    return put->Output().find(
+               "{\"type\":\"waiting\",\"message\":\"waiting for the server\","
+               "\"command\":\"put\",\"seconds\":5}") != std::string::npos;
+  })) << put->Output();
+  put->Signal(SIGUSR1);
+  EXPECT_TRUE(WaitUntil([&] {
+    return put->Error().find("  waiting for the server (") != std::string::npos;
+  })) << put->Error();
+  put->Signal(SIGHUP);
+  EXPECT_TRUE(put->IsRunning());
+  put->Signal(SIGHUP);  // of the login that ends
+  server.Process().Signal(SIGCONT);
+  EXPECT_EQ(put->Wait(), 129);
+  EXPECT_NE(put->Error().find("interrupted; what has arrived is kept"), std::string::npos);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(station.Run({"ls"})->Wait(), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
 }
 
 }  // namespace
