@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr int kTries = 4;
+constexpr int kQuestionWaitMs = 30000;
 constexpr int kLateAnswersMs = 1000;
 constexpr int kMomentMs = 10;
 constexpr int kSizeWaitMs = 30000;
@@ -37,15 +37,17 @@ int CKQFileTransServiceVisitor::ConnectAndWait(const std::string& ip, int port) 
 
 // A repeated question goes out on the same link: a new one would start the
 // server's wait again. The pause lets the answers to the earlier ones pass by.
-int CKQFileTransServiceVisitor::WaitUntilServed() {
-  std::string ignored;
-  for (int i = 0; i < kTries; ++i) {
-    const int result = GetServerPrjFileList(kNoSuchProject, ignored);
-    if (!IsConnect() || result == ERROR_CODE_SENDERROR) return ERROR_CODE_CLIENT_CONNECT;
-    if (result == ERROR_CODE_TIMEOUT) continue;
-    if (i > 0) CKQPlatForm::KQSleep(kLateAnswersMs);
+int CKQFileTransServiceVisitor::WaitUntilServed(int patienceMs) {
+  for (int left = patienceMs; left > 0; left -= kQuestionWaitMs) {
+    m_evReply->ResetKQEvent();
+    const bool sent = SendMessage(NET_CTS_GETPRJFILELIST, kNoSuchProject.data(),
+                                  static_cast<int>(kNoSuchProject.size()));
+    const bool silent = sent && m_evReply->Wait(std::min(left, kQuestionWaitMs)) == kWaitTimeout;
+    if (!sent || !IsConnect()) return ERROR_CODE_CLIENT_CONNECT;
+    if (silent) continue;
+    if (left < patienceMs) CKQPlatForm::KQSleep(kLateAnswersMs);
     m_evFileEnd->SetKQEvent();  // no end of a file is outstanding on this link
-    return result;
+    return RESULT_OK;
   }
   return ERROR_CODE_TIMEOUT;
 }

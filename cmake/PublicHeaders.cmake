@@ -8,6 +8,7 @@ set(KQFT_PUBLIC_HEADERS
   net/IOCPBuffer.h
   net/LinkBinding.h
   net/LinkEvents.h
+  net/LinkFailure.h
   net/LinkInfo.h
   net/LinkLimits.h
   net/NetBuffer.h

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <cstddef>
+
+#include "net/LinkFailure.h"
+
 class CLink;
 class IDealNetData;
 
@@ -21,6 +25,15 @@ class ILinkOwner {
 
   /// The set-up of the link has ended, whatever came of it.
   virtual void NoteSetUp(const CLink& link) = 0;
+
+  /// Whether a link ends as soon as its first bytes cannot begin a packet.
+  virtual bool JudgesFirstBytes() const = 0;
+
+  /// Bytes arrived on a link.
+  virtual void NoteReceived(std::size_t bytes) = 0;
+
+  /// A link has come to its end from outside. Comes before that is delivered.
+  virtual void NoteEnd(ELinkFailure why) = 0;
 
   /// One link less is up.
   virtual void NoteDown() = 0;

@@ -17,7 +17,6 @@
 
 namespace {
 
-constexpr int kConnectTimeoutMs = 10000;
 constexpr int kKeepAliveProbes = 5;
 
 // Pause of the accept thread while the process has no descriptor left.
@@ -240,9 +239,13 @@ bool CNetWorkCore::Connect(const std::string& host, int port) {
   if (m_bStopping) return false;
   WaitThreads(
       [](const SThread& thread) { return thread.m_pLink != nullptr && !thread.m_pLink->IsUp(); });
+  m_eWhy = ELinkFailure::kOther;
   if (m_bStopping || m_nLive >= m_settings.m_nCapacity) return false;
-  std::unique_ptr<IStreamSocket> socket = Sockets().Connect(
-      host, port, m_settings.m_strLocalAddress, kConnectTimeoutMs, *m_pConnectWake);
+  ELinkFailure why = ELinkFailure::kOther;
+  std::unique_ptr<IStreamSocket> socket =
+      Sockets().Connect(host, port, m_settings.m_strLocalAddress, m_settings.m_nConnectTimeoutMs,
+                        *m_pConnectWake, why);
+  m_eWhy = socket == nullptr ? why : ELinkFailure::kNone;
   if (socket == nullptr) return false;
   const std::shared_ptr<CLink> link = AddLink(std::move(socket));
   if (link == nullptr) return false;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "net/AddressRange.h"
+#include "net/LinkFailure.h"
 #include "net/LinkLimits.h"
 #include "net/LinkOwner.h"
 #include "net/LinkRate.h"
@@ -34,6 +35,8 @@ struct SNetWorkSettings {
   SLinkLimits m_limits;
   std::function<void(unsigned int, int, ERefusal)> m_refused;  // empty: nobody is told
   int m_nCapacity = 0;
+  int m_nConnectTimeoutMs = 10000;
+  bool m_bJudgeFirstBytes = false;
   bool m_bKeepAlive = false;
   int m_nKeepAliveIdleMs = 0;
   int m_nKeepAliveIntervalMs = 0;
@@ -57,6 +60,10 @@ class CNetWorkCore : public ILinkOwner, public std::enable_shared_from_this<CNet
   int ListenPort() const;
 
   bool Connect(const std::string& host, int port);
+
+  /// Why the last Connect failed, or else the link that ended last has ended.
+  ELinkFailure Why() const { return m_eWhy; }
+  std::int64_t Received() const { return m_llReceived; }
   std::vector<ILinkInfo*> LiveLinks();
 
   /// The link that SendText would send to; null if there is none.
@@ -81,7 +88,12 @@ class CNetWorkCore : public ILinkOwner, public std::enable_shared_from_this<CNet
   IDealNetData& Sink() override { return m_sink; }
   bool IsStopping() const override { return m_bStopping; }
   bool Listens() const override { return m_bListens; }
+  bool JudgesFirstBytes() const override { return m_settings.m_bJudgeFirstBytes; }
   void NoteSetUp(const CLink& link) override;
+  void NoteReceived(std::size_t bytes) override {
+    m_llReceived += static_cast<std::int64_t>(bytes);
+  }
+  void NoteEnd(ELinkFailure why) override { m_eWhy = why; }
   void NoteDown() override { m_nLive += -1; }
 
  private:
@@ -118,6 +130,8 @@ class CNetWorkCore : public ILinkOwner, public std::enable_shared_from_this<CNet
   bool m_bListens = false;                      // constant from Start
   CSharedWord<bool> m_bStopping = false;
   CSharedWord<int> m_nLive = 0;  // links up: the capacity in use
+  CSharedWord<ELinkFailure> m_eWhy = ELinkFailure::kNone;
+  CSharedWord<std::int64_t> m_llReceived = 0;  // bytes, by all links
 
   mutable std::mutex m_mutex;
   std::unique_ptr<IListenSocket> m_pListener;  // set and freed under m_mutex; used by the accepter

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -7,6 +8,7 @@
 
 #include "KQFileTransServiceExport.h"
 #include "net/AddressRange.h"
+#include "net/LinkFailure.h"
 #include "net/LinkLimits.h"
 #include "net/TransferFacts.h"
 
@@ -53,6 +55,12 @@ class KQFT_API CNetWorkManageEx {
   /// Told of every connection that is closed so.
   /// Threads: the layer's accept thread, which accepts nothing meanwhile.
   void SetRefusalListener(std::function<void(unsigned int ip, int port, ERefusal)> listener);
+  /// How long ConnectToHost waits for the other side; 10 s unless it was set.
+  void SetConnectTimeout(int ms);
+
+  /// A link ends with the first bytes on it that cannot begin a packet. Unless
+  /// this was called it ends with the first whole head that is none.
+  void JudgeFirstBytes();
 
   /// Starts the layer.
   /// @param sink     receives every callback; must outlive Stop
@@ -68,8 +76,16 @@ class KQFT_API CNetWorkManageEx {
   /// Connects to a dotted address or host name. Returns once CreateNetBuffer
   /// and code 1 of the new link have been delivered, and after code 0 of
   /// every link that died before.
-  /// Blocks: up to 10 s; Stop ends the wait.
+  /// Blocks: up to 10 s, or as long as SetConnectTimeout says, and as long as
+  ///         it takes to look up a name; Stop ends the wait.
   bool ConnectToHost(const std::string& host, int port);
+
+  /// Why the last ConnectToHost failed or, when it did not, why a link has
+  /// ended since. kNone again after Stop.
+  ELinkFailure WhyNoLink() const;
+
+  /// Bytes that arrived on all links since Init; 0 after Stop.
+  std::int64_t BytesReceived() const;
 
   /// Links that are up, oldest first.
   std::vector<ILinkInfo*> GetAllLinkInfo() const;

@@ -4,6 +4,8 @@
 #include <memory>
 #include <string>
 
+#include "net/LinkFailure.h"
+
 /// The one contract for every socket call of the library. The build chooses
 /// the implementation (`net/posix`, `net/windows`); tests put one of their
 /// own in its place to play short transfers and resets.
@@ -89,10 +91,11 @@ class ISocketSystem {
 
   /// @param host         dotted address or name (IPv4)
   /// @param localAddress dotted address to connect from; "" for any
+  /// @param why          set when it fails
   /// @return null when it fails, takes longer than `timeoutMs`, or is woken
   virtual std::unique_ptr<IStreamSocket> Connect(const std::string& host, int port,
                                                  const std::string& localAddress, int timeoutMs,
-                                                 const IWakeHandle& wake) = 0;
+                                                 const IWakeHandle& wake, ELinkFailure& why) = 0;
 
   virtual std::unique_ptr<IWakeHandle> MakeWake() = 0;
 };

@@ -26,7 +26,14 @@ struct SServerPlace {
   int m_nPort = 9999;
   std::string m_strBindAddress;   ///< local address to connect from; "" for any
   std::string m_strLogDirectory;  ///< where the logs go; "" for that of temporary files
+  bool m_bLogs = true;            ///< whether there are any
   ETurn m_eTurn = ETurn::kWait;
+
+  /// So long a server may take for a connection, for its first answer, and be
+  /// silent afterwards. 0: 10 s, 30 s, and as long as its answers may take; a
+  /// transfer then waits for a silent server as long as the network does.
+  int m_nTimeoutSeconds = 0;
+
   std::string m_strPurpose = "another program";  ///< what others who wait are told
 
   /// "HOST:PORT"
@@ -180,8 +187,12 @@ class KQFT_TRANSFER_API CProjectClient {
   /// @return also kServerTaken
   /// Blocks: while others have the turn; 10 s for a connection, then as long as
   ///         the server finishes what earlier links of this address have left,
-  ///         up to 2 minutes.
+  ///         up to 30 s; or as the place says. So again for each retry.
   int Connect(int retries = 0, int seconds = 0);
+
+  /// Why the last Connect failed, in words that can stand behind "cannot
+  /// connect to HOST:PORT: "; not after kServerTaken.
+  std::string WhyNotConnected() const;
 
   /// Ends the connection, and so lets others have their turn.
   void Disconnect();

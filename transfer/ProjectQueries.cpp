@@ -97,6 +97,10 @@ int CProjectClient::Connect(int retries, int seconds) {
   return m_pState->EnsureConnected({retries, seconds});
 }
 
+std::string CProjectClient::WhyNotConnected() const {
+  return m_pState->m_pSession->Describe(ERROR_CODE_CLIENT_CONNECT);
+}
+
 void CProjectClient::Disconnect() {
   m_pState->m_pSession->Stop();
   m_pState->EndTurn();

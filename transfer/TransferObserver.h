@@ -17,6 +17,7 @@ struct STransferProgress {
   std::int64_t m_llFileDone = 0;  ///< of that one; begins anew with each file
   std::int64_t m_llFileSize = 0;  ///< of that one
   double m_dBytesPerSecond = 0;   ///< over the last seconds
+  std::int64_t m_llSilentMs = 0;  ///< so long nothing has come, left or been read here
 };
 
 /// Something that a put does not send, or that could not be looked into.

@@ -115,8 +115,9 @@ std::string ConfineProcess(const SConfinement& confinement) {
   SRuleset ruleset = KnownTo(version);
   if (confinement.m_bAbstractSockets) ruleset.m_ullScopes &= ~kAbstractSockets;
 
-  const std::uint64_t log = kReadFile | kWriteFile | kMakeFile;
-  std::uint64_t data = log | kReadDirectory | kMakeDirectory | kRemoveFile | kTruncate;
+  const std::uint64_t files = kReadFile | kWriteFile | kMakeFile;
+  const std::uint64_t log = confinement.m_bRemoveLogs ? kReadDirectory | kRemoveFile : files;
+  std::uint64_t data = files | kReadDirectory | kMakeDirectory | kRemoveFile | kTruncate;
   if (confinement.m_bRemoveDirectories) data |= kRemoveDirectory;
 
   const CDescriptor rules = MakeRuleset(ruleset);

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "platform/Confinement.h"
+#include "platform/TimeConvert.h"
 #include "platform/UserDirectories.h"
 #include "programs/Directories.h"
 #include "programs/DirectoryLock.h"
@@ -39,11 +40,23 @@ int Fail(const std::string& message) {
   return kExitFailed;
 }
 
+// "" when there is none: then it goes on without logs, and says so.
 std::string ChooseLogDirectory(const SServerOptions& options) {
-  if (!options.m_strLogDirectory.empty()) return options.m_strLogDirectory;
+  const std::string& named = options.m_strLogDirectory;
+  if (!named.empty()) {
+    const std::string why = WhyUnusable(named);
+    if (why.empty()) return named;
+    std::cerr << "kqft-server: no log files: log directory " + named + ": " + why + "\n";
+    return "";
+  }
   const std::string state = UserStateDirectory();
-  return FirstUsableDirectory({EnvironmentWord("LOGS_DIRECTORY"), SystemLogDirectory(),
-                               state.empty() ? "" : state + "/kqft"});
+  const std::string found =
+      FirstUsableDirectory({EnvironmentWord("LOGS_DIRECTORY"), SystemLogDirectory(),
+                            state.empty() ? "" : state + "/kqft"});
+  if (found.empty()) {
+    std::cerr << "kqft-server: no log files: no directory for them; name one with --log-dir\n";
+  }
+  return found;
 }
 
 bool IsFile(const std::string& accessLog) {
@@ -54,7 +67,7 @@ bool IsFile(const std::string& accessLog) {
 std::string Confine(const SServerOptions& options, const std::string& logDirectory) {
   SConfinement confinement;
   confinement.m_strDataDirectory = DirectoryForLibrary(options.m_strDirectory);
-  confinement.m_strLogDirectory = DirectoryForLibrary(logDirectory);
+  if (!logDirectory.empty()) confinement.m_strLogDirectory = DirectoryForLibrary(logDirectory);
   if (IsFile(options.m_strAccessLog)) {
     confinement.m_strMoreLogDirectory =
         DirectoryForLibrary(std::filesystem::path(options.m_strAccessLog).parent_path().string());
@@ -98,7 +111,10 @@ void WaitForEnd(CDataServer& server, CAccessLog* access) {
 int Serve(const SServerOptions& options, const std::string& logDirectory,
           const std::shared_ptr<CAccessLog>& access) {
   auto server = std::make_unique<CDataServer>(options, access);
-  server->SetLog(DirectoryForLibrary(logDirectory), true);  // also reads the time zone
+  const bool logs = !logDirectory.empty();
+  server->SetLog(logs ? DirectoryForLibrary(logDirectory) : "", logs);
+  CTimeConvert::ConvertCurTimeToString();  // reads the time zone
+  if (logs) KeepServerLogsFresh(logDirectory, options.m_nLogDays, !options.m_bNoConfine);
   if (!options.m_bNoConfine) {
     const std::string why = Confine(options, logDirectory);
     if (!why.empty()) {
@@ -123,17 +139,6 @@ int Serve(const SServerOptions& options, const std::string& logDirectory,
   return kExitDone;
 }
 
-std::string WhyNoDirectories(const SServerOptions& options, const std::string& logDirectory) {
-  if (const std::string why = WhyUnusable(options.m_strDirectory); !why.empty()) {
-    return "project directory " + options.m_strDirectory + ": " + why;
-  }
-  if (logDirectory.empty()) return "no directory for logs: name one with --log-dir";
-  if (const std::string why = WhyUnusable(logDirectory); !why.empty()) {
-    return "log directory " + logDirectory + ": " + why;
-  }
-  return "";
-}
-
 // Two servers would each take the other's uploads for their own.
 bool TakeDirectory(const std::string& directory) {
   const EDirectoryLock lock = LockDirectory(directory);
@@ -153,9 +158,8 @@ int main(int argc, char** argv) {
   if (options.m_verify.m_bVerify) return VerifyProjects(options.m_strDirectory, options.m_verify);
   HoldServiceRequests();
 
-  const std::string logDirectory = ChooseLogDirectory(options);
-  if (const std::string why = WhyNoDirectories(options, logDirectory); !why.empty()) {
-    return Fail(why);
+  if (const std::string why = WhyUnusable(options.m_strDirectory); !why.empty()) {
+    return Fail("project directory " + options.m_strDirectory + ": " + why);
   }
   if (!TakeDirectory(options.m_strDirectory)) {
     return Fail("project directory " + options.m_strDirectory + ": another server serves it");
@@ -168,5 +172,5 @@ int main(int argc, char** argv) {
       return Fail("access log " + options.m_strAccessLog + ": cannot write to such a file");
     }
   }
-  return Serve(options, logDirectory, access);
+  return Serve(options, ChooseLogDirectory(options), access);
 }

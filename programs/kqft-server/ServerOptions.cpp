@@ -117,6 +117,11 @@ void AddOptions(CLI::App& app, SServerOptions& options, STexts& texts) {
   app.add_option("--access-log", options.m_strAccessLog,
                  "one JSON object a line of what clients do; \"-\": to the output stream")
       ->type_name("FILE");
+  app.add_option("--log-keep", options.m_nLogDays,
+                 "remove log files after so many days; 0 keeps them")
+      ->type_name("DAYS")
+      ->check(CLI::Range(0, kMostLogDays))
+      ->capture_default_str();
   app.add_option("--allow", texts.m_vecAllowed,
                  "only peers with such an address may connect; repeat it for more ranges")
       ->type_name("CIDR")

@@ -6,6 +6,7 @@
 
 #include "net/AddressRange.h"
 #include "net/LinkLimits.h"
+#include "programs/OldLogs.h"
 #include "programs/kqft-server/Verify.h"
 
 /// What the command line and the configuration file of kqft-server say.
@@ -19,6 +20,7 @@ struct SServerOptions {
   SLinkLimits m_limits;
   std::string m_strAccessLog;    ///< "": none; "-": the output stream
   std::int64_t m_llMinFree = 0;  ///< bytes that uploads leave free; 0: none
+  int m_nLogDays = kUsualLogDays;
   bool m_bNoConfine = false;
   bool m_bNoDelete = false;
   bool m_bDurable = true;

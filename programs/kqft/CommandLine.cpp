@@ -19,6 +19,7 @@ constexpr int kMostRetries = 1000;
 constexpr int kMinute = 60;  // seconds
 constexpr int kHour = 60 * kMinute;
 constexpr int kLongestRetry = 1000 * kHour;
+constexpr int kLongestTimeout = 24 * kHour;
 
 const char* const kDescription =
     "Moves measurement projects between this machine and a data server.";
@@ -33,16 +34,32 @@ const char* const kFooter =
     "The server may also be named by KQFT_SERVER or in ~/.config/kqft.conf (server = HOST:PORT).\n"
     "Exit status: 0 all done, 1 something failed, 2 wrong use, 3 cannot connect, 130 Ctrl-C.";
 
-void AddGlobalOptions(CLI::App& app, SOptions& options, std::string& server, std::string& config) {
+const std::map<std::string, int> kTimeUnits = {{"s", 1}, {"m", kMinute}, {"h", kHour}};
+
+void AddConnectionOptions(CLI::App& app, SOptions& options, std::string& server) {
   app.add_option("--server", server, "the server; the port is 9999 unless given")
       ->type_name("HOST[:PORT]")
       ->envname("KQFT_SERVER");
   app.add_option("--bind", options.m_place.m_strBindAddress, "local address to connect from")
       ->type_name("ADDRESS")
       ->check(CLI::ValidIPV4);
+  app.add_option("--timeout", options.m_place.m_nTimeoutSeconds,
+                 "how long the server may be silent, as in 20, 5m (default: 10 to connect, 30 for "
+                 "the first answer)")
+      ->transform(CLI::AsNumberWithUnit(kTimeUnits))
+      ->check(CLI::Range(1, kLongestTimeout))
+      ->type_name("SECONDS");
+}
+
+void AddGlobalOptions(CLI::App& app, SOptions& options, std::string& config) {
   app.add_option("--log-dir", options.m_place.m_strLogDirectory,
                  "directory for log files (default: ~/.local/state/kqft)")
       ->type_name("DIR");
+  app.add_option("--log-keep", options.m_nLogDays,
+                 "remove log files after so many days; 0 keeps them")
+      ->type_name("DAYS")
+      ->check(CLI::Range(0, kMostLogDays))
+      ->capture_default_str();
   app.add_option("--retries", options.m_nRetries,
                  "how often in a row to try again without any progress")
       ->type_name("N")
@@ -50,8 +67,7 @@ void AddGlobalOptions(CLI::App& app, SOptions& options, std::string& server, std
       ->capture_default_str();
   app.add_option("--retry-for", options.m_nRetrySeconds,
                  "go on trying so long without any progress, as in 90s, 10m, 2h")
-      ->transform(
-          CLI::AsNumberWithUnit(std::map<std::string, int>{{"s", 1}, {"m", kMinute}, {"h", kHour}}))
+      ->transform(CLI::AsNumberWithUnit(kTimeUnits))
       ->check(CLI::Range(0, kLongestRetry))
       ->type_name("TIME");
   app.add_flag(
@@ -109,7 +125,8 @@ bool ParseOptions(int argc, char** argv, SOptions& options, int& status) {
   });
   std::string server;
   std::string config;
-  AddGlobalOptions(app, options, server, config);
+  AddConnectionOptions(app, options, server);
+  AddGlobalOptions(app, options, config);
   AddCommands(app, options);
   try {
     app.parse(argc, argv);

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "programs/OldLogs.h"
 #include "transfer/ProjectClient.h"
 
 /// What the command line, the environment and the configuration file say.
@@ -12,6 +13,7 @@ struct SOptions {
   bool m_bJson = false;
   int m_nRetries = 3;
   int m_nRetrySeconds = 0;
+  int m_nLogDays = kUsualLogDays;
 
   std::string m_strCommand;             ///< one of the table of commands
   std::vector<std::string> m_vecPaths;  ///< put: PATH...; get: FILE...

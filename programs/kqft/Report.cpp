@@ -139,7 +139,7 @@ int ReportEnd(COutput& output, const std::string& command, const STransferResult
                   ": the server does not list it, since it shows projects by a file with a suffix "
                   "of its own (.kqsln unless it was told another); files and get know it by name");
   }
-  if (status == kExitInterrupted || status == kExitTerminated) {
+  if (IsInterrupted() && status == InterruptedStatus()) {
     output.Notice(
         "interrupted; what has arrived is kept. Run the same command again to go on" +
         std::string(isPut ? " (files that are no measurement files are sent whole again)" : ""));

@@ -49,6 +49,9 @@ TEST(ProgramUse, ConfigurationFileYieldsToTheCommandLine) {
   CTempDirectory directory;
   WriteWholeFile(directory / "bad.conf", "serverr = x\n");
   EXPECT_EQ(station.Start({"dir"})->Wait(), 0);
+  const auto noLogs = station.Run({"dir", "--log-dir", "/proc"});
+  EXPECT_EQ(noLogs->Error().find("kqft: no log files: cannot write into /proc"), 0U);
+  EXPECT_EQ(noLogs->Wait(), 0);
   EXPECT_EQ(station.Start({"--server", "127.0.0.1:1", "dir", "--retries", "0"})->Wait(), 3);
   for (const char* wrong : {"bad.conf", "missing.conf"}) {
     EXPECT_EQ(CProgram(KQFT_PROGRAM, {"--config", directory / wrong, "dir"}).Wait(), 2);
@@ -103,12 +106,16 @@ TEST(ProgramUse, ServerThatCannotServeSaysWhyInOneLine) {
   };
   for (const auto& program :
        {run(good / "nosuch", good.Path(), 0), run(good / "file", good.Path(), 0),
-        run("/proc", good.Path(), 0), run(good.Path(), good / "nosuch", 0),
-        run(good.Path(), "/proc", 0), run(good.Path(), good.Path(), running.Port()),
+        run("/proc", good.Path(), 0), run(good.Path(), good.Path(), running.Port()),
         run(running.ProjectPath("."), good.Path(), 0)}) {
     EXPECT_EQ(program->Wait(), 1);
     EXPECT_EQ(Lines(program->Error()), 1) << program->Error();
   }
+  CProgram noLogs(KQFT_SERVER_PROGRAM, {"--dir", good.Path(), "--log-dir", good / "nosuch",
+                                        "--port", "0", "--listen", "127.0.0.1", "--no-confine"});
+  EXPECT_TRUE(WaitUntil([&] { return Lines(noLogs.Error()) == 2; }));
+  EXPECT_EQ(noLogs.Error().find("kqft-server: no log files: "), 0U) << noLogs.Error();
+  EXPECT_TRUE(noLogs.IsRunning());
   EXPECT_EQ(run(good.Path(), good.Path(), 65536)->Wait(), 2);
   EXPECT_EQ(CProgram(KQFT_SERVER_PROGRAM, {"--port", "0"}).Wait(), 2);
 }

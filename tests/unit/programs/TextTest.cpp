@@ -31,6 +31,9 @@ TEST(Text, ProgressLineIsCutToTheTerminal) {
       "[==============>     ]  75%  3.0 MiB of 4.0 MiB  512.0 KiB/s  0:02 left  1 of 2 files  ";
   EXPECT_EQ(ProgressLine(progress, 0), line + "P/\xc3\xa4\\x1B");
   EXPECT_EQ(ProgressLine(progress, line.size() + 3), line + "P/\xc3\xa4");
+  progress.m_llSilentMs = 5000;
+  EXPECT_NE(ProgressLine(progress, 0).find("4.0 MiB  waiting for the server (5 s)  1 of 2 files"),
+            std::string::npos);
   EXPECT_NE(ProgressLine(STransferProgress(), 0).find(" 0%  "), std::string::npos);
 }
 
