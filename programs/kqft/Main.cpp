@@ -52,6 +52,7 @@ int ConnectAndRun(SOptions& options) {
     return kExitFailed;
   }
   options.m_place.m_strPurpose = Purpose(options);
+  if (options.m_bWatch) return RunWatch(output, options);
   CConsoleObserver observer(output, options.m_strCommand);
   CProjectClient client(options.m_place, &observer);
   const int result = client.Connect(options.m_nRetries, options.m_nRetrySeconds);
