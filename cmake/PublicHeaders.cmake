@@ -32,6 +32,7 @@ set(KQFT_PUBLIC_HEADERS
   server/EndServer.h
   server/KQFileTransServiceServer.h)
 set(KQFT_PUBLIC_TRANSFER_HEADERS
+  transfer/Filter.h
   transfer/ProjectClient.h
   transfer/TransferItem.h
   transfer/TransferObserver.h

@@ -21,6 +21,9 @@ if(NOT WIN32)
       ${PROJECT_BINARY_DIR}/${unit}.service @ONLY)
     install(FILES ${PROJECT_BINARY_DIR}/${unit}.service DESTINATION lib/systemd/system)
   endforeach()
+  configure_file(${packaging}/systemd/kqft-watch@.service.in
+    ${PROJECT_BINARY_DIR}/kqft-watch@.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/kqft-watch@.service DESTINATION lib/systemd/user)
   install(FILES ${packaging}/systemd/kqft-verify.timer DESTINATION lib/systemd/system)
   install(FILES ${packaging}/systemd/kqft-server.sysusers DESTINATION lib/sysusers.d
     RENAME kqft-server.conf)

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "KQFTransferExport.h"
+#include "transfer/Filter.h"
 #include "transfer/TransferItem.h"
 #include "transfer/TransferObserver.h"
 #include "transfer/Verdict.h"
@@ -89,12 +91,24 @@ struct SPutRequest {
   int m_nRetries = 3;                   ///< rounds in a row that may bring no progress
   int m_nRetrySeconds = 0;              ///< so long they may, however many they are
   bool m_bTakeOver = false;             ///< go on though somebody else is sending the project
+
+  // Of a part of a project; what the server has beyond it is left alone.
+  CFilter m_filter;
+  std::vector<std::string> m_vecFiles;  ///< files or directories below the one path; none: all
+  bool m_bOnlyFiles = false;            ///< m_vecFiles also where there are none
+
+  /// Asked when a file is planned, and again before it is opened to be sent.
+  /// @param path of this machine
+  /// @return "" or why it is left to a later put
+  std::function<std::string(const std::string& path)> m_whyLater;
 };
 
 /// What to fetch.
 struct SGetRequest {
   std::string m_strProject;
   std::vector<std::string> m_vecFiles;  ///< files or directories of it; none: all
+  bool m_bOnlyFiles = false;            ///< m_vecFiles also where there are none
+  CFilter m_filter;                     ///< of those; the others are left alone
   std::string m_strInto = ".";          ///< the project becomes a directory in this one
   bool m_bPlanOnly = false;
   bool m_bInventory = true;   ///< go by the project's; false is for measuring
@@ -108,8 +122,15 @@ struct SGetRequest {
 struct SVerifyRequest {
   std::string m_strProject;
   std::string m_strLocal;  ///< a directory of this machine to compare as well; "" for none
+  CFilter m_filter;        ///< what to compare of either
   int m_nRetries = 3;
   int m_nRetrySeconds = 0;
+};
+
+/// What to send while it grows.
+struct SWatchRequest {
+  SPutRequest m_put;          ///< of one directory; names of files and tries do not count
+  int m_nSettleSeconds = 10;  ///< how long a file has to be left alone before it is sent
 };
 
 /// What comparing a project came to.
@@ -143,6 +164,7 @@ struct KQFT_TRANSFER_API STransferResult {
   std::size_t m_nFilesHealed = 0;   ///< of a put: files damaged at the server that are whole now
   std::size_t m_nBlocksHealed = 0;  ///< of them: those of which only blocks were sent
   std::size_t m_nProblems = 0;      ///< left out although they should have been moved
+  std::size_t m_nFiltered = 0;      ///< left out by the filter: files, or directories unseen
   std::int64_t m_llMoved = 0;       ///< bytes of file data that crossed the network
   std::string m_strMayHide;  ///< of a get without an inventory: what cannot be seen, in words
   double m_dSeconds = 0;
@@ -228,6 +250,19 @@ class KQFT_TRANSFER_API CProjectClient {
   /// Blocks: until all is done or given up, or Cancel.
   STransferResult Put(const SPutRequest& request);
 
+  /// Sends what comes into a directory, until Cancel. A file goes once it has
+  /// been seen unchanged for a while, and nobody has it open for writing where
+  /// the system can tell; each round is a Put of those, told by OnRound. A file
+  /// that changes meanwhile goes later, one that is removed here stays there.
+  ///
+  /// The directory is looked at twice in that while, or every 5 s; changes need
+  /// not be announced by the file system. Without any nothing is asked of the
+  /// server, and no connection stands between two rounds. A round that fails
+  /// is tried again for ever, with pauses that grow from 1 to 30 s.
+  /// Blocks: until Cancel; what runs then ends with care.
+  /// @return "" or why it makes no sense
+  std::string Watch(const SWatchRequest& request);
+
   /// Fetches. Files take their names when they are whole.
   /// Blocks: as Put.
   STransferResult Get(const SGetRequest& request);
@@ -238,13 +273,14 @@ class KQFT_TRANSFER_API CProjectClient {
   /// Blocks: as Put.
   SVerifyResult Verify(const SVerifyRequest& request);
 
-  /// Ends the Put, Get or Verify that runs, with care: what has arrived is kept;
+  /// Ends the Put, Watch, Get or Verify that runs, with care: what has arrived is kept;
   /// also a Connect. Nothing when none runs. Does not wait. Any thread, also an observer's.
   void Cancel();
 
   /// Why a request makes no sense, in words; "" when it may be tried. Asks
   /// only this machine.
   static std::string WhyNoPut(const SPutRequest& request);
+  static std::string WhyNoWatch(const SWatchRequest& request);
   static std::string WhyNoGet(const SGetRequest& request);
   static std::string WhyNoVerify(const SVerifyRequest& request);
   static std::string WhyNoProject(const std::string& project);

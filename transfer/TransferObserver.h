@@ -6,6 +6,8 @@
 
 #include "transfer/TransferItem.h"
 
+struct STransferResult;
+
 /// How far a put or get is. Nothing of it falls back while one runs.
 struct STransferProgress {
   std::int64_t m_llDone = 0;   ///< bytes that are at the other side, kept ones counted
@@ -55,6 +57,10 @@ class ITransferObserver {
   /// An answer has been awaited for longer than a moment.
   /// @param why what for, in words
   virtual void OnWaiting(const std::string& /*why*/) {}
+
+  /// Of a Watch: a round has ended in which something was to be sent. Rounds
+  /// that fail are told as often as they do. The client is free meanwhile.
+  virtual void OnRound(const STransferResult&) {}
 
   /// The connection is made again.
   virtual void OnReconnecting() {}

@@ -5,11 +5,13 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
+#include <iostream>
 #include <map>
 
 #include "programs/ConfigFile.h"
 #include "programs/Directories.h"
 #include "programs/ExitStatus.h"
+#include "programs/Suggestion.h"
 #include "programs/kqft/Commands.h"
 
 namespace {
@@ -100,6 +102,32 @@ void ApplyConfig(CLI::App& app, const std::string& named) {
   }
 }
 
+// Of a word that is neither a command nor an option; "" when there is none.
+std::string WhatWasMeant(const CLI::App& app) {
+  const std::vector<std::string> left = app.remaining(true);
+  if (left.empty()) return "";
+  std::string word = left.front().substr(0, left.front().find('='));
+  const bool isOption = word.size() > 1 && word[0] == '-';
+  const std::vector<CLI::App*> chosen = app.get_subcommands();
+  if (!isOption && !chosen.empty()) return "";
+  std::vector<std::string> known;
+  if (isOption) {
+    std::vector<const CLI::Option*> options = app.get_options();
+    if (!chosen.empty()) {
+      const auto own = static_cast<const CLI::App*>(chosen.front())->get_options();
+      options.insert(options.end(), own.begin(), own.end());
+    }
+    for (const CLI::Option* option : options) {
+      if (!option->get_lnames().empty()) known.push_back("--" + option->get_lnames().front());
+    }
+  } else {
+    for (const SCommand& command : Commands()) known.emplace_back(command.m_pName);
+  }
+  const std::string near = Suggest(word, known);
+  return "'" + word + "' is no " + (isOption ? "option" : "command") +
+         (near.empty() ? "" : "; did you mean '" + near + "'?");
+}
+
 void Check(const CLI::App& app, SOptions& options, const std::string& server) {
   options.m_strCommand = app.get_subcommands().front()->get_name();
   if (server.empty()) {
@@ -133,7 +161,9 @@ bool ParseOptions(int argc, char** argv, SOptions& options, int& status) {
     ApplyConfig(app, config);
     Check(app, options, server);
   } catch (const CLI::ParseError& error) {
-    status = app.exit(error) == 0 ? kExitDone : kExitUsage;
+    const std::string meant = error.get_exit_code() == 0 ? "" : WhatWasMeant(app);
+    if (!meant.empty()) std::cerr << "kqft: " + meant + "\nTry \"kqft --help\".\n";
+    status = !meant.empty() || app.exit(error) != 0 ? kExitUsage : kExitDone;
     return false;
   }
   return true;

@@ -56,6 +56,7 @@ int ConnectAndRun(SOptions& options) {
   }
   ChooseLogDirectory(options, output);
   options.m_place.m_strPurpose = Purpose(options);
+  if (options.m_bWatch) return RunWatch(output, options);
   CConsoleObserver observer(output, options.m_strCommand);
   const CShowScope show([&observer] { observer.ShowNow(); });
   CProjectClient client(options.m_place, &observer);

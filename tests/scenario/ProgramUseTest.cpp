@@ -38,6 +38,16 @@ TEST(ProgramUse, KqftTellsWrongUseFromAServerThatIsNotThere) {
   for (const Arguments& wrong : wrongUses) {
     EXPECT_EQ(nobody.Start(wrong)->Wait(), 2) << (wrong.empty() ? "" : wrong.back());
   }
+  const std::pair<Arguments, const char*> misspelt[] = {
+      {{"lst"}, "'lst' is no command; did you mean 'ls'?\n"},
+      {{"--jsno", "ls"}, "'--jsno' is no option; did you mean '--json'?\n"},
+      {{"put", "--wath=1", "."}, "'--wath' is no option; did you mean '--watch'?\n"},
+      {{"everything"}, "'everything' is no command\n"}};
+  for (const auto& [wrong, told] : misspelt) {
+    const auto program = nobody.Run(wrong);
+    EXPECT_EQ(program->Wait(), 2);
+    EXPECT_EQ(program->Error().substr(0, std::strlen(told) + 6), std::string("kqft: ") + told);
+  }
   EXPECT_EQ(nobody.Start({"ls", "--retries", "0"})->Wait(), 3);
   EXPECT_EQ(nobody.Start({"--help"})->Wait(), 0);
   EXPECT_EQ(nobody.Run({"--version"})->Output().substr(0, 5), "kqft ");

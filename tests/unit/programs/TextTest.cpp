@@ -4,6 +4,7 @@
 
 #include "programs/kqft/JsonObject.h"
 #include "programs/kqft/Progress.h"
+#include "programs/kqft/Times.h"
 
 TEST(Text, NamesCannotMoveTheCursorAndAreWellFormed) {
   EXPECT_EQ(Printable("a\x1b[2J\n\x7f\xc3\xa4"), "a\\x1B[2J\\x0A\\x7F\xc3\xa4");
@@ -44,4 +45,27 @@ TEST(Text, JsonCarriesEveryByteOfAName) {
   EXPECT_EQ(object.Line(),
             "{\"type\":\"x\",\"name\":\"a\xef\xbf\xbd\",\"name_hex\":\"61ff\","
             "\"text\":\"q\\\"\\\\\\u000A\\u0001\",\"n\":-2,\"s\":0.250,\"list\":[{\"a\":1},{}]}");
+}
+
+TEST(Text, TimesNameTheirZone) {
+  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+  tzset();
+  const std::pair<const char*, const char*> times[] = {
+      {"2026-01-02_03-04-05", "2026-01-02 03:04:05 +0100"},
+      {"2026-03-29_01-59-59", "2026-03-29 01:59:59 +0100"},
+      {"2026-03-29_03-00-00", "2026-03-29 03:00:00 +0200"},
+      {"2026-10-25_03-00-00", "2026-10-25 03:00:00 +0100"}};
+  std::int64_t seconds = 0;
+  for (const auto& [text, shown] : times) {
+    EXPECT_TRUE(ParseServerTime(text, seconds));
+    EXPECT_EQ(FormatTime(seconds), shown);
+  }
+  setenv("TZ", "NST3:30", 1);
+  tzset();
+  EXPECT_EQ(FormatTimeForPrograms(-1), "1969-12-31T20:29:59-03:30");
+  for (const char* wrong : {"", "2026-13-02_03-04-05", "2026-01-02_03-04-05x", "2026-01-02"}) {
+    EXPECT_FALSE(ParseServerTime(wrong, seconds)) << wrong;
+  }
+  unsetenv("TZ");
+  tzset();
 }
