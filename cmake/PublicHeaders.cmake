@@ -14,6 +14,7 @@ set(KQFT_PUBLIC_HEADERS
   net/NetWorkManageEx.h
   net/NetWorkPackHead.h
   net/Pacing.h
+  net/RateLimit.h
   net/TransNet.h
   platform/ByteOrder.h
   platform/ChannelKeyValue.h
