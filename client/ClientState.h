@@ -18,6 +18,7 @@
 struct CKQFileTransServiceClient::SState {
   ReadHook m_readHook;                         // constant while a worker runs; may be empty
   CSharedWord<bool> m_bDeleteRefused = false;  // word; of the last answer to a deletion
+  IRateLimit* m_pRateLimit = nullptr;          // constant from Init on; not owned
   CThreadGate m_gate;                          // workers keep the state and leave its gate last
 
   std::mutex m_mutex;

@@ -22,6 +22,7 @@ class CNetWorkManageEx;
 class CThreadLock;
 class CTransferRun;
 class ILinkInfo;
+class IRateLimit;
 
 // <windows.h> turns SendMessage into a macro; here it is a name of ours.
 #pragma push_macro("SendMessage")
@@ -282,6 +283,9 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
       std::function<void(std::size_t record, std::int64_t position, const char* data, int bytes)>;
   void SetReadHook(ReadHook hook);
 
+  /// Sends file data, and reads the link, as fast as that allows. Not owned; call before Init.
+  void SetRateLimit(IRateLimit* limit);
+
   // Members. "Constant" after construction; "word": shared by threads without
   // a lock; "guarded" by the lock named.
 
@@ -348,6 +352,7 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   void ClearPrjList();
   bool SendBlock(ILinkInfo* link, std::int64_t position, CDataBlock& block);
   void TellRead(std::int64_t position, const CDataBlock& block);
+  int MayMove(const ILinkInfo* link, int bytes) const;
   bool SendPiece(ILinkInfo* link, CIOCPBuffer* buffer, int bytes);
   std::string GuardedCopy(const std::string& member) const;
 

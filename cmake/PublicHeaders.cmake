@@ -15,6 +15,7 @@ set(KQFT_PUBLIC_HEADERS
   net/NetWorkManageEx.h
   net/NetWorkPackHead.h
   net/Pacing.h
+  net/RateLimit.h
   net/TransNet.h
   net/TransferFacts.h
   platform/ByteOrder.h

@@ -15,6 +15,7 @@
 #include "net/NetBuffer.h"
 #include "net/NetWorkPackHead.h"
 #include "net/Pacing.h"
+#include "net/RateLimit.h"
 #include "net/Sockets.h"
 #include "platform/System.h"
 
@@ -30,6 +31,9 @@ constexpr std::size_t kLeastRoomBytes = std::size_t{64} << 10;
 // Of one who floods.
 constexpr int kQuestionsPerPause = 8;
 constexpr int kPauseMs = 5;
+
+// How late a link that waits for its rate limit notices its end.
+constexpr int kLimitWaitMs = 50;
 
 constexpr std::size_t kShellLocks = 32;
 
@@ -96,7 +100,8 @@ ELinkFailure CLink::Receive() {
       begin = 0;
     }
     std::size_t bytes = 0;
-    const EIoResult result = m_pSocket->Receive(data.get() + end, kReceiveBytes - end, bytes);
+    const std::size_t room = MayReceive(kReceiveBytes - end);
+    const EIoResult result = m_pSocket->Receive(data.get() + end, room, bytes);
     if (result != EIoResult::kDone) break;
     m_owner.NoteReceived(bytes);
     end += bytes;
@@ -108,6 +113,16 @@ ELinkFailure CLink::Receive() {
     if (begin == end) begin = end = 0;
   }
   return ELinkFailure::kEnded;
+}
+
+// A limit is asked before, and told of what came; what may not be read yet
+// holds the other side back.
+std::size_t CLink::MayReceive(std::size_t room) const {
+  IRateLimit* const limit = m_owner.RateLimit();
+  if (limit == nullptr) return room;
+  int granted = 0;
+  while (m_bUp && granted == 0) granted = limit->Wait(kLimitWaitMs);
+  return std::min(room, static_cast<std::size_t>(std::max(granted, 1)));
 }
 
 // Delivers what can be from `begin` on, and moves that. Returns false when

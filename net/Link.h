@@ -48,6 +48,7 @@ class CLink : public std::enable_shared_from_this<CLink> {
   static void Pace(int answered);
   bool DeliverChunk(const char* data, std::size_t bytes);
   std::size_t DeliverableBytes(const char* data, std::size_t bytes);
+  std::size_t MayReceive(std::size_t room) const;
   void Announce(int code);
 
   ILinkOwner& m_owner;  // alive as long as the link's threads, which hold it

@@ -6,6 +6,7 @@
 
 class CLink;
 class IDealNetData;
+class IRateLimit;
 
 /// What a link needs of the run of the layer that it belongs to.
 ///
@@ -28,6 +29,9 @@ class ILinkOwner {
 
   /// Whether a link ends as soon as its first bytes cannot begin a packet.
   virtual bool JudgesFirstBytes() const = 0;
+
+  /// Decides how fast links are read; null: as fast as it goes.
+  virtual IRateLimit* RateLimit() const = 0;
 
   /// Bytes arrived on a link.
   virtual void NoteReceived(std::size_t bytes) = 0;

@@ -12,6 +12,7 @@
 #include "net/LayerThread.h"
 #include "net/Link.h"
 #include "net/LinkBinding.h"
+#include "net/RateLimit.h"
 #include "net/Sockets.h"
 #include "platform/System.h"
 
@@ -21,6 +22,10 @@ constexpr int kKeepAliveProbes = 5;
 
 // Pause of the accept thread while the process has no descriptor left.
 constexpr int kNoDescriptorPauseMs = 50;
+
+// What a limited link may receive ahead, an eighth of a second's within these.
+constexpr int kLeastReceiveBuffer = 16 << 10;
+constexpr int kMostReceiveBuffer = 4 << 20;
 
 // Links whose end was not delivered yet, for each place of the capacity.
 constexpr std::size_t kLinksPerPlace = 4;
@@ -156,6 +161,10 @@ std::shared_ptr<CLink> CNetWorkCore::AddLink(std::unique_ptr<IStreamSocket> sock
     socket->SetKeepAlive(m_settings.m_nKeepAliveIdleMs, m_settings.m_nKeepAliveIntervalMs,
                          kKeepAliveProbes);
   }
+  if (const int rate = m_settings.m_pRateLimit != nullptr ? m_settings.m_pRateLimit->Rate() : 0;
+      rate > 0) {
+    socket->SetReceiveBuffer(std::clamp(rate / 8, kLeastReceiveBuffer, kMostReceiveBuffer));
+  }
   std::shared_ptr<CLink> older;
   std::shared_ptr<CLink> link = RegisterLink(std::move(socket), older);
   if (link == nullptr) return nullptr;
@@ -233,6 +242,11 @@ void CNetWorkCore::NoteSetUp(const CLink& link) {
     if (entry.m_pLink.get() == &link) entry.m_bSetUp = true;
   }
   m_changed.notify_all();
+}
+
+void CNetWorkCore::NoteReceived(std::size_t bytes) {
+  m_llReceived += static_cast<std::int64_t>(bytes);
+  if (m_settings.m_pRateLimit != nullptr) m_settings.m_pRateLimit->Moved(bytes);
 }
 
 bool CNetWorkCore::Connect(const std::string& host, int port) {

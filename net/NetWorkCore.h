@@ -24,6 +24,7 @@ class CIOCPBuffer;
 class CLinkShell;
 class CLinkShells;
 class IListenSocket;
+class IRateLimit;
 class ILinkInfo;
 class IStreamSocket;
 class IWakeHandle;
@@ -37,6 +38,7 @@ struct SNetWorkSettings {
   int m_nCapacity = 0;
   int m_nConnectTimeoutMs = 10000;
   bool m_bJudgeFirstBytes = false;
+  IRateLimit* m_pRateLimit = nullptr;
   bool m_bKeepAlive = false;
   int m_nKeepAliveIdleMs = 0;
   int m_nKeepAliveIntervalMs = 0;
@@ -90,9 +92,8 @@ class CNetWorkCore : public ILinkOwner, public std::enable_shared_from_this<CNet
   bool Listens() const override { return m_bListens; }
   bool JudgesFirstBytes() const override { return m_settings.m_bJudgeFirstBytes; }
   void NoteSetUp(const CLink& link) override;
-  void NoteReceived(std::size_t bytes) override {
-    m_llReceived += static_cast<std::int64_t>(bytes);
-  }
+  IRateLimit* RateLimit() const override { return m_settings.m_pRateLimit; }
+  void NoteReceived(std::size_t bytes) override;
   void NoteEnd(ELinkFailure why) override { m_eWhy = why; }
   void NoteDown() override { m_nLive += -1; }
 

@@ -65,6 +65,10 @@ void CNetWorkManageEx::JudgeFirstBytes() {
   m_pState->m_settings.m_bJudgeFirstBytes = true;
 }
 
+void CNetWorkManageEx::SetRateLimit(IRateLimit* limit) {
+  m_pState->m_settings.m_pRateLimit = limit;
+}
+
 std::shared_ptr<CNetWorkCore> CNetWorkManageEx::Core() const {
   const std::lock_guard<std::mutex> guard(m_pState->m_mutex);
   return m_pState->m_pCore;

@@ -16,6 +16,7 @@ class CIOCPBuffer;
 class CNetWorkCore;
 class IDealNetData;
 class ILinkInfo;
+class IRateLimit;
 
 /// The network layer: TCP over IPv4, packets with a 20-byte head, one
 /// delivery thread per link, so that a slow handler delays only links of its
@@ -61,6 +62,10 @@ class KQFT_API CNetWorkManageEx {
   /// A link ends with the first bytes on it that cannot begin a packet. Unless
   /// this was called it ends with the first whole head that is none.
   void JudgeFirstBytes();
+
+  /// Links are read as fast as that allows. Not owned; outlives the layer's
+  /// run. Null (the default): as fast as it goes.
+  void SetRateLimit(IRateLimit* limit);
 
   /// Starts the layer.
   /// @param sink     receives every callback; must outlive Stop

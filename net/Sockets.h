@@ -51,6 +51,10 @@ class IStreamSocket {
   /// Probes a silent peer after `idleMs`, every `intervalMs`, `probes` times.
   virtual void SetKeepAlive(int idleMs, int intervalMs, int probes) = 0;
 
+  /// How much may arrive before it is taken, for those who take it slowly. Does
+  /// nothing where that cannot be set.
+  virtual void SetReceiveBuffer(int /*bytes*/) {}
+
   /// Remote IPv4 address in host byte order, and port.
   virtual unsigned int RemoteIP() const = 0;
   virtual int RemotePort() const = 0;

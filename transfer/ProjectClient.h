@@ -36,6 +36,11 @@ struct SServerPlace {
   /// transfer then waits for a silent server as long as the network does.
   int m_nTimeoutSeconds = 0;
 
+  /// How fast data may cross the network, both ways together: "10M" (bytes a
+  /// second, by 1024), or by a timetable, "08:00,512k 19:00,off". What
+  /// WhyNoBandwidth objects to limits nothing, as does "".
+  std::string m_strBandwidth = {};
+
   std::string m_strPurpose = "another program";  ///< what others who wait are told
 
   /// "HOST:PORT"
@@ -284,6 +289,9 @@ class KQFT_TRANSFER_API CProjectClient {
   static std::string WhyNoGet(const SGetRequest& request);
   static std::string WhyNoVerify(const SVerifyRequest& request);
   static std::string WhyNoProject(const std::string& project);
+
+  /// What is wrong with a SServerPlace::m_strBandwidth; "" when nothing is.
+  static std::string WhyNoBandwidth(const std::string& bandwidth);
 
   struct SState;  ///< the library's own
 

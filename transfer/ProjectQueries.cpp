@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "protocol/ResultCodes.h"
+#include "transfer/Bandwidth.h"
 #include "transfer/Names.h"
 #include "transfer/ProjectClientState.h"
 #include "transfer/ProjectPath.h"
@@ -193,4 +194,9 @@ void CProjectClient::Cancel() {
 
 std::string CProjectClient::WhyNoProject(const std::string& project) {
   return ::WhyNoProject(project);
+}
+
+std::string CProjectClient::WhyNoBandwidth(const std::string& bandwidth) {
+  std::vector<SBandwidthStep> ignored;
+  return CBandwidth::Parse(bandwidth, ignored);
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <future>
+#include <utility>
 
 #include "net/IOCPBuffer.h"
 #include "net/NetWorkManageEx.h"
@@ -51,6 +52,11 @@ CSession::CSession(const SServerPlace& place, ITransferObserver& observer)
     : m_place(place), m_observer(observer) {
   m_pNetWork->SetLocalAddress(place.m_strBindAddress);
   m_pNetWork->JudgeFirstBytes();
+  std::vector<SBandwidthStep> steps;
+  if (CBandwidth::Parse(place.m_strBandwidth, steps).empty()) {
+    m_pBandwidth = std::make_unique<CBandwidth>(std::move(steps));
+    SetRateLimit(m_pBandwidth.get());
+  }
   SetReadHook([this](std::size_t record, std::int64_t position, const char* data, int bytes) {
     OnFileRead(record, position, data, bytes);
   });

@@ -5,6 +5,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -12,6 +13,7 @@
 
 #include "client/KQFileTransServiceVisitor.h"
 #include "net/LinkFailure.h"
+#include "transfer/Bandwidth.h"
 #include "transfer/Digest.h"
 #include "transfer/ProjectClient.h"
 
@@ -211,6 +213,7 @@ class CSession : public CKQFileTransServiceVisitor {
   void ReleaseWaiting();
 
   const SServerPlace m_place;
+  std::unique_ptr<CBandwidth> m_pBandwidth;  // constant after construction; null: no limit
   ITransferObserver& m_observer;
   bool m_bStarted = false;                  // the using thread's; a worker was started
   CSharedWord<std::int64_t> m_llMoved = 0;  // word; counted on the network's threads

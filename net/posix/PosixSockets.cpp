@@ -223,6 +223,10 @@ class CPosixStream : public IStreamSocket {
     SetOption(m_socket.Get(), IPPROTO_TCP, TCP_KEEPCNT, probes);
   }
 
+  void SetReceiveBuffer(int bytes) override {
+    SetOption(m_socket.Get(), SOL_SOCKET, SO_RCVBUF, bytes);
+  }
+
   unsigned int RemoteIP() const override { return m_nIP; }
   int RemotePort() const override { return m_nPort; }
 

@@ -51,6 +51,11 @@ void AddConnectionOptions(CLI::App& app, SOptions& options, std::string& server)
       ->transform(CLI::AsNumberWithUnit(kTimeUnits))
       ->check(CLI::Range(1, kLongestTimeout))
       ->type_name("SECONDS");
+  app.add_option("--bwlimit", options.m_place.m_strBandwidth,
+                 "bytes a second, both ways together, as in 512k, 10M; or by a timetable, "
+                 "\"08:00,512k 19:00,off\"")
+      ->type_name("RATE")
+      ->expected(1);
 }
 
 void AddGlobalOptions(CLI::App& app, SOptions& options, std::string& config) {
@@ -135,6 +140,11 @@ void Check(const CLI::App& app, SOptions& options, const std::string& server) {
   }
   if (!ParseServer(server, options.m_place.m_strHost, options.m_place.m_nPort)) {
     throw CLI::ValidationError("--server: " + server + " is no HOST or HOST:PORT");
+  }
+  const std::string& bandwidth = options.m_place.m_strBandwidth;
+  if (const std::string why = CProjectClient::WhyNoBandwidth(bandwidth);
+      !bandwidth.empty() && !why.empty()) {
+    throw CLI::ValidationError("--bwlimit: " + why);
   }
   const bool needsProject = FindCommand(options.m_strCommand).m_bNeedsProject;
   if (!needsProject && options.m_strProject.empty()) return;

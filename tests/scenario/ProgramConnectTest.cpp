@@ -90,6 +90,23 @@ TEST(ProgramConnect, ATransferIsGivenUpOnceTheServerIsSilentForTooLong) {
   EXPECT_EQ(FileSize(server.ProjectPath("P/big.tm")), std::int64_t{320} << 20);
 }
 
+TEST(ProgramConnect, ARateLimitHoldsBothWays) {
+  CServerProgram server;
+  const CWorkstation station(server.Port());
+  const CTempDirectory local;
+  WriteWholeFile(local / "P/a.tm", PatternBytes(300 << 10));
+  for (const Arguments& arguments :
+       {Arguments{"put", local / "P"}, Arguments{"get", "P", "--into", local / "in"}}) {
+    Arguments limited = {"--bwlimit", "100k", "--retries", "0"};
+    limited.insert(limited.end(), arguments.begin(), arguments.end());
+    const auto start = std::chrono::steady_clock::now();
+    const auto program = station.Run(limited);
+    EXPECT_EQ(program->Wait(), 0) << program->Error();
+    EXPECT_GT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500));
+  }
+  EXPECT_EQ(ReadTree(local / "in/P"), ReadTree(local / "P"));
+}
+
 TEST(ProgramConnect, ATerminalThatGoesEndsAWaitingPutWithCare) {
   CServerProgram server;
   const CWorkstation station(server.Port());

@@ -33,6 +33,9 @@ TEST(ProgramUse, KqftTellsWrongUseFromAServerThatIsNotThere) {
                                  {"rm", "P"},
                                  {"--retries", "-1", "ls"},
                                  {"--retry-for", "9x", "ls"},
+                                 {"--timeout", "0", "ls"},
+                                 {"--bwlimit", "10X", "ls"},
+                                 {"--log-keep", "-1", "ls"},
                                  {"--server", "h:65536", "ls"},
                                  {"--server", "h:8x", "ls"}};
   for (const Arguments& wrong : wrongUses) {
