@@ -97,7 +97,8 @@ void WaitForEnd(CDataServer& server, CAccessLog* access) {
 // The logs of sessions and server follow by themselves when they are moved.
 int Serve(const SServerOptions& options, const std::string& logDirectory,
           const std::shared_ptr<CAccessLog>& access) {
-  auto server = std::make_unique<CDataServer>(options, access);
+  const auto traffic = std::make_shared<CTraffic>();
+  auto server = std::make_unique<CDataServer>(options, access, traffic);
   server->SetLog(DirectoryForLibrary(logDirectory), true);  // also reads the time zone
   if (!options.m_bNoConfine) {
     const std::string why = Confine(options, logDirectory);
@@ -118,6 +119,7 @@ int Serve(const SServerOptions& options, const std::string& logDirectory,
   WaitForEnd(*server, access.get());
   NotifyServiceManager("STOPPING=1");
   const bool ended = EndServer(std::move(server), kStopBoundMs);
+  if (access) access->CutOff(*traffic);  // what the server has not come to
   if (access) access->Lines().Close(kLastLinesMs);
   if (!ended) std::_Exit(kExitDone);
   return kExitDone;
