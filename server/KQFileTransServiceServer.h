@@ -140,7 +140,8 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   CTransClient* MakeSession(unsigned int ip, int port);
   void EndLink(unsigned int ip, int port);
   void NoteLink(unsigned int ip, int port);
-  void ForgetLink(unsigned int ip, int port, std::int64_t now);
+  void TellEnd(unsigned int ip, int port);
+  void ForgetLink(unsigned int ip, int port);
   void EndTransfers();
   void Quiesce(std::uint64_t key, CTransClient& session);
   std::string LogFilePath() const;

@@ -17,6 +17,7 @@
 #include "platform/KQPlatForm.h"
 #include "platform/System.h"
 #include "platform/ThreadLock.h"
+#include "protocol/TransferTypes.h"
 #include "session/TransClient.h"
 
 // Hosts may copy servers; copies share what the pointers lead to.
@@ -158,13 +159,13 @@ void CKQFileTransServiceServer::NoteLink(unsigned int ip, int port) {
   Call([&] { OnConnected(LinkFacts(ip, port)); });
 }
 
-void CKQFileTransServiceServer::ForgetLink(unsigned int ip, int port, std::int64_t now) {
+void CKQFileTransServiceServer::ForgetLink(unsigned int ip, int port) {
   STransferFacts facts = LinkFacts(ip, port);
   {
     const std::lock_guard<std::mutex> lock(m_pState->m_linkMutex);
     const auto link = m_pState->m_mapLinks.find({ip, port});
     if (link == m_pState->m_mapLinks.end()) return;
-    facts.m_llMilliseconds = now - link->second;
+    facts.m_llMilliseconds = System().SteadyMilliseconds() - link->second;
     m_pState->m_mapLinks.erase(link);
   }
   Call([&] { OnDisconnected(facts); });
@@ -184,23 +185,29 @@ void CKQFileTransServiceServer::EndTransfers() {
     const std::lock_guard<std::mutex> lock(m_pState->m_linkMutex);
     for (const auto& [link, since] : m_pState->m_mapLinks) links.push_back(link);
   }
-  const std::int64_t now = System().SteadyMilliseconds();
-  for (const auto& [ip, port] : links) ForgetLink(ip, port, now);
+  for (const auto& [ip, port] : links) ForgetLink(ip, port);
 }
 
 // The registry is locked while a session is stopped, and the lock is not fair.
 // Ends of links therefore come one at a time, and let the messages that wait
 // pass before the next one, however many links end at once.
 void CKQFileTransServiceServer::EndLink(unsigned int ip, int port) {
-  const std::int64_t now = System().SteadyMilliseconds();
-  if (CTransClient* const session = GetClientManage(ip, port)) session->TellCutOff();
-  {
-    const std::lock_guard<std::mutex> turn(m_pState->m_endTurn);
-    RemoveClientManage(ip, port);
-    for (int i = 0; i < kMostPasses && (i == 0 || m_pState->m_nAsking > 0); ++i)
+  TellEnd(ip, port);
+  const std::lock_guard<std::mutex> turn(m_pState->m_endTurn);
+  RemoveClientManage(ip, port);
+  for (int i = 0; i < kMostPasses && (i == 0 || m_pState->m_nAsking > 0); ++i)
+    CKQPlatForm::KQSleep(kPassMs);
+}
+
+// Before the wait for a turn, which may take long. A download that the link
+// carried ends by itself, as a rule at once, and is to be told first.
+void CKQFileTransServiceServer::TellEnd(unsigned int ip, int port) {
+  if (CTransClient* const session = GetClientManage(ip, port)) {
+    session->TellCutOff();
+    for (int i = 0; i < kMostPasses && session->m_nTransType == PROCESS_TYPE_CLIENT_DOWNDATA; ++i)
       CKQPlatForm::KQSleep(kPassMs);
   }
-  ForgetLink(ip, port, now);  // a download of it has noticed meanwhile
+  ForgetLink(ip, port);
 }
 
 // The blanks of the log entry are missing on standard output, kept on purpose.

@@ -168,10 +168,10 @@ void CTransClient::SendFileToClient(SSendRun& run) {
   } catch (const std::bad_alloc&) {
     end = ERROR_CODE_SEND_STOPPED;
   }
-  FinishRun(run, end);
   STransferFacts facts = run.Facts(m_nLinkIP);
   facts.m_nResult = end;
-  Tell(&ITransNet::OnDownloaded, facts);
+  Tell(&ITransNet::OnDownloaded, facts);  // before the client knows
+  FinishRun(run, end);
 }
 
 // Returns the end code: RESULT_OK only when a read came to the end of the file.

@@ -149,6 +149,17 @@ void CAccessLog::Disconnected(const STransferFacts& link, const SLinkTotals& tot
   Write(object);
 }
 
+void CAccessLog::CutOff(CTraffic& traffic) {
+  for (const CTraffic::SLink& link : traffic.EndAll()) {
+    for (const auto& [name, running] : link.m_mapRunning) {
+      STransferFacts file = running;
+      file.m_nResult = name.first ? ERROR_CODE_STOP_SERVICE : ERROR_CODE_SEND_STOPPED;
+      Transferred(name.first ? "upload" : "download", file);
+    }
+    Disconnected(link.m_facts, link.m_totals);
+  }
+}
+
 void CAccessLog::Transferred(const char* event, const STransferFacts& file) {
   CJsonObject object = Event(event, file);
   AddPath(object, file.m_strPath);

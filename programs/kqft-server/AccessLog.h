@@ -26,6 +26,9 @@ class CAccessLog {
   /// @param event "upload" or "download"
   void Transferred(const char* event, const STransferFacts& file);
 
+  /// Every link of these and what it was at, as the server's end finds them.
+  void CutOff(CTraffic& traffic);
+
   /// @param event "list_projects" or "list_files"
   void Listed(const char* event, const STransferFacts& project);
   void Deleted(const STransferFacts& project);

@@ -22,11 +22,13 @@ std::string Counted(std::size_t count, const char* what) {
 
 }  // namespace
 
-CDataServer::CDataServer(const SServerOptions& options, std::shared_ptr<CAccessLog> access)
+CDataServer::CDataServer(const SServerOptions& options, std::shared_ptr<CAccessLog> access,
+                         std::shared_ptr<CTraffic> traffic)
     : m_strDirectory(DirectoryForLibrary(options.m_strDirectory)),
       m_llMinFree(options.m_llMinFree),
       m_bDeletes(!options.m_bNoDelete),
       m_pAccess(std::move(access)),
+      m_pTraffic(std::move(traffic)),
       m_llStatusTime(System().SteadyMilliseconds()) {
   SetPrjDir(m_strDirectory);
   SetPrjSuffix(options.m_strSuffix);
@@ -56,7 +58,7 @@ std::int64_t CDataServer::FreeBytes() const {
 
 std::string CDataServer::Status() {
   const std::int64_t now = System().SteadyMilliseconds();
-  const CTraffic::SState state = m_traffic.State();
+  const CTraffic::SState state = m_pTraffic->State();
   const std::int64_t passed = std::max<std::int64_t>(now - m_llStatusTime, 1);
   const std::int64_t rate = (state.m_llBytes - m_llStatusBytes) * kMillisecondsPerSecond / passed;
   m_llStatusTime = now;
@@ -75,12 +77,12 @@ bool CDataServer::MayUpload(const STransferFacts&) {
 }
 
 bool CDataServer::MayStore(const STransferFacts& file) {
-  m_traffic.Move(file, true, false);
+  m_pTraffic->Move(file, true, false);
   return MayUpload(file);
 }
 
 bool CDataServer::MaySend(const STransferFacts& file) {
-  m_traffic.Move(file, false, false);
+  m_pTraffic->Move(file, false, false);
   return true;
 }
 
@@ -89,12 +91,12 @@ bool CDataServer::MayDelete(const STransferFacts&) {
 }
 
 void CDataServer::OnUploaded(const STransferFacts& file) {
-  m_traffic.Move(file, true, true);
+  m_pTraffic->Move(file, true, true);
   if (m_pAccess) m_pAccess->Transferred("upload", file);
 }
 
 void CDataServer::OnDownloaded(const STransferFacts& file) {
-  m_traffic.Move(file, false, true);
+  m_pTraffic->Move(file, false, true);
   if (m_pAccess) m_pAccess->Transferred("download", file);
 }
 
@@ -111,12 +113,12 @@ void CDataServer::OnDeleted(const STransferFacts& project) {
 }
 
 void CDataServer::OnConnected(const STransferFacts& link) {
-  m_traffic.Begin(link);
+  m_pTraffic->Begin(link);
   if (m_pAccess) m_pAccess->Connected(link);
 }
 
 void CDataServer::OnDisconnected(const STransferFacts& link) {
-  const SLinkTotals totals = m_traffic.End(link);
+  const SLinkTotals totals = m_pTraffic->End(link);
   if (m_pAccess) m_pAccess->Disconnected(link, totals);
 }
 

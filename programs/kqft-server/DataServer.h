@@ -14,8 +14,10 @@
 /// what the service manager is told.
 class CDataServer : public CKQFileTransServiceServer {
  public:
-  /// @param access null: no such log
-  CDataServer(const SServerOptions& options, std::shared_ptr<CAccessLog> access);
+  /// @param access  null: no such log
+  /// @param traffic what the links are doing, also when the server is gone
+  CDataServer(const SServerOptions& options, std::shared_ptr<CAccessLog> access,
+              std::shared_ptr<CTraffic> traffic);
   ~CDataServer() override;
 
   int ListenPort() const;
@@ -49,7 +51,7 @@ class CDataServer : public CKQFileTransServiceServer {
   const std::int64_t m_llMinFree;
   const bool m_bDeletes;
   const std::shared_ptr<CAccessLog> m_pAccess;  // null: none
-  CTraffic m_traffic;
+  const std::shared_ptr<CTraffic> m_pTraffic;
   std::int64_t m_llStatusTime = 0;   // used by Status
   std::int64_t m_llStatusBytes = 0;  // used by Status
 

@@ -110,7 +110,8 @@ void WaitForEnd(CDataServer& server, CAccessLog* access) {
 // The logs of sessions and server follow by themselves when they are moved.
 int Serve(const SServerOptions& options, const std::string& logDirectory,
           const std::shared_ptr<CAccessLog>& access) {
-  auto server = std::make_unique<CDataServer>(options, access);
+  const auto traffic = std::make_shared<CTraffic>();
+  auto server = std::make_unique<CDataServer>(options, access, traffic);
   const bool logs = !logDirectory.empty();
   server->SetLog(logs ? DirectoryForLibrary(logDirectory) : "", logs);
   CTimeConvert::ConvertCurTimeToString();  // reads the time zone
@@ -134,6 +135,7 @@ int Serve(const SServerOptions& options, const std::string& logDirectory,
   WaitForEnd(*server, access.get());
   NotifyServiceManager("STOPPING=1");
   const bool ended = EndServer(std::move(server), kStopBoundMs);
+  if (access) access->CutOff(*traffic);  // what the server has not come to
   if (access) access->Lines().Close(kLastLinesMs);
   if (!ended) std::_Exit(kExitDone);
   return kExitDone;

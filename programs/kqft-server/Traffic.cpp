@@ -4,7 +4,15 @@
 
 void CTraffic::Begin(const STransferFacts& link) {
   const std::lock_guard<std::mutex> lock(m_mutex);
-  m_mapLinks[{link.m_nIP, link.m_nPort}] = SLink();
+  m_mapLinks[{link.m_nIP, link.m_nPort}] = {link, {}, {}};
+}
+
+std::vector<CTraffic::SLink> CTraffic::EndAll() {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  std::vector<SLink> links;
+  for (auto& [key, link] : m_mapLinks) links.push_back(std::move(link));
+  m_mapLinks.clear();
+  return links;
 }
 
 SLinkTotals CTraffic::End(const STransferFacts& link) {
@@ -20,9 +28,9 @@ void CTraffic::Move(const STransferFacts& file, bool up, bool ended) {
   if (found == m_mapLinks.end()) return;
   SLink& link = found->second;
   const std::pair<bool, std::string> name(up, file.m_strPath);
-  std::int64_t& known = link.m_mapRunning[name];
-  m_llBytes += file.m_llBytes - known;
-  known = file.m_llBytes;
+  STransferFacts& known = link.m_mapRunning[name];
+  m_llBytes += file.m_llBytes - known.m_llBytes;
+  known = file;
   if (!ended) return;
   link.m_mapRunning.erase(name);
   SLinkTotals& totals = link.m_totals;

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "net/TransferFacts.h"
 
@@ -26,6 +27,16 @@ class CTraffic {
   /// @return what it has moved in all; nothing of a link that was not begun
   SLinkTotals End(const STransferFacts& link);
 
+  /// A link that is up, and its transfers as far as they have got.
+  struct SLink {
+    STransferFacts m_facts;
+    SLinkTotals m_totals;
+    std::map<std::pair<bool, std::string>, STransferFacts> m_mapRunning;  // up; by its path
+  };
+
+  /// Forgets all links. @return them
+  std::vector<SLink> EndAll();
+
   /// A transfer is at it, or has ended.
   void Move(const STransferFacts& file, bool up, bool ended);
 
@@ -38,10 +49,6 @@ class CTraffic {
 
  private:
   using Key = std::pair<unsigned int, int>;
-  struct SLink {
-    SLinkTotals m_totals;
-    std::map<std::pair<bool, std::string>, std::int64_t> m_mapRunning;  // bytes so far
-  };
 
   mutable std::mutex m_mutex;
   std::map<Key, SLink> m_mapLinks;  // guarded by m_mutex

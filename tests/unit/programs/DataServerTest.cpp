@@ -24,7 +24,7 @@ class DataServer : public testing::Test {
     WriteWholeFile(m_dir / "projects/P/old", "old");
     m_access = std::make_shared<CAccessLog>(m_dir / "access", m_dir / "projects/");
     ASSERT_TRUE(m_access->Lines().Open() && m_access->Lines().Start());
-    m_server = std::make_unique<CDataServer>(options, m_access);
+    m_server = std::make_unique<CDataServer>(options, m_access, m_traffic);
     m_server->SetLog(m_dir / "log_", true);
     ASSERT_TRUE(m_server->Init(0));
   }
@@ -44,6 +44,7 @@ class DataServer : public testing::Test {
 
   CScopedSystem m_system{CFaultPlan().FreeSpace(kPlenty)};
   CTempDirectory m_dir;
+  const std::shared_ptr<CTraffic> m_traffic = std::make_shared<CTraffic>();
   std::shared_ptr<CAccessLog> m_access;
   std::unique_ptr<CDataServer> m_server;
 };
@@ -88,6 +89,7 @@ TEST_F(DataServer, LinksBeyondTheLimitsAreClosedAtOnceAndLogged) {
   EXPECT_EQ(Logged("\"address\":\"127.0.0.6:"), 1);
   EXPECT_EQ(Prepare(*fifth, "elsewhere \xff\n\""), Int32(RESULT_OK));
   m_server->Stop();
+  m_access->CutOff(*m_traffic);  // nothing that was not told already
   m_access->Lines().Close(60000);
   EXPECT_EQ(Logged("\"event\":\"disconnect\""), 5);
   EXPECT_EQ(Logged("\"result\":\"cut_off\",\"code\":-9,"), 1);
