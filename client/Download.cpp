@@ -58,7 +58,7 @@ int CKQFileTransServiceClient::StartDownload(int result) {
   std::string names;
   for (const Channel_Key_Value& rec : CopyRecords()) AddName(names, rec.m_strName);
   SendText(NET_CTS_REQUEST_SERVERFILESIZE, names);
-  if (m_evReply->Wait(kSizeWaitMs) == kWaitTimeout) {
+  if (!AwaitReply(kSizeWaitMs)) {
     m_nTransState = PROCESS_TYPE_NONE;
     return ERROR_CODE_WAIT_FILESIZE;
   }
@@ -152,7 +152,7 @@ bool CKQFileTransServiceClient::RequestFile(Channel_Key_Value& rec, std::int64_t
   if (!SendText(NET_CTS_PREPARETRANS_FILE, EncodeBody(SDownloadStart{have, rec.m_strName}))) {
     return RefuseFile(rec, ERROR_CODE_CLIENT_SENDFILECMD, " ERROR_CODE_CLIENT_SENDFILECMD \n");
   }
-  if (m_evReply->Wait(kRequestWaitMs) == kWaitTimeout) {
+  if (!AwaitReply(kRequestWaitMs)) {
     return RefuseFile(rec, ERROR_CODE_WAIT_SERVERRESPOND_DOWN,
                       " ERROR_CODE_WAIT_SERVERRESPOND_DOWN \n");
   }

@@ -286,6 +286,9 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   /// Sends file data, and reads the link, as fast as that allows. Not owned; call before Init.
   void SetRateLimit(IRateLimit* limit);
 
+  /// Waits for m_evReply; under a limit beyond `ms`, as long as anything comes.
+  bool AwaitReply(int ms);
+
   // Members. "Constant" after construction; "word": shared by threads without
   // a lock; "guarded" by the lock named.
 

@@ -98,7 +98,7 @@ bool CKQFileTransServiceClient::IsTransFinished() const {
 int CKQFileTransServiceClient::Ask(int code, const std::string& body, int waitMs) {
   m_evReply->ResetKQEvent();
   if (!SendText(code, body)) return ERROR_CODE_SENDERROR;
-  return m_evReply->Wait(waitMs) == kWaitTimeout ? ERROR_CODE_TIMEOUT : RESULT_OK;
+  return !AwaitReply(waitMs) ? ERROR_CODE_TIMEOUT : RESULT_OK;
 }
 
 void CKQFileTransServiceClient::ClearPrjList() {

@@ -159,7 +159,7 @@ int CKQFileTransServiceClient::PrepareTransFile(const std::string& name, bool wh
   m_evReply->ResetKQEvent();
   if (!SendText(NET_CTS_PREPARETRAN_FILE, EncodeBody(SUploadStart{whole, name})))
     return ERROR_CODE_CLIENT_SENDCMD;
-  if (m_evReply->Wait(kPrepareWaitMs) == kWaitTimeout) return ERROR_CODE_WAIT_SERVERRESPOND;
+  if (!AwaitReply(kPrepareWaitMs)) return ERROR_CODE_WAIT_SERVERRESPOND;
   return m_nErrorCode;
 }
 

@@ -85,7 +85,7 @@ int CSession::ReadFile(const std::string& name, DataSink sink, std::int64_t posi
   const std::string body = EncodeBody(SDownloadStart{position, name});
   int result = ERROR_CODE_CLIENT_CONNECT;
   if (SendMessage(NET_CTS_PREPARETRANS_FILE, body.data(), static_cast<int>(body.size()))) {
-    const bool silent = m_evReply->Wait(kAnswerWaitMs) == kWaitTimeout;
+    const bool silent = !AwaitReply(kAnswerWaitMs);
     result = Checked(silent ? ERROR_CODE_WAIT_SERVERRESPOND_DOWN : m_nErrorCode.Load());
   }
   if (result == RESULT_OK) result = WaitForData();

@@ -50,9 +50,8 @@ std::string ChooseLogDirectory(const SServerOptions& options) {
     return "";
   }
   const std::string state = UserStateDirectory();
-  const std::string found =
-      FirstUsableDirectory({EnvironmentWord("LOGS_DIRECTORY"), SystemLogDirectory(),
-                            state.empty() ? "" : state + "/kqft"});
+  std::string found = FirstUsableDirectory({EnvironmentWord("LOGS_DIRECTORY"), SystemLogDirectory(),
+                                            state.empty() ? "" : state + "/kqft"});
   if (found.empty()) {
     std::cerr << "kqft-server: no log files: no directory for them; name one with --log-dir\n";
   }
