@@ -68,8 +68,8 @@ std::string Confine(const SServerOptions& options, const std::string& logDirecto
   confinement.m_strDataDirectory = DirectoryForLibrary(options.m_strDirectory);
   if (!logDirectory.empty()) confinement.m_strLogDirectory = DirectoryForLibrary(logDirectory);
   if (IsFile(options.m_strAccessLog)) {
-    confinement.m_strMoreLogDirectory =
-        DirectoryForLibrary(std::filesystem::path(options.m_strAccessLog).parent_path().string());
+    const std::filesystem::path place = std::filesystem::path(options.m_strAccessLog).parent_path();
+    confinement.m_strMoreLogDirectory = DirectoryForLibrary(place.empty() ? "." : place.string());
   }
   confinement.m_bRemoveDirectories = !options.m_bNoDelete;
   confinement.m_nListenPort = options.m_nPort;
