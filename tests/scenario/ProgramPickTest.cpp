@@ -38,6 +38,7 @@ TEST_F(ProgramPick, APartIsMovedAndTheRestKeepsItsPlace) {
     WriteWholeFile(here + "/" + name, name);
   }
   WriteWholeFile(m_local / "rules", "# what is of no use\n+ /d/e/\n- e\ntmp/\n");
+  WriteWholeFile(m_local / "none", "");
   WriteWholeFile(m_local / "names", "/d/\n\nnosuch\n./b.txt\nd/c.tm\n");
   Expect({"put", "-n", here, "--exclude", "*.txt", "--include", "*", "--exclude", "d"},
          "3 new; 2 left out\n");
@@ -56,7 +57,7 @@ TEST_F(ProgramPick, APartIsMovedAndTheRestKeepsItsPlace) {
 
   Expect({"get", "P", "--into", into, "--exclude", "/d/*.tm"}, "received 3 files, 18 bytes");
   EXPECT_EQ(ReadTree(into + "/P").count("d/c.tm"), 0U);
-  Expect({"get", "P", "--into", into, "--files-from", "/dev/null"}, "received 0 files");
+  Expect({"get", "P", "--into", into, "--files-from", m_local / "none"}, "received 0 files");
   fs::remove(m_server.ProjectPath("P/b.txt"));
   Expect({"verify", "P", here, "--exclude", "tmp/"}, "P/b.txt", 1);
   Expect({"verify", "P", here, "--exclude", "tmp/", "--exclude", "b.txt"}, "P: 3 same\n");
