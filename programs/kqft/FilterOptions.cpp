@@ -43,8 +43,10 @@ void AddFilterOptions(CLI::App& command, SOptions& options, bool names) {
     AddRuleOption(command, include ? "--include-from" : "--exclude-from",
                   "read patterns from a file, one a line; - for the input", "FILE",
                   [&filter, include](const std::string& path) {
-                    ReadLines(path,
-                              [&](const std::string& line) { filter.AddLine(line, include); });
+                    ReadLines(path, [&](const std::string& line) {
+                      const std::string why = filter.AddLine(line, include);
+                      if (!why.empty()) throw CLI::ValidationError(path + ": " + why);
+                    });
                   });
   }
   if (!names) return;

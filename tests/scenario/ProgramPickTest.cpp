@@ -38,7 +38,6 @@ TEST_F(ProgramPick, APartIsMovedAndTheRestKeepsItsPlace) {
     WriteWholeFile(here + "/" + name, name);
   }
   WriteWholeFile(m_local / "rules", "# what is of no use\n+ /d/e/\n- e\ntmp/\n");
-  WriteWholeFile(m_local / "none", "");
   WriteWholeFile(m_local / "names", "/d/\n\nnosuch\n./b.txt\nd/c.tm\n");
   Expect({"put", "-n", here, "--exclude", "*.txt", "--include", "*", "--exclude", "d"},
          "3 new; 2 left out\n");
@@ -54,6 +53,9 @@ TEST_F(ProgramPick, APartIsMovedAndTheRestKeepsItsPlace) {
          "nosuch: no such", 1);
   Expect({"put", "-n", here, here, "--files-from", m_local / "names"}, "below one directory", 2);
   Expect({"put", here, "--exclude-from", m_local / "nosuch"}, "nosuch: cannot be read", 2);
+  WriteWholeFile(m_local / "none", "+ ");
+  Expect({"put", here, "--exclude-from", m_local / "none"}, "none: the pattern is empty", 2);
+  WriteWholeFile(m_local / "none", "");
 
   Expect({"get", "P", "--into", into, "--exclude", "/d/*.tm"}, "received 3 files, 18 bytes");
   EXPECT_EQ(ReadTree(into + "/P").count("d/c.tm"), 0U);
