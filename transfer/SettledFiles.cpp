@@ -21,6 +21,13 @@ bool IsOpenForWriting(const std::string& path) {
   return System().QueryWriters(path, any) == ESystemError::kNone && any;
 }
 
+// Renamed or removed while it was looked at.
+bool IsGone(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::symlink_status(path, error).type() ==
+         std::filesystem::file_type::not_found;
+}
+
 }  // namespace
 
 CSettledFiles::CSettledFiles(std::string directory, CFilter filter, std::int64_t settleMs)
@@ -32,8 +39,7 @@ std::vector<SLeftOut> CSettledFiles::Look() {
   const std::int64_t now = System().SteadyMilliseconds();
   std::map<std::string, SSeen> files;
   for (const SLocalFile& file : found.m_vecFiles) {
-    std::error_code error;
-    if (!file.m_strWhyNot.empty() && !std::filesystem::exists(file.m_strPath, error)) continue;
+    if (!file.m_strWhyNot.empty() && IsGone(file.m_strPath)) continue;
     if (!file.m_strWhyNot.empty()) {
       found.m_vecLeftOut.push_back({file.m_strPath, file.m_strWhyNot, true});
       continue;
@@ -47,6 +53,7 @@ std::vector<SLeftOut> CSettledFiles::Look() {
   std::set<std::string> told;
   std::vector<SLeftOut> added;
   for (SLeftOut& left : found.m_vecLeftOut) {
+    if (!left.m_bProblem && IsGone(left.m_strPath)) continue;
     told.insert(left.m_strPath);
     if (!m_told.contains(left.m_strPath)) added.push_back(std::move(left));
   }

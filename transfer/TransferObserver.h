@@ -58,8 +58,8 @@ class ITransferObserver {
   /// @param why what for, in words
   virtual void OnWaiting(const std::string& /*why*/) {}
 
-  /// Of a Watch: a round has ended in which something was to be sent. Rounds
-  /// that fail are told as often as they do. The client is free meanwhile.
+  /// Of a Watch: a round has ended in which something was to be sent. One that
+  /// failed is tried again, and told each time.
   virtual void OnRound(const STransferResult&) {}
 
   /// The connection is made again.

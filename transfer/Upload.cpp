@@ -185,15 +185,16 @@ void CUpload::OpenFiles(Batch& batch) {
   CutTo(batch, kMostOpen);
   for (std::size_t i = 0; i < batch.size(); ++i) {
     m_vecOpen.push_back(std::make_unique<CKQFile>());
-    if (m_vecOpen.back()->KQOpen(batch[i]->m_strLocal, "rb")) {
-      TakeFacts(*batch[i]);
-      const std::string why = m_whyLater ? m_whyLater(batch[i]->m_strLocal) : "";
-      if (why.empty()) continue;
-      if (i == 0) LeaveForLater(*batch[0], why);
-      return CutTo(batch, i);
+    const bool opened = m_vecOpen.back()->KQOpen(batch[i]->m_strLocal, "rb");
+    if (opened) TakeFacts(*batch[i]);
+    const std::string later = m_whyLater ? m_whyLater(batch[i]->m_strLocal) : "";
+    if (opened && later.empty()) continue;
+    if (i == 0 && !later.empty()) {
+      LeaveForLater(*batch[0], later);
+    } else if (i == 0) {
+      Fail(*batch[0], ERROR_CODE_CLIENT_OPENFILE);
     }
-    if (i == 0) Fail(*batch[0], ERROR_CODE_CLIENT_OPENFILE);
-    CutTo(batch, i);
+    return CutTo(batch, i);
   }
 }
 

@@ -40,10 +40,13 @@ void AddFilterOptions(CLI::App& command, SOptions& options, bool names) {
                   include ? "move what matches in any case, as rsync reads patterns"
                           : "leave out what matches; the first rule that does decides",
                   "PATTERN", add);
-    AddRuleOption(command, name + "-from", "read patterns from a file, one a line; - for the input",
-                  "FILE", [&filter, include](const std::string& path) {
-                    ReadLines(path,
-                              [&](const std::string& line) { filter.AddLine(line, include); });
+    AddRuleOption(command, include ? "--include-from" : "--exclude-from",
+                  "read patterns from a file, one a line; - for the input", "FILE",
+                  [&filter, include](const std::string& path) {
+                    ReadLines(path, [&](const std::string& line) {
+                      const std::string why = filter.AddLine(line, include);
+                      if (!why.empty()) throw CLI::ValidationError(path + ": " + why);
+                    });
                   });
   }
   if (!names) return;

@@ -53,10 +53,13 @@ TEST_F(ProgramPick, APartIsMovedAndTheRestKeepsItsPlace) {
          "nosuch: no such", 1);
   Expect({"put", "-n", here, here, "--files-from", m_local / "names"}, "below one directory", 2);
   Expect({"put", here, "--exclude-from", m_local / "nosuch"}, "nosuch: cannot be read", 2);
+  WriteWholeFile(m_local / "none", "+ ");
+  Expect({"put", here, "--exclude-from", m_local / "none"}, "none: the pattern is empty", 2);
+  WriteWholeFile(m_local / "none", "");
 
   Expect({"get", "P", "--into", into, "--exclude", "/d/*.tm"}, "received 3 files, 18 bytes");
   EXPECT_EQ(ReadTree(into + "/P").count("d/c.tm"), 0U);
-  Expect({"get", "P", "--into", into, "--files-from", "/dev/null"}, "received 0 files");
+  Expect({"get", "P", "--into", into, "--files-from", m_local / "none"}, "received 0 files");
   fs::remove(m_server.ProjectPath("P/b.txt"));
   Expect({"verify", "P", here, "--exclude", "tmp/"}, "P/b.txt", 1);
   Expect({"verify", "P", here, "--exclude", "tmp/", "--exclude", "b.txt"}, "P: 3 same\n");

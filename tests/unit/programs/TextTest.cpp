@@ -2,6 +2,9 @@
 
 #include "programs/kqft/Text.h"
 
+#include <chrono>
+
+#include "platform/System.h"
 #include "programs/kqft/JsonObject.h"
 #include "programs/kqft/Progress.h"
 #include "programs/kqft/Times.h"
@@ -47,9 +50,30 @@ TEST(Text, JsonCarriesEveryByteOfAName) {
             "\"text\":\"q\\\"\\\\\\u000A\\u0001\",\"n\":-2,\"s\":0.250,\"list\":[{\"a\":1},{}]}");
 }
 
+// Another zone than that of the machine: ahead of UTC, and more so in summer.
+struct CZone : CForwardingSystem {
+  explicit CZone(std::int64_t ahead) : CForwardingSystem(NativeSystem()), m_llAhead(ahead) {}
+  ESystemError LocalTime(std::int64_t seconds, SCalendarTime& time) override {
+    const bool isSummer = seconds >= 1774746000 && seconds < 1792890000;
+    const std::chrono::sys_seconds local(
+        std::chrono::seconds(seconds + m_llAhead + (isSummer ? 3600 : 0)));
+    const auto midnight = std::chrono::floor<std::chrono::days>(local);
+    const std::chrono::year_month_day day(midnight);
+    const std::chrono::hh_mm_ss clock(local - midnight);
+    time = {static_cast<int>(day.year()),
+            static_cast<int>(static_cast<unsigned>(day.month())),
+            static_cast<int>(static_cast<unsigned>(day.day())),
+            static_cast<int>(clock.hours().count()),
+            static_cast<int>(clock.minutes().count()),
+            static_cast<int>(clock.seconds().count())};
+    return ESystemError::kNone;
+  }
+  const std::int64_t m_llAhead;
+};
+
 TEST(Text, TimesNameTheirZone) {
-  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
-  tzset();
+  CZone east(3600), west(-12600);
+  ISystem* const before = ReplaceSystem(&east);
   const std::pair<const char*, const char*> times[] = {
       {"2026-01-02_03-04-05", "2026-01-02 03:04:05 +0100"},
       {"2026-03-29_01-59-59", "2026-03-29 01:59:59 +0100"},
@@ -60,12 +84,10 @@ TEST(Text, TimesNameTheirZone) {
     EXPECT_TRUE(ParseServerTime(text, seconds));
     EXPECT_EQ(FormatTime(seconds), shown);
   }
-  setenv("TZ", "NST3:30", 1);
-  tzset();
+  ReplaceSystem(&west);
   EXPECT_EQ(FormatTimeForPrograms(-1), "1969-12-31T20:29:59-03:30");
   for (const char* wrong : {"", "2026-13-02_03-04-05", "2026-01-02_03-04-05x", "2026-01-02"}) {
     EXPECT_FALSE(ParseServerTime(wrong, seconds)) << wrong;
   }
-  unsetenv("TZ");
-  tzset();
+  ReplaceSystem(before);
 }
