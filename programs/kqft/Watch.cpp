@@ -95,6 +95,7 @@ std::string WhyNoWatch(const SOptions& options) {
 int RunWatch(COutput& output, const SOptions& options) {
   const std::int64_t start = System().SteadyMilliseconds();
   CWatchObserver observer(output, options);
+  const CShowScope show([&observer] { observer.ShowNow(); });
   CProjectClient client(options.m_place, &observer);
   {
     const CInterruptScope scope([&client] { client.Cancel(); });
