@@ -27,7 +27,7 @@
 
 namespace {
 
-constexpr int kSizeWaitMs = 5000;
+constexpr int kSendSizeWaitMs = 5000;
 constexpr int kRequestWaitMs = 5000;
 constexpr int kWatchStepMs = 1000;
 constexpr int kStopWaitMs = 10000;
@@ -38,7 +38,7 @@ constexpr int kHandOverMs = 20;
 constexpr int kHandOverStepMs = 50;
 constexpr int kHandOverSteps = 101;
 
-const std::string kLogPrefix = "CKQFileTransServiceClient ReceiveSingleFile ";
+const std::string kReceiveLog = "CKQFileTransServiceClient ReceiveSingleFile ";
 
 }  // namespace
 
@@ -58,7 +58,7 @@ int CKQFileTransServiceClient::StartDownload(int result) {
   std::string names;
   for (const Channel_Key_Value& rec : CopyRecords()) AddName(names, rec.m_strName);
   SendText(NET_CTS_REQUEST_SERVERFILESIZE, names);
-  if (!AwaitReply(kSizeWaitMs)) {
+  if (!AwaitReply(kSendSizeWaitMs)) {
     m_nTransState = PROCESS_TYPE_NONE;
     return ERROR_CODE_WAIT_FILESIZE;
   }
@@ -127,7 +127,7 @@ bool CKQFileTransServiceClient::ReceiveSingleFile(Channel_Key_Value& rec) {
   CloseFile();
   if (!received) {
     // The blank behind the line end is kept on purpose.
-    WriteLog(kLogPrefix + "m_nErrorCode2 = " + std::to_string(m_nErrorCode) + " \n ");
+    WriteLog(kReceiveLog + "m_nErrorCode2 = " + std::to_string(m_nErrorCode) + " \n ");
   }
   return received;
 }
@@ -137,7 +137,7 @@ bool CKQFileTransServiceClient::ReceiveSingleFile(Channel_Key_Value& rec) {
 bool CKQFileTransServiceClient::OpenTarget(const std::string& local) {
   std::unique_ptr<ISystemFile> file;
   if (System().OpenFile(local, EOpenMode::kUpdate, file) == ESystemError::kNotFound) {
-    WriteLog(kLogPrefix + " CreateAllDir \n");
+    WriteLog(kReceiveLog + " CreateAllDir \n");
     EU::CExpertUtils::CreateAllDir(local);
     System().OpenFile(local, EOpenMode::kCreate, file);
   }
@@ -165,7 +165,7 @@ bool CKQFileTransServiceClient::RefuseFile(Channel_Key_Value& rec, int result,
                                            const std::string& message) {
   CloseFile();
   rec.m_nStatus = result;
-  WriteLog(kLogPrefix + message);
+  WriteLog(kReceiveLog + message);
   return false;
 }
 

@@ -27,7 +27,7 @@
 
 namespace {
 
-constexpr int kRoomWaitMs = 50;  // how late a sender that waits for room notices a stop
+constexpr int kStopLookMs = 50;  // how late a sender that waits for room notices a stop
 
 }  // namespace
 
@@ -215,7 +215,7 @@ bool CTransClient::SendBuffer(ILinkInfo* pLinkInfo, CDataBlock& block, SSendRun&
 // False when the run must send no more. Once a stop is seen, what is in hand
 // is queued without waiting.
 bool CTransClient::WaitForRoom(ILinkInfo& link, const SSendRun& run) const {
-  while (!m_bStopTrans && !m_bStopService && !IsStale(run) && !link.WaitSendRoom(kRoomWaitMs)) {
+  while (!m_bStopTrans && !m_bStopService && !IsStale(run) && !link.WaitSendRoom(kStopLookMs)) {
   }
   return !IsStale(run);
 }

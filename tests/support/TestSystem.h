@@ -11,6 +11,12 @@
 
 #include "platform/System.h"
 
+constexpr std::int64_t kMiB = 1 << 20;
+
+inline bool Holds(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
 /// Every operation that a plan can make fail, and what it is called.
 struct SNamedOperation {
   EOperation m_operation;
