@@ -146,6 +146,7 @@ void CTransClient::Rest() {
 
 bool CTransClient::StopService() {
   m_bStopService = true;
+  DismissSender();
   CKQPlatForm::KQSleep(kFirstStopWaitMs);
   bool ended = !m_bWriting;
   for (int step = 1; !ended && step <= kStopSteps; ++step) {

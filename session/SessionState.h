@@ -1,6 +1,8 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 
 #include "platform/ThreadGate.h"
@@ -20,4 +22,10 @@ struct CTransClient::SState {
                                      // m_nTransType where a run ends
   std::uint64_t m_ullLinkEpoch = 0;  // guarded; moves on with every ResetForLink
   std::uint64_t m_ullRun = 0;        // guarded; number of the newest run
+
+  // A sender stays for the next run of its link: a client that fetches many
+  // files asks for the next one as soon as it has heard of the end of one.
+  std::condition_variable m_nextRun;    // for the sender that stayed
+  bool m_bSenderStays = false;          // guarded by m_runMutex; one waits, or is about to
+  std::shared_ptr<SSendRun> m_pHanded;  // guarded by m_runMutex; for whoever waits
 };

@@ -179,7 +179,8 @@ class KQFT_API CTransClient {
   /// What one download works on, fixed when it is prepared.
   struct SSendRun;
 
-  /// Entry of the sender thread. @param run an SSendRun*, taken over
+  /// Entry of the sender thread. @param run a std::shared_ptr<SSendRun>*, taken
+  ///             over
   static void* SendFileThread(void* run);
   void SendFileToClient(SSendRun& run);
 
@@ -223,9 +224,13 @@ class KQFT_API CTransClient {
   bool IsStale(const SSendRun& run) const;
   bool WaitForRoom(ILinkInfo& link, const SSendRun& run) const;
   int StreamFile(SSendRun& run);
-  void FinishRun(const SSendRun& run, int end);
+  void FinishRun(SSendRun& run, int end);
   void SendToRun(const SSendRun& run, int msgType, const void* body, int nLength);
 
   struct SState;
+  static std::shared_ptr<SSendRun> NextRun(SState& state);
+  void StayForNextRun(SSendRun& run);
+  void DismissSender();
+
   const std::shared_ptr<SState> m_pState;  // every further member goes there (docs/abi.md)
 };
