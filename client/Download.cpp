@@ -27,10 +27,8 @@
 namespace {
 
 constexpr int kSizeWaitMs = 5000;
-constexpr int kRequestWaitMs = 5000;
 constexpr int kWatchStepMs = 1000;
 constexpr int kStopWaitMs = 10000;
-constexpr std::int64_t kStallSeconds = 10;
 
 // Handing over the file: a first pause, then steps while a write runs.
 constexpr int kHandOverMs = 20;
@@ -91,14 +89,14 @@ void CKQFileTransServiceClient::ReceiveFileFromServer() {
   try {
     if (!TakeRun(PROCESS_TYPE_CLIENT_DOWNDATA, run)) return;
     for (; i < run.m_vecKey.size() && !IsTransStopped(); ++i) {
-      BeginRecord(run, i, run.m_vecKey[i].m_llSize);
+      BeginRecord(run.m_ullNumber, i, run.m_vecKey[i].m_llSize);
       const bool received = ReceiveSingleFile(run.m_vecKey[i]);
-      StoreStatus(run, i, run.m_vecKey[i].m_nStatus);
+      StoreStatus(run.m_ullNumber, i, run.m_vecKey[i].m_nStatus);
       if (!received) break;
     }
   } catch (...) {  // no memory, as a rule
     CloseFile();
-    StoreStatus(run, i, ERROR_CODE_CLIENT_SENDCMD);
+    StoreStatus(run.m_ullNumber, i, ERROR_CODE_CLIENT_SENDCMD);
   }
   if (FinishUnlessStopped(run.m_ullNumber)) return;
   try {
@@ -133,13 +131,21 @@ bool CKQFileTransServiceClient::ReceiveSingleFile(Channel_Key_Value& rec) {
 
 // Opened without a look before: a copy that cannot be looked at, or not be
 // opened now, must not pass for a missing one and be emptied.
-bool CKQFileTransServiceClient::OpenTarget(const std::string& local) {
+std::unique_ptr<ISystemFile> CKQFileTransServiceClient::OpenLocal(const std::string& local,
+                                                                  bool& made) {
   std::unique_ptr<ISystemFile> file;
-  if (System().OpenFile(local, EOpenMode::kUpdate, file) == ESystemError::kNotFound) {
+  made = System().OpenFile(local, EOpenMode::kUpdate, file) == ESystemError::kNotFound;
+  if (made) {
     WriteLog(kLogPrefix + " CreateAllDir \n");
     EU::CExpertUtils::CreateAllDir(local);
     System().OpenFile(local, EOpenMode::kCreate, file);
   }
+  return file;
+}
+
+bool CKQFileTransServiceClient::OpenTarget(const std::string& local) {
+  bool made = false;
+  std::unique_ptr<ISystemFile> file = OpenLocal(local, made);
   return UseFile(file == nullptr ? nullptr : std::make_shared<CFileHandle>(std::move(file)), local);
 }
 

@@ -20,8 +20,10 @@ class CKQEvent;
 class CKQFile;
 class CNetWorkManageEx;
 class CThreadLock;
+class CKQFileBulkTransfer;
 class CTransferRun;
 class ILinkInfo;
+class ISystemFile;
 
 // <windows.h> turns SendMessage into a macro; here it is a name of ours.
 #pragma push_macro("SendMessage")
@@ -229,7 +231,8 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   static void* SendFile(void* client);
   static void* ReceiveFile(void* client);
 
-  void SendFileToServer();
+  /// What the worker of an upload does: all files of the request.
+  virtual void SendFileToServer();
 
   /// Announces a file; m_llServerFilePos is then what the server holds of it.
   /// @param name  at most 1023 bytes, else -18
@@ -258,7 +261,8 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
 
   // Download (Download.cpp). Worker's thread.
 
-  void ReceiveFileFromServer();
+  /// What the worker of a download does.
+  virtual void ReceiveFileFromServer();
 
   /// @return false with the code in rec.m_nStatus.
   bool ReceiveSingleFile(Channel_Key_Value& rec);
@@ -347,18 +351,21 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   bool SendPiece(ILinkInfo* link, CIOCPBuffer* buffer, int bytes);
   std::string GuardedCopy(const std::string& member) const;
 
+  friend class CKQFileBulkTransfer;  // another worker for the same transfers
+
   // Runs (TransferRun.cpp): which worker's transfer is the current one.
   void BeginRun(int mode, std::vector<Channel_Key_Value> records);
   bool TakeRun(int mode, CTransferRun& run);
-  void BeginRecord(const CTransferRun& run, std::size_t index, std::int64_t size);
+  void BeginRecord(std::uint64_t number, std::size_t index, std::int64_t size);
   int CheckIdle();
   int PrepareRecords(int mode, std::vector<Channel_Key_Value> records);
   int StartUpload(int result);
   int StartDownload(int result);
   bool StartWorker(void* (*entry)(void*));
+  void EndWorker();
   void FinishRun(std::uint64_t number, bool signalEnd);
   bool FinishUnlessStopped(std::uint64_t number);
-  void StoreStatus(const CTransferRun& run, std::size_t index, std::int32_t status);
+  void StoreStatus(std::uint64_t number, std::size_t index, std::int32_t status);
   std::vector<Channel_Key_Value> CopyRecords() const;
   bool UseFile(std::shared_ptr<CFileHandle> file, const std::string& path);
   void LeaveFile();
@@ -371,6 +378,7 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   int ReportRange(int index, const FILEDATAPOS& range, std::int64_t done);
 
   bool HasFreeSpace() const;
+  std::unique_ptr<ISystemFile> OpenLocal(const std::string& local, bool& made);
   bool OpenTarget(const std::string& local);
   bool RequestFile(Channel_Key_Value& rec, std::int64_t have);
   bool RefuseFile(Channel_Key_Value& rec, int result, const std::string& message);

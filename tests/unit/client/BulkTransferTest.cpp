@@ -1,0 +1,286 @@
+// Many files behind one another, with a scripted server.
+
+#include "client/KQFileBulkTransfer.h"
+
+#include <cstdlib>
+
+#include "platform/ByteOrder.h"
+#include "platform/KQPlatForm.h"
+#include "support/TestClient.h"
+#include "support/TestSockets.h"
+
+namespace {
+
+using Statuses = std::vector<int>;
+
+constexpr int kFiles = 20;
+
+// Bytes between two ends of a link; 1 in the sweep over all faults.
+int Stride() {
+  return std::getenv("KQFT_SWEEP") != nullptr ? 1 : 7;
+}
+
+class CBulkClient : public CKQFileBulkTransfer {
+ public:
+  explicit CBulkClient(int port) {
+    Init(m_logs.Path());
+    SetPrjDir(m_files.Path());
+    EXPECT_TRUE(Connect("127.0.0.1", port));
+  }
+  ~CBulkClient() override { Stop(); }
+
+  int Start(bool up, int files) {
+    std::vector<Channel_Key_Value> records(static_cast<std::size_t>(files));
+    for (int i = 0; i < files; ++i) {
+      Channel_Key_Value& record = records[static_cast<std::size_t>(i)];
+      record.m_strName = NameOf(i);
+      record.m_strPath = up ? m_files / NameOf(i) : NameOf(i);
+    }
+    return up ? UploadRecords(records) : DownloadRecords(records);
+  }
+  Statuses Finish() {
+    EXPECT_TRUE(WaitUntil([this] { return IsTransFinished(); }));
+    std::string xml;
+    GetAllTransFileStatus(xml);
+    Statuses statuses;
+    for (const Channel_Key_Value& rec : ParseRecords(xml)) statuses.push_back(rec.m_nStatus);
+    return statuses;
+  }
+  Statuses Move(bool up, int files = kFiles) {
+    EXPECT_EQ(Start(up, files), 1);
+    return Finish();
+  }
+  static std::string NameOf(int i) { return "f" + std::to_string(100 + i); }
+  static std::string ContentOf(const std::string& name) {
+    return PatternBytes(static_cast<std::size_t>(name.back() - '0') * 3, name[2]);
+  }
+  std::string Local(int i) const { return m_files / NameOf(i); }
+
+  CTempDirectory m_logs;
+  CTempDirectory m_files;
+};
+
+class BulkTransfer : public testing::Test {
+ protected:
+  BulkTransfer() {
+    m_server.On(2500, [this](const std::string& body) {
+      m_strName = body.substr(1);
+      m_strContent.clear();
+      m_server.Send(2500, Int32(1) + Int64(0));
+    });
+    m_server.On(2501, [this](const std::string& body) { m_strContent += body.substr(8); });
+    m_server.On(2502, [this](const std::string&) {
+      m_stored[m_strName] = m_strContent;
+      m_server.Send(2502);
+    });
+    m_server.Answer(2504, Int64(1));
+    m_server.On(2505, [this](const std::string& body) { Serve(body); });
+  }
+  ~BulkTransfer() override { m_server.Stop(); }
+
+  void Serve(const std::string& request, int end = 1) {
+    const std::int64_t have = ReadInt64(request.data());
+    const std::string content = CBulkClient::ContentOf(request.substr(8));
+    m_server.Send(2505, Int32(1));
+    const std::string rest = content.substr(static_cast<std::size_t>(have));
+    if (!rest.empty()) m_server.Send(2506, Int64(have) + rest);
+    m_server.Send(2507, Int32(end));
+  }
+  static void MakeFiles(const CBulkClient& client, int files = kFiles) {
+    for (int i = 0; i < files; ++i) {
+      WriteWholeFile(client.Local(i), CBulkClient::ContentOf(CBulkClient::NameOf(i)));
+    }
+  }
+
+  CScopedSystem m_system{CFaultPlan().ClockFaster(50)};
+  CScopedSockets m_sockets;
+  CFakeServer m_server;
+  std::string m_strName, m_strContent;          // the delivery thread's
+  std::map<std::string, std::string> m_stored;  // the delivery thread's
+};
+
+TEST_F(BulkTransfer, EachAnswerMayLackComeLateOrTellOfAFailure) {
+  enum EFault { kMissing, kLate, kFailing };
+  for (const EFault fault : {kMissing, kLate, kFailing}) {
+    for (const int k : {1, 2, 3, 7, 40}) {
+      int answers = 0;
+      Statuses expected(kFiles, 1);
+      const auto answer = [&](int code, const std::string& good) {
+        const auto file = static_cast<std::size_t>(answers / 2);
+        const bool spoilt = ++answers % k == 0;
+        const bool isEnd = code == 2502;
+        if (spoilt && fault == kLate) System().Sleep(250);  // of test time
+        if (spoilt && fault == kFailing) {
+          expected[file] = isEnd && expected[file] == 1 ? -10 : -8;
+          m_server.Send(isEnd ? 2508 : 2500, isEnd ? Int32(-10) : Int32(-8) + Int64(0));
+          if (!isEnd) return;
+        }
+        if (!spoilt || fault != kMissing) return static_cast<void>(m_server.Send(code, good));
+        if (expected[file] == 1) expected[file] = isEnd ? -21 : -19;
+      };
+      m_server.On(2500, [&](const std::string&) { answer(2500, Int32(1) + Int64(0)); });
+      m_server.On(2502, [&](const std::string&) { answer(2502, ""); });
+      CBulkClient client(m_server.Port());
+      MakeFiles(client);
+      const Statuses statuses = client.Move(true);
+      if (k == 1 && fault == kMissing) {  // nothing is known of those behind
+        std::fill(expected.begin() + 1, expected.end(), -28);
+      }
+      EXPECT_EQ(statuses, expected) << fault << " " << k;
+    }
+  }
+}
+
+// As many are on their way as a server takes for no flood, and no more.
+TEST_F(BulkTransfer, FilesFollowOneAnotherWithinAWindow) {
+  CSharedWord<bool> silent = true;
+  int owed = 0;
+  const auto answer = [&](int code, const std::string& body) {
+    if (!silent) m_server.Send(code, body);
+  };
+  m_server.On(2500, [&](const std::string&) { answer(2500, Int32(1) + Int64(0)); });
+  m_server.On(2502, [&](const std::string&) {
+    answer(2502, "");
+    if (++owed != 32) return;
+    EXPECT_EQ(m_server.Count(2500), 32U);
+    silent = false;
+    for (int i = 0; i < 32; ++i) {
+      m_server.Send(2500, Int32(1) + Int64(0));
+      m_server.Send(2502);
+    }
+  });
+  CBulkClient client(m_server.Port());
+  MakeFiles(client, 40);
+  EXPECT_EQ(client.Move(true, 40), Statuses(40, 1));
+  std::vector<int> codes;
+  for (const auto& [code, body] : m_server.Packets()) codes.push_back(code);
+  codes.erase(codes.begin());  // the link
+  for (std::size_t at = 0, i = 0; at < codes.size(); ++i) {
+    const std::string content = CBulkClient::ContentOf(CBulkClient::NameOf(static_cast<int>(i)));
+    EXPECT_EQ(codes[at++], 2500);
+    if (!content.empty()) {
+      EXPECT_EQ(codes[at++], 2501);
+    }
+    EXPECT_EQ(codes[at++], 2502);
+  }
+}
+
+TEST_F(BulkTransfer, LinkMayEndAfterAnyByteUp) {
+  m_system.Follow(CFaultPlan());
+  for (const EDirection direction : {EDirection::kSent, EDirection::kReceived}) {
+    bool ended = true;
+    for (int at = 1; ended; at += Stride()) {
+      m_sockets.Follow({at, direction});
+      CBulkClient client(m_server.Port());
+      MakeFiles(client);
+      const Statuses statuses = client.Move(true);
+      client.Stop();
+      ended = m_sockets.HasEnded();
+      std::int64_t confirmed = 0;
+      const std::string answers = m_sockets.Carried(EDirection::kReceived);
+      for (std::size_t head = 0; head + 20 <= answers.size();) {
+        confirmed += ReadInt32(answers.data() + head + 4) == 2502 ? 1 : 0;
+        head += 20 + static_cast<std::size_t>(ReadInt32(answers.data() + head + 12));
+      }
+      EXPECT_EQ(std::count(statuses.begin(), statuses.end(), 1), confirmed) << at;
+      EXPECT_EQ(std::count(statuses.begin(), statuses.end(), -20), kFiles - confirmed) << at;
+      EXPECT_TRUE(std::is_sorted(statuses.rbegin(), statuses.rend())) << at;
+    }
+  }
+  m_server.Stop();
+  for (int i = 0; i < kFiles; ++i) {
+    EXPECT_EQ(m_stored[CBulkClient::NameOf(i)], CBulkClient::ContentOf(CBulkClient::NameOf(i)));
+  }
+}
+
+TEST_F(BulkTransfer, LinkMayEndAfterAnyByteDownAndGoesOnExactly) {
+  m_system.Follow(CFaultPlan());
+  for (const EDirection direction : {EDirection::kSent, EDirection::kReceived}) {
+    bool ended = true;
+    for (int at = 0; ended; at += Stride()) {
+      // The sizes are asked for by the start.
+      m_sockets.Follow({at + (direction == EDirection::kSent ? 120 : 28), direction});
+      CBulkClient client(m_server.Port());
+      const Statuses statuses = client.Move(false);
+      ended = m_sockets.HasEnded();
+      std::vector<std::string> requests;
+      for (int i = 0; i < kFiles; ++i) {
+        const std::string content = CBulkClient::ContentOf(CBulkClient::NameOf(i));
+        const std::string here = ReadWholeFile(client.Local(i));
+        EXPECT_EQ(here, content.substr(0, here.size()));
+        const int status = statuses[static_cast<std::size_t>(i)];
+        EXPECT_TRUE(status == 1 ? here == content : status == -20) << status;
+        requests.push_back(Int64(std::ssize(here)) + CBulkClient::NameOf(i));
+      }
+      m_sockets.Follow(SLinkPlan());
+      EXPECT_EQ(client.Move(false), Statuses(kFiles, 1));
+      const std::vector<std::string> asked = m_server.Bodies(2505);
+      EXPECT_EQ(std::vector<std::string>(asked.end() - kFiles, asked.end()), requests) << at;
+      for (int i = 0; i < kFiles; ++i) {
+        EXPECT_EQ(ReadWholeFile(client.Local(i)), CBulkClient::ContentOf(CBulkClient::NameOf(i)));
+      }
+    }
+  }
+}
+
+TEST_F(BulkTransfer, OneFileOfADownloadFailsOrWaitsAlone) {
+  const std::pair<std::vector<Packet>, int> cases[] = {
+      {{{2505, Int32(-7)}}, -7},
+      {{{2505, Int32(-12)}}, 1},  // passes
+      {{{2505, Int32(-9)}}, 1},
+      {{{2506, Int64(0) + "x"}, {2506, Int64(2) + "x"}, {2507, Int32(-28)}, {2505, Int32(1)}}, -27},
+      {{{2505, Int32(1)}, {2507, Int32(-28)}}, -28}};
+  for (const auto& [answers, status] : cases) {
+    bool first = true;
+    m_server.On(2505, [&, sent = answers](const std::string& request) {
+      if (!std::exchange(first, false)) return Serve(request);
+      for (const auto& [code, body] : sent) m_server.Send(code, body);
+    });
+    CBulkClient client(m_server.Port());
+    EXPECT_EQ(client.Move(false, 3), (Statuses{status, 1, 1}));
+  }
+  for (const auto& [answer, status] : {std::pair(0, -25), std::pair(2505, -26)}) {
+    m_server.On(2505, [&](const std::string&) {
+      if (answer != 0) m_server.Send(answer, Int32(1));
+    });
+    CBulkClient client(m_server.Port());
+    EXPECT_EQ(client.Move(false, 2), (Statuses{status, -28}));
+  }
+}
+
+TEST_F(BulkTransfer, StopEndsAtOnceAndTheLinkGoesOn) {
+  CBulkClient client(m_server.Port());
+  m_server.Silent(2500);
+  m_server.Silent(2502);
+  MakeFiles(client);
+  ASSERT_EQ(client.Start(true, kFiles), 1);
+  EXPECT_TRUE(m_server.WaitFor(2502));
+  EXPECT_EQ(client.StopTrans(), 1);
+  EXPECT_EQ(client.Finish(), Statuses(kFiles, -28));
+  for (std::size_t i = 0; i < m_server.Count(2502); ++i) {  // late
+    m_server.Send(2500, Int32(1) + Int64(0));
+    m_server.Send(2502);
+  }
+
+  for (int i = 0; i < kFiles; ++i) System().RemoveFile(client.Local(i));
+  m_server.Silent(2503);
+  m_server.On(2505, [this](const std::string&) {
+    m_server.Send(2505, Int32(1));
+    m_server.Send(2506, Int64(0));
+  });
+  ASSERT_EQ(client.Start(false, kFiles), 1);
+  EXPECT_TRUE(m_server.WaitFor(2505));
+  EXPECT_EQ(client.StopTrans(), 1);
+  EXPECT_EQ(client.Finish(), Statuses(kFiles, -28));
+  EXPECT_TRUE(m_server.WaitFor(2503));
+  EXPECT_FALSE(CKQPlatForm::IsFileExist(client.Local(kFiles - 1))) << "made ahead";
+  m_server.Send(2506, Int64(0) + "late");
+  m_server.Send(2507, Int32(-28));
+  m_server.On(2505, [this](const std::string& body) { Serve(body); });
+  EXPECT_EQ(client.Move(false), Statuses(kFiles, 1));
+  for (int i = 0; i < kFiles; ++i) {
+    EXPECT_EQ(ReadWholeFile(client.Local(i)), CBulkClient::ContentOf(CBulkClient::NameOf(i)));
+  }
+}
+
+}  // namespace
