@@ -284,7 +284,7 @@ bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, 
     pData = lostInfo.data();
     nLength = static_cast<int>(lostInfo.size());
   }
-  CKQFileTransServiceClient::DealNetMsg(ip, port, nMsgType, nLength, pData, extra);
+  CKQFileBulkTransfer::DealNetMsg(ip, port, nMsgType, nLength, pData, extra);
   switch (nMsgType) {
     case NET_STC_TRANSFILEDATA:
       TakeData(nLength, pData);
@@ -349,7 +349,7 @@ bool CSession::ReleaseIOCPBuffer(CIOCPBuffer* p) {
       m_llMoved += static_cast<std::int64_t>(piece->m_strData.size());
     }
   }
-  return CKQFileTransServiceClient::ReleaseIOCPBuffer(p);
+  return CKQFileBulkTransfer::ReleaseIOCPBuffer(p);
 }
 
 // True when a server that never answered this kind of request answers the next

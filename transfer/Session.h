@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "client/KQFileTransServiceVisitor.h"
+#include "client/KQFileBulkTransfer.h"
 #include "transfer/Digest.h"
 #include "transfer/ProjectClient.h"
 
@@ -39,7 +39,7 @@ struct SLostAnswer {
 /// and never answered on this link gets no answer later, and is not asked again.
 ///
 /// Threads: one thread uses it; the network layer calls the overrides.
-class CSession : public CKQFileTransServiceVisitor {
+class CSession : public CKQFileBulkTransfer {
  public:
   /// @param place    m_strLogDirectory ends with a separator
   /// @param observer told of long waits; outlives the session
