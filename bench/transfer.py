@@ -27,8 +27,6 @@ import peers
 from common import (GIB, KIB, MIB, Server, WorkDirectory, bar, cpu_of, link_files, machine_line,
                     make_files, median, say, status_mib, warm_memory)
 
-PAUSE_MS = 20  # the pause with which a client hands over each fetched file
-ADDED_MS = 1.0
 WIDTH = 24  # of a column
 INVENTORY = "kqft.inventory"
 KQFT, PLAIN, FLOOR = "kqft", "kqft without inventory", "floor"
@@ -240,17 +238,15 @@ def large_bars(case, contenders):
 
 
 def small_bars(case, contenders):
+    names = [c.name for c in contenders if isinstance(c, peers.Peer)]
     asking = [c.name for c in contenders if isinstance(c, peers.Peer) and c.asks_per_file]
-    if asking and case.size < MIB:
-        best = min(asking, key=lambda name: case.time("up", name))
-        bar(f"{case.name} up, over the best that asks per file ({best})", case.over("up", best),
-            1.0)
-    added = case.time("down", KQFT) / case.count * 1000 - PAUSE_MS
-    if case.size < MIB:
-        bar(f"{case.name} down, added to the {PAUSE_MS} ms of each file", added, ADDED_MS, " ms",
-            most=True)
-    else:
-        say(f"  {case.name} down: {added:.2f} ms added to the {PAUSE_MS} ms of each file")
+    rsync = [name for name in names if name == peers.Rsync.name]
+    for direction in ("up", "down"):
+        small = rsync if direction == "up" else asking  # a download asks for each file
+        others = small if case.size < MIB else names
+        if others:
+            best = min(others, key=lambda name: case.time(direction, name))
+            bar(f"{case.name} {direction}, over {best}", case.over(direction, best), 1.0)
 
 
 def stopped_upload(build, root, source, seconds):
