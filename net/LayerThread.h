@@ -8,6 +8,7 @@ struct SLayerThread {
   bool m_bOfLayer = false;                   ///< a thread of some manager's layer
   CLink* m_pDelivers = nullptr;              ///< the link whose callbacks it runs; null: none
   const CLinkBinding* m_pBinding = nullptr;  ///< the innermost; null: none
+  bool m_bMoreToCome = false;                ///< a further packet has arrived whole behind this one
 };
 
 /// The calling thread's own.

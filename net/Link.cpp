@@ -33,6 +33,14 @@ constexpr int kPauseMs = 5;
 
 constexpr std::size_t kShellLocks = 32;
 
+// A whole packet that will be delivered.
+bool HoldsPacket(const char* data, std::size_t bytes) {
+  if (bytes < kPackHeadBytes || !CNetWorkPackHead::IsValid(data)) return false;
+  const unsigned code = CNetWorkPackHead::Code(data);
+  return code != NET_COMMAND_CONNECT && code != NET_COMMAND_DISCONNECT &&
+         CNetWorkPackHead::BodyLength(data) <= bytes - kPackHeadBytes;
+}
+
 }  // namespace
 
 CLink::CLink(ILinkOwner& owner, std::unique_ptr<IStreamSocket> socket, std::uint64_t serial,
@@ -100,6 +108,8 @@ void CLink::Receive() {
     end += bytes;
     int answered = 0;
     while (const std::size_t whole = DeliverableBytes(data.get() + begin, end - begin)) {
+      LayerThread().m_bMoreToCome =
+          m_owner.Listens() && HoldsPacket(data.get() + begin + whole, end - begin - whole);
       if (!DeliverChunk(data.get() + begin, whole)) return;
       begin += whole;
       if (m_owner.Listens() && m_queue.WaitTextRoom()) Pace(++answered);

@@ -166,19 +166,32 @@ bool CDurableUpload::Wrote(CFileHandle& file, std::int64_t position, std::int64_
 }
 
 // Where nothing was begun the note is that of another server, a durable one.
-bool CDurableUpload::End(CFileHandle& file) {
+bool CDurableUpload::End(CFileHandle& file, std::set<std::string>* flushed) {
   if (m_strPath.empty()) {
     file.SetNote("");
     return true;
   }
-  if (!file.Flush()) return Fail(file);
-  for (int level = 0; level < m_nNewEntries; ++level) {
-    const ESystemError error = System().FlushDirectory(DirectoryAbove(m_strPath, level));
-    if (error != ESystemError::kNone) return Fail(file);
-  }
+  const bool isWritten = !m_bStartFailed && file.Flush();
+  // Also of a file that failed: others may lie in the directories it made.
+  if (!FlushDirectories(flushed) || !isWritten) return Fail(file);
   if (m_bNoted) SetNoteFor(file, std::max(m_llSafeBytes, SizeOf(m_strPath)), m_llWholeBytes);
   m_strPath.clear();
   return true;
+}
+
+bool CDurableUpload::FlushDirectories(std::set<std::string>* flushed) const {
+  for (int level = 0; level < m_nNewEntries; ++level) {
+    const std::string directory = DirectoryAbove(m_strPath, level);
+    if (flushed != nullptr && flushed->count(directory) > 0) continue;
+    if (System().FlushDirectory(directory) != ESystemError::kNone) return false;
+    if (flushed != nullptr) flushed->insert(directory);
+  }
+  return true;
+}
+
+// A flush may not tell again what this one says.
+void CDurableUpload::StartEnd(CFileHandle& file) {
+  m_bStartFailed = HasBegun() && !file.StartFlush();
 }
 
 bool CDurableUpload::EndPending() {
@@ -191,6 +204,7 @@ bool CDurableUpload::EndPending() {
 
 bool CDurableUpload::Fail(CFileHandle& file) {
   m_bFailed = true;
+  m_bStartFailed = false;
   const std::int64_t size = SizeOf(m_strPath);
   if (size > m_llSafeBytes && file.Resize(m_llSafeBytes)) {
     m_llWholeBytes = std::max(m_llWholeBytes, size);

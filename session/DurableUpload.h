@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 
 #include "platform/KQFile.h"
@@ -46,7 +47,15 @@ class CDurableUpload {
   /// @return true when the file and the way to it lie on the disk. Without a
   ///         Begin before, as on a server that is not durable, at once.
   /// Blocks: for at most two steps of data, and for the directories' entries.
-  bool End(CFileHandle& file);
+  /// @param flushed directories that lie on the disk since all files of a group
+  ///                were made; what is brought there is added
+  bool End(CFileHandle& file, std::set<std::string>* flushed = nullptr);
+
+  /// Begins what End waits for.
+  void StartEnd(CFileHandle& file);
+
+  /// True from Begin until End has succeeded.
+  bool HasBegun() const { return !m_strPath.empty(); }
 
   /// This much of the file is known to lie on the disk.
   std::int64_t SafeBytes() const { return m_llSafeBytes; }
@@ -59,11 +68,13 @@ class CDurableUpload {
 
  private:
   bool Fail(CFileHandle& file);
+  bool FlushDirectories(std::set<std::string>* flushed) const;
   static void SetNoteFor(CFileHandle& file, std::int64_t bytes, std::int64_t wholeBytes);
 
   std::string m_strPath;              // "" once its end has been confirmed
   int m_nNewEntries = 0;              // in as many directories above it
   bool m_bFailed = false;             // since Begin
+  bool m_bStartFailed = false;        // what StartEnd began
   bool m_bWantsNote = false;          // before the first chunk
   bool m_bNoted = false;              // the file bears a note
   bool m_bInOrder = true;             // each chunk began where the last one ended

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <utility>
 
+#include "net/LayerThread.h"
 #include "net/NetBuffer.h"
 #include "net/NetWorkManageEx.h"
 #include "net/NetWorkPackHead.h"
@@ -69,9 +70,16 @@ CTransClient::~CTransClient() {
 bool CTransClient::DealNetMsg(unsigned int, int, int msgType, int nLength, const char* data, int) {
   if (nLength < 0) return true;
   try {
+    if (!JoinsGroup(msgType, nLength, data)) ConfirmGroup();
+    m_pState->m_group.Count(nLength);
     Dispatch(msgType, nLength, data);
   } catch (...) {
     // Out of memory for this one request: its client runs into its time-out.
+  }
+  try {
+    if (!LayerThread().m_bMoreToCome || m_pState->m_group.IsFull()) ConfirmGroup();
+  } catch (...) {
+    // As above.
   }
   return true;
 }
@@ -140,6 +148,7 @@ void CTransClient::WriteLog(const std::string& msg) {
 
 void CTransClient::Rest() {
   m_pTransFile->Close();
+  m_pState->m_group.Clear();
   const CScopedLock lock(m_pLogLock);
   m_pLogFile->Close();
 }
@@ -166,6 +175,7 @@ void CTransClient::WaitSenders() {
 void CTransClient::ResetForLink() {
   const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
   ++m_pState->m_ullLinkEpoch;
+  m_pState->m_group.Clear();
   m_bStopTrans = false;
   m_bStopService = false;
   m_nTransType = PROCESS_TYPE_NONE;
@@ -177,6 +187,10 @@ int CTransClient::SendMsg(int msgType, const void* body, int nLength) {
 
 int CTransClient::SendMsg(int msgType, const std::string& body) {
   if (body.size() > static_cast<std::size_t>(kMaxBodyBytes)) return 0;
+  if (!m_pState->m_group.IsEmpty()) {
+    m_pState->m_group.Hold(msgType, body, false);
+    return 1;
+  }
   return SendMsg(msgType, body.data(), static_cast<int>(body.size()));
 }
 

@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "platform/ThreadGate.h"
+#include "session/ConfirmGroup.h"
 #include "session/DurableUpload.h"
 #include "session/TransClient.h"
 
@@ -13,6 +14,7 @@
 /// changing the size of the class.
 struct CTransClient::SState {
   CDurableUpload m_durable;            // delivery thread; idle unless the server is durable
+  CConfirmGroup m_group;               // delivery thread; as well
   KQLonglong m_llLostPos = INT64_MAX;  // delivery thread; of the open file the first byte that
                                        // could not be stored
 

@@ -215,9 +215,12 @@ class KQFT_API CTransClient {
   int CheckReceiving();
   bool StoreChunk(KQLonglong position, const char* data, int nLength);
   bool WriteDurably(KQLonglong position, const char* data, int nLength);
-  void LogWriteFailure();
+  void LogWriteFailure(const std::string& path);
   void AnnounceFailure(int result);
   void FlushReceived();
+  void HandOverReceived();
+  void ConfirmGroup();
+  bool JoinsGroup(int msgType, int nLength, const char* data) const;
   std::string ProjectDir() const;
   void AppendProject(std::vector<Channel_Key_Value>* out);
   bool StartSender(KQLonglong position, const std::string& path);

@@ -6,6 +6,7 @@
 // with StopService.
 
 #include <algorithm>
+#include <utility>
 
 #include "net/TransNet.h"
 #include "platform/ExpertUtils.h"
@@ -142,7 +143,7 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
   // Nothing is stored behind what was lost until that has arrived: the next
   // upload goes on where the file ends and takes all before it for stored.
   if (piece->m_llPosition > m_pState->m_llLostPos) {
-    LogWriteFailure();
+    LogWriteFailure(m_pTransFile->GetFilePath());
     return ERROR_CODE_SERVER_WRITE;
   }
 
@@ -160,17 +161,17 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
     // clears it, and StopService of a session that stored data waits its full time.
     return RESULT_OK;
   }
-  LogWriteFailure();
+  LogWriteFailure(m_pTransFile->GetFilePath());
   m_bWriting = false;
   return ERROR_CODE_SERVER_WRITE;
 }
 
-void CTransClient::LogWriteFailure() {
+void CTransClient::LogWriteFailure(const std::string& path) {
   const std::int64_t now = CTimeConvert::GetCurTime();
   const std::int64_t since = now - m_llWriteErrTime;
   if (since <= kWriteErrorLogSeconds && since >= -kWriteErrorLogSeconds) return;
   m_llWriteErrTime = now;
-  WriteLog("write data failed " + m_pTransFile->GetFilePath() + "\n");
+  WriteLog("write data failed " + path + "\n");
 }
 
 // Ends an upload; its flush, where the server wants one, comes before the
@@ -178,17 +179,55 @@ void CTransClient::LogWriteFailure() {
 // and leaves the state to it, kept on purpose.
 void CTransClient::AnswerEndOfFile() {
   if (!m_bStopService) {
-    if (m_nTransType == PROCESS_TYPE_CLIENT_UPDATA) FlushReceived();
+    if (m_nTransType == PROCESS_TYPE_CLIENT_UPDATA) {
+      if (m_pState->m_durable.HasBegun() && m_pTransFile->IsOpen()) {
+        HandOverReceived();
+        return;
+      }
+      FlushReceived();
+    }
     m_nTransType.Claim(PROCESS_TYPE_CLIENT_UPDATA, PROCESS_TYPE_NONE);
     m_pTransFile->Close();
   }
-  SendMsg(NET_CTS_TRANSFILEDATA_END, nullptr, 0);
+  SendMsg(NET_CTS_TRANSFILEDATA_END, "");
   WriteLog("DealNetMsg NET_CTS_TRANSFILEDATA_END \n");
+}
+
+// What the next packets bring may lie on the disk with it.
+void CTransClient::HandOverReceived() {
+  CConfirmGroup& group = m_pState->m_group;
+  group.Add(std::exchange(m_pState->m_durable, CDurableUpload()), m_pTransFile->Detach(),
+            m_pTransFile->GetFilePath(), m_nLastDataError);
+  m_nTransType.Claim(PROCESS_TYPE_CLIENT_UPDATA, PROCESS_TYPE_NONE);
+  group.Hold(NET_CTS_TRANSFILEDATA_END, "", true);
+  WriteLog("DealNetMsg NET_CTS_TRANSFILEDATA_END \n");
+}
+
+// Only files that are new, and their data, may come before the end of others
+// is confirmed: nobody asks for these by that.
+bool CTransClient::JoinsGroup(int msgType, int nLength, const char* data) const {
+  if (m_pState->m_group.IsEmpty()) return true;
+  if (msgType == NET_CTS_TRANSFILEDATA || msgType == NET_CTS_TRANSFILEDATA_END) return true;
+  const auto start = DecodeBody<SUploadStart>(data, nLength);
+  return msgType == NET_CTS_PREPARETRAN_FILE && start && start->m_bCreate &&
+         !m_pState->m_group.Holds(std::string(start->m_strPath));
+}
+
+void CTransClient::ConfirmGroup() {
+  if (m_pState->m_group.IsEmpty()) return;
+  CDurableUpload failed = m_pState->m_group.Flush(
+      [this](int code, const std::string& body) {
+        SendMsg(code, body.data(), static_cast<int>(body.size()));
+      },
+      [this](const std::string& path) { LogWriteFailure(path); });
+  if (!failed.HasBegun() || m_pState->m_durable.HasBegun()) return;
+  m_nLastDataError = ERROR_CODE_SERVER_WRITE;
+  m_pState->m_durable = std::move(failed);
 }
 
 void CTransClient::FlushReceived() {
   const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle();
   if (file != nullptr ? m_pState->m_durable.End(*file) : m_pState->m_durable.EndPending()) return;
-  LogWriteFailure();
+  LogWriteFailure(m_pTransFile->GetFilePath());
   AnnounceFailure(ERROR_CODE_SERVER_WRITE);
 }

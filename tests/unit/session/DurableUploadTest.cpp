@@ -1,6 +1,7 @@
 // What a durable server has on the disk when it confirms, and what it says
 // and leaves when the disk fails.
 
+#include "net/LayerThread.h"
 #include "platform/ByteOrder.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
@@ -129,6 +130,61 @@ TEST_F(DurableUpload, CutFileTakesNothingBehindItsEndUntilItIsWholeAgain) {
   EXPECT_TRUE(ReadWholeFile(m_dir / "run.tm") == m_strWhole);
   EXPECT_EQ(Upload("run.tm", "far", 1200).size(), 2U);
   EXPECT_EQ(FileSize(m_dir / "run.tm"), 1203);
+}
+
+// While packets of the link are there, ends of new files wait for one another,
+// and everything that is answered behind them waits with them.
+TEST_F(DurableUpload, SmallFilesAreConfirmedTogetherAndFailAlone) {
+  constexpr int kFiles = 5;
+  const auto moreToCome = [](bool more) { LayerThread().m_bMoreToCome = more; };
+  const auto send = [this, moreToCome](const std::string& name, bool more = true) {
+    moreToCome(true);
+    AskUpload(true, name);
+    SendChunk(0, name);
+    moreToCome(more);
+    Ask(NET_CTS_TRANSFILEDATA_END);
+  };
+  for (int failing = 0; failing <= kFiles; ++failing) {
+    m_system.Follow(CFaultPlan().Fail(EOperation::kFlush, failing, ESystemError::kOther));
+    const std::string directory = std::to_string(failing) + "/";
+    const std::size_t before = m_net.Packets().size();
+    std::vector<int> expected;
+    for (int i = 1; i <= kFiles; ++i) {
+      send(directory + std::to_string(i), i < kFiles);
+      EXPECT_TRUE(i == kFiles || m_net.Packets().size() == before + 1) << i;
+      expected.push_back(NET_CTS_PREPARETRAN_FILE);
+      if (i == failing) expected.push_back(NET_STC_WRITEDATA_ERROR);
+      expected.push_back(NET_CTS_TRANSFILEDATA_END);
+    }
+    const std::vector<int> codes = m_net.Codes();
+    EXPECT_EQ(std::vector<int>(codes.begin() + static_cast<std::ptrdiff_t>(before), codes.end()),
+              expected);
+    EXPECT_EQ(m_system.Calls(EOperation::kFlushDirectory), 2) << failing;
+    for (int i = 1; i <= kFiles; ++i) {
+      const std::string name = directory + std::to_string(i);
+      EXPECT_EQ(ReadWholeFile(m_dir / name), i == failing ? "" : name);
+    }
+  }
+  const auto flushes = [this] { return m_system.Calls(EOperation::kFlush); };
+  m_system.Heal();
+  send("a");
+  EXPECT_EQ(flushes(), 0);
+  send("a");  // the same one again: the first one ends before
+  EXPECT_EQ(flushes(), 1);
+  Ask(NET_CTS_REQUEST_SERVERFILESIZE, "a");  // whatever is asked comes behind them
+  EXPECT_EQ(flushes(), 2);
+  for (int i = 0; i < 64; ++i) send("n" + std::to_string(i));
+  EXPECT_EQ(flushes(), 66) << "so many wait and no more";
+  send("b");
+  AskUpload(true, "large");
+  SendChunk(0, std::string(5 << 20, 'l'));
+  EXPECT_EQ(flushes(), 67) << "nor behind so much";
+  Ask(NET_CTS_TRANSFILEDATA_END);
+  const std::size_t ends = m_net.Count(NET_CTS_TRANSFILEDATA_END);
+  m_session.StopService();
+  m_session.ResetForLink();
+  send("c", false);
+  EXPECT_EQ(m_net.Count(NET_CTS_TRANSFILEDATA_END), ends + 1) << "the link of the other is gone";
 }
 
 TEST_F(DurableUpload, RangeLiesOnTheDiskBeforeItsRecordShrinks) {

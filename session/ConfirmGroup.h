@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "session/DurableUpload.h"
+
+/// Received files whose end has not been confirmed yet, because the next
+/// packets of the link are here already: they go to the disk together, which
+/// costs hardly more than one of them. Until then everything that the session
+/// answers waits as well, in its order.
+///
+/// Threads: the delivery thread of the session, or whoever stopped it.
+class CConfirmGroup {
+ public:
+  /// Takes over a file that was received whole.
+  /// @param lastError what the client was told last of its data
+  void Add(CDurableUpload durable, std::shared_ptr<CFileHandle> file, const std::string& path,
+           int lastError);
+
+  bool IsEmpty() const { return m_files.empty(); }
+
+  /// True when it should wait no longer for more.
+  bool IsFull() const;
+
+  /// Tells of bytes that came behind the first one that waits.
+  void Count(int bytes) { m_llBytes += bytes; }
+
+  /// Whether the file is one of those that wait.
+  bool Holds(const std::string& path) const;
+
+  /// An answer that goes out behind those that wait. @param isEnd it confirms the
+  /// file that was added last
+  void Hold(int code, std::string body, bool isEnd);
+
+  using Send = std::function<void(int code, const std::string& body)>;
+  /// Told of each file that could not be brought to the disk.
+  using Lost = std::function<void(const std::string& path)>;
+
+  /// Brings all files to the disk and sends what waits, before the end of a
+  /// file that failed its 2508. @return what is to be known of the file that was
+  /// added last; nothing unless that failed
+  /// Blocks: for the flushes.
+  CDurableUpload Flush(const Send& send, const Lost& lost);
+
+  /// Forgets all of it; nothing is confirmed.
+  void Clear();
+
+ private:
+  struct SFile {
+    CDurableUpload m_durable;
+    std::shared_ptr<CFileHandle> m_pFile;
+    std::string m_strPath;
+    int m_nLastError = 0;
+  };
+  struct SAnswer {
+    int m_nCode = 0;
+    std::string m_strBody;
+    bool m_bEnd = false;  // of the next one of the files
+  };
+
+  std::vector<SFile> m_files;
+  std::vector<SAnswer> m_answers;
+  std::int64_t m_llBytes = 0;
+};
