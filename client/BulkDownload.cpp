@@ -10,6 +10,7 @@
 #include "client/ClientState.h"
 #include "client/KQFileBulkTransfer.h"
 #include "client/TransferRun.h"
+#include "platform/ExpertUtils.h"
 #include "platform/HardWareCommon.h"
 #include "platform/KQFile.h"
 #include "platform/System.h"
@@ -27,6 +28,18 @@ constexpr int kWriteMs = 5000;  // a stop waits so long for a piece that is bein
 bool Passes(int result) {
   return result == ERROR_CODE_STOP_SERVICE || result == ERROR_CODE_SERVER_DOWNDATA ||
          result == ERROR_CODE_CLIENT_UPDATA || result == ERROR_CODE_TRANS_BUSY;
+}
+
+// Opened without a look before, as the base does it; null when it cannot be.
+std::unique_ptr<ISystemFile> OpenOrMake(const std::string& local, bool& made) {
+  std::unique_ptr<ISystemFile> file;
+  made = System().OpenFile(local, EOpenMode::kUpdate, file) == ESystemError::kNotFound;
+  if (!made || System().OpenFile(local, EOpenMode::kCreate, file) != ESystemError::kNotFound) {
+    return file;
+  }
+  EU::CExpertUtils::CreateAllDir(local);
+  System().OpenFile(local, EOpenMode::kCreate, file);
+  return file;
 }
 
 }  // namespace
@@ -193,7 +206,7 @@ void CKQFileBulkTransfer::OpenNext(const CTransferRun& run, std::size_t record) 
   target.m_strName = rec.m_strName;
   target.m_llSize = rec.m_llSize;
   target.m_strLocal = GuardedCopy(m_strPrjDir) + rec.m_strPath;
-  std::unique_ptr<ISystemFile> file = OpenLocal(target.m_strLocal, target.m_bMade);
+  std::unique_ptr<ISystemFile> file = OpenOrMake(target.m_strLocal, target.m_bMade);
   if (file == nullptr) {
     StoreStatus(run.m_ullNumber, record, ERROR_CODE_CLIENT_CREATEFILE);
     WriteLog("ERROR_CODE_CLIENT_CREATEFILE " + target.m_strLocal + " \n");
@@ -225,6 +238,7 @@ int CKQFileBulkTransfer::WatchCurrent(bool more) {
     if (now - since <= (asked ? kStallSeconds * 1000 : kRequestWaitMs)) continue;
     const int result = asked ? ERROR_CODE_DOWN_STALLED : ERROR_CODE_WAIT_SERVERRESPOND_DOWN;
     StoreStatus(m_pBulk->m_ullRun, m_pBulk->m_current->m_nRecord, result);
+    m_pBulk->m_bSilent = true;
     return result;
   }
   return RESULT_OK;

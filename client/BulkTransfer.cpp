@@ -8,6 +8,7 @@
 #include "client/KQFileBulkTransfer.h"
 #include "client/TransferRun.h"
 #include "net/LinkInfo.h"
+#include "platform/KQEvent.h"
 #include "platform/System.h"
 #include "protocol/MessageCodes.h"
 
@@ -56,6 +57,7 @@ void CKQFileBulkTransfer::BeginBulk(const CTransferRun& run) {
     const std::lock_guard lock(m_pBulk->m_mutex);
     m_pBulk->m_ullRun = run.m_ullNumber;
     m_pBulk->m_vecAgain.clear();
+    m_pBulk->m_bSilent = false;
   }
   m_nBufTaken = 0;
   m_nBufReleased = 0;
@@ -74,6 +76,15 @@ void CKQFileBulkTransfer::EndBulk(const CTransferRun& run) {
       System().Wait(m_pBulk->m_changed, lock, kLinkEndMs, [this] { return !m_bConnect; });
     }
     for (SBulk::SOnWay& file : m_pBulk->m_onWay) file.m_ullRun = 0;
+    // As the visitor leaves: what is still to come does not disturb, unless
+    // nobody knows whether it comes.
+    for (CKQEvent* const event : {m_evReply, m_evFileEnd}) {
+      if (m_pBulk->m_bSilent) {
+        event->ResetKQEvent();
+      } else {
+        event->SetKQEvent();
+      }
+    }
     if (m_pBulk->m_ullRun == run.m_ullNumber) m_pBulk->m_ullRun = 0;
   }
   if (IsConnect()) return;

@@ -113,6 +113,7 @@ int CKQFileBulkTransfer::WaitOnWay(std::size_t most) {
     const int result =
         oldest.m_bAnnounced ? ERROR_CODE_WAIT_TRANSEND : ERROR_CODE_WAIT_SERVERRESPOND;
     StoreStatus(oldest.m_ullRun, oldest.m_nRecord, result);
+    m_pBulk->m_bSilent = true;
     return result;
   }
   return IsTransStopped() ? ERROR_CODE_SEND_STOPPED : RESULT_OK;
@@ -181,6 +182,11 @@ int CKQFileBulkTransfer::SendRecording(CTransferRun& run, std::size_t record) {
   m_nServerErrorCode = RESULT_OK;
   BeginRecord(run.m_ullNumber, record, FileBytes(rec.m_strPath));
   result = SendRecord(rec);
+  if (result == ERROR_CODE_WAIT_SERVERRESPOND || result == ERROR_CODE_WAIT_TRANSEND ||
+      (result == ERROR_CODE_GETLOSTINFO && m_nErrorCode == RESULT_OK)) {
+    const std::lock_guard lock(m_pBulk->m_mutex);
+    m_pBulk->m_bSilent = true;
+  }
   if (IsTransStopped() || !m_bConnect) return ERROR_CODE_SEND_STOPPED;
   if (result == RESULT_OK) {
     StoreStatus(run.m_ullNumber, record, result);

@@ -131,21 +131,13 @@ bool CKQFileTransServiceClient::ReceiveSingleFile(Channel_Key_Value& rec) {
 
 // Opened without a look before: a copy that cannot be looked at, or not be
 // opened now, must not pass for a missing one and be emptied.
-std::unique_ptr<ISystemFile> CKQFileTransServiceClient::OpenLocal(const std::string& local,
-                                                                  bool& made) {
+bool CKQFileTransServiceClient::OpenTarget(const std::string& local) {
   std::unique_ptr<ISystemFile> file;
-  made = System().OpenFile(local, EOpenMode::kUpdate, file) == ESystemError::kNotFound;
-  if (made) {
+  if (System().OpenFile(local, EOpenMode::kUpdate, file) == ESystemError::kNotFound) {
     WriteLog(kLogPrefix + " CreateAllDir \n");
     EU::CExpertUtils::CreateAllDir(local);
     System().OpenFile(local, EOpenMode::kCreate, file);
   }
-  return file;
-}
-
-bool CKQFileTransServiceClient::OpenTarget(const std::string& local) {
-  bool made = false;
-  std::unique_ptr<ISystemFile> file = OpenLocal(local, made);
   return UseFile(file == nullptr ? nullptr : std::make_shared<CFileHandle>(std::move(file)), local);
 }
 

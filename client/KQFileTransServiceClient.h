@@ -23,7 +23,6 @@ class CThreadLock;
 class CKQFileBulkTransfer;
 class CTransferRun;
 class ILinkInfo;
-class ISystemFile;
 
 // <windows.h> turns SendMessage into a macro; here it is a name of ours.
 #pragma push_macro("SendMessage")
@@ -378,7 +377,6 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   int ReportRange(int index, const FILEDATAPOS& range, std::int64_t done);
 
   bool HasFreeSpace() const;
-  std::unique_ptr<ISystemFile> OpenLocal(const std::string& local, bool& made);
   bool OpenTarget(const std::string& local);
   bool RequestFile(Channel_Key_Value& rec, std::int64_t have);
   bool RefuseFile(Channel_Key_Value& rec, int result, const std::string& message);
