@@ -159,16 +159,19 @@ bool CDownload::HasDigest(const STransferItem& item, const std::string& path,
 // directory. Returns why the item cannot be fetched.
 std::string CDownload::Prepare(const STransferItem& item) {
   const fs::path part(PartPath(item));
-  fs::path directory(m_strInto);
   std::error_code error;
-  for (const fs::path& component : part.lexically_relative(m_strInto).parent_path()) {
-    directory /= component;
-    if (fs::is_symlink(fs::symlink_status(directory, error))) {
-      return directory.string() + " is a symbolic link";
+  if (m_made.count(part.parent_path().string()) == 0) {
+    fs::path directory(m_strInto);
+    for (const fs::path& component : part.lexically_relative(m_strInto).parent_path()) {
+      directory /= component;
+      if (fs::is_symlink(fs::symlink_status(directory, error))) {
+        return directory.string() + " is a symbolic link";
+      }
     }
+    fs::create_directories(directory, error);
+    if (error) return directory.string() + ": " + error.message();
+    m_made.insert(part.parent_path().string());
   }
-  fs::create_directories(directory, error);
-  if (error) return directory.string() + ": " + error.message();
   if (fs::is_directory(item.m_strLocal, error)) return item.m_strLocal + " is a directory";
   const std::int64_t have = OwnFileSize(part);
   if (have < 0 || have > item.m_llSize) fs::remove(part, error);

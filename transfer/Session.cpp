@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "net/IOCPBuffer.h"
+#include "net/LinkInfo.h"
 #include "net/NetWorkManageEx.h"
 #include "net/Pacing.h"
 #include "platform/KQEvent.h"
@@ -155,23 +156,29 @@ int CSession::AskAllSizes(const std::vector<std::string>& names, std::vector<std
   int result = RESULT_OK;
   for (std::size_t asked = 0; m_vecSizes.size() < names.size() && result == RESULT_OK;) {
     const std::size_t before = m_vecSizes.size();
+    const std::size_t last = std::min(names.size(), before + kQuestionsAtOnce);
+    // The next ones go out together, while the server has some left.
+    m_nWanted = last == names.size() ? last : before + kQuestionsAtOnce / 2;
     lock.unlock();
     bool sent = true;
-    for (; sent && asked < std::min(names.size(), before + kQuestionsAtOnce); ++asked) {
+    for (; sent && asked < last; ++asked) {
+      ILinkInfo* const link = m_pLinkInfo;
+      if (link != nullptr && asked + 1 < last) link->WaitSendRoom(kMomentMs);
       std::string body;
       AddName(body, names[asked]);
       sent =
           SendMessage(NET_CTS_REQUEST_SERVERFILESIZE, body.data(), static_cast<int>(body.size()));
     }
     lock.lock();
-    const auto moved = [&] { return m_vecSizes.size() > before || !IsConnect(); };
+    const auto moved = [&] { return m_vecSizes.size() >= m_nWanted || !IsConnect(); };
     if (!sent || !IsConnect()) {
       result = ERROR_CODE_CLIENT_CONNECT;
-    } else if (!System().Wait(m_changed, lock, kSizeWaitMs, moved)) {
+    } else if (!System().Wait(m_changed, lock, kSizeWaitMs, moved) && m_vecSizes.size() == before) {
       result = ERROR_CODE_WAIT_FILESIZE;
       m_evReply->ResetKQEvent();  // Leave is not to wait once more
     }
   }
+  if (result == RESULT_OK) m_evReply->SetKQEvent();  // no answer is outstanding
   m_nAsked = 0;
   sizes = m_vecSizes;
   return result;
@@ -284,6 +291,7 @@ bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, 
     pData = lostInfo.data();
     nLength = static_cast<int>(lostInfo.size());
   }
+  if (nMsgType == NET_CTS_REQUEST_SERVERFILESIZE && KeepSize(nLength, pData)) return true;
   CKQFileBulkTransfer::DealNetMsg(ip, port, nMsgType, nLength, pData, extra);
   switch (nMsgType) {
     case NET_STC_TRANSFILEDATA:
@@ -291,9 +299,6 @@ bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, 
       break;
     case NET_STC_TRANSFILEDATA_END:
       EndData();
-      break;
-    case NET_CTS_REQUEST_SERVERFILESIZE:
-      if (const auto total = DecodeBody<STotalSize>(pData, nLength)) KeepSize(total->m_llBytes);
       break;
     case NET_COMMAND_DISCONNECT:
       ReleaseWaiting();
@@ -326,10 +331,14 @@ bool CSession::TakeLostInfo(SLostRanges answer, std::string& body) {
   return m_bLostRanges;
 }
 
-void CSession::KeepSize(std::int64_t size) {
+// False when the answer is none to AskSizes: the library's then.
+bool CSession::KeepSize(int length, const char* body) {
+  const auto total = DecodeBody<STotalSize>(body, length);
   const std::lock_guard guard(m_mutex);
-  if (m_vecSizes.size() < m_nAsked) m_vecSizes.push_back(size);
-  m_changed.notify_all();
+  if (m_vecSizes.size() >= m_nAsked || !total) return false;
+  m_vecSizes.push_back(total->m_llBytes);
+  if (m_vecSizes.size() >= m_nWanted) m_changed.notify_all();
+  return true;
 }
 
 // Nobody need wait for answers that can no longer come.

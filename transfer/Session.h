@@ -185,7 +185,7 @@ class CSession : public CKQFileBulkTransfer {
   int AskAllSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes);
   bool StopConfirmed();
   bool TakeLostInfo(SLostRanges answer, std::string& body);
-  void KeepSize(std::int64_t size);
+  bool KeepSize(int length, const char* body);
   void ReleaseWaiting();
 
   const SServerPlace m_place;
@@ -206,6 +206,7 @@ class CSession : public CKQFileBulkTransfer {
   bool m_bLostRanges = false;             // guarded by m_mutex; the server named some
   bool m_bStopping = false;               // guarded by m_mutex
   std::size_t m_nAsked = 0;               // guarded by m_mutex; sizes that are to come
+  std::size_t m_nWanted = 0;              // guarded by m_mutex; so many wake who asked
   std::vector<std::int64_t> m_vecSizes;   // guarded by m_mutex
   std::string m_strLostText;              // guarded by m_mutex; the last answer about ranges
   std::deque<SLostAnswer> m_answers;      // guarded by m_mutex; those to come in this request
