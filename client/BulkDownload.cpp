@@ -229,11 +229,12 @@ int CKQFileBulkTransfer::WatchCurrent(bool more) {
     return !m_pBulk->m_current || (more && m_pBulk->m_ready.size() <= kRefillAt) || m_bStop;
   };
   std::int64_t since = System().SteadyMilliseconds();
-  std::uint64_t seen = m_pBulk->m_ullEvents;
+  std::uint64_t seen = CountEvents();
   while (m_pBulk->m_current && !IsTransStopped()) {
     if (System().Wait(m_pBulk->m_changed, lock, kBulkStepMs, isOver)) break;
     const std::int64_t now = System().SteadyMilliseconds();
-    if (std::exchange(seen, m_pBulk->m_ullEvents) != m_pBulk->m_ullEvents) since = now;
+    const std::uint64_t events = CountEvents();
+    if (std::exchange(seen, events) != events) since = now;
     const bool asked = m_pBulk->m_bAnswered || m_pBulk->m_llNext > m_pBulk->m_current->m_llHave;
     if (now - since <= (asked ? kStallSeconds * 1000 : kRequestWaitMs)) continue;
     const int result = asked ? ERROR_CODE_DOWN_STALLED : ERROR_CODE_WAIT_SERVERRESPOND_DOWN;

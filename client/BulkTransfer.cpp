@@ -8,6 +8,7 @@
 #include "client/KQFileBulkTransfer.h"
 #include "client/TransferRun.h"
 #include "net/LinkInfo.h"
+#include "net/NetWorkManageEx.h"
 #include "platform/KQEvent.h"
 #include "platform/System.h"
 #include "protocol/MessageCodes.h"
@@ -50,6 +51,14 @@ void CKQFileBulkTransfer::Forget() {
   if (m_pBulk->m_current) m_pBulk->m_vecOver.push_back(std::move(*m_pBulk->m_current));
   m_pBulk->m_current.reset();
   m_pBulk->m_changed.notify_all();
+}
+
+// Under the mutex. Where a limit holds the link back, a single packet may take
+// long: then its parts count, too.
+std::uint64_t CKQFileBulkTransfer::CountEvents() const {
+  const bool limited = m_pState->m_pRateLimit != nullptr;
+  return m_pBulk->m_ullEvents +
+         (limited ? static_cast<std::uint64_t>(m_pNetWork->BytesReceived()) : 0);
 }
 
 void CKQFileBulkTransfer::BeginBulk(const CTransferRun& run) {

@@ -99,12 +99,13 @@ int CKQFileBulkTransfer::WaitOnWay(std::size_t most) {
   m_pBulk->m_nMostOnWay = most;
   const auto isOver = [&] { return m_pBulk->m_onWay.size() <= most || m_bStop; };
   std::int64_t since = System().SteadyMilliseconds();
-  std::uint64_t seen = m_pBulk->m_ullEvents;
+  std::uint64_t seen = CountEvents();
   while (!isOver() && !IsTransStopped()) {
     System().Wait(m_pBulk->m_changed, lock, kBulkStepMs, isOver);
     const std::int64_t now = System().SteadyMilliseconds();
-    if (m_pBulk->m_ullEvents != seen || m_pBulk->m_onWay.empty()) {
-      seen = m_pBulk->m_ullEvents;
+    const std::uint64_t events = CountEvents();
+    const bool moved = std::exchange(seen, events) != events;
+    if (moved || m_pBulk->m_onWay.empty()) {
       since = now;
       continue;
     }

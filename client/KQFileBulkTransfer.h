@@ -63,6 +63,7 @@ class KQFT_API CKQFileBulkTransfer : public CKQFileTransServiceVisitor {
   void BeginBulk(const CTransferRun& run);
   void EndBulk(const CTransferRun& run);
   void Forget();
+  std::uint64_t CountEvents() const;
 
   // BulkUpload.cpp
   bool TakeUploadAnswer(int code, int length, const char* body);

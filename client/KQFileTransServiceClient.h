@@ -20,9 +20,9 @@ class CKQEvent;
 class CKQFile;
 class CNetWorkManageEx;
 class CThreadLock;
-class CKQFileBulkTransfer;
 class CTransferRun;
 class ILinkInfo;
+class IRateLimit;
 
 // <windows.h> turns SendMessage into a macro; here it is a name of ours.
 #pragma push_macro("SendMessage")
@@ -123,6 +123,10 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   /// @return also 1 when there was no such project.
   /// Blocks: up to 60 s.
   int DeleteServerPrj(const std::string& strPrj);
+
+  /// Whether the server answered the last DeleteServerPrj that it deletes no
+  /// such project. One that does not say so may still have kept it.
+  bool WasDeleteRefused() const;
 
   /// Sets the local directory of downloads; a "\" is appended when missing.
   /// Throws std::out_of_range for "".
@@ -230,7 +234,6 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   static void* SendFile(void* client);
   static void* ReceiveFile(void* client);
 
-  /// What the worker of an upload does: all files of the request.
   virtual void SendFileToServer();
 
   /// Announces a file; m_llServerFilePos is then what the server holds of it.
@@ -260,7 +263,6 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
 
   // Download (Download.cpp). Worker's thread.
 
-  /// What the worker of a download does.
   virtual void ReceiveFileFromServer();
 
   /// @return false with the code in rec.m_nStatus.
@@ -280,6 +282,12 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   using ReadHook =
       std::function<void(std::size_t record, std::int64_t position, const char* data, int bytes)>;
   void SetReadHook(ReadHook hook);
+
+  /// Sends file data, and reads the link, as fast as that allows. Not owned; call before Init.
+  void SetRateLimit(IRateLimit* limit);
+
+  /// Waits for m_evReply; under a limit beyond `ms`, as long as anything comes.
+  bool AwaitReply(int ms);
 
   // Members. "Constant" after construction; "word": shared by threads without
   // a lock; "guarded" by the lock named.
@@ -347,11 +355,11 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   void ClearPrjList();
   bool SendBlock(ILinkInfo* link, std::int64_t position, CDataBlock& block);
   void TellRead(std::int64_t position, const CDataBlock& block);
+  int MayMove(const ILinkInfo* link, int bytes) const;
   bool SendPiece(ILinkInfo* link, CIOCPBuffer* buffer, int bytes);
   std::string GuardedCopy(const std::string& member) const;
 
   friend class CKQFileBulkTransfer;  // another worker for the same transfers
-
   // Runs (TransferRun.cpp): which worker's transfer is the current one.
   void BeginRun(int mode, std::vector<Channel_Key_Value> records);
   bool TakeRun(int mode, CTransferRun& run);

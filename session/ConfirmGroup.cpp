@@ -24,10 +24,9 @@ constexpr std::int64_t kMostBytes = 4 << 20;
 
 }  // namespace
 
-void CConfirmGroup::Add(CDurableUpload durable, std::shared_ptr<CFileHandle> file,
-                        const std::string& path, int lastError) {
+void CConfirmGroup::Add(SFile file) {
   if (m_files.empty()) m_llBytes = 0;
-  m_files.push_back({std::move(durable), std::move(file), path, lastError});
+  m_files.push_back(std::move(file));
 }
 
 bool CConfirmGroup::IsFull() const {
@@ -43,7 +42,7 @@ void CConfirmGroup::Hold(int code, std::string body, bool isEnd) {
   m_answers.push_back({code, std::move(body), isEnd});
 }
 
-CDurableUpload CConfirmGroup::Flush(const Send& send, const Lost& lost) {
+CDurableUpload CConfirmGroup::Flush(const Send& send, const Over& over) {
   std::vector<SFile> files = std::exchange(m_files, {});
   const std::vector<SAnswer> answers = std::exchange(m_answers, {});
   if (files.size() > 1) {
@@ -56,7 +55,7 @@ CDurableUpload CConfirmGroup::Flush(const Send& send, const Lost& lost) {
     if (answer.m_bEnd && next != files.end()) {
       SFile& file = *next++;
       const bool safe = file.m_durable.End(*file.m_pFile, &directories);
-      if (!safe) lost(file.m_strPath);
+      over(file, safe);
       if (!safe && file.m_nLastError != ERROR_CODE_SERVER_WRITE) {
         send(NET_STC_WRITEDATA_ERROR, EncodeBody(SResult{ERROR_CODE_SERVER_WRITE}));
       }
@@ -68,7 +67,7 @@ CDurableUpload CConfirmGroup::Flush(const Send& send, const Lost& lost) {
   return last;
 }
 
-void CConfirmGroup::Clear() {
-  m_files.clear();
+std::vector<CConfirmGroup::SFile> CConfirmGroup::Clear() {
   m_answers.clear();
+  return std::exchange(m_files, {});
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "session/DurableUpload.h"
+#include "session/UploadReport.h"
 
 /// Received files whose end has not been confirmed yet, because the next
 /// packets of the link are here already: they go to the disk together, which
@@ -16,10 +17,15 @@
 /// Threads: the delivery thread of the session, or whoever stopped it.
 class CConfirmGroup {
  public:
-  /// Takes over a file that was received whole.
-  /// @param lastError what the client was told last of its data
-  void Add(CDurableUpload durable, std::shared_ptr<CFileHandle> file, const std::string& path,
-           int lastError);
+  /// A file that was received whole.
+  struct SFile {
+    CDurableUpload m_durable;
+    std::shared_ptr<CFileHandle> m_pFile;
+    std::string m_strPath;
+    int m_nLastError = 0;  ///< what the client was told last of its data
+    SUploadReport m_report;
+  };
+  void Add(SFile file);
 
   bool IsEmpty() const { return m_files.empty(); }
 
@@ -37,25 +43,19 @@ class CConfirmGroup {
   void Hold(int code, std::string body, bool isEnd);
 
   using Send = std::function<void(int code, const std::string& body)>;
-  /// Told of each file that could not be brought to the disk.
-  using Lost = std::function<void(const std::string& path)>;
+  /// Told of each file whether it lies on the disk.
+  using Over = std::function<void(const SFile& file, bool safe)>;
 
   /// Brings all files to the disk and sends what waits, before the end of a
   /// file that failed its 2508. @return what is to be known of the file that was
   /// added last; nothing unless that failed
   /// Blocks: for the flushes.
-  CDurableUpload Flush(const Send& send, const Lost& lost);
+  CDurableUpload Flush(const Send& send, const Over& over);
 
-  /// Forgets all of it; nothing is confirmed.
-  void Clear();
+  /// Forgets all of it; nothing is confirmed. @return the files
+  std::vector<SFile> Clear();
 
  private:
-  struct SFile {
-    CDurableUpload m_durable;
-    std::shared_ptr<CFileHandle> m_pFile;
-    std::string m_strPath;
-    int m_nLastError = 0;
-  };
   struct SAnswer {
     int m_nCode = 0;
     std::string m_strBody;

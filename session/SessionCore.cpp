@@ -167,7 +167,14 @@ bool CTransClient::StopService() {
 }
 
 void CTransClient::WaitSenders() {
+  {
+    const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
+    ++m_pState->m_nWaiters;
+  }
+  DismissSender();
   m_pState->m_senderGate.WaitEmpty();
+  const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
+  --m_pState->m_nWaiters;
 }
 
 // The epoch moves on before the flags are cleared: a sender of the old link

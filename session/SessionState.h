@@ -9,6 +9,7 @@
 #include "session/ConfirmGroup.h"
 #include "session/DurableUpload.h"
 #include "session/TransClient.h"
+#include "session/UploadReport.h"
 
 /// What a session has beyond the members that hosts see: it grows without
 /// changing the size of the class.
@@ -17,6 +18,7 @@ struct CTransClient::SState {
   CConfirmGroup m_group;               // delivery thread; as well
   KQLonglong m_llLostPos = INT64_MAX;  // delivery thread; of the open file the first byte that
                                        // could not be stored
+  SUploadReport m_upload;              // delivery thread; stopping, when there is none
 
   CThreadGate m_senderGate;  // senders keep the state and leave its gate last
 
@@ -29,5 +31,6 @@ struct CTransClient::SState {
   // files asks for the next one as soon as it has heard of the end of one.
   std::condition_variable m_nextRun;    // for the sender that stayed
   bool m_bSenderStays = false;          // guarded by m_runMutex; one waits, or is about to
+  int m_nWaiters = 0;                   // guarded by m_runMutex; for all senders to end
   std::shared_ptr<SSendRun> m_pHanded;  // guarded by m_runMutex; for whoever waits
 };

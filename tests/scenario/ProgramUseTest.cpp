@@ -33,10 +33,23 @@ TEST(ProgramUse, KqftTellsWrongUseFromAServerThatIsNotThere) {
                                  {"rm", "P"},
                                  {"--retries", "-1", "ls"},
                                  {"--retry-for", "9x", "ls"},
+                                 {"--timeout", "0", "ls"},
+                                 {"--bwlimit", "10X", "ls"},
+                                 {"--log-keep", "-1", "ls"},
                                  {"--server", "h:65536", "ls"},
                                  {"--server", "h:8x", "ls"}};
   for (const Arguments& wrong : wrongUses) {
     EXPECT_EQ(nobody.Start(wrong)->Wait(), 2) << (wrong.empty() ? "" : wrong.back());
+  }
+  const std::pair<Arguments, const char*> misspelt[] = {
+      {{"lst"}, "'lst' is no command; did you mean 'ls'?\n"},
+      {{"--jsno", "ls"}, "'--jsno' is no option; did you mean '--json'?\n"},
+      {{"put", "--wath=1", "."}, "'--wath' is no option; did you mean '--watch'?\n"},
+      {{"everything"}, "'everything' is no command\n"}};
+  for (const auto& [wrong, told] : misspelt) {
+    const auto program = nobody.Run(wrong);
+    EXPECT_EQ(program->Wait(), 2);
+    EXPECT_EQ(program->Error().substr(0, std::strlen(told) + 6), std::string("kqft: ") + told);
   }
   EXPECT_EQ(nobody.Start({"ls", "--retries", "0"})->Wait(), 3);
   EXPECT_EQ(nobody.Start({"--help"})->Wait(), 0);
@@ -49,6 +62,9 @@ TEST(ProgramUse, ConfigurationFileYieldsToTheCommandLine) {
   CTempDirectory directory;
   WriteWholeFile(directory / "bad.conf", "serverr = x\n");
   EXPECT_EQ(station.Start({"dir"})->Wait(), 0);
+  const auto noLogs = station.Run({"dir", "--log-dir", "/proc"});
+  EXPECT_EQ(noLogs->Error().find("kqft: no log files: cannot write into /proc"), 0U);
+  EXPECT_EQ(noLogs->Wait(), 0);
   EXPECT_EQ(station.Start({"--server", "127.0.0.1:1", "dir", "--retries", "0"})->Wait(), 3);
   for (const char* wrong : {"bad.conf", "missing.conf"}) {
     EXPECT_EQ(CProgram(KQFT_PROGRAM, {"--config", directory / wrong, "dir"}).Wait(), 2);
@@ -103,11 +119,16 @@ TEST(ProgramUse, ServerThatCannotServeSaysWhyInOneLine) {
   };
   for (const auto& program :
        {run(good / "nosuch", good.Path(), 0), run(good / "file", good.Path(), 0),
-        run("/proc", good.Path(), 0), run(good.Path(), good / "nosuch", 0),
-        run(good.Path(), "/proc", 0), run(good.Path(), good.Path(), running.Port())}) {
+        run("/proc", good.Path(), 0), run(good.Path(), good.Path(), running.Port()),
+        run(running.ProjectPath("."), good.Path(), 0)}) {
     EXPECT_EQ(program->Wait(), 1);
     EXPECT_EQ(Lines(program->Error()), 1) << program->Error();
   }
+  CProgram noLogs(KQFT_SERVER_PROGRAM, {"--dir", good.Path(), "--log-dir", good / "nosuch",
+                                        "--port", "0", "--listen", "127.0.0.1", "--no-confine"});
+  EXPECT_TRUE(WaitUntil([&] { return Lines(noLogs.Error()) == 2; }));
+  EXPECT_EQ(noLogs.Error().find("kqft-server: no log files: "), 0U) << noLogs.Error();
+  EXPECT_TRUE(noLogs.IsRunning());
   EXPECT_EQ(run(good.Path(), good.Path(), 65536)->Wait(), 2);
   EXPECT_EQ(CProgram(KQFT_SERVER_PROGRAM, {"--port", "0"}).Wait(), 2);
 }
@@ -142,13 +163,19 @@ TEST(ProgramUse, ServerTellsItsStateToServiceManagerAndOutputStream) {
   CServerProgram server;
   unsetenv("NOTIFY_SOCKET");
   EXPECT_EQ(next(), "READY=1");
+  server.Process().Signal(SIGHUP);
+  EXPECT_EQ(next().substr(0, 27), "RELOADING=1\nMONOTONIC_USEC=");
+  EXPECT_EQ(next(), "READY=1");
+  EXPECT_EQ(next().substr(0, 36), "STATUS=0 links, 0 transfers, 0 B/s, ");
   EXPECT_EQ(CWorkstation(server.Port()).Start({"ls"})->Wait(), 0);
   EXPECT_TRUE(WaitUntil([&] { return Lines(server.Process().Output()) == 2; }));
   EXPECT_EQ(server.Process().Output().substr(0, 21), "new client:127.0.0.2:");
   EXPECT_NE(server.Process().Output().find("\nclient disconnect:127.0.0.2:"), std::string::npos);
   EXPECT_EQ(ReadTree(server.LogPath()).rbegin()->first.substr(0, 18), "KQFileTransServer_");
   server.Process().Signal(SIGINT);
-  EXPECT_EQ(next(), "STOPPING=1");
+  std::string last = next();
+  while (last.substr(0, 7) == "STATUS=") last = next();
+  EXPECT_EQ(last, "STOPPING=1");
   EXPECT_EQ(server.Process().Wait(), 0);
   close(manager);
 }
