@@ -52,7 +52,8 @@ class CBulkClient : public CKQFileBulkTransfer {
   }
   static std::string NameOf(int i) { return "f" + std::to_string(100 + i); }
   static std::string ContentOf(const std::string& name) {
-    return PatternBytes(static_cast<std::size_t>(name.back() - '0') * 3, name[2]);
+    return PatternBytes(static_cast<std::size_t>(name.back() - '0') * 3,
+                        static_cast<unsigned>(name[2]));
   }
   std::string Local(int i) const { return m_files / NameOf(i); }
 
@@ -240,8 +241,8 @@ TEST_F(BulkTransfer, OneFileOfADownloadFailsOrWaitsAlone) {
     EXPECT_EQ(client.Move(false, 3), (Statuses{status, 1, 1}));
   }
   for (const auto& [answer, status] : {std::pair(0, -25), std::pair(2505, -26)}) {
-    m_server.On(2505, [&](const std::string&) {
-      if (answer != 0) m_server.Send(answer, Int32(1));
+    m_server.On(2505, [this, sent = answer](const std::string&) {
+      if (sent != 0) m_server.Send(sent, Int32(1));
     });
     CBulkClient client(m_server.Port());
     EXPECT_EQ(client.Move(false, 2), (Statuses{status, -28}));
