@@ -43,8 +43,11 @@ struct SServerPlace {
 
   std::string m_strPurpose = "another program";  ///< what others who wait are told
 
-  /// "HOST:PORT"
-  std::string Text() const { return m_strHost + ":" + std::to_string(m_nPort); }
+  /// "HOST:PORT", or "[HOST]:PORT" of IPv6
+  std::string Text() const {
+    const bool isIPv6 = m_strHost.find(':') != std::string::npos;
+    return (isIPv6 ? "[" + m_strHost + "]" : m_strHost) + ":" + std::to_string(m_nPort);
+  }
 };
 
 /// A project in the server's list.

@@ -214,6 +214,7 @@ class CTreeWalk {
 
 std::vector<SProjectFile> PickFiles(const CFilter& filter, const std::vector<SProjectFile>& files) {
   std::vector<std::string> paths;
+  paths.reserve(files.size());
   for (const SProjectFile& file : files) paths.push_back(file.m_strName);
   const std::vector<bool> picked = filter.Pick(paths);
   std::vector<SProjectFile> kept;

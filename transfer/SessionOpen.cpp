@@ -91,7 +91,7 @@ std::string CSession::WordsFor(ELinkFailure why, bool atOnce) const {
     case ELinkFailure::kNoNameService:
       return "the name " + m_place.m_strHost + " cannot be looked up: no name server answers";
     case ELinkFailure::kOnlyIPv6:
-      return "the name " + m_place.m_strHost +
+      return m_place.m_strHost +
              " has only IPv6 addresses; kqft connects by IPv4: name an IPv4 address";
     case ELinkFailure::kLocalAddress:
       return m_place.m_strBindAddress + " is no address of this machine";

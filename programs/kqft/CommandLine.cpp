@@ -180,11 +180,15 @@ bool ParseOptions(int argc, char** argv, SOptions& options, int& status) {
 }
 
 bool ParseServer(const std::string& text, std::string& host, int& port) {
-  const std::size_t colon = text.find(':');
-  host = text.substr(0, colon);
-  if (host.empty()) return false;
-  if (colon == std::string::npos) return true;
-  const std::string digits = text.substr(colon + 1);
+  // Brackets hold an address of IPv6; whoever connects tells that it is of no use.
+  const bool bracketed = text.starts_with('[');
+  const std::size_t end = std::min(text.find(bracketed ? ']' : ':'), text.size());
+  host = text.substr(bracketed ? 1 : 0, end - (bracketed ? 1 : 0));
+  const std::string rest = text.substr(std::min(end + (bracketed ? 1 : 0), text.size()));
+  if (host.empty() || (bracketed && end == text.size())) return false;
+  if (rest.empty()) return true;
+  if (rest.front() != ':') return false;
+  const std::string digits = rest.substr(1);
   if (digits.empty() || digits.size() > 5 ||
       !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; })) {
     return false;

@@ -34,7 +34,7 @@ void AddFilterOptions(CLI::App& command, SOptions& options, bool names) {
     const std::string name = include ? "--include" : "--exclude";
     const auto add = [&filter, name, include](const std::string& rule) {
       const std::string why = filter.Add(rule, include);
-      if (!why.empty()) throw CLI::ValidationError(name + ": " + why);
+      if (!why.empty()) throw CLI::ValidationError(name, why);
     };
     AddRuleOption(command, name,
                   include ? "move what matches in any case, as rsync reads patterns"
@@ -45,7 +45,7 @@ void AddFilterOptions(CLI::App& command, SOptions& options, bool names) {
                   [&filter, include](const std::string& path) {
                     ReadLines(path, [&](const std::string& line) {
                       const std::string why = filter.AddLine(line, include);
-                      if (!why.empty()) throw CLI::ValidationError(path + ": " + why);
+                      if (!why.empty()) throw CLI::ValidationError(path, why);
                     });
                   });
   }

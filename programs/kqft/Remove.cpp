@@ -32,6 +32,7 @@ bool IsListed(CProjectClient& client, COutput& output, const std::string& projec
     return false;
   }
   std::vector<std::string> names;
+  names.reserve(projects.size());
   for (const SProject& listed : projects) names.push_back(listed.m_strName);
   if (std::find(names.begin(), names.end(), project) != names.end()) return true;
   const std::string near = Suggest(project, names);

@@ -53,6 +53,8 @@ TEST(ProgramConnect, EveryWayNotToGetAConnectionHasItsWords) {
   } cases[] = {
       {at(1), {}, "connection refused: "},
       {"nosuchhost.invalid", {}, "the name nosuchhost.invalid "},
+      {"255.255.255.255", {}, "no route to it"},
+      {"[::1]:9999", {"--retries", "3"}, "has only IPv6 addresses"},
       {at(1), {"--bind", "192.0.2.1"}, "192.0.2.1 is no address of this machine"},
       {at(server.Port()), {}, "the server ended the link at once: it may be full (100 links)"},
       {at(banner.Port()), {"--retries", "3"}, "it does not speak this protocol: "},
