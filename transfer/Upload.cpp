@@ -55,9 +55,10 @@ void Judge(STransferItem& item, std::int64_t missing, const std::string& why) {
   item.m_strWhy = why.empty() ? kSizesDiffer : why;
 }
 
-void JudgeBySize(STransferItem& item, std::int64_t held) {
+// @param held bytes that the server has of it, @param size those that are here
+void JudgeBySize(STransferItem& item, std::int64_t held, std::int64_t size) {
   const bool possible = held >= 0;
-  Judge(item, possible ? LocalSize(item.m_strLocal) - held : -1, possible ? "" : WhyNoSize(held));
+  Judge(item, possible ? size - held : -1, possible ? "" : WhyNoSize(held));
 }
 
 }  // namespace
@@ -170,12 +171,17 @@ int CUpload::VerifyItems(const Batch& ended) {
       return result;
     }
   }
+  // None of them is longer there than what was sent: a sum tells of all.
   std::vector<std::string> names;
-  for (const STransferItem* item : plain) names.push_back(item->m_strServer);
-  std::vector<std::int64_t> sizes;
-  const int result = m_session.AskSizes(names, sizes);
+  std::vector<std::int64_t> here, expected, sizes;
+  for (const STransferItem* item : plain) {
+    names.push_back(item->m_strServer);
+    here.push_back(LocalSize(item->m_strLocal));
+    expected.push_back(std::max<std::int64_t>(here.back(), 0));
+  }
+  const int result = m_session.AskExpectedSizes(names, expected, sizes);
   if (result != RESULT_OK) return result;
-  for (std::size_t i = 0; i < plain.size(); ++i) JudgeBySize(*plain[i], sizes[i]);
+  for (std::size_t i = 0; i < plain.size(); ++i) JudgeBySize(*plain[i], sizes[i], here[i]);
   return RESULT_OK;
 }
 
@@ -329,7 +335,7 @@ int CUpload::VerifyAlone(STransferItem& item) {
   if (!IsResumable(item)) {
     std::int64_t held = 0;
     const int result = m_session.AskHeldSize(item.m_strServer, held);
-    if (result == RESULT_OK) JudgeBySize(item, held);
+    if (result == RESULT_OK) JudgeBySize(item, held, LocalSize(item.m_strLocal));
     return result;
   }
   SRecording recording;
