@@ -2,8 +2,6 @@
 
 #include "client/KQFileBulkTransfer.h"
 
-#include <cstdlib>
-
 #include "platform/ByteOrder.h"
 #include "platform/KQPlatForm.h"
 #include "support/TestClient.h"
@@ -15,10 +13,7 @@ using Statuses = std::vector<int>;
 
 constexpr int kFiles = 20;
 
-// Bytes between two ends of a link; 1 in the sweep over all faults.
-int Stride() {
-  return std::getenv("KQFT_SWEEP") != nullptr ? 1 : 7;
-}
+constexpr int kStep = 7;  // bytes between two ends of a link
 
 class CBulkClient : public CKQFileBulkTransfer {
  public:
@@ -170,7 +165,7 @@ TEST_F(BulkTransfer, LinkMayEndAfterAnyByteUp) {
   m_system.Follow(CFaultPlan());
   for (const EDirection direction : {EDirection::kSent, EDirection::kReceived}) {
     bool ended = true;
-    for (int at = 1; ended; at += Stride()) {
+    for (int at = 1; ended; at += SweepStep(kStep)) {
       m_sockets.Follow({at, direction});
       CBulkClient client(m_server.Port());
       MakeFiles(client);
@@ -198,7 +193,7 @@ TEST_F(BulkTransfer, LinkMayEndAfterAnyByteDownAndGoesOnExactly) {
   m_system.Follow(CFaultPlan());
   for (const EDirection direction : {EDirection::kSent, EDirection::kReceived}) {
     bool ended = true;
-    for (int at = 0; ended; at += Stride()) {
+    for (int at = 0; ended; at += SweepStep(kStep)) {
       // The sizes are asked for by the start.
       m_sockets.Follow({at + (direction == EDirection::kSent ? 120 : 28), direction});
       CBulkClient client(m_server.Port());
