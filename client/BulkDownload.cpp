@@ -91,8 +91,8 @@ bool CKQFileBulkTransfer::TakePiece(int length, const char* body) {
     if (!piece || m_pBulk->m_bDropped || m_pBulk->m_nResult != RESULT_OK) return true;
     if (piece->m_llPosition == m_pBulk->m_llNext) file = m_pBulk->m_current->m_pFile;
     m_bWriting = file != nullptr;
-    if (file != nullptr && !IsNextAsked() && !m_bStop && !m_pBulk->m_ready.empty() &&
-        EndFollows()) {
+    if (file != nullptr && !IsNextAsked() && !m_bStop && !m_pBulk->m_bBroken &&
+        !m_pBulk->m_ready.empty() && EndFollows()) {
       m_pBulk->m_ready.front().m_bAsked = true;
       ahead = Request(m_pBulk->m_ready.front());
     }
@@ -144,6 +144,12 @@ bool CKQFileBulkTransfer::TakeFileEnd(int length, const char* body) {
   if (!m_pBulk->m_current) return false;
   const auto end = DecodeBody<SResult>(body, length);
   if (!end) return true;
+  const STarget& target = *m_pBulk->m_current;
+  if (!m_pBulk->m_bAnswered && !m_pBulk->m_bDropped && end->m_nResult == RESULT_OK &&
+      m_pBulk->m_llNext == target.m_llHave && target.m_llHave < target.m_llSize) {
+    m_pBulk->m_nResult = ERROR_CODE_SEND_STOPPED;  // the end of another one, told twice
+    Distrust();
+  }
   EndCurrent(lock, m_pBulk->m_nResult == RESULT_OK ? end->m_nResult : m_pBulk->m_nResult);
   return true;
 }
@@ -169,7 +175,7 @@ void CKQFileBulkTransfer::EndCurrent(std::unique_lock<std::mutex>& lock, int res
 void CKQFileBulkTransfer::AskNext(std::unique_lock<std::mutex>& lock) {
   if (m_pBulk->m_current || m_pBulk->m_ready.empty()) return lock.unlock();
   const bool asked = IsNextAsked();
-  if (m_bStop && !asked) return lock.unlock();
+  if (!asked && (m_bStop || m_pBulk->m_bBroken)) return lock.unlock();
   m_pBulk->m_current = std::move(m_pBulk->m_ready.front());
   m_pBulk->m_ready.pop_front();
   ++m_pBulk->m_ullEvents;
@@ -188,15 +194,18 @@ void CKQFileBulkTransfer::AskNext(std::unique_lock<std::mutex>& lock) {
 // Whatever happens, the run is finished: callers wait for that.
 void CKQFileBulkTransfer::ReceiveFileFromServer() {
   CTransferRun run;
+  bool begun = false;
   try {
     if (!TakeRun(PROCESS_TYPE_CLIENT_DOWNDATA, run)) return;
-    BeginBulk(run);
-    if (WaitUntilDrained(run)) ReceiveAll(run);
+    begun = BeginBulk(run);
+    if (begun && WaitUntilDrained(run)) ReceiveAll(run);
   } catch (...) {  // no memory, as a rule
     StoreStatus(run.m_ullNumber, run.m_nRecord, ERROR_CODE_CLIENT_SENDCMD);
   }
-  EndReceiving(run);
-  EndBulk(run);
+  if (begun) {
+    EndReceiving();
+    EndBulk(run);
+  }
   FinishRun(run.m_ullNumber, true);
 }
 
@@ -204,14 +213,18 @@ void CKQFileBulkTransfer::ReceiveFileFromServer() {
 bool CKQFileBulkTransfer::WaitUntilDrained(const CTransferRun& run) {
   std::unique_lock lock(m_pBulk->m_mutex);
   const auto isOver = [this] { return !m_pBulk->m_current || m_bStop; };
-  if (System().Wait(m_pBulk->m_changed, lock, kDrainMs, isOver)) return true;
+  for (int waited = 0; waited < kDrainMs; waited += kBulkStepMs) {
+    if (System().Wait(m_pBulk->m_changed, lock, kBulkStepMs, isOver) || IsTransStopped()) {
+      return true;
+    }
+  }
   if (!run.m_vecKey.empty()) StoreStatus(run.m_ullNumber, 0, ERROR_CODE_DOWN_STALLED);
   return false;
 }
 
 void CKQFileBulkTransfer::ReceiveAll(const CTransferRun& run) {
   std::size_t next = 0;
-  while (!IsTransStopped()) {
+  while (!IsTransStopped() && !IsBroken()) {
     OpenAhead(run, next);
     std::unique_lock lock(m_pBulk->m_mutex);
     if (!m_pBulk->m_current && m_pBulk->m_ready.empty() && next == run.m_vecKey.size()) return;
@@ -288,13 +301,12 @@ int CKQFileBulkTransfer::WatchCurrent(bool more) {
 
 // The server is told to stop; what it still sends of the current file is
 // dropped. Files whose turn never came leave nothing behind.
-void CKQFileBulkTransfer::EndReceiving(const CTransferRun& run) {
+void CKQFileBulkTransfer::EndReceiving() {
   std::deque<STarget> unused;
   std::vector<STarget> over;
   bool stops = false;
   {
     const std::lock_guard lock(m_pBulk->m_mutex);
-    if (m_pBulk->m_ullRun != run.m_ullNumber) return;
     unused.swap(m_pBulk->m_ready);
     if (!unused.empty() && unused.front().m_bAsked) {  // the current one in a moment
       unused.front().m_pFile.reset();

@@ -46,9 +46,11 @@ struct CKQFileBulkTransfer::SBulk {
 
   std::mutex m_mutex;
   std::condition_variable m_changed;    // for the worker
+  bool m_bWorks = false;                // guarded by m_mutex; a worker has begun, and not left
   std::uint64_t m_ullRun = 0;           // guarded by m_mutex; of the worker
   std::uint64_t m_ullEvents = 0;        // guarded by m_mutex; whatever came of files on their way
   bool m_bSilent = false;               // guarded by m_mutex; an answer is overdue
+  bool m_bBroken = false;               // guarded by m_mutex; the link's answers tell nothing more
   std::deque<SOnWay> m_onWay;           // guarded by m_mutex; uploads, the oldest first
   std::size_t m_nMostOnWay = 0;         // guarded by m_mutex; the worker waits until no more are
   std::vector<std::size_t> m_vecAgain;  // guarded by m_mutex; uploads to be tried again

@@ -51,7 +51,21 @@ void CKQFileBulkTransfer::Forget() {
   if (!m_pBulk->m_ready.empty()) m_pBulk->m_ready.front().m_bAsked = false;
   if (m_pBulk->m_current) m_pBulk->m_vecOver.push_back(std::move(*m_pBulk->m_current));
   m_pBulk->m_current.reset();
+  m_pBulk->m_bBroken = false;
   m_pBulk->m_changed.notify_all();
+}
+
+// Under the mutex. An answer that is missing and one too many look alike: from
+// here on each may be another file's.
+void CKQFileBulkTransfer::Distrust() {
+  m_pBulk->m_bBroken = true;
+  for (SBulk::SOnWay& file : m_pBulk->m_onWay) file.m_ullRun = 0;
+  m_pBulk->m_changed.notify_all();
+}
+
+bool CKQFileBulkTransfer::IsBroken() {
+  const std::lock_guard lock(m_pBulk->m_mutex);
+  return m_pBulk->m_bBroken;
 }
 
 // Under the mutex. Where a limit holds the link back, a single packet may take
@@ -62,23 +76,30 @@ std::uint64_t CKQFileBulkTransfer::CountEvents() const {
          (limited ? static_cast<std::uint64_t>(m_pNetWork->BytesReceived()) : 0);
 }
 
-void CKQFileBulkTransfer::BeginBulk(const CTransferRun& run) {
-  {
-    const std::lock_guard lock(m_pBulk->m_mutex);
-    m_pBulk->m_ullRun = run.m_ullNumber;
-    m_pBulk->m_vecAgain.clear();
-    m_pBulk->m_bSilent = false;
-  }
-  m_nBufTaken = 0;
-  m_nBufReleased = 0;
+// The worker before shares what is on its way, and may have to end a file. False
+// when this one was stopped meanwhile.
+bool CKQFileBulkTransfer::BeginBulk(const CTransferRun& run) {
   for (std::size_t i = 0; i < run.m_vecKey.size(); ++i) {
     StoreStatus(run.m_ullNumber, i, ERROR_CODE_SEND_STOPPED);
   }
+  std::unique_lock lock(m_pBulk->m_mutex);
+  const auto isFree = [this] { return !m_pBulk->m_bWorks; };
+  while (!System().Wait(m_pBulk->m_changed, lock, kBulkStepMs, isFree)) {
+    if (IsTransStopped()) return false;
+  }
+  m_pBulk->m_bWorks = true;
+  m_pBulk->m_ullRun = run.m_ullNumber;
+  m_pBulk->m_vecAgain.clear();
+  m_pBulk->m_bSilent = false;
+  m_nBufTaken = 0;
+  m_nBufReleased = 0;
+  return true;
 }
 
 // Answers that come from here on find their files, but change no result. Those
 // that a link brought before it was lost are waited for.
 void CKQFileBulkTransfer::EndBulk(const CTransferRun& run) {
+  if (IsBroken()) m_pNetWork->CloseAllConnect();
   {
     std::unique_lock lock(m_pBulk->m_mutex);
     const ILinkInfo* const link = m_pLinkInfo;
@@ -95,7 +116,9 @@ void CKQFileBulkTransfer::EndBulk(const CTransferRun& run) {
         event->SetKQEvent();
       }
     }
-    if (m_pBulk->m_ullRun == run.m_ullNumber) m_pBulk->m_ullRun = 0;
+    m_pBulk->m_ullRun = 0;
+    m_pBulk->m_bWorks = false;
+    m_pBulk->m_changed.notify_all();
   }
   if (IsConnect()) return;
   const std::lock_guard lock(m_pState->m_mutex);

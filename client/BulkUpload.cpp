@@ -1,8 +1,8 @@
 // Bulk upload: announcements, data and ends of many files behind one another.
 //
 // The server answers in the order in which it was asked, two answers a file:
-// each concerns the oldest file on its way. Answers that leave one out show it
-// by their kind: an announcement's is never followed by another one's. The
+// each concerns the oldest file on its way. One that is left out, or comes twice,
+// shows by its kind: an announcement's is never followed by another one's. The
 // worker sends, the delivery thread matches; what is on its way stays below
 // what a server takes for a flood of questions.
 
@@ -50,14 +50,17 @@ bool CKQFileBulkTransfer::TakeUploadAnswer(int code, int length, const char* bod
   }
   const std::lock_guard lock(m_pBulk->m_mutex);
   std::deque<SBulk::SOnWay>& files = m_pBulk->m_onWay;
-  if (code == NET_CTS_PREPARETRAN_FILE && !files.empty() && files.front().m_bAnnounced) {
-    EndOldest(ERROR_CODE_WAIT_TRANSEND);  // its end was not answered
-  }
   if (files.empty()) return false;
   SBulk::SOnWay& oldest = files.front();
+  if (code == NET_CTS_PREPARETRAN_FILE && oldest.m_bAnnounced) {
+    EndOldest(ERROR_CODE_WAIT_TRANSEND);  // its end was not answered
+    Distrust();
+    return true;
+  }
   if (code == NET_CTS_TRANSFILEDATA_END) {
-    EndOldest(oldest.m_bAnnounced && oldest.m_bEnded ? oldest.m_nResult
-                                                     : int{ERROR_CODE_WAIT_SERVERRESPOND});
+    const bool inTurn = oldest.m_bAnnounced && oldest.m_bEnded;
+    EndOldest(inTurn ? oldest.m_nResult : int{ERROR_CODE_WAIT_SERVERRESPOND});
+    if (!inTurn) Distrust();
     return true;
   }
   const auto answer = DecodeBody<SResult>(body, length);
@@ -97,7 +100,9 @@ std::size_t CKQFileBulkTransfer::CountOnWay() {
 int CKQFileBulkTransfer::WaitOnWay(std::size_t most) {
   std::unique_lock lock(m_pBulk->m_mutex);
   m_pBulk->m_nMostOnWay = most;
-  const auto isOver = [&] { return m_pBulk->m_onWay.size() <= most || m_bStop; };
+  const auto isOver = [&] {
+    return m_pBulk->m_onWay.size() <= most || m_bStop || m_pBulk->m_bBroken;
+  };
   std::int64_t since = System().SteadyMilliseconds();
   std::uint64_t seen = CountEvents();
   while (!isOver() && !IsTransStopped()) {
@@ -117,21 +122,22 @@ int CKQFileBulkTransfer::WaitOnWay(std::size_t most) {
     m_pBulk->m_bSilent = true;
     return result;
   }
-  return IsTransStopped() ? ERROR_CODE_SEND_STOPPED : RESULT_OK;
+  return IsTransStopped() || m_pBulk->m_bBroken ? ERROR_CODE_SEND_STOPPED : RESULT_OK;
 }
 
 // Whatever happens, the run is finished: callers wait for that.
 void CKQFileBulkTransfer::SendFileToServer() {
   CTransferRun run;
+  bool begun = false;
   try {
     if (!TakeRun(PROCESS_TYPE_CLIENT_UPDATA, run)) return;
-    BeginBulk(run);
-    if (WaitUntilDrained(run)) SendAll(run);
+    begun = BeginBulk(run);
+    if (begun && WaitUntilDrained(run)) SendAll(run);
   } catch (...) {  // no memory, as a rule
     LeaveFile();
     StoreStatus(run.m_ullNumber, run.m_nRecord, ERROR_CODE_CLIENT_SENDCMD);
   }
-  EndBulk(run);
+  if (begun) EndBulk(run);
   FinishRun(run.m_ullNumber, true);
 }
 
@@ -142,7 +148,8 @@ void CKQFileBulkTransfer::SendAll(CTransferRun& run) {
     for (std::size_t i = 0; i < records.size(); ++i) {
       const bool pauses =
           i + 1 == records.size() || IsMeasurementFile(run.m_vecKey[records[i + 1]].m_strPath);
-      if (IsTransStopped() || SendOne(run, records[i], pauses) != RESULT_OK) return;
+      if (IsTransStopped() || IsBroken()) return;
+      if (SendOne(run, records[i], pauses) != RESULT_OK) return;
     }
     if (WaitOnWay(0) != RESULT_OK) return;
     {
@@ -234,6 +241,7 @@ int CKQFileBulkTransfer::SendOrdinary(CTransferRun& run, std::size_t record, boo
 int CKQFileBulkTransfer::SendFileData(CTransferRun& run, std::size_t record, std::int64_t size,
                                       bool pauses) {
   m_nServerErrorCode = RESULT_OK;
+  const ILinkInfo* const link = m_pLinkInfo;
   {
     const std::lock_guard lock(m_pBulk->m_mutex);
     m_pBulk->m_onWay.push_back({run.m_ullNumber, record, false, false, RESULT_OK});
@@ -247,7 +255,9 @@ int CKQFileBulkTransfer::SendFileData(CTransferRun& run, std::size_t record, std
   std::int64_t done = 0;
   int result = ReadDataAndSend(0, size, 0, done);
   if (result == RESULT_OK && done < size) result = ERROR_CODE_SEND_STOPPED;
-  if (result == ERROR_CODE_CLIENT_SENDDATA) return result;
+  if (result == ERROR_CODE_CLIENT_SENDDATA || m_pLinkInfo != link) {
+    return ERROR_CODE_CLIENT_SENDDATA;  // nothing to be ended on another link
+  }
   bool waits = pauses;
   {
     const std::lock_guard lock(m_pBulk->m_mutex);

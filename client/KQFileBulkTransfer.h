@@ -23,7 +23,8 @@
 ///   whose turn never came are removed again.
 /// - A file that fails fails alone: the others go on. The transfer ends early
 ///   when it is stopped, the link is lost, or an answer is overdue (-19, -21,
-///   -25, -26).
+///   -25, -26) or comes out of its turn: then nobody knows what the next ones
+///   are about, and the link is cut.
 /// - m_nStatus is 1 only of a file that is over: the server confirmed its end
 ///   and refused none of its data, or told its end after all its bytes had
 ///   been stored here. What was not over when the transfer ended has -28, or
@@ -32,6 +33,7 @@
 ///   -12), is tried again for some seconds.
 /// - A stop takes effect within 100 ms. What a stopped download still receives
 ///   is dropped; the next transfer waits for its end.
+/// - A transfer that takes over from a running one waits until that has left.
 /// - StopTrans is confirmed by the worker, also of a download.
 ///
 /// Why nothing of the protocol does: a server handles the packets of a link in
@@ -60,8 +62,10 @@ class KQFT_API CKQFileBulkTransfer : public CKQFileTransServiceVisitor {
   struct SBulk;
 
   // BulkTransfer.cpp
-  void BeginBulk(const CTransferRun& run);
+  bool BeginBulk(const CTransferRun& run);
   void EndBulk(const CTransferRun& run);
+  void Distrust();
+  bool IsBroken();
   void Forget();
   std::uint64_t CountEvents() const;
 
@@ -92,7 +96,7 @@ class KQFT_API CKQFileBulkTransfer : public CKQFileTransServiceVisitor {
   void OpenAhead(const CTransferRun& run, std::size_t& next);
   void OpenNext(const CTransferRun& run, std::size_t record);
   int WatchCurrent(bool more);
-  void EndReceiving(const CTransferRun& run);
+  void EndReceiving();
 
   std::shared_ptr<SBulk> m_pBulk;  // constant; every further member goes there (docs/abi.md)
 };

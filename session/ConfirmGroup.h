@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,9 +26,10 @@ class CConfirmGroup {
     int m_nLastError = 0;  ///< what the client was told last of its data
     SUploadReport m_report;
   };
-  void Add(SFile file);
+  /// Adds a file and the answer that confirms its end.
+  void Add(SFile file, int code, std::string body);
 
-  bool IsEmpty() const { return m_files.empty(); }
+  bool IsEmpty() const { return m_answers.empty(); }
 
   /// True when it should wait no longer for more.
   bool IsFull() const;
@@ -38,9 +40,8 @@ class CConfirmGroup {
   /// Whether the file is one of those that wait.
   bool Holds(const std::string& path) const;
 
-  /// An answer that goes out behind those that wait. @param isEnd it confirms the
-  /// file that was added last
-  void Hold(int code, std::string body, bool isEnd);
+  /// An answer that goes out behind those that wait.
+  void Hold(int code, std::string body);
 
   using Send = std::function<void(int code, const std::string& body)>;
   /// Told of each file whether it lies on the disk.
@@ -59,10 +60,10 @@ class CConfirmGroup {
   struct SAnswer {
     int m_nCode = 0;
     std::string m_strBody;
-    bool m_bEnd = false;  // of the next one of the files
+    std::optional<SFile> m_file;  // whose end it confirms
   };
 
-  std::vector<SFile> m_files;
-  std::vector<SAnswer> m_answers;
+  std::vector<SAnswer> m_answers;  // the first one confirms a file
+  std::size_t m_nFiles = 0;        // so many do
   std::int64_t m_llBytes = 0;
 };

@@ -214,7 +214,7 @@ int CTransClient::SendMsg(int msgType, const void* body, int nLength) {
 int CTransClient::SendMsg(int msgType, const std::string& body) {
   if (body.size() > static_cast<std::size_t>(kMaxBodyBytes)) return 0;
   if (!m_pState->m_group.IsEmpty()) {
-    m_pState->m_group.Hold(msgType, body, false);
+    m_pState->m_group.Hold(msgType, body);
     return 1;
   }
   return SendMsg(msgType, body.data(), static_cast<int>(body.size()));

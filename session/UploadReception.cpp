@@ -86,7 +86,8 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
     return CREATE_FILE_ERROR;
   }
   if (const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle(); durable && file) {
-    m_pState->m_durable.Begin(*file, path, newEntries, create ? -1 : *llFileLen);
+    if (*llFileLen == 0) newEntries = std::max(newEntries, 1);
+    m_pState->m_durable.Begin(*file, path, ProjectDir(), newEntries, create ? -1 : *llFileLen);
     if (m_pState->m_durable.IsShortened()) m_pState->m_llLostPos = *llFileLen;
   }
   m_nTransType = PROCESS_TYPE_CLIENT_UPDATA;
@@ -231,12 +232,11 @@ void CTransClient::AnswerEndOfFile() {
 
 // What the next packets bring may lie on the disk with it.
 void CTransClient::HandOverReceived() {
-  CConfirmGroup& group = m_pState->m_group;
-  group.Add({std::exchange(m_pState->m_durable, CDurableUpload()), m_pTransFile->Detach(),
-             m_pTransFile->GetFilePath(), m_nLastDataError,
-             std::exchange(m_pState->m_upload, SUploadReport())});
   m_nTransType.Claim(PROCESS_TYPE_CLIENT_UPDATA, PROCESS_TYPE_NONE);
-  group.Hold(NET_CTS_TRANSFILEDATA_END, "", true);
+  m_pState->m_group.Add({std::exchange(m_pState->m_durable, CDurableUpload()),
+                         m_pTransFile->Detach(), m_pTransFile->GetFilePath(), m_nLastDataError,
+                         std::exchange(m_pState->m_upload, SUploadReport())},
+                        NET_CTS_TRANSFILEDATA_END, "");
   WriteLog("DealNetMsg NET_CTS_TRANSFILEDATA_END \n");
 }
 
@@ -267,6 +267,8 @@ void CTransClient::ConfirmGroup() {
 
 void CTransClient::FlushReceived() {
   const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle();
-  if (file != nullptr ? m_pState->m_durable.End(*file) : m_pState->m_durable.EndPending()) return;
+  CDurableUpload::SFlushed flushed;
+  CDurableUpload& durable = m_pState->m_durable;
+  if (file != nullptr ? durable.End(*file, flushed) : durable.EndPending()) return;
   AnnounceFailure(FailWrite());
 }

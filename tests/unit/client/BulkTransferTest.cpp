@@ -2,8 +2,6 @@
 
 #include "client/KQFileBulkTransfer.h"
 
-#include <cstdlib>
-
 #include "platform/ByteOrder.h"
 #include "platform/KQPlatForm.h"
 #include "support/TestClient.h"
@@ -15,10 +13,7 @@ using Statuses = std::vector<int>;
 
 constexpr int kFiles = 20;
 
-// Bytes between two ends of a link; 1 in the sweep over all faults.
-int Stride() {
-  return std::getenv("KQFT_SWEEP") != nullptr ? 1 : 7;
-}
+constexpr int kStep = 7;  // bytes between two ends of a link
 
 class CBulkClient : public CKQFileBulkTransfer {
  public:
@@ -35,6 +30,7 @@ class CBulkClient : public CKQFileBulkTransfer {
       Channel_Key_Value& record = records[static_cast<std::size_t>(i)];
       record.m_strName = NameOf(i);
       record.m_strPath = up ? m_files / NameOf(i) : NameOf(i);
+      record.m_llSize = std::ssize(ContentOf(NameOf(i)));
     }
     return up ? UploadRecords(records) : DownloadRecords(records);
   }
@@ -93,6 +89,17 @@ class BulkTransfer : public testing::Test {
     }
   }
 
+  // Whole packets of a kind that the first link under the plan has carried.
+  std::int64_t CountCarried(EDirection direction, int code) const {
+    std::int64_t count = 0;
+    const std::string bytes = m_sockets.Carried(direction);
+    for (std::size_t head = 0; head + 20 <= bytes.size();) {
+      count += ReadInt32(bytes.data() + head + 4) == code ? 1 : 0;
+      head += 20 + static_cast<std::size_t>(ReadInt32(bytes.data() + head + 12));
+    }
+    return count;
+  }
+
   CScopedSystem m_system{CFaultPlan().ClockFaster(50)};
   CScopedSockets m_sockets;
   CFakeServer m_server;
@@ -100,50 +107,63 @@ class BulkTransfer : public testing::Test {
   std::map<std::string, std::string> m_stored;  // the delivery thread's
 };
 
-TEST_F(BulkTransfer, EachAnswerMayLackComeLateOrTellOfAFailure) {
-  enum EFault { kMissing, kLate, kFailing };
-  for (const EFault fault : {kMissing, kLate, kFailing}) {
+// What follows an answer out of its turn may be another file's.
+TEST_F(BulkTransfer, EachAnswerMayLackComeLateTellOfAFailureOrComeTwice) {
+  enum EFault { kMissing, kLate, kFailing, kTwice };
+  for (const EFault fault : {kMissing, kLate, kFailing, kTwice}) {
+    m_system.Follow(CFaultPlan().ClockFaster(fault == kMissing ? 50 : 5));
     for (const int k : {1, 2, 3, 7, 40}) {
       int answers = 0;
       Statuses expected(kFiles, 1);
+      const bool isEnd = k % 2 == 0;
+      const int odd = fault == kTwice && isEnd ? k / 2 : (k - 1) / 2;
+      if ((fault == kMissing || fault == kTwice) && odd < kFiles) {
+        std::fill(expected.begin() + odd, expected.end(), k == 1 && fault == kMissing ? -28 : -20);
+        expected[static_cast<std::size_t>(odd)] = isEnd == (fault == kMissing) ? -21 : -19;
+      }
+      std::vector<Packet> held;
       const auto answer = [&](int code, const std::string& good) {
         const auto file = static_cast<std::size_t>(answers / 2);
         const bool spoilt = ++answers % k == 0;
-        const bool isEnd = code == 2502;
-        if (spoilt && fault == kLate) System().Sleep(250);  // of test time
+        if (spoilt && fault == kLate) System().Sleep(25);
         if (spoilt && fault == kFailing) {
-          expected[file] = isEnd && expected[file] == 1 ? -10 : -8;
-          m_server.Send(isEnd ? 2508 : 2500, isEnd ? Int32(-10) : Int32(-8) + Int64(0));
-          if (!isEnd) return;
+          expected[file] = code == 2502 && expected[file] == 1 ? -10 : -8;
+          m_server.Send(code == 2502 ? 2508 : code,
+                        code == 2502 ? Int32(-10) : Int32(-8) + Int64(0));
+          if (code == 2500) return;
         }
-        if (!spoilt || fault != kMissing) return static_cast<void>(m_server.Send(code, good));
-        if (expected[file] == 1) expected[file] = isEnd ? -21 : -19;
+        if (!spoilt || fault != kMissing) held.emplace_back(code, good);
+        if (spoilt && fault == kTwice) held.emplace_back(code, good);
+        if (fault == kTwice && answers < 2 * kFiles) return;  // all files are on their way
+        for (const auto& [next, body] : std::exchange(held, {})) m_server.Send(next, body);
       };
       m_server.On(2500, [&](const std::string&) { answer(2500, Int32(1) + Int64(0)); });
       m_server.On(2502, [&](const std::string&) { answer(2502, ""); });
       CBulkClient client(m_server.Port());
       MakeFiles(client);
-      const Statuses statuses = client.Move(true);
-      if (k == 1 && fault == kMissing) {  // nothing is known of those behind
-        std::fill(expected.begin() + 1, expected.end(), -28);
-      }
-      EXPECT_EQ(statuses, expected) << fault << " " << k;
+      EXPECT_EQ(client.Move(true), expected) << fault << " " << k;
+      client.Stop();
     }
   }
 }
 
 // As many are on their way as a server takes for no flood, and no more.
 TEST_F(BulkTransfer, FilesFollowOneAnotherWithinAWindow) {
+  m_system.Follow(CFaultPlan().ClockFaster(5));
+  m_sockets.Follow(SLinkPlan());
   CSharedWord<bool> silent = true;
   int owed = 0;
   const auto answer = [&](int code, const std::string& body) {
-    if (!silent) m_server.Send(code, body);
+    if (silent) return;
+    System().Sleep(25);
+    m_server.Send(code, body);
   };
   m_server.On(2500, [&](const std::string&) { answer(2500, Int32(1) + Int64(0)); });
   m_server.On(2502, [&](const std::string&) {
     answer(2502, "");
     if (++owed != 32) return;
-    EXPECT_EQ(m_server.Count(2500), 32U);
+    System().Sleep(25);
+    EXPECT_EQ(CountCarried(EDirection::kSent, 2500), 32);
     silent = false;
     for (int i = 0; i < 32; ++i) {
       m_server.Send(2500, Int32(1) + Int64(0));
@@ -167,22 +187,17 @@ TEST_F(BulkTransfer, FilesFollowOneAnotherWithinAWindow) {
 }
 
 TEST_F(BulkTransfer, LinkMayEndAfterAnyByteUp) {
-  m_system.Follow(CFaultPlan());
+  m_system.Follow(CFaultPlan().ClockFaster(10));
   for (const EDirection direction : {EDirection::kSent, EDirection::kReceived}) {
     bool ended = true;
-    for (int at = 1; ended; at += Stride()) {
+    for (int at = 1; ended; at += SweepStep(kStep)) {
       m_sockets.Follow({at, direction});
       CBulkClient client(m_server.Port());
       MakeFiles(client);
       const Statuses statuses = client.Move(true);
       client.Stop();
       ended = m_sockets.HasEnded();
-      std::int64_t confirmed = 0;
-      const std::string answers = m_sockets.Carried(EDirection::kReceived);
-      for (std::size_t head = 0; head + 20 <= answers.size();) {
-        confirmed += ReadInt32(answers.data() + head + 4) == 2502 ? 1 : 0;
-        head += 20 + static_cast<std::size_t>(ReadInt32(answers.data() + head + 12));
-      }
+      const std::int64_t confirmed = CountCarried(EDirection::kReceived, 2502);
       EXPECT_EQ(std::count(statuses.begin(), statuses.end(), 1), confirmed) << at;
       EXPECT_EQ(std::count(statuses.begin(), statuses.end(), -20), kFiles - confirmed) << at;
       EXPECT_TRUE(std::is_sorted(statuses.rbegin(), statuses.rend())) << at;
@@ -195,10 +210,10 @@ TEST_F(BulkTransfer, LinkMayEndAfterAnyByteUp) {
 }
 
 TEST_F(BulkTransfer, LinkMayEndAfterAnyByteDownAndGoesOnExactly) {
-  m_system.Follow(CFaultPlan());
+  m_system.Follow(CFaultPlan().ClockFaster(10));
   for (const EDirection direction : {EDirection::kSent, EDirection::kReceived}) {
     bool ended = true;
-    for (int at = 0; ended; at += Stride()) {
+    for (int at = 0; ended; at += SweepStep(kStep)) {
       // The sizes are asked for by the start.
       m_sockets.Follow({at + (direction == EDirection::kSent ? 120 : 28), direction});
       CBulkClient client(m_server.Port());
@@ -240,6 +255,14 @@ TEST_F(BulkTransfer, OneFileOfADownloadFailsOrWaitsAlone) {
     CBulkClient client(m_server.Port());
     EXPECT_EQ(client.Move(false, 3), (Statuses{status, 1, 1}));
   }
+  bool first = true;  // the end of the first one comes once more, for the second one
+  m_server.On(2505, [&](const std::string& request) {
+    if (!std::exchange(first, false)) m_server.Send(2507, Int32(1));
+    Serve(request);
+  });
+  CBulkClient told(m_server.Port());
+  EXPECT_EQ(told.Move(false, 3), (Statuses{1, -20, -20}));
+  EXPECT_FALSE(told.IsConnect());
   for (const auto& [answer, status] : {std::pair(0, -25), std::pair(2505, -26)}) {
     m_server.On(2505, [this, sent = answer](const std::string&) {
       if (sent != 0) m_server.Send(sent, Int32(1));
@@ -281,6 +304,56 @@ TEST_F(BulkTransfer, StopEndsAtOnceAndTheLinkGoesOn) {
   EXPECT_EQ(client.Move(false), Statuses(kFiles, 1));
   for (int i = 0; i < kFiles; ++i) {
     EXPECT_EQ(ReadWholeFile(client.Local(i)), CBulkClient::ContentOf(CBulkClient::NameOf(i)));
+  }
+}
+
+// The one before has a file at the server, and answers to come.
+TEST_F(BulkTransfer, OneThatTakesOverWaitsUntilTheOneBeforeHasLeft) {
+  CBulkClient client(m_server.Port());
+  MakeFiles(client);
+  m_server.Silent(2500);
+  m_server.Silent(2502);
+  ASSERT_EQ(client.Start(true, kFiles), 1);
+  EXPECT_TRUE(WaitUntil([this] { return m_server.Count(2502) == kFiles; }));
+  EXPECT_EQ(client.Start(true, 2), -15);
+  bool late = true;
+  m_server.On(2500, [&](const std::string&) {
+    for (int i = 0; i < kFiles && late; ++i) {
+      m_server.Send(2500, Int32(-8) + Int64(0));
+      m_server.Send(2502);
+    }
+    late = false;
+    m_server.Send(2500, Int32(1) + Int64(0));
+  });
+  m_server.On(2502, [this](const std::string&) { m_server.Send(2502); });
+  EXPECT_EQ(client.Move(true, 2), (Statuses{1, 1}));
+
+  for (int i = 0; i < kFiles; ++i) System().RemoveFile(client.Local(i));
+  m_server.Silent(2505);
+  m_server.On(2503, [this](const std::string&) {
+    m_server.Send(2506, Int64(0) + "x");
+    m_server.Send(2507, Int32(1));
+  });
+  ASSERT_EQ(client.Start(false, kFiles), 1);
+  EXPECT_TRUE(m_server.WaitFor(2505));
+  EXPECT_EQ(client.Start(false, 2), -16);
+  m_server.On(2505, [this](const std::string& body) { Serve(body); });
+  EXPECT_EQ(client.Move(false, 2), (Statuses{1, 1}));
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(ReadWholeFile(client.Local(i)), CBulkClient::ContentOf(CBulkClient::NameOf(i)));
+  }
+  EXPECT_FALSE(CKQPlatForm::IsFileExist(client.Local(2))) << "of the one before";
+
+  // One that waits is stopped at once.
+  m_system.Follow(CFaultPlan().ClockFaster(1));
+  m_server.Silent(2503);
+  m_server.Silent(2505);
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_EQ(client.Start(false, 2), 1);
+    const std::int64_t since = System().SteadyMilliseconds();
+    EXPECT_EQ(client.StopTrans(), 1);
+    EXPECT_EQ(client.Finish(), (Statuses{-28, -28}));
+    EXPECT_LT(System().SteadyMilliseconds() - since, 5000);
   }
 }
 

@@ -6,6 +6,7 @@
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "support/FakeTransNet.h"
+#include "support/ForgetfulDisk.h"
 
 namespace {
 
@@ -179,7 +180,9 @@ TEST_F(DurableUpload, SmallFilesAreConfirmedTogetherAndFailAlone) {
   AskUpload(true, "large");
   SendChunk(0, std::string(5 << 20, 'l'));
   EXPECT_EQ(flushes(), 67) << "nor behind so much";
-  Ask(NET_CTS_TRANSFILEDATA_END);
+  for (int i = 0; i < 256; ++i) Ask(NET_CTS_TRANSFILEDATA_END);
+  EXPECT_EQ(flushes(), 68) << "nor before so many answers";
+  send("a");
   const std::size_t ends = m_net.Count(NET_CTS_TRANSFILEDATA_END);
   m_session.StopService();
   m_session.ResetForLink();
@@ -211,6 +214,120 @@ TEST_F(DurableUpload, RangeLiesOnTheDiskBeforeItsRecordShrinks) {
   sendAndBreak();
   EXPECT_EQ(report(), Int32(RESULT_OK));
   EXPECT_EQ(ReadWholeFile(m_dir / "run.li"), record + "5000000000,0\n");
+}
+
+// A disk that forgets, and a server in it that is ended in any moment.
+class PowerLoss : public DurableUpload {
+ protected:
+  static constexpr int kFiles = 12;
+
+  struct SFile {
+    std::string m_strName;
+    std::string m_strBytes;
+  };
+  static SFile FileOf(int i) {
+    return {std::to_string(i / 5) + (i % 3 == 0 ? "/deep/" : "/") + std::to_string(i),
+            PatternBytes(static_cast<std::size_t>(i % 4) * 10, static_cast<unsigned>(i))};
+  }
+
+  // Hands a new session some files, of which those before the last come with
+  // the next one behind them. @return which were confirmed without a complaint
+  std::vector<bool> Receive(const std::vector<SFile>& files, bool complete = true) {
+    CSession session(&m_net);
+    const std::size_t before = m_net.Packets().size();
+    LayerThread().m_bMoreToCome = true;
+    for (const SFile& file : files) {
+      Hand(session, NET_CTS_PREPARETRAN_FILE, "\1" + (m_dir / file.m_strName));
+      if (!file.m_strBytes.empty())
+        Hand(session, NET_CTS_TRANSFILEDATA, Int64(0) + file.m_strBytes);
+      LayerThread().m_bMoreToCome = !complete || &file != &files.back();
+      Hand(session, NET_CTS_TRANSFILEDATA_END, "");
+    }
+    LayerThread().m_bMoreToCome = false;
+    session.m_bWriting = false;
+    std::vector<bool> confirmed;
+    bool good = true;
+    const std::vector<std::pair<int, std::string>> answers = m_net.Packets();
+    for (std::size_t i = before; i < answers.size(); ++i) {
+      const auto& [code, body] = answers[i];
+      if (code != NET_CTS_TRANSFILEDATA_END) {
+        good = good && ReadInt32(body.data()) == RESULT_OK;
+      } else {
+        confirmed.push_back(std::exchange(good, true));
+      }
+    }
+    confirmed.resize(files.size(), false);
+    return confirmed;
+  }
+
+  // Also for who asks what the server holds of it, to go on.
+  void ExpectWhole(const SFile& file, const std::string& when) {
+    EXPECT_TRUE(ReadWholeFile(m_dir / file.m_strName) == file.m_strBytes) << file.m_strName << when;
+    EXPECT_EQ(Held(file.m_strName), std::ssize(file.m_strBytes)) << file.m_strName << when;
+    Ask(NET_CTS_TRANSFILEDATA_END);
+    EXPECT_GE(FileSize(m_dir / file.m_strName), 0) << file.m_strName << when;
+  }
+
+  PowerLoss() {
+    m_net.m_strFileDir = m_dir.Path();
+    for (int i = 0; i < kFiles; ++i) m_files.push_back(FileOf(i));
+  }
+
+  std::vector<SFile> m_files;
+  CForgetfulDisk m_disk{m_dir.Path()};
+};
+
+TEST_F(PowerLoss, LeavesWhateverWasConfirmed) {
+  enum EAccident { kAllForgotten, kNamesKept, kProcessKilled };
+  for (const EAccident accident : {kAllForgotten, kNamesKept, kProcessKilled}) {
+    bool struck = true;
+    for (int at = 1; struck; at += SweepStep(3)) {
+      const std::string when = " " + std::to_string(accident) + " " + std::to_string(at);
+      m_disk.FailFrom(at);
+      const std::vector<bool> confirmed = Receive(m_files);
+      struck = m_disk.HasFailed();
+      m_disk.FailFrom(0);
+      if (accident != kProcessKilled) {
+        m_disk.LosePower(accident == kNamesKept);
+        m_system.Reboot();
+        for (int i = 0; i < kFiles; ++i) {
+          if (confirmed[static_cast<std::size_t>(i)]) ExpectWhole(FileOf(i), when);
+        }
+      }
+      EXPECT_EQ(Receive(m_files), std::vector<bool>(kFiles, true)) << when;
+      m_disk.LosePower(accident == kNamesKept);
+      m_system.Reboot();
+      for (const SFile& file : m_files) ExpectWhole(file, when + ", the second time");
+      m_disk.Clear();
+    }
+  }
+}
+
+// Names that somebody else has made, and has not brought to the disk.
+TEST_F(PowerLoss, LeavesTheWayToWhatWasConfirmed) {
+  const SFile first = {"a/b/c/first", "1"};
+  const SFile second = {"a/b/c/second", "2"};
+  const auto expectSecond = [&] {
+    EXPECT_EQ(Receive({second}), std::vector<bool>{true});
+    m_disk.LosePower(false);
+    ExpectWhole(second, "");
+    m_disk.Clear();
+  };
+  AskUpload(true, first.m_strName);  // by another session, at the same time
+  expectSecond();
+  Receive({first}, false);  // by one whose link has gone
+  expectSecond();
+  for (int k = 1; k <= 4; ++k) {  // by one that could not
+    m_disk.FailDirectory(k);
+    const SFile files[] = {first, second, {"a/b/c/third", "3"}};
+    const std::vector<bool> confirmed = Receive({files[0], files[1], files[2]});
+    EXPECT_FALSE(confirmed[0]) << k;
+    m_disk.LosePower(false);
+    for (std::size_t i = 0; i < 3; ++i) {
+      if (confirmed[i]) ExpectWhole(files[i], " " + std::to_string(k));
+    }
+    m_disk.Clear();
+  }
 }
 
 }  // namespace
