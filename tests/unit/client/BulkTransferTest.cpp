@@ -4,6 +4,7 @@
 
 #include "platform/ByteOrder.h"
 #include "platform/KQPlatForm.h"
+#include "support/Packets.h"
 #include "support/TestClient.h"
 #include "support/TestSockets.h"
 
@@ -255,7 +256,18 @@ TEST_F(BulkTransfer, OneFileOfADownloadFailsOrWaitsAlone) {
     CBulkClient client(m_server.Port());
     EXPECT_EQ(client.Move(false, 3), (Statuses{status, 1, 1}));
   }
-  bool first = true;  // the end of the first one comes once more, for the second one
+  // The next one is asked for as its end is here already, and no stop may hit it.
+  bool first = true;
+  m_server.On(2505, [&](const std::string& request) {
+    if (!std::exchange(first, false)) return Serve(request);
+    m_server.SendTogether(MakePacket(2505, Int32(1)) + MakePacket(2506, Int64(0) + "x") +
+                          MakePacket(2506, Int64(2) + "x") + MakePacket(2507, Int32(1)));
+  });
+  m_server.On(2503, [](const std::string&) { ADD_FAILURE() << "a stop"; });
+  CBulkClient ahead(m_server.Port());
+  EXPECT_EQ(ahead.Move(false, 3), (Statuses{-27, 1, 1}));
+  m_server.Answer(2503, "");
+  first = true;  // the end of the first one comes once more, for the second one
   m_server.On(2505, [&](const std::string& request) {
     if (!std::exchange(first, false)) m_server.Send(2507, Int32(1));
     Serve(request);
