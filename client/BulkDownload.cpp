@@ -1,8 +1,9 @@
 // Bulk download: the next file is asked for where the end of one is heard of.
 //
 // The worker opens targets ahead and closes those that are over. The delivery
-// thread stores each piece in the current target and, at its end, asks for the
-// next one that is open: no other thread has to run in between.
+// thread stores each piece in the current target and, once its end has come,
+// asks for the next one that is open: no other thread has to run in between.
+// Where the end has come together with data, that is before these are stored.
 
 #include <utility>
 
@@ -10,6 +11,8 @@
 #include "client/ClientState.h"
 #include "client/KQFileBulkTransfer.h"
 #include "client/TransferRun.h"
+#include "net/LayerThread.h"
+#include "net/NetWorkPackHead.h"
 #include "platform/ExpertUtils.h"
 #include "platform/HardWareCommon.h"
 #include "platform/KQFile.h"
@@ -42,6 +45,25 @@ std::unique_ptr<ISystemFile> OpenOrMake(const std::string& local, bool& made) {
   return file;
 }
 
+// True when the good end of the file has arrived behind the piece that is being
+// delivered.
+bool EndFollows() {
+  std::string_view behind = LayerThread().m_strBehind;
+  while (behind.size() >= kPackHeadBytes && CNetWorkPackHead::IsValid(behind.data())) {
+    const unsigned code = CNetWorkPackHead::Code(behind.data());
+    const std::size_t bytes = CNetWorkPackHead::BodyLength(behind.data());
+    behind.remove_prefix(kPackHeadBytes);
+    if (bytes > behind.size()) return false;
+    if (code == NET_STC_TRANSFILEDATA_END) {
+      const auto end = DecodeBody<SResult>(behind.data(), static_cast<int>(bytes));
+      return end && end->m_nResult == RESULT_OK;
+    }
+    if (code != NET_STC_TRANSFILEDATA) return false;
+    behind.remove_prefix(bytes);
+  }
+  return false;
+}
+
 }  // namespace
 
 bool CKQFileBulkTransfer::TakeDownload(int code, int length, const char* body) {
@@ -61,6 +83,7 @@ bool CKQFileBulkTransfer::TakeDownload(int code, int length, const char* body) {
 bool CKQFileBulkTransfer::TakePiece(int length, const char* body) {
   const auto piece = DecodeBody<SFileData>(body, length);
   std::shared_ptr<CFileHandle> file;
+  std::string ahead;
   {
     const std::lock_guard lock(m_pBulk->m_mutex);
     if (!m_pBulk->m_current) return false;
@@ -68,7 +91,13 @@ bool CKQFileBulkTransfer::TakePiece(int length, const char* body) {
     if (!piece || m_pBulk->m_bDropped || m_pBulk->m_nResult != RESULT_OK) return true;
     if (piece->m_llPosition == m_pBulk->m_llNext) file = m_pBulk->m_current->m_pFile;
     m_bWriting = file != nullptr;
+    if (file != nullptr && !IsNextAsked() && !m_bStop && !m_pBulk->m_ready.empty() &&
+        EndFollows()) {
+      m_pBulk->m_ready.front().m_bAsked = true;
+      ahead = Request(m_pBulk->m_ready.front());
+    }
   }
+  if (!ahead.empty()) SendText(NET_CTS_PREPARETRANS_FILE, ahead);
   const auto bytes = static_cast<int>(piece->m_strData.size());
   const bool stored =
       file != nullptr && file->WriteAt(piece->m_llPosition, piece->m_strData.data(), bytes);
@@ -79,9 +108,19 @@ bool CKQFileBulkTransfer::TakePiece(int length, const char* body) {
     m_pBulk->m_llNext += bytes;
     if (stored) return true;
     m_pBulk->m_nResult = ERROR_CODE_CLIENT_WRITE;
+    if (IsNextAsked()) return true;  // which a stop would end
   }
   SendMessage(NET_CTS_TRANS_STOP, nullptr, 0);  // the rest is of no use
   return true;
+}
+
+// Under the mutex.
+bool CKQFileBulkTransfer::IsNextAsked() const {
+  return !m_pBulk->m_ready.empty() && m_pBulk->m_ready.front().m_bAsked;
+}
+
+std::string CKQFileBulkTransfer::Request(const STarget& target) {
+  return EncodeBody(SDownloadStart{target.m_llHave, target.m_strName});
 }
 
 // One that is good may be that of the file before: its data came first. A
@@ -134,22 +173,22 @@ void CKQFileBulkTransfer::EndCurrent(std::unique_lock<std::mutex>& lock, int res
 
 // Leaves the mutex: nobody else asks while there is a current file.
 void CKQFileBulkTransfer::AskNext(std::unique_lock<std::mutex>& lock) {
-  if (m_pBulk->m_current || m_pBulk->m_ready.empty() || m_bStop || m_pBulk->m_bBroken) {
-    return lock.unlock();
-  }
+  if (m_pBulk->m_current || m_pBulk->m_ready.empty()) return lock.unlock();
+  const bool asked = IsNextAsked();
+  if ((m_bStop || m_pBulk->m_bBroken) && !asked) return lock.unlock();
   m_pBulk->m_current = std::move(m_pBulk->m_ready.front());
   m_pBulk->m_ready.pop_front();
   ++m_pBulk->m_ullEvents;
   m_pBulk->m_bAnswered = false;
-  m_pBulk->m_bDropped = false;
+  m_pBulk->m_bDropped = asked && m_pBulk->m_bDropped;
   m_pBulk->m_nResult = RESULT_OK;
   const STarget& target = *m_pBulk->m_current;
   m_pBulk->m_llNext = target.m_llHave;
   BeginRecord(m_pBulk->m_ullRun, target.m_nRecord, target.m_llSize);
   if (target.m_nRefusals == 0) m_llTransBytes += target.m_llHave;
-  const std::string body = EncodeBody(SDownloadStart{target.m_llHave, target.m_strName});
+  const std::string body = asked ? "" : Request(target);
   lock.unlock();
-  SendText(NET_CTS_PREPARETRANS_FILE, body);
+  if (!asked) SendText(NET_CTS_PREPARETRANS_FILE, body);
 }
 
 // Whatever happens, the run is finished: callers wait for that.
@@ -176,6 +215,7 @@ bool CKQFileBulkTransfer::WaitUntilDrained(const CTransferRun& run) {
   const auto isOver = [this] { return !m_pBulk->m_current || m_bStop; };
   for (int waited = 0; waited < kDrainMs; waited += kBulkStepMs) {
     if (System().Wait(m_pBulk->m_changed, lock, kBulkStepMs, isOver) || IsTransStopped()) {
+      if (!m_pBulk->m_current) m_pBulk->m_ready.clear();  // of a link that is gone
       return true;
     }
   }
@@ -269,6 +309,11 @@ void CKQFileBulkTransfer::EndReceiving() {
   {
     const std::lock_guard lock(m_pBulk->m_mutex);
     unused.swap(m_pBulk->m_ready);
+    if (!unused.empty() && unused.front().m_bAsked) {  // the current one in a moment
+      unused.front().m_pFile.reset();
+      m_pBulk->m_ready.push_back(std::move(unused.front()));
+      unused.pop_front();
+    }
     over.swap(m_pBulk->m_vecOver);
     stops = m_pBulk->m_current.has_value() && !std::exchange(m_pBulk->m_bDropped, true);
   }

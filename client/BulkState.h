@@ -27,6 +27,7 @@ struct CKQFileBulkTransfer::STarget {
   std::int64_t m_llHave = 0;  // bytes of it that were here
   std::int64_t m_llSize = 0;  // as the record says
   bool m_bMade = false;       // for this transfer
+  bool m_bAsked = false;      // while the end of the one before was not dealt with
   int m_nRefusals = 0;
 };
 

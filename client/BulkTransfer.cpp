@@ -48,6 +48,7 @@ CNetBuffer* CKQFileBulkTransfer::CreateNetBuffer(unsigned int ip, int port, int 
 void CKQFileBulkTransfer::Forget() {
   const std::lock_guard lock(m_pBulk->m_mutex);
   m_pBulk->m_onWay.clear();
+  if (!m_pBulk->m_ready.empty()) m_pBulk->m_ready.front().m_bAsked = false;
   if (m_pBulk->m_current) m_pBulk->m_vecOver.push_back(std::move(*m_pBulk->m_current));
   m_pBulk->m_current.reset();
   m_pBulk->m_bBroken = false;

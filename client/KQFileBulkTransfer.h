@@ -89,6 +89,8 @@ class KQFT_API CKQFileBulkTransfer : public CKQFileTransServiceVisitor {
   bool TakeFileEnd(int length, const char* body);
   void EndCurrent(std::unique_lock<std::mutex>& lock, int result);
   void AskNext(std::unique_lock<std::mutex>& lock);
+  bool IsNextAsked() const;
+  static std::string Request(const STarget& target);
   bool WaitUntilDrained(const CTransferRun& run);
   void ReceiveAll(const CTransferRun& run);
   void OpenAhead(const CTransferRun& run, std::size_t& next);

@@ -137,14 +137,19 @@ std::size_t CLink::MayReceive(std::size_t room) const {
 // nothing more can be read from the link.
 bool CLink::DeliverPackets(const char* data, std::size_t end, std::size_t& begin) {
   int answered = 0;
-  while (const std::size_t whole = DeliverableBytes(data + begin, end - begin)) {
-    LayerThread().m_bMoreToCome =
-        m_owner.Listens() && HoldsPacket(data + begin + whole, end - begin - whole);
-    if (!DeliverChunk(data + begin, whole)) return false;
+  bool sound = true;
+  bool& more = LayerThread().m_bMoreToCome;
+  while (const std::size_t whole = sound ? DeliverableBytes(data + begin, end - begin) : 0) {
+    const bool follows = more;
+    more = m_owner.Listens() && HoldsPacket(data + begin + whole, end - begin - whole);
+    if (more) m_queue.Gather();
+    sound = DeliverChunk(data + begin, whole);
+    if (!sound || (follows && !more)) m_queue.SendGathered();
     begin += whole;
-    if (m_owner.Listens() && m_queue.WaitTextRoom()) Pace(++answered);
+    if (sound && m_owner.Listens() && m_queue.WaitTextRoom()) Pace(++answered);
   }
-  return true;
+  more = false;
+  return sound;
 }
 
 // Who floods a server with questions waits, so that the others do not.

@@ -26,6 +26,7 @@
 namespace {
 
 constexpr int kFirstStopWaitMs = 20;
+constexpr std::size_t kLogTogetherBytes = 16 << 10;
 constexpr int kStopStepMs = 50;
 constexpr int kStopSteps = 101;
 
@@ -77,7 +78,9 @@ bool CTransClient::DealNetMsg(unsigned int, int, int msgType, int nLength, const
     // Out of memory for this one request: its client runs into its time-out.
   }
   try {
-    if (!LayerThread().m_bMoreToCome || m_pState->m_group.IsFull()) ConfirmGroup();
+    const bool more = LayerThread().m_bMoreToCome;
+    if (!more || m_pState->m_group.IsFull()) ConfirmGroup();
+    if (!more) WriteLogLines();
   } catch (...) {
     // As above.
   }
@@ -139,16 +142,32 @@ std::string CTransClient::LogFilePath() const {
 
 void CTransClient::WriteLog(const std::string& msg) {
   if (!m_bLog) return;
+  {
+    const CScopedLock lock(m_pLogLock);
+    m_pState->m_strLogLines += LogLine(msg);
+    const bool waits = m_pState->m_strLogLines.size() < kLogTogetherBytes;
+    if (LayerThread().m_bMoreToCome && waits) return;
+  }
+  WriteLogLines();
+}
+
+// Those of packets that arrived together, in one call.
+void CTransClient::WriteLogLines() {
+  {
+    const CScopedLock lock(m_pLogLock);
+    if (m_pState->m_strLogLines.empty()) return;
+  }
   if (IsLogFileFull(LogFilePath())) CreateLogFile();
   const CScopedLock lock(m_pLogLock);
   if (!m_pLogFile->IsOpen()) OpenLogFile(*m_pLogFile, m_strLogFile);
   ReopenLogFileIfDue(*m_pLogFile, m_strLogFile, m_llLogReopenTime);
-  AppendLogLine(*m_pLogFile, msg);
+  AppendLogLines(*m_pLogFile, std::exchange(m_pState->m_strLogLines, ""));
 }
 
 void CTransClient::Rest() {
   m_pTransFile->Close();
   m_pState->m_group.Clear();
+  WriteLogLines();
   const CScopedLock lock(m_pLogLock);
   m_pLogFile->Close();
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 
 #include "platform/ThreadGate.h"
 #include "session/ConfirmGroup.h"
@@ -18,6 +19,7 @@ struct CTransClient::SState {
   CConfirmGroup m_group;               // delivery thread; as well
   KQLonglong m_llLostPos = INT64_MAX;  // delivery thread; of the open file the first byte that
                                        // could not be stored
+  std::string m_strLogLines;           // guarded by m_pLogLock; not yet written
   SUploadReport m_upload;              // delivery thread; stopping, when there is none
 
   CThreadGate m_senderGate;  // senders keep the state and leave its gate last

@@ -230,7 +230,9 @@ class KQFT_API CTransClient {
   int SendFrame(int port, int msgType, const void* body, int nLength);
   std::string LogFilePath() const;
   void Dispatch(int msgType, int nLength, const char* data);
-  bool OpenTarget(const std::string& path, bool create, int* newEntries);
+  bool OpenTarget(const std::string& path, int* newEntries);
+  bool Replace(const std::string& path, bool isMissing, int* newEntries);
+  void MakeRoomFor(const std::string& path, int* newEntries);
   int CheckReceiving();
   bool StoreChunk(KQLonglong position, const char* data, int nLength);
   bool WriteDurably(KQLonglong position, const char* data, int nLength);
@@ -241,6 +243,7 @@ class KQFT_API CTransClient {
   void FlushReceived();
   void HandOverReceived();
   void ConfirmGroup();
+  void WriteLogLines();
   bool JoinsGroup(int msgType, int nLength, const char* data) const;
   std::string ProjectDir() const;
   void AppendProject(std::vector<Channel_Key_Value>* out);

@@ -70,7 +70,9 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   const bool durable = m_pTransNet != nullptr && m_pTransNet->IsDurable();
   if (durable && !create) CDurableUpload::Recover(path);
 
-  *llFileLen = static_cast<KQLonglong>(CHardWareCommon::GetFileSize(path));
+  SFileStatus status;
+  const bool isMissing = System().QueryFile(path, status) != ESystemError::kNone;
+  *llFileLen = status.m_llSize;
   // The low 32 bits only, kept on purpose; the answer carries all of them.
   WriteLog("CTransClient::PrepareReceiveData llFileLen = " +
            std::to_string(static_cast<std::int32_t>(*llFileLen)) + " \n");
@@ -78,7 +80,8 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   m_pState->m_llLostPos = INT64_MAX;
 
   int newEntries = 0;
-  if (!OpenTarget(path, create, durable ? &newEntries : nullptr)) {
+  int* const entries = durable ? &newEntries : nullptr;
+  if (!(create ? Replace(path, isMissing, entries) : OpenTarget(path, entries))) {
     WriteLog("CTransClient::PrepareReceiveData open file fales CREATE_FILE_ERROR \n");
     return CREATE_FILE_ERROR;
   }
@@ -92,20 +95,27 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   return RESULT_OK;
 }
 
+// Makes the file, or empties it.
+bool CTransClient::Replace(const std::string& path, bool isMissing, int* newEntries) {
+  if (isMissing) MakeRoomFor(path, newEntries);
+  return m_pTransFile->KQOpen(path, "w+b");
+}
+
+void CTransClient::MakeRoomFor(const std::string& path, int* newEntries) {
+  if (newEntries != nullptr) *newEntries = CDurableUpload::CountNewEntries(path);
+  EU::CExpertUtils::CreateAllDir(path);
+}
+
 // A file that is to be kept is opened without a look before: one that cannot
 // be looked at now must not pass for a missing one and be emptied, nor one that
 // another session has begun meanwhile.
-bool CTransClient::OpenTarget(const std::string& path, bool create, int* newEntries) {
-  if (!create && m_pTransFile->KQOpen(path, "r+b")) return true;
+bool CTransClient::OpenTarget(const std::string& path, int* newEntries) {
+  if (m_pTransFile->KQOpen(path, "r+b")) return true;
   SFileStatus status;
   const ESystemError found = System().QueryFile(path, status);
-  if (!create && found == ESystemError::kNone) return m_pTransFile->KQOpen(path, "r+b");
-  if (!create && found != ESystemError::kNotFound) return false;
-  if (found != ESystemError::kNone) {
-    if (newEntries != nullptr) *newEntries = CDurableUpload::CountNewEntries(path);
-    EU::CExpertUtils::CreateAllDir(path);
-  }
-  if (create) return m_pTransFile->KQOpen(path, "w+b");
+  if (found == ESystemError::kNone) return m_pTransFile->KQOpen(path, "r+b");
+  if (found != ESystemError::kNotFound) return false;
+  MakeRoomFor(path, newEntries);
   if (m_pTransFile->KQOpen(path, "w+bx") || m_pTransFile->KQOpen(path, "r+b")) return true;
   const bool leadsNowhere = System().QueryFile(path, status) == ESystemError::kNotFound;
   return leadsNowhere && m_pTransFile->KQOpen(path, "w+b");  // a link

@@ -91,6 +91,12 @@ class CSession : public CKQFileBulkTransfer {
   /// any number. A name with "|" cannot be asked for so.
   int AskSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes);
 
+  /// As AskSizes, for less where the sizes are as expected: the server is asked
+  /// for the sums of some files each, and only for single files where a sum is
+  /// another one. So those of 0 are certain, others may make up for each other.
+  int AskExpectedSizes(const std::vector<std::string>& names,
+                       const std::vector<std::int64_t>& expected, std::vector<std::int64_t>& sizes);
+
   /// Size of a file whose name AskSizes cannot carry. Makes it when missing.
   int AskHeldSize(const std::string& name, std::int64_t& size);
 
@@ -203,10 +209,11 @@ class CSession : public CKQFileBulkTransfer {
   int SendPart(std::int64_t begin, std::int64_t end, const DigestReader& reader);
   int WaitForData();
   void EndData();
+  bool IsReading();
   void TakeData(int length, const char* body);
   int Checked(int result) const;
   bool IsPassedOver(int code);
-  int AskAllSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes);
+  int AskSums(const std::vector<std::string>& bodies, std::vector<std::int64_t>& sums);
   bool StopConfirmed();
   bool TakeLostInfo(SLostRanges answer, std::string& body);
   bool KeepSize(int length, const char* body);

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// How many files are held open at a time, and so the most of one request.
+// How many recordings are held open at a time, and so the most of one request.
 constexpr std::size_t kMostOpen = 128;
 
 const char* const kNoRecording = "its recording did not arrive whole";
@@ -179,13 +179,19 @@ int CUpload::VerifyItems(const Batch& ended) {
   return RESULT_OK;
 }
 
-// The library tells the server to empty a file before it opens its own.
+// Of a recording the library tells the server to empty its file before it opens
+// this one; others it opens first.
+bool CUpload::HoldOpen(const STransferItem& item) {
+  if (!IsResumable(item)) return true;
+  m_vecOpen.push_back(std::make_unique<CKQFile>());
+  return m_vecOpen.back()->KQOpen(item.m_strLocal, "rb");
+}
+
 void CUpload::OpenFiles(Batch& batch) {
   m_vecOpen.clear();
-  CutTo(batch, kMostOpen);
   for (std::size_t i = 0; i < batch.size(); ++i) {
-    m_vecOpen.push_back(std::make_unique<CKQFile>());
-    const bool opened = m_vecOpen.back()->KQOpen(batch[i]->m_strLocal, "rb");
+    if (m_vecOpen.size() == kMostOpen) return CutTo(batch, i);
+    const bool opened = HoldOpen(*batch[i]);
     if (opened) TakeFacts(*batch[i]);
     const std::string later = m_whyLater ? m_whyLater(batch[i]->m_strLocal) : "";
     if (opened && later.empty()) continue;
