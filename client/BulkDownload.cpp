@@ -215,6 +215,7 @@ bool CKQFileBulkTransfer::WaitUntilDrained(const CTransferRun& run) {
   const auto isOver = [this] { return !m_pBulk->m_current || m_bStop; };
   for (int waited = 0; waited < kDrainMs; waited += kBulkStepMs) {
     if (System().Wait(m_pBulk->m_changed, lock, kBulkStepMs, isOver) || IsTransStopped()) {
+      if (!m_pBulk->m_current) m_pBulk->m_ready.clear();  // of a link that is gone
       return true;
     }
   }

@@ -141,6 +141,7 @@ std::uint64_t CNetBuffer::CompletePartial(CGathered& partial, const char* data,
     }
     used += take;
   }
+  LayerThread().m_strBehind = {};  // also where a delivery before was left by a throw
   Deliver(partial.Data());
   partial.Clear();
   return used;

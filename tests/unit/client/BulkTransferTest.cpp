@@ -123,27 +123,26 @@ TEST_F(BulkTransfer, EachAnswerMayLackComeLateTellOfAFailureOrComeTwice) {
         expected[static_cast<std::size_t>(odd)] = isEnd == (fault == kMissing) ? -21 : -19;
       }
       std::vector<Packet> held;
+      CFakeServer server;  // ends before what it uses
       const auto answer = [&](int code, const std::string& good) {
         const auto file = static_cast<std::size_t>(answers / 2);
         const bool spoilt = ++answers % k == 0;
         if (spoilt && fault == kLate) System().Sleep(25);
         if (spoilt && fault == kFailing) {
           expected[file] = code == 2502 && expected[file] == 1 ? -10 : -8;
-          m_server.Send(code == 2502 ? 2508 : code,
-                        code == 2502 ? Int32(-10) : Int32(-8) + Int64(0));
+          server.Send(code == 2502 ? 2508 : code, code == 2502 ? Int32(-10) : Int32(-8) + Int64(0));
           if (code == 2500) return;
         }
         if (!spoilt || fault != kMissing) held.emplace_back(code, good);
         if (spoilt && fault == kTwice) held.emplace_back(code, good);
         if (fault == kTwice && answers < 2 * kFiles) return;  // all files are on their way
-        for (const auto& [next, body] : std::exchange(held, {})) m_server.Send(next, body);
+        for (const auto& [next, body] : std::exchange(held, {})) server.Send(next, body);
       };
-      m_server.On(2500, [&](const std::string&) { answer(2500, Int32(1) + Int64(0)); });
-      m_server.On(2502, [&](const std::string&) { answer(2502, ""); });
-      CBulkClient client(m_server.Port());
+      server.On(2500, [&](const std::string&) { answer(2500, Int32(1) + Int64(0)); });
+      server.On(2502, [&](const std::string&) { answer(2502, ""); });
+      CBulkClient client(server.Port());
       MakeFiles(client);
       EXPECT_EQ(client.Move(true), expected) << fault << " " << k;
-      client.Stop();
     }
   }
 }

@@ -234,7 +234,7 @@ class PowerLoss : public DurableUpload {
   // the next one behind them. @return which were confirmed without a complaint
   std::vector<bool> Receive(const std::vector<SFile>& files, bool complete = true) {
     CSession session(&m_net);
-    const std::size_t before = m_net.Packets().size();
+    m_net.Clear();
     LayerThread().m_bMoreToCome = true;
     for (const SFile& file : files) {
       Hand(session, NET_CTS_PREPARETRAN_FILE, "\1" + (m_dir / file.m_strName));
@@ -247,9 +247,7 @@ class PowerLoss : public DurableUpload {
     session.m_bWriting = false;
     std::vector<bool> confirmed;
     bool good = true;
-    const std::vector<std::pair<int, std::string>> answers = m_net.Packets();
-    for (std::size_t i = before; i < answers.size(); ++i) {
-      const auto& [code, body] = answers[i];
+    for (const auto& [code, body] : m_net.Packets()) {
       if (code != NET_CTS_TRANSFILEDATA_END) {
         good = good && ReadInt32(body.data()) == RESULT_OK;
       } else {
