@@ -28,10 +28,8 @@
 namespace {
 
 constexpr int kSendSizeWaitMs = 5000;
-constexpr int kRequestWaitMs = 5000;
 constexpr int kWatchStepMs = 1000;
 constexpr int kStopWaitMs = 10000;
-constexpr std::int64_t kStallSeconds = 10;
 
 // Handing over the file: a first pause, then steps while a write runs.
 constexpr int kHandOverMs = 20;
@@ -92,14 +90,14 @@ void CKQFileTransServiceClient::ReceiveFileFromServer() {
   try {
     if (!TakeRun(PROCESS_TYPE_CLIENT_DOWNDATA, run)) return;
     for (; i < run.m_vecKey.size() && !IsTransStopped(); ++i) {
-      BeginRecord(run, i, run.m_vecKey[i].m_llSize);
+      BeginRecord(run.m_ullNumber, i, run.m_vecKey[i].m_llSize);
       const bool received = ReceiveSingleFile(run.m_vecKey[i]);
-      StoreStatus(run, i, run.m_vecKey[i].m_nStatus);
+      StoreStatus(run.m_ullNumber, i, run.m_vecKey[i].m_nStatus);
       if (!received) break;
     }
   } catch (...) {  // no memory, as a rule
     CloseFile();
-    StoreStatus(run, i, ERROR_CODE_CLIENT_SENDCMD);
+    StoreStatus(run.m_ullNumber, i, ERROR_CODE_CLIENT_SENDCMD);
   }
   if (FinishUnlessStopped(run.m_ullNumber)) return;
   try {

@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <limits>
 
+#include "platform/FileLook.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -29,12 +31,6 @@ std::int64_t Rest(std::int64_t time) {
   return (time % kNanoseconds + kNanoseconds) % kNanoseconds;
 }
 
-std::int64_t FromFileTime(fs::file_time_type time) {
-  const auto whole = std::chrono::floor<seconds>(time);
-  return Join(FileClock::to_sys(whole).time_since_epoch().count(),
-              Rest(nanoseconds(time.time_since_epoch()).count()));
-}
-
 fs::file_time_type ToFileTime(std::int64_t time) {
   const auto whole =
       std::chrono::floor<seconds>(std::chrono::sys_time<nanoseconds>(nanoseconds(time)));
@@ -46,21 +42,15 @@ fs::file_time_type ToFileTime(std::int64_t time) {
 
 std::string ReadFileFacts(const std::string& path, SFileFacts& facts) {
   std::error_code error;
-  const fs::file_status status = fs::status(path, error);
-  if (status.type() == fs::file_type::not_found) return "no such file";
-  if (!error && !fs::is_regular_file(status)) return "not a file";
-  std::uintmax_t size = 0;
-  std::int64_t time = 0;
-  if (!error) size = fs::file_size(path, error);
-  if (!error) time = FromFileTime(fs::last_write_time(path, error));
-  if (error == std::errc::value_too_large) {
-    time = std::numeric_limits<std::int64_t>::max();  // as above
-    error.clear();
+  const SFileLook look = LookAtFile(path, error);
+  if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) {
+    return "no such file";
   }
   if (error) return error.message();
-  facts.m_llSize = static_cast<std::int64_t>(size);
-  facts.m_llTime = time;
-  facts.m_nMode = static_cast<unsigned>(status.permissions() & fs::perms::all);
+  if (!look.m_bRegular) return "not a file";
+  facts.m_llSize = look.m_llSize;
+  facts.m_llTime = look.m_llTime;
+  facts.m_nMode = look.m_nMode;
   return "";
 }
 

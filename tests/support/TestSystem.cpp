@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -251,4 +252,9 @@ bool WaitUntil(const std::function<bool()>& condition) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return true;
+}
+
+bool IsWholeSweep() {
+  const char* sweep = std::getenv("KQFT_SWEEP");
+  return sweep != nullptr && std::string(sweep) == "all";
 }

@@ -194,3 +194,10 @@ std::string PatternBytes(std::size_t bytes, unsigned seed = 1);
 
 /// Waits, at most 60 s, until the condition holds. @return whether it does
 bool WaitUntil(const std::function<bool()>& condition);
+
+/// How far apart the places of a sweep over all faults are; all of them with
+/// KQFT_SWEEP=all, which is what "tests/soak.sh sweep" does.
+bool IsWholeSweep();
+inline int SweepStep(int usual) {
+  return IsWholeSweep() ? 1 : usual;
+}
