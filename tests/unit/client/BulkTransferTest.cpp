@@ -16,7 +16,7 @@ using Statuses = std::vector<int>;
 
 constexpr int kFiles = 20;
 
-constexpr int kStep = 7;  // bytes between two ends of a link
+constexpr int kStep = 13;  // bytes between two ends of a link
 
 class CBulkClient : public CKQFileBulkTransfer {
  public:
