@@ -9,7 +9,7 @@
 set -u
 export LC_ALL=C
 cd "${1:-$(dirname "$0")/..}" || exit 2
-rooms='platform net protocol client session server transfer programs'
+rooms='platform net protocol client session server transfer programs bindings'
 # shellcheck source=tests/compare.bash
 . tests/compare.bash
 
@@ -64,6 +64,16 @@ compare "names: docs/threads.md (<) and sources (>)" "$words" \
 compare "results: protocol/ResultCodes.h (<) and docs/protocol.md (>)" \
   "$(sed -nE 's/^ *X\(([A-Z_]+), (-?[0-9]+), "(.*)"\).*/\2 \1 \3/p' protocol/ResultCodes.h)" \
   "$(sed -nE 's/−/-/; s/^\| (-?[0-9]+) \| `([A-Z_]+)` \| (.*) \|$/\1 \2 \3/p' docs/protocol.md)"
+
+# The same in C, by names that are made of these.
+compare "results: protocol/ResultCodes.h (<) and bindings/c/kqft/codes.h (>)" \
+  "$(sed -nE 's/^ *X\(([A-Z_]+), (-[0-9]+), "(.*)"\).*/\1 \2 \3/p' protocol/ResultCodes.h |
+    sed -E 's/^(ERROR_CODE_)?/KQFT_E_/; s/_ERROR / /')" \
+  "$(sed -nE 's|^ *(KQFT_E_[A-Z_]+) = (-[0-9]{1,2}), +///< (.*)$|\1 \2 \3|p' bindings/c/kqft/codes.h)"
+
+compare "functions: bindings/c/kqft (<) and bindings/c/kqft.def (>)" \
+  "$(grep -hoE '^KQFT_C_API [^(]*\bkqft_[a-z_]+\(' bindings/c/kqft/*.h | grep -oE 'kqft_[a-z_]+')" \
+  "$(sed -n 's/^  //p' bindings/c/kqft.def)"
 
 # Whole paths from the root on.
 for path in $(grep -hoE "\`(${rooms// /|}|tests|tools|bench|docs|cmake|packaging)/[A-Za-z0-9_./-]+\`" \

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs a build to a place of its own and uses it as strangers do: the
-# first program of the README is built against it by find_package and by
-# pkg-config, and uploads a file to the installed server.
+# examples are built against it by find_package and by pkg-config, and move files
+# to the installed server and back.
 #
 #   tests/check-package.sh SOURCE BUILD COMPILER
 set -eu
@@ -29,22 +29,12 @@ for file in bin/kqft bin/kqft-server share/man/man1/kqft.1 share/man/man8/kqft-s
 done
 
 mkdir "$work/app" "$work/projects" "$work/log"
-# README shows the programs that are installed.
+# README and docs/c.md show the programs that are installed.
 examples=$(find "$work/prefix/share/doc" -name examples)
 awk '/^```cpp$/ { on = 1; next } /^```$/ { on = 0 } on' "$source/README.md" >"$work/shown.cpp"
 cat "$examples/upload.cpp" "$examples/projects.cpp" | cmp - "$work/shown.cpp"
-cp "$examples/upload.cpp" "$work/app/app.cpp"
-cp "$examples/projects.cpp" "$work/app/"
-cat >"$work/app/CMakeLists.txt" <<'END'
-cmake_minimum_required(VERSION 3.21)
-project(app CXX)
-set(CMAKE_CXX_STANDARD 17)
-find_package(KQFileTransService REQUIRED)
-add_executable(app app.cpp)
-target_link_libraries(app PRIVATE KQFileTransService::KQFileTransService)
-add_executable(projects projects.cpp)
-target_link_libraries(projects PRIVATE KQFileTransService::kqft)
-END
+awk '/^```c$/ { on = 1; next } /^```$/ { on = 0 } on' "$source/docs/c.md" | cmp - "$examples/roundtrip.c"
+cp "$examples"/* "$work/app/"
 cmake -G Ninja -S "$work/app" -B "$work/app/build" -DCMAKE_PREFIX_PATH="$work/prefix" \
   -DCMAKE_CXX_COMPILER="$compiler" >/dev/null
 cmake --build "$work/app/build" >/dev/null
@@ -93,12 +83,21 @@ headers=$work/prefix/include/KQFileTransService
   }
 done
 
+# Those for C also in C99 and C++11, on their own.
+(cd "$work/prefix/include" && echo kqft.h && find kqft -name '*.h') | while read -r header; do
+  echo "#include <$header>" >"$work/app/header.c"
+  for language in c99 c++11; do
+    "$compiler" -x "${language%[019][019]}" "-std=$language" -Wall -Wextra -Wpedantic -Werror -fsyntax-only \
+      -I "$work/prefix/include" "$work/app/header.c" || {
+      echo "$header does not stand by itself in $language"
+      exit 1
+    }
+  done
+done
+
 export PKG_CONFIG_PATH="$(dirname "$(find "$work/prefix" -name KQFileTransService.pc)")"
+make -C "$work/app" CXX="$compiler" CFLAGS="-std=c99 -Wall -Wextra -Wpedantic -Werror" >/dev/null
 # shellcheck disable=SC2046 # a list of words on purpose
-"$compiler" "$work/app/app.cpp" $(pkg-config --cflags --libs KQFileTransService) -o "$work/app/app"
-# shellcheck disable=SC2046 # as above
-"$compiler" "$work/app/projects.cpp" $(pkg-config --cflags --libs kqft) -o "$work/app/projects"
-# shellcheck disable=SC2046 # as above
 "$compiler" -include "$work/app/windows.h" "$work/app/host.cpp" \
   $(pkg-config --cflags --libs KQFileTransService) -o "$work/app/host"
 LD_LIBRARY_PATH=$(pkg-config --variable=libdir KQFileTransService)
@@ -130,11 +129,11 @@ stop_server() {
 # One server that keeps running: each run begins while it could still be busy
 # with the one before. A file without bytes counts as well.
 start_server unlimited
-for app in "$work/app/build/app" "$work/app/app" "$work/app/app"; do
+for app in "$work/app/build/upload" "$work/app/upload" "$work/app/upload" "$work/app/contract"; do
   for bytes in 700000 0; do
     head -c "$bytes" /dev/urandom >"$work/run1.tm"
     rm -rf "$work/projects/Demo"
-    "$app" 127.0.0.1 "$port" "$work/run1.tm" 2>/dev/null
+    "$app" 127.0.0.1 "$port" "$work/run1.tm" >/dev/null 2>&1
     cmp "$work/run1.tm" "$work/projects/Demo/run1.tm"
   done
 done
@@ -142,9 +141,9 @@ done
 # Whole projects, cancelled once on their way.
 mkdir -p "$work/run7/deep" && head -c 30M /dev/urandom >"$work/run7/run.tm"
 head -c 5M /dev/urandom >"$work/run7/deep/a.dat"
-for app in "$work/app/build/projects" "$work/app/projects" "$work/app/projects"; do
+for app in build/projects projects build/roundtrip roundtrip; do
   rm -rf "$work/projects/Demo" "$work/back"
-  "$app" 127.0.0.1 "$port" "$work/run7" "$work/back" >/dev/null 2>"$work/said"
+  "$work/app/$app" 127.0.0.1 "$port" "$work/run7" "$work/back" >/dev/null 2>"$work/said"
   diff -r "$work/run7" "$work/back/Demo"
   [ ! -s "$work/said" ]  # nothing of the library's on the host's streams
 done
@@ -154,7 +153,7 @@ stop_server
 start_server 256
 head -c 700000 /dev/urandom >"$work/run1.tm"
 rm -rf "$work/projects/Demo"
-if "$work/app/app" 127.0.0.1 "$port" "$work/run1.tm" 2>/dev/null; then
+if "$work/app/upload" 127.0.0.1 "$port" "$work/run1.tm" 2>/dev/null; then
   echo "half a file passed for a whole one"
   exit 1
 fi
