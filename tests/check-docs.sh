@@ -70,6 +70,9 @@ compare "results: protocol/ResultCodes.h (<) and bindings/c/kqft/codes.h (>)" \
   "$(sed -nE 's/^ *X\(([A-Z_]+), (-[0-9]+), "(.*)"\).*/\1 \2 \3/p' protocol/ResultCodes.h |
     sed -E 's/^(ERROR_CODE_)?/KQFT_E_/; s/_ERROR / /')" \
   "$(sed -nE 's|^ *(KQFT_E_[A-Z_]+) = (-[0-9]{1,2}), +///< (.*)$|\1 \2 \3|p' bindings/c/kqft/codes.h)"
+compare "results: bindings/c/kqft/codes.h (<) and bindings/python/kqft/codes.py (>)" \
+  "$(sed -nE 's|^ *KQFT_(E_)?([A-Z_]+) = (-?[0-9]+),? +///<.*|\2 \3|p' bindings/c/kqft/codes.h)" \
+  "$(sed -nE 's|^    ([A-Z_]+) = (-?[0-9]+)( .*)?$|\1 \2|p' bindings/python/kqft/codes.py)"
 
 compare "functions: bindings/c/kqft (<) and bindings/c/kqft.def (>)" \
   "$(grep -hoE '^KQFT_C_API [^(]*\bkqft_[a-z_]+\(' bindings/c/kqft/*.h | grep -oE 'kqft_[a-z_]+')" \

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs a build to a place of its own and uses it as strangers do: the
-# examples are built against it by find_package and by pkg-config, and move files
-# to the installed server and back.
+# examples are built against it by find_package and by pkg-config, the wheel is
+# made of it, and all of them move files to the installed server and back.
 #
 #   tests/check-package.sh SOURCE BUILD COMPILER
 set -eu
@@ -104,6 +104,16 @@ LD_LIBRARY_PATH=$(pkg-config --variable=libdir KQFileTransService)
 export LD_LIBRARY_PATH
 (cd "$work" && app/host)
 
+# The wheel brings the libraries along.
+wheel=$("$source/bindings/python/build-wheel.py" "$work/prefix" "$work")
+python3 -m zipfile -e "$wheel" "$work/python"
+cat >"$work/app/roundtrip-python" <<END
+#!/bin/sh
+unset LD_LIBRARY_PATH
+PYTHONPATH=$work/python exec python3 $work/app/roundtrip.py "\$@"
+END
+chmod +x "$work/app/roundtrip-python"
+
 # start_server BLOCKS: sets $server and $port; it cannot write longer files.
 start_server() {
   : >"$work/ready"
@@ -141,12 +151,14 @@ done
 # Whole projects, cancelled once on their way.
 mkdir -p "$work/run7/deep" && head -c 30M /dev/urandom >"$work/run7/run.tm"
 head -c 5M /dev/urandom >"$work/run7/deep/a.dat"
-for app in build/projects projects build/roundtrip roundtrip; do
+for app in build/projects projects build/roundtrip roundtrip roundtrip-python; do
   rm -rf "$work/projects/Demo" "$work/back"
   "$work/app/$app" 127.0.0.1 "$port" "$work/run7" "$work/back" >/dev/null 2>"$work/said"
   diff -r "$work/run7" "$work/back/Demo"
   [ ! -s "$work/said" ]  # nothing of the library's on the host's streams
 done
+PYTHONPATH=$work/python python3 "$work/app/rate.py" 127.0.0.1 "$port" "$work/run7" "$work/rate.svg"
+grep -q '<polyline' "$work/rate.svg"
 stop_server
 
 # A server that can store a part only: that is no success.

@@ -1,0 +1,58 @@
+"""Results, as the library numbers them."""
+from enum import IntEnum
+
+
+class Code(IntEnum):
+    """What an operation came to; `describe` says it in words."""
+
+    OK = 1
+    FAILED = 0
+    TIMEOUT = -2
+    SENDERROR = -4
+    SERVER_OPENFILE = -7
+    CREATE_FILE = -8
+    STOP_SERVICE = -9
+    SERVER_WRITE = -10
+    SERVER_DOWNDATA = -11
+    CLIENT_UPDATA = -12
+    NOT_UPDATA = -13
+    CLIENT_CONNECT = -14
+    CLIENT_BUSY_UPDATA = -15
+    CLIENT_BUSY_DOWNDATA = -16
+    CLIENT_OPENFILE = -17
+    CLIENT_SENDCMD = -18
+    WAIT_SERVERRESPOND = -19
+    CLIENT_SENDDATA = -20
+    WAIT_TRANSEND = -21
+    WAIT_FILESIZE = -22
+    CLIENT_CREATEFILE = -23
+    CLIENT_SENDFILECMD = -24
+    WAIT_SERVERRESPOND_DOWN = -25
+    DOWN_STALLED = -26
+    CLIENT_WRITE = -27
+    SEND_STOPPED = -28
+    TRANS_BUSY = -29
+    LOSTINFO_NOFILE = -30
+    LOSTINFO_RECORD = -31
+    LOSTINFO_ACCESS = -32
+    CLIENT_SEEK = -33
+    CLIENT_READ = -34
+    GETLOSTINFO = -35
+    LOSTINFO_CONTENT = -36
+    CLIENT_DISKSPACE = -37
+    REQUEST_UNKNOWN = -100
+    SERVER_TAKEN = -101
+    DELETE_REFUSED = -110
+    CANCELLED = -120
+    INCOMPLETE = -121
+    DIFFERENT = -122
+    NULL = -130
+    SIZE = -131
+    ARGUMENT = -132
+    IN_USE = -133
+    MEMORY = -134
+    UNEXPECTED = -135
+    KIND = -136
+    DIRECTORY = -137
+    LISTEN = -138
+    NO_EVENT = -139
