@@ -21,7 +21,7 @@ for file in bin/kqft bin/kqft-server share/man/man1/kqft.1 share/man/man8/kqft-s
   share/bash-completion/completions/kqft lib/systemd/system/kqft-server.service \
   lib/systemd/system/kqft-verify.service lib/systemd/system/kqft-verify.timer \
   lib/systemd/user/kqft-watch@.service lib/systemd/system/kqft-server@.service \
-  etc/logrotate.d/kqft-server; do
+  etc/logrotate.d/kqft-server share/kqft/kqft.lua; do
   [ -f "$work/prefix/$file" ] || {
     echo "not installed: $file"
     exit 1
