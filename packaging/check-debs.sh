@@ -67,13 +67,12 @@ inside sh /tests/build
 say "removed, and purged"
 packages=$(inside dpkg-query -W -f '${Package}\n' '*kqf*')
 # shellcheck disable=SC2086 # a list of words
-inside apt-get -qq -y remove $packages >/dev/null
+inside apt-get -qq -y remove $packages >/dev/null 2>&1
 [ -d "$root/var/lib/kqft/Run7" ] && [ ! -e "$root/usr/bin/kqft-server" ]
 rm "$root/etc/kqft/bench1.conf"
-# shellcheck disable=SC2086
-inside apt-get -qq -y purge $packages >/dev/null
+inside sh -c "dpkg -P \$(dpkg-query -W -f '\${db:Status-Abbrev} \${Package}\n' | sed -n 's/^rc *\([^ ]*kqf[^ ]*\)/\1/p')"
 left=$(cd "$root" && find . -xdev \( -iname '*kqf*' -o -iname '*kq*trans*' \) \
-  ! -path './var/lib/kqft*' ! -path './former/*' ! -path './now/*' ! -path './proc/*' ! -path './var/cache/*')
+  ! -path './tmp/*' ! -path './var/lib/kqft*' ! -path './former/*' ! -path './now/*' ! -path './proc/*' ! -path './var/cache/*')
 [ -z "$left" ] || { echo "left: $left"; exit 1; }
 [ "$before" != "" ] && [ -d "$root/var/lib/kqft/Run7" ]
 say "only the projects are left: $(find "$root/var/lib/kqft" -type f | wc -l) files"
