@@ -14,3 +14,7 @@ void HoldTermination();
 /// @return one of the two numbers above.
 /// Threads: one thread of the program calls it.
 int WaitForTermination();
+
+/// Asks this process to end, as a polite request from outside does. After
+/// HoldTermination.
+void RequestTermination();

@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <limits>
 
+#include "platform/PathBytes.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -46,13 +48,13 @@ fs::file_time_type ToFileTime(std::int64_t time) {
 
 std::string ReadFileFacts(const std::string& path, SFileFacts& facts) {
   std::error_code error;
-  const fs::file_status status = fs::status(path, error);
+  const fs::file_status status = fs::status(PathOf(path), error);
   if (status.type() == fs::file_type::not_found) return "no such file";
   if (!error && !fs::is_regular_file(status)) return "not a file";
   std::uintmax_t size = 0;
   std::int64_t time = 0;
-  if (!error) size = fs::file_size(path, error);
-  if (!error) time = FromFileTime(fs::last_write_time(path, error));
+  if (!error) size = fs::file_size(PathOf(path), error);
+  if (!error) time = FromFileTime(fs::last_write_time(PathOf(path), error));
   if (error == std::errc::value_too_large) {
     time = std::numeric_limits<std::int64_t>::max();  // as above
     error.clear();
@@ -66,7 +68,8 @@ std::string ReadFileFacts(const std::string& path, SFileFacts& facts) {
 
 std::string SetFileFacts(const std::string& path, const SFileFacts& facts) {
   std::error_code error;
-  fs::last_write_time(path, ToFileTime(facts.m_llTime), error);
-  if (!error) fs::permissions(path, static_cast<fs::perms>(facts.m_nMode) & fs::perms::all, error);
+  fs::last_write_time(PathOf(path), ToFileTime(facts.m_llTime), error);
+  if (!error)
+    fs::permissions(PathOf(path), static_cast<fs::perms>(facts.m_nMode) & fs::perms::all, error);
   return error ? error.message() : "";
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "platform/PathBytes.h"
 #include "transfer/ProjectPath.h"
 
 namespace fs = std::filesystem;
@@ -25,11 +26,11 @@ std::string WhyUnsendable(const std::string& path) {
 
 void AddFile(const fs::path& path, const std::vector<std::string>& components, SLocalFiles& found) {
   if (components.size() == 1 && IsOwnFile(components.front())) {
-    found.m_vecLeftOut.push_back({path.string(), kOwnName, false});
+    found.m_vecLeftOut.push_back({BytesOf(path), kOwnName, false});
     return;
   }
   SLocalFile file;
-  file.m_strPath = path.string();
+  file.m_strPath = BytesOf(path);
   file.m_vecComponents = components;
   file.m_strWhyNot = WhyUnsendable(file.m_strPath);
   std::error_code error;
@@ -52,7 +53,7 @@ std::vector<fs::path> SortedEntries(const fs::path& directory, std::error_code& 
 void Walk(const fs::path& directory, std::vector<std::string>& components, SLocalFiles& found) {
   std::error_code error;
   for (const fs::path& path : SortedEntries(directory, error)) {
-    components.push_back(path.filename().string());
+    components.push_back(BytesOf(path.filename()));
     std::error_code ignored;
     const fs::file_type own = fs::symlink_status(path, ignored).type();
     if (own == fs::file_type::directory) {
@@ -60,23 +61,23 @@ void Walk(const fs::path& directory, std::vector<std::string>& components, SLoca
     } else if (fs::is_regular_file(fs::status(path, ignored))) {
       AddFile(path, components, found);
     } else {
-      found.m_vecLeftOut.push_back({path.string(), kNoFile, false});
+      found.m_vecLeftOut.push_back({BytesOf(path), kNoFile, false});
     }
     components.pop_back();
   }
-  if (error) found.m_vecLeftOut.push_back({directory.string(), error.message(), true});
+  if (error) found.m_vecLeftOut.push_back({BytesOf(directory), error.message(), true});
 }
 
 }  // namespace
 
 void CollectFiles(const std::string& path, SLocalFiles& found) {
   std::error_code error;
-  const fs::path top = fs::absolute(path, error).lexically_normal();
+  const fs::path top = fs::absolute(PathOf(path), error).lexically_normal();
   std::vector<std::string> components;
   if (fs::is_directory(top, error)) {
     Walk(top, components, found);
   } else if (fs::is_regular_file(top, error)) {
-    AddFile(top, {top.filename().string()}, found);
+    AddFile(top, {BytesOf(top.filename())}, found);
   } else {
     found.m_vecLeftOut.push_back({path, error ? error.message() : kNoFile, true});
   }

@@ -14,6 +14,7 @@
 #include "platform/UserDirectories.h"
 #include "programs/Directories.h"
 #include "programs/ExitStatus.h"
+#include "programs/ProgramStart.h"
 #include "programs/ServiceNotify.h"
 #include "programs/Termination.h"
 #include "programs/kqft-server/ServerOptions.h"
@@ -79,17 +80,19 @@ int Serve(const SServerOptions& options, const std::string& logDirectory) {
                 ": the port is in use, or the address or port is not to be had");
   }
   std::cerr << "listening on " + place + std::to_string(server->ListenPort()) +
-                   (options.m_bNoConfine ? " (not confined)\n" : " (confined)\n");
+                   (options.m_bNoConfine ? " (not confined)\n"
+                                         : std::string(" (") + ConfinementWord() + ")\n");
   NotifyServiceManager("READY=1");
   WaitForTermination();
   NotifyServiceManager("STOPPING=1");
-  if (!EndServer(std::move(server), kStopBoundMs)) std::_Exit(kExitDone);
+  if (!EndServer(std::move(server), kStopBoundMs)) {
+    LeaveService();
+    std::_Exit(kExitDone);
+  }
   return kExitDone;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   SServerOptions options;
   int status = kExitDone;
   if (!ParseServerOptions(argc, argv, options, status)) return status;
@@ -105,4 +108,10 @@ int main(int argc, char** argv) {
     return Fail("log directory " + logDirectory + ": " + why);
   }
   return Serve(options, logDirectory);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return StartServiceProgram(argc, argv, &Run);
 }

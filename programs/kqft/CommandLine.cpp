@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <map>
 
+#include "platform/PathBytes.h"
 #include "programs/ConfigFile.h"
 #include "programs/Directories.h"
 #include "programs/ExitStatus.h"
@@ -79,7 +80,7 @@ void AddCommands(CLI::App& app, SOptions& options) {
 void ApplyConfig(CLI::App& app, const std::string& named) {
   if (!named.empty()) return ApplyConfigFile(app, named);
   const std::string usual = UserConfigFile("kqft.conf");
-  if (std::error_code error; !usual.empty() && std::filesystem::exists(usual, error)) {
+  if (std::error_code error; !usual.empty() && std::filesystem::exists(PathOf(usual), error)) {
     ApplyConfigFile(app, usual);
   }
 }

@@ -3,6 +3,8 @@
 
 #include "programs/Termination.h"
 
+#include <unistd.h>
+
 #include <csignal>
 
 static_assert(kInterruptSignal == SIGINT && kTerminateSignal == SIGTERM);
@@ -31,4 +33,8 @@ int WaitForTermination() {
   while (sigwait(&set, &received) != 0) {
   }
   return received;
+}
+
+void RequestTermination() {
+  kill(getpid(), SIGTERM);
 }
