@@ -147,7 +147,7 @@ bool CDownload::IsWhole(const STransferItem& item, bool checksum) const {
   if (!IsDigestKnown(item)) return true;
   SFileFacts facts;
   if (!ReadFileFacts(item.m_strLocal, facts).empty()) return false;
-  if (!checksum && facts.m_llTime == item.m_pEntry->m_facts.m_llTime) return true;
+  if (!checksum && IsSameFileTime(facts.m_llTime, item.m_pEntry->m_facts.m_llTime)) return true;
   return HasDigest(item, item.m_strLocal, CFileDigest());
 }
 
