@@ -58,9 +58,6 @@ TEST_F(ProjectCatalogue, DeepFilesAreListedOnlyInNamedDirectories) {
   if (MakeLink("..", m_dir / "Prj/A/loop")) {
     std::filesystem::create_directory(m_dir / "Prj/A/..\\..\\victim");  // one name there
     expected.insert(expected.begin() + 1, "A\\loop");
-  } else {
-    expected.erase(expected.begin());  // where a point hides nothing
-    expected.insert(expected.begin(), "A\\.hidden\\h");
   }
   EXPECT_EQ(Files("A"), expected);
   m_net.m_strFileDir = m_dir / "Prj";  // names are appended as they stand
