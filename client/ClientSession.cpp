@@ -175,8 +175,17 @@ bool CKQFileTransServiceClient::SendText(int code, const std::string& body) {
 int CKQFileTransServiceClient::SendAndWaitPre(int nMsgType, const char* pData, int nLength) {
   m_evReply->ResetKQEvent();
   if (!SendMessage(nMsgType, pData, nLength)) return ERROR_CODE_CLIENT_SENDCMD;
-  if (m_evReply->Wait(kAnswerWaitMs) == kWaitTimeout) return ERROR_CODE_WAIT_SERVERRESPOND;
+  if (!AwaitReply(kAnswerWaitMs)) return ERROR_CODE_WAIT_SERVERRESPOND;
   return m_nErrorCode;
+}
+
+// Data that comes before the answer may take the limit long.
+bool CKQFileTransServiceClient::AwaitReply(int ms) {
+  for (std::int64_t heard = m_pNetWork->BytesReceived(); m_evReply->Wait(ms) == kWaitTimeout;) {
+    const std::int64_t before = std::exchange(heard, m_pNetWork->BytesReceived());
+    if (m_pState->m_pRateLimit == nullptr || heard == before) return false;
+  }
+  return true;
 }
 
 std::string CKQFileTransServiceClient::GuardedCopy(const std::string& member) const {

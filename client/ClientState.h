@@ -16,8 +16,10 @@
 /// m_vecKey, and orders every change of the transfer flags against the begin
 /// of the next run. Never held across a wait.
 struct CKQFileTransServiceClient::SState {
-  ReadHook m_readHook;  // constant while a worker runs; may be empty
-  CThreadGate m_gate;   // workers keep the state and leave its gate last
+  ReadHook m_readHook;                         // constant while a worker runs; may be empty
+  CSharedWord<bool> m_bDeleteRefused = false;  // word; of the last answer to a deletion
+  IRateLimit* m_pRateLimit = nullptr;          // constant from Init on; not owned
+  CThreadGate m_gate;                          // workers keep the state and leave its gate last
 
   std::mutex m_mutex;
   int m_nMode = PROCESS_TYPE_NONE;  // guarded by m_mutex

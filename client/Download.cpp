@@ -12,6 +12,7 @@
 #include "client/KQFileTransServiceClient.h"
 #include "client/TransferRun.h"
 #include "net/LinkInfo.h"
+#include "net/NetWorkManageEx.h"
 #include "platform/ExpertUtils.h"
 #include "platform/HardWareCommon.h"
 #include "platform/KQEvent.h"
@@ -57,7 +58,7 @@ int CKQFileTransServiceClient::StartDownload(int result) {
   std::string names;
   for (const Channel_Key_Value& rec : CopyRecords()) AddName(names, rec.m_strName);
   SendText(NET_CTS_REQUEST_SERVERFILESIZE, names);
-  if (m_evReply->Wait(kSizeWaitMs) == kWaitTimeout) {
+  if (!AwaitReply(kSizeWaitMs)) {
     m_nTransState = PROCESS_TYPE_NONE;
     return ERROR_CODE_WAIT_FILESIZE;
   }
@@ -151,7 +152,7 @@ bool CKQFileTransServiceClient::RequestFile(Channel_Key_Value& rec, std::int64_t
   if (!SendText(NET_CTS_PREPARETRANS_FILE, EncodeBody(SDownloadStart{have, rec.m_strName}))) {
     return RefuseFile(rec, ERROR_CODE_CLIENT_SENDFILECMD, " ERROR_CODE_CLIENT_SENDFILECMD \n");
   }
-  if (m_evReply->Wait(kRequestWaitMs) == kWaitTimeout) {
+  if (!AwaitReply(kRequestWaitMs)) {
     return RefuseFile(rec, ERROR_CODE_WAIT_SERVERRESPOND_DOWN,
                       " ERROR_CODE_WAIT_SERVERRESPOND_DOWN \n");
   }
@@ -174,16 +175,21 @@ bool CKQFileTransServiceClient::WatchFile(Channel_Key_Value& rec) {
   // A write that failed before the answer came has been overwritten by it.
   if (m_pState->m_bWriteFailed) m_nErrorCode = ERROR_CODE_CLIENT_WRITE;
   std::int64_t since = CTimeConvert::GetCurTime();
-  std::int64_t last = m_llTransBytes;
+  // Under a limit a single packet may take long: then its parts count, too.
+  const auto moved = [this] {
+    const bool limited = m_pState->m_pRateLimit != nullptr;
+    return m_llTransBytes + (limited ? m_pNetWork->BytesReceived() : 0);
+  };
+  std::int64_t last = moved();
   while (!IsTransStopped()) {
     if (m_evFileEnd->Wait(kWatchStepMs) != kWaitTimeout) return true;
     const std::int64_t now = CTimeConvert::GetCurTime();
     if (std::abs(now - since) > kStallSeconds) {
-      if (m_llTransBytes == last) {
+      if (moved() == last) {
         rec.m_nStatus = ERROR_CODE_DOWN_STALLED;
         return false;
       }
-      last = m_llTransBytes;
+      last = moved();
       since = now;
     }
     const int error = m_pState->m_bWriteFailed ? ERROR_CODE_CLIENT_WRITE : m_nErrorCode.Load();

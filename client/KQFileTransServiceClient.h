@@ -22,6 +22,7 @@ class CNetWorkManageEx;
 class CThreadLock;
 class CTransferRun;
 class ILinkInfo;
+class IRateLimit;
 
 // <windows.h> turns SendMessage into a macro; here it is a name of ours.
 #pragma push_macro("SendMessage")
@@ -122,6 +123,10 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   /// @return also 1 when there was no such project.
   /// Blocks: up to 60 s.
   int DeleteServerPrj(const std::string& strPrj);
+
+  /// Whether the server answered the last DeleteServerPrj that it deletes no
+  /// such project. One that does not say so may still have kept it.
+  bool WasDeleteRefused() const;
 
   /// Sets the local directory of downloads; a "\" is appended when missing.
   /// Throws std::out_of_range for "".
@@ -278,6 +283,12 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
       std::function<void(std::size_t record, std::int64_t position, const char* data, int bytes)>;
   void SetReadHook(ReadHook hook);
 
+  /// Sends file data, and reads the link, as fast as that allows. Not owned; call before Init.
+  void SetRateLimit(IRateLimit* limit);
+
+  /// Waits for m_evReply; under a limit beyond `ms`, as long as anything comes.
+  bool AwaitReply(int ms);
+
   // Members. "Constant" after construction; "word": shared by threads without
   // a lock; "guarded" by the lock named.
 
@@ -344,6 +355,7 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   void ClearPrjList();
   bool SendBlock(ILinkInfo* link, std::int64_t position, CDataBlock& block);
   void TellRead(std::int64_t position, const CDataBlock& block);
+  int MayMove(const ILinkInfo* link, int bytes) const;
   bool SendPiece(ILinkInfo* link, CIOCPBuffer* buffer, int bytes);
   std::string GuardedCopy(const std::string& member) const;
 

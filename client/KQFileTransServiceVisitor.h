@@ -25,14 +25,15 @@ class KQFT_API CKQFileTransServiceVisitor : public CKQFileTransServiceClient {
 
   /// Connect, then WaitUntilServed. Init comes before.
   /// @return also -14 no connection
-  /// Blocks: up to 10 s more than that.
+  /// Blocks: up to 10 s more than that does.
   int ConnectAndWait(const std::string& ip, int port);
 
   /// Waits until the server answers on the link that stands. For about 10 s
   /// after a link over which data was stored, it does not.
+  /// @param patienceMs how long to wait, in milliseconds
   /// @return 1; -14 the link is gone; -2 it answered nothing all that time.
-  /// Blocks: usually not, else up to 2 minutes.
-  int WaitUntilServed();
+  /// Blocks: usually not, else as long as that.
+  int WaitUntilServed(int patienceMs = 120000);
 
   /// Waits for the end of a transfer whose start returned 1 (else for ever).
   /// @return 1 when no file of it failed and the link still stands; else the

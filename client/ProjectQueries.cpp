@@ -4,6 +4,7 @@
 // Each query sends one request on the link that stands and waits for its
 // answer; the answer's text is handed over as it came.
 
+#include "client/ClientState.h"
 #include "client/KQFileTransServiceClient.h"
 #include "platform/KQEvent.h"
 #include "platform/ThreadLock.h"
@@ -64,8 +65,13 @@ int CKQFileTransServiceClient::GetServerPrjFileList(const std::string& strPrj,
 int CKQFileTransServiceClient::DeleteServerPrj(const std::string& strPrj) {
   ClearPrjList();
   m_nDeleteResult = 0;
+  m_pState->m_bDeleteRefused = false;
   const int result = Ask(NET_CTS_DELETEPRJ, strPrj, kDeleteWaitMs);
   return result == RESULT_OK ? m_nDeleteResult.Load() : result;
+}
+
+bool CKQFileTransServiceClient::WasDeleteRefused() const {
+  return m_pState->m_bDeleteRefused;
 }
 
 void CKQFileTransServiceClient::SetPrjDir(const std::string& strDir) {
@@ -92,7 +98,7 @@ bool CKQFileTransServiceClient::IsTransFinished() const {
 int CKQFileTransServiceClient::Ask(int code, const std::string& body, int waitMs) {
   m_evReply->ResetKQEvent();
   if (!SendText(code, body)) return ERROR_CODE_SENDERROR;
-  return m_evReply->Wait(waitMs) == kWaitTimeout ? ERROR_CODE_TIMEOUT : RESULT_OK;
+  return !AwaitReply(waitMs) ? ERROR_CODE_TIMEOUT : RESULT_OK;
 }
 
 void CKQFileTransServiceClient::ClearPrjList() {

@@ -205,6 +205,8 @@ void CKQFileTransServiceClient::OnText(std::string& member, int length, const ch
 void CKQFileTransServiceClient::OnDeleted(int length, const char* body) {
   const auto answer = DecodeBody<SResult>(body, length);
   if (!answer) return;
+  const auto refusal = DecodeBody<SDeleteAnswer>(body, length);
+  m_pState->m_bDeleteRefused = refusal && refusal->m_bRefused;
   m_nDeleteResult = answer->m_nResult;
   m_evReply->SetKQEvent();
 }

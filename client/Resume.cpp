@@ -133,6 +133,6 @@ int CKQFileTransServiceClient::ReportRange(int index, const FILEDATAPOS& range, 
   const SChangedRange left{index, AddPositions(range.llPos, done), range.llLen - done};
   m_evReply->ResetKQEvent();
   if (!SendText(NET_CTS_CHANGELOSTINFO, EncodeBody(left))) return ERROR_CODE_CLIENT_SENDCMD;
-  if (m_evReply->Wait(kReportWaitMs) == kWaitTimeout) return ERROR_CODE_WAIT_SERVERRESPOND;
+  if (!AwaitReply(kReportWaitMs)) return ERROR_CODE_WAIT_SERVERRESPOND;
   return m_nErrorCode;
 }

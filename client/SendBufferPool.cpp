@@ -4,15 +4,19 @@
 // gives it back on a thread of its own through ReleaseIOCPBuffer. The shape
 // of the map never changes after construction; only its flags do.
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
 
+#include "client/ClientState.h"
 #include "client/KQFileTransServiceClient.h"
 #include "client/PositionMath.h"
+#include "client/TransferRun.h"
 #include "net/IOCPBuffer.h"
 #include "net/LinkInfo.h"
 #include "net/NetWorkManageEx.h"
+#include "net/RateLimit.h"
 #include "platform/KQPlatForm.h"
 #include "protocol/DataBlock.h"
 #include "protocol/MessageCodes.h"
@@ -64,7 +68,7 @@ bool CKQFileTransServiceClient::SendData(std::int64_t llFilePos, const char* pDa
   ILinkInfo* const link = m_pLinkInfo;
   if (link == nullptr || !link->IsLink()) return false;
   while (nLength > 0 && !IsSuperseded()) {
-    const int bytes = NextPieceBytes(nLength);
+    const int bytes = MayMove(link, NextPieceBytes(nLength));
     CIOCPBuffer* const buffer = GetIOCPBuffer();
     if (buffer == nullptr) {  // counts, as every chunk whose send fails
       m_llTransBytes += bytes;
@@ -82,11 +86,39 @@ bool CKQFileTransServiceClient::SendData(std::int64_t llFilePos, const char* pDa
 
 bool CKQFileTransServiceClient::SendBlock(ILinkInfo* link, std::int64_t position,
                                           CDataBlock& block) {
+  if (m_pState->m_pRateLimit != nullptr) {  // in pieces of its own
+    bool sound = true;
+    block.ForEachPiece([&](const char* data, int bytes) {
+      sound = sound && SendData(position, data, bytes);
+      position = AddPositions(position, bytes);
+    });
+    return sound;
+  }
   for (int bytes = block.NextBytes(); bytes > 0 && !IsSuperseded(); bytes = block.NextBytes()) {
     if (!SendPiece(link, block.Next(NET_CTS_TRANSFILEDATA, position), bytes)) return false;
     position = AddPositions(position, bytes);
   }
   return true;
+}
+
+void CKQFileTransServiceClient::SetRateLimit(IRateLimit* limit) {
+  m_pState->m_pRateLimit = limit;
+  m_pNetWork->SetRateLimit(limit);
+}
+
+// Waits for the limit, if there is one. What was read goes at once when a
+// worker is stopped, as below.
+int CKQFileTransServiceClient::MayMove(const ILinkInfo* link, int bytes) const {
+  IRateLimit* const limit = m_pState->m_pRateLimit;
+  if (limit == nullptr) return bytes;
+  const bool ofWorker = CTransferRun::OfThread() != nullptr;
+  int granted = 0;
+  while (granted == 0 && link->IsLink() && !(ofWorker && IsTransStopped())) {
+    granted = limit->Wait(kRoomWaitMs);
+  }
+  const int moved = granted == 0 ? bytes : std::min(bytes, granted);
+  limit->Moved(static_cast<std::size_t>(moved));
+  return moved;
 }
 
 // A stop ends the wait for room but not the block: what was read is queued,

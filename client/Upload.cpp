@@ -159,7 +159,7 @@ int CKQFileTransServiceClient::PrepareTransFile(const std::string& name, bool wh
   m_evReply->ResetKQEvent();
   if (!SendText(NET_CTS_PREPARETRAN_FILE, EncodeBody(SUploadStart{whole, name})))
     return ERROR_CODE_CLIENT_SENDCMD;
-  if (m_evReply->Wait(kPrepareWaitMs) == kWaitTimeout) return ERROR_CODE_WAIT_SERVERRESPOND;
+  if (!AwaitReply(kPrepareWaitMs)) return ERROR_CODE_WAIT_SERVERRESPOND;
   return m_nErrorCode;
 }
 
@@ -195,8 +195,11 @@ int CKQFileTransServiceClient::ReadDataAndSend(std::int64_t start, std::int64_t 
                    [this](CIOCPBuffer* buffer) { ReleaseBuffer(buffer); });
   if (IsTransStopped()) return RESULT_OK;
 
+  // Under a limit a whole block may take long, and a stop waits for its end.
+  const bool limited = m_pState->m_pRateLimit != nullptr;
   while (true) {
-    const std::int64_t wanted = std::min<std::int64_t>(len - done, kReadBlockBytes);
+    const std::int64_t wanted =
+        std::min<std::int64_t>(len - done, limited ? kMaxPieceBytes : kReadBlockBytes);
     const int bytes = block.Read(*file, static_cast<int>(std::max<std::int64_t>(wanted, 0)));
     if (bytes < 0) {  // no buffer: the send of the chunk that it was for has failed
       m_llTransBytes += NextPieceBytes(wanted);

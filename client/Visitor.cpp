@@ -16,12 +16,11 @@
 
 namespace {
 
-constexpr int kTries = 4;
+constexpr int kQuestionWaitMs = 30000;
 constexpr int kLateAnswersMs = 1000;
 constexpr int kMomentMs = 10;
 constexpr int kSizeWaitMs = 30000;
 constexpr int kEndWaitMs = 5000;
-constexpr std::int64_t kImpossiblePosition = -1;
 
 // No project has this name; asking for its files costs the server nothing.
 const std::string kNoSuchProject = "no-such-project";
@@ -38,15 +37,17 @@ int CKQFileTransServiceVisitor::ConnectAndWait(const std::string& ip, int port) 
 
 // A repeated question goes out on the same link: a new one would start the
 // server's wait again. The pause lets the answers to the earlier ones pass by.
-int CKQFileTransServiceVisitor::WaitUntilServed() {
-  std::string ignored;
-  for (int i = 0; i < kTries; ++i) {
-    const int result = GetServerPrjFileList(kNoSuchProject, ignored);
-    if (!IsConnect() || result == ERROR_CODE_SENDERROR) return ERROR_CODE_CLIENT_CONNECT;
-    if (result == ERROR_CODE_TIMEOUT) continue;
-    if (i > 0) CKQPlatForm::KQSleep(kLateAnswersMs);
+int CKQFileTransServiceVisitor::WaitUntilServed(int patienceMs) {
+  for (int left = patienceMs; left > 0; left -= kQuestionWaitMs) {
+    m_evReply->ResetKQEvent();
+    const bool sent = SendMessage(NET_CTS_GETPRJFILELIST, kNoSuchProject.data(),
+                                  static_cast<int>(kNoSuchProject.size()));
+    const bool silent = sent && m_evReply->Wait(std::min(left, kQuestionWaitMs)) == kWaitTimeout;
+    if (!sent || !IsConnect()) return ERROR_CODE_CLIENT_CONNECT;
+    if (silent) continue;
+    if (left < patienceMs) CKQPlatForm::KQSleep(kLateAnswersMs);
     m_evFileEnd->SetKQEvent();  // no end of a file is outstanding on this link
-    return result;
+    return RESULT_OK;
   }
   return ERROR_CODE_TIMEOUT;
 }
@@ -85,7 +86,7 @@ int CKQFileTransServiceVisitor::AskSize(const std::string& name, std::int64_t& s
 void CKQFileTransServiceVisitor::Leave(const std::string& name) {
   const bool answered = m_evReply->Wait(0) != kWaitTimeout && m_evFileEnd->Wait(0) != kWaitTimeout;
   if (answered && IsConnect() && PrepareTransFile(name, false) == RESULT_OK) {
-    SendData(kImpossiblePosition, "x", 1);
+    SendData(kLeavingPosition, "x", 1);
     m_evFileEnd->ResetKQEvent();
     if (SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0)) m_evFileEnd->Wait(kEndWaitMs);
   }

@@ -8,12 +8,16 @@ set(KQFT_PUBLIC_HEADERS
   net/IOCPBuffer.h
   net/LinkBinding.h
   net/LinkEvents.h
+  net/LinkFailure.h
   net/LinkInfo.h
+  net/LinkLimits.h
   net/NetBuffer.h
   net/NetWorkManageEx.h
   net/NetWorkPackHead.h
   net/Pacing.h
+  net/RateLimit.h
   net/TransNet.h
+  net/TransferFacts.h
   platform/ByteOrder.h
   platform/ChannelKeyValue.h
   platform/Confinement.h
@@ -29,6 +33,7 @@ set(KQFT_PUBLIC_HEADERS
   server/EndServer.h
   server/KQFileTransServiceServer.h)
 set(KQFT_PUBLIC_TRANSFER_HEADERS
+  transfer/Filter.h
   transfer/ProjectClient.h
   transfer/TransferItem.h
   transfer/TransferObserver.h

@@ -15,6 +15,7 @@
 #include "net/NetBuffer.h"
 #include "net/NetWorkPackHead.h"
 #include "net/Pacing.h"
+#include "net/RateLimit.h"
 #include "net/Sockets.h"
 #include "platform/System.h"
 
@@ -30,6 +31,9 @@ constexpr std::size_t kLeastRoomBytes = std::size_t{64} << 10;
 // Of one who floods.
 constexpr int kQuestionsPerPause = 8;
 constexpr int kPauseMs = 5;
+
+// How late a link that waits for its rate limit notices its end.
+constexpr int kLimitWaitMs = 50;
 
 constexpr std::size_t kShellLocks = 32;
 
@@ -51,7 +55,7 @@ void CLink::Deliver(std::uint64_t turn) {
   const bool delivered = SetUp(turn);
   if (!delivered) MarkDown();
   m_owner.NoteSetUp(*this);
-  if (delivered) Receive();
+  if (delivered) m_owner.NoteEnd(Receive());
   MarkDown();
   if (delivered && m_pLane->Enter()) {
     if (!m_owner.IsStopping()) Announce(NET_COMMAND_DISCONNECT);
@@ -83,11 +87,12 @@ bool CLink::SetUp(std::uint64_t turn) {
 
 // Whole packets are delivered from where they were received; the beginning of
 // the next one waits for its rest. The parser gathers only packets that would
-// not fit.
-void CLink::Receive() {
+// not fit. Returns why nothing more can be received.
+ELinkFailure CLink::Receive() {
   const std::unique_ptr<char[]> data(new char[kReceiveBytes]);
   std::size_t begin = 0;
   std::size_t end = 0;
+  bool judged = !m_owner.JudgesFirstBytes();
   while (m_bUp) {
     if (kReceiveBytes - end < kLeastRoomBytes) {
       std::memmove(data.get(), data.get() + begin, end - begin);
@@ -95,17 +100,41 @@ void CLink::Receive() {
       begin = 0;
     }
     std::size_t bytes = 0;
-    const EIoResult result = m_pSocket->Receive(data.get() + end, kReceiveBytes - end, bytes);
-    if (result != EIoResult::kDone) return;
+    const std::size_t room = MayReceive(kReceiveBytes - end);
+    const EIoResult result = m_pSocket->Receive(data.get() + end, room, bytes);
+    if (result != EIoResult::kDone) break;
+    m_owner.NoteReceived(bytes);
     end += bytes;
-    int answered = 0;
-    while (const std::size_t whole = DeliverableBytes(data.get() + begin, end - begin)) {
-      if (!DeliverChunk(data.get() + begin, whole)) return;
-      begin += whole;
-      if (m_owner.Listens() && m_queue.WaitTextRoom()) Pace(++answered);
+    if (!judged && !CNetWorkPackHead::MayBegin(data.get(), end)) return ELinkFailure::kForeign;
+    judged = judged || end >= kPackHeadBytes;
+    if (!DeliverPackets(data.get(), end, begin)) {
+      return m_pParser->IsBroken() ? ELinkFailure::kForeign : ELinkFailure::kEnded;
     }
     if (begin == end) begin = end = 0;
   }
+  return ELinkFailure::kEnded;
+}
+
+// A limit is asked before, and told of what came; what may not be read yet
+// holds the other side back.
+std::size_t CLink::MayReceive(std::size_t room) const {
+  IRateLimit* const limit = m_owner.RateLimit();
+  if (limit == nullptr) return room;
+  int granted = 0;
+  while (m_bUp && granted == 0) granted = limit->Wait(kLimitWaitMs);
+  return std::min(room, static_cast<std::size_t>(std::max(granted, 1)));
+}
+
+// Delivers what can be from `begin` on, and moves that. Returns false when
+// nothing more can be read from the link.
+bool CLink::DeliverPackets(const char* data, std::size_t end, std::size_t& begin) {
+  int answered = 0;
+  while (const std::size_t whole = DeliverableBytes(data + begin, end - begin)) {
+    if (!DeliverChunk(data + begin, whole)) return false;
+    begin += whole;
+    if (m_owner.Listens() && m_queue.WaitTextRoom()) Pace(++answered);
+  }
+  return true;
 }
 
 // Who floods a server with questions waits, so that the others do not.

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 
+#include "net/LinkFailure.h"
 #include "net/LinkInfo.h"
 #include "net/SendQueue.h"
 #include "platform/SharedWord.h"
@@ -42,10 +43,12 @@ class CLink : public std::enable_shared_from_this<CLink> {
 
  private:
   bool SetUp(std::uint64_t turn);
-  void Receive();
+  ELinkFailure Receive();
+  bool DeliverPackets(const char* data, std::size_t end, std::size_t& begin);
   static void Pace(int answered);
   bool DeliverChunk(const char* data, std::size_t bytes);
   std::size_t DeliverableBytes(const char* data, std::size_t bytes);
+  std::size_t MayReceive(std::size_t room) const;
   void Announce(int code);
 
   ILinkOwner& m_owner;  // alive as long as the link's threads, which hold it

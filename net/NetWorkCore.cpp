@@ -12,19 +12,17 @@
 #include "net/LayerThread.h"
 #include "net/Link.h"
 #include "net/LinkBinding.h"
+#include "net/RateLimit.h"
 #include "net/Sockets.h"
 #include "platform/System.h"
 
 namespace {
 
-constexpr int kConnectTimeoutMs = 10000;
 constexpr int kKeepAliveProbes = 5;
 
-// Pause of the accept thread while the process has no descriptor left.
-constexpr int kNoDescriptorPauseMs = 50;
-
-// Links whose end was not delivered yet, for each place of the capacity.
-constexpr std::size_t kLinksPerPlace = 4;
+// What a limited link may receive ahead, an eighth of a second's within these.
+constexpr int kLeastReceiveBuffer = 16 << 10;
+constexpr int kMostReceiveBuffer = 4 << 20;
 
 std::uint64_t NextSerial() {
   static std::atomic<std::uint64_t> last{0};
@@ -49,6 +47,7 @@ CNetWorkCore::CNetWorkCore(IDealNetData& sink, const SNetWorkSettings& settings,
                            std::shared_ptr<CLinkShells> shells)
     : m_sink(sink),
       m_settings(settings),
+      m_newLinks(settings.m_limits.m_nNew, settings.m_limits.m_nNewMs),
       m_pShells(std::move(shells)),
       m_pConnectWake(Sockets().MakeWake()) {}
 
@@ -100,40 +99,16 @@ bool CNetWorkCore::StartThread(std::shared_ptr<CLink> link, bool delivers,
   return error == ESystemError::kNone;
 }
 
-void CNetWorkCore::AcceptLoop() {
-  for (;;) {
-    std::unique_ptr<IStreamSocket> socket;
-    const EAcceptResult result = m_pListener->Accept(socket);
-    if (result == EAcceptResult::kStopped || m_bStopping) return;
-    if (result == EAcceptResult::kOutOfResources) {
-      System().Sleep(kNoDescriptorPauseMs);
-    } else if (IsAllowed(socket->RemoteIP()) && HasPlace()) {
-      AddLink(std::move(socket));
-    }
-  }
-}
-
-// A link that is down frees its place at once, but its threads not before its
-// end was delivered: that must not fall behind without a bound.
-bool CNetWorkCore::HasPlace() {
-  if (m_nLive >= m_settings.m_nCapacity) return false;
-  const std::lock_guard<std::mutex> guard(m_mutex);
-  return m_links.size() < kLinksPerPlace * static_cast<std::size_t>(m_settings.m_nCapacity);
-}
-
-bool CNetWorkCore::IsAllowed(unsigned int ip) const {
-  const std::vector<CAddressRange>& allowed = m_settings.m_vecAllowed;
-  return allowed.empty() ||
-         std::any_of(allowed.begin(), allowed.end(),
-                     [ip](const CAddressRange& range) { return range.Contains(ip); });
-}
-
 // Enters a connection and starts its delivery thread, which starts the sender.
 // Returns null when it could not.
 std::shared_ptr<CLink> CNetWorkCore::AddLink(std::unique_ptr<IStreamSocket> socket) {
   if (m_settings.m_bKeepAlive) {
     socket->SetKeepAlive(m_settings.m_nKeepAliveIdleMs, m_settings.m_nKeepAliveIntervalMs,
                          kKeepAliveProbes);
+  }
+  if (const int rate = m_settings.m_pRateLimit != nullptr ? m_settings.m_pRateLimit->Rate() : 0;
+      rate > 0) {
+    socket->SetReceiveBuffer(std::clamp(rate / 8, kLeastReceiveBuffer, kMostReceiveBuffer));
   }
   std::shared_ptr<CLink> older;
   std::shared_ptr<CLink> link = RegisterLink(std::move(socket), older);
@@ -214,13 +189,22 @@ void CNetWorkCore::NoteSetUp(const CLink& link) {
   m_changed.notify_all();
 }
 
+void CNetWorkCore::NoteReceived(std::size_t bytes) {
+  m_llReceived += static_cast<std::int64_t>(bytes);
+  if (m_settings.m_pRateLimit != nullptr) m_settings.m_pRateLimit->Moved(bytes);
+}
+
 bool CNetWorkCore::Connect(const std::string& host, int port) {
   if (m_bStopping) return false;
   WaitThreads(
       [](const SThread& thread) { return thread.m_pLink != nullptr && !thread.m_pLink->IsUp(); });
+  m_eWhy = ELinkFailure::kOther;
   if (m_bStopping || m_nLive >= m_settings.m_nCapacity) return false;
-  std::unique_ptr<IStreamSocket> socket = Sockets().Connect(
-      host, port, m_settings.m_strLocalAddress, kConnectTimeoutMs, *m_pConnectWake);
+  ELinkFailure why = ELinkFailure::kOther;
+  std::unique_ptr<IStreamSocket> socket =
+      Sockets().Connect(host, port, m_settings.m_strLocalAddress, m_settings.m_nConnectTimeoutMs,
+                        *m_pConnectWake, why);
+  m_eWhy = socket == nullptr ? why : ELinkFailure::kNone;
   if (socket == nullptr) return false;
   const std::shared_ptr<CLink> link = AddLink(std::move(socket));
   if (link == nullptr) return false;

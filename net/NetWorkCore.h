@@ -7,11 +7,16 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "net/AddressRange.h"
+#include "net/LinkFailure.h"
+#include "net/LinkLimits.h"
 #include "net/LinkOwner.h"
+#include "net/LinkRate.h"
+#include "net/TransferFacts.h"
 #include "platform/SharedWord.h"
 
 class CAddressLane;
@@ -19,6 +24,7 @@ class CIOCPBuffer;
 class CLinkShell;
 class CLinkShells;
 class IListenSocket;
+class IRateLimit;
 class ILinkInfo;
 class IStreamSocket;
 class IWakeHandle;
@@ -27,7 +33,12 @@ class IWakeHandle;
 struct SNetWorkSettings {
   std::string m_strLocalAddress;
   std::vector<CAddressRange> m_vecAllowed;  // empty: everyone
+  SLinkLimits m_limits;
+  std::function<void(unsigned int, int, ERefusal)> m_refused;  // empty: nobody is told
   int m_nCapacity = 0;
+  int m_nConnectTimeoutMs = 10000;
+  bool m_bJudgeFirstBytes = false;
+  IRateLimit* m_pRateLimit = nullptr;
   bool m_bKeepAlive = false;
   int m_nKeepAliveIdleMs = 0;
   int m_nKeepAliveIntervalMs = 0;
@@ -51,6 +62,10 @@ class CNetWorkCore : public ILinkOwner, public std::enable_shared_from_this<CNet
   int ListenPort() const;
 
   bool Connect(const std::string& host, int port);
+
+  /// Why the last Connect failed, or else the link that ended last has ended.
+  ELinkFailure Why() const { return m_eWhy; }
+  std::int64_t Received() const { return m_llReceived; }
   std::vector<ILinkInfo*> LiveLinks();
 
   /// The link that SendText would send to; null if there is none.
@@ -75,7 +90,11 @@ class CNetWorkCore : public ILinkOwner, public std::enable_shared_from_this<CNet
   IDealNetData& Sink() override { return m_sink; }
   bool IsStopping() const override { return m_bStopping; }
   bool Listens() const override { return m_bListens; }
+  bool JudgesFirstBytes() const override { return m_settings.m_bJudgeFirstBytes; }
   void NoteSetUp(const CLink& link) override;
+  IRateLimit* RateLimit() const override { return m_settings.m_pRateLimit; }
+  void NoteReceived(std::size_t bytes) override;
+  void NoteEnd(ELinkFailure why) override { m_eWhy = why; }
   void NoteDown() override { m_nLive += -1; }
 
  private:
@@ -97,18 +116,23 @@ class CNetWorkCore : public ILinkOwner, public std::enable_shared_from_this<CNet
   bool HasLink(const CLink& link) const;
   void RemoveLink(const CLink& link);
   void AcceptLoop();
+  std::optional<ERefusal> WhyRefused(unsigned int ip);
   bool HasPlace();
   bool IsAllowed(unsigned int ip) const;
+  int LinksOf(unsigned int ip) const;
   void GiveBackLoop();
   void WaitThreads(const std::function<bool(const SThread&)>& concerns);
 
   IDealNetData& m_sink;
   const SNetWorkSettings m_settings;
+  CLinkRate m_newLinks;  // accept thread
   const std::shared_ptr<CLinkShells> m_pShells;
   std::unique_ptr<IWakeHandle> m_pConnectWake;  // constant from Start
   bool m_bListens = false;                      // constant from Start
   CSharedWord<bool> m_bStopping = false;
   CSharedWord<int> m_nLive = 0;  // links up: the capacity in use
+  CSharedWord<ELinkFailure> m_eWhy = ELinkFailure::kNone;
+  CSharedWord<std::int64_t> m_llReceived = 0;  // bytes, by all links
 
   mutable std::mutex m_mutex;
   std::unique_ptr<IListenSocket> m_pListener;  // set and freed under m_mutex; used by the accepter

@@ -48,6 +48,27 @@ void CNetWorkManageEx::SetAllowedPeers(std::vector<CAddressRange> ranges) {
   m_pState->m_settings.m_vecAllowed = std::move(ranges);
 }
 
+void CNetWorkManageEx::SetLinkLimits(const SLinkLimits& limits) {
+  m_pState->m_settings.m_limits = limits;
+}
+
+void CNetWorkManageEx::SetRefusalListener(
+    std::function<void(unsigned int, int, ERefusal)> listener) {
+  m_pState->m_settings.m_refused = std::move(listener);
+}
+
+void CNetWorkManageEx::SetConnectTimeout(int ms) {
+  m_pState->m_settings.m_nConnectTimeoutMs = ms;
+}
+
+void CNetWorkManageEx::JudgeFirstBytes() {
+  m_pState->m_settings.m_bJudgeFirstBytes = true;
+}
+
+void CNetWorkManageEx::SetRateLimit(IRateLimit* limit) {
+  m_pState->m_settings.m_pRateLimit = limit;
+}
+
 std::shared_ptr<CNetWorkCore> CNetWorkManageEx::Core() const {
   const std::lock_guard<std::mutex> guard(m_pState->m_mutex);
   return m_pState->m_pCore;
@@ -84,6 +105,16 @@ int CNetWorkManageEx::GetListenPort() const {
 bool CNetWorkManageEx::ConnectToHost(const std::string& host, int port) {
   const std::shared_ptr<CNetWorkCore> core = Core();
   return core != nullptr && core->Connect(host, port);
+}
+
+ELinkFailure CNetWorkManageEx::WhyNoLink() const {
+  const std::shared_ptr<CNetWorkCore> core = Core();
+  return core != nullptr ? core->Why() : ELinkFailure::kNone;
+}
+
+std::int64_t CNetWorkManageEx::BytesReceived() const {
+  const std::shared_ptr<CNetWorkCore> core = Core();
+  return core != nullptr ? core->Received() : 0;
 }
 
 std::vector<ILinkInfo*> CNetWorkManageEx::GetAllLinkInfo() const {

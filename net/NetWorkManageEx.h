@@ -1,16 +1,22 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "KQFileTransServiceExport.h"
 #include "net/AddressRange.h"
+#include "net/LinkFailure.h"
+#include "net/LinkLimits.h"
+#include "net/TransferFacts.h"
 
 class CIOCPBuffer;
 class CNetWorkCore;
 class IDealNetData;
 class ILinkInfo;
+class IRateLimit;
 
 /// The network layer: TCP over IPv4, packets with a 20-byte head, one
 /// delivery thread per link, so that a slow handler delays only links of its
@@ -43,6 +49,24 @@ class KQFT_API CNetWorkManageEx {
   /// before any callback. None (the default): everyone may.
   void SetAllowedPeers(std::vector<CAddressRange> ranges);
 
+  /// Bounds who else may connect. Further connections are closed right after
+  /// accept; addresses that are not allowed do not count.
+  void SetLinkLimits(const SLinkLimits& limits);
+
+  /// Told of every connection that is closed so.
+  /// Threads: the layer's accept thread, which accepts nothing meanwhile.
+  void SetRefusalListener(std::function<void(unsigned int ip, int port, ERefusal)> listener);
+  /// How long ConnectToHost waits for the other side; 10 s unless it was set.
+  void SetConnectTimeout(int ms);
+
+  /// A link ends with the first bytes on it that cannot begin a packet. Unless
+  /// this was called it ends with the first whole head that is none.
+  void JudgeFirstBytes();
+
+  /// Links are read as fast as that allows. Not owned; outlives the layer's
+  /// run. Null (the default): as fast as it goes.
+  void SetRateLimit(IRateLimit* limit);
+
   /// Starts the layer.
   /// @param sink     receives every callback; must outlive Stop
   /// @param port     to listen on; 0 picks a free one (GetListenPort tells).
@@ -57,8 +81,16 @@ class KQFT_API CNetWorkManageEx {
   /// Connects to a dotted address or host name. Returns once CreateNetBuffer
   /// and code 1 of the new link have been delivered, and after code 0 of
   /// every link that died before.
-  /// Blocks: up to 10 s; Stop ends the wait.
+  /// Blocks: up to 10 s, or as long as SetConnectTimeout says, and as long as
+  ///         it takes to look up a name; Stop ends the wait.
   bool ConnectToHost(const std::string& host, int port);
+
+  /// Why the last ConnectToHost failed or, when it did not, why a link has
+  /// ended since. kNone again after Stop.
+  ELinkFailure WhyNoLink() const;
+
+  /// Bytes that arrived on all links since Init; 0 after Stop.
+  std::int64_t BytesReceived() const;
 
   /// Links that are up, oldest first.
   std::vector<ILinkInfo*> GetAllLinkInfo() const;

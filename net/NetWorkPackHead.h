@@ -1,6 +1,7 @@
 #pragma once
 
 #include <climits>
+#include <cstddef>
 #include <cstring>
 
 #include "platform/ByteOrder.h"
@@ -31,6 +32,10 @@ class CNetWorkPackHead {
   static bool IsValid(const char* p) {
     return std::memcmp(p, "KQFT", 4) == 0 && ReadUInt32(p + 8) == kVersion &&
            BodyLength(p) <= static_cast<unsigned>(kMaxBodyBytes);
+  }
+  /// Whether a head may begin with these first bytes of a link, however few.
+  static bool MayBegin(const char* p, std::size_t bytes) {
+    return std::memcmp(p, "KQFT", bytes < 4 ? bytes : 4) == 0;
   }
   static unsigned Code(const char* p) { return ReadUInt32(p + 4); }
   static unsigned BodyLength(const char* p) { return ReadUInt32(p + 12); }

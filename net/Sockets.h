@@ -4,6 +4,8 @@
 #include <memory>
 #include <string>
 
+#include "net/LinkFailure.h"
+
 /// The one contract for every socket call of the library. The build chooses
 /// the implementation (`net/posix`, `net/windows`); tests put one of their
 /// own in its place to play short transfers and resets.
@@ -49,6 +51,10 @@ class IStreamSocket {
   /// Probes a silent peer after `idleMs`, every `intervalMs`, `probes` times.
   virtual void SetKeepAlive(int idleMs, int intervalMs, int probes) = 0;
 
+  /// How much may arrive before it is taken, for those who take it slowly. Does
+  /// nothing where that cannot be set.
+  virtual void SetReceiveBuffer(int /*bytes*/) {}
+
   /// Remote IPv4 address in host byte order, and port.
   virtual unsigned int RemoteIP() const = 0;
   virtual int RemotePort() const = 0;
@@ -89,10 +95,11 @@ class ISocketSystem {
 
   /// @param host         dotted address or name (IPv4)
   /// @param localAddress dotted address to connect from; "" for any
+  /// @param why          set when it fails
   /// @return null when it fails, takes longer than `timeoutMs`, or is woken
   virtual std::unique_ptr<IStreamSocket> Connect(const std::string& host, int port,
                                                  const std::string& localAddress, int timeoutMs,
-                                                 const IWakeHandle& wake) = 0;
+                                                 const IWakeHandle& wake, ELinkFailure& why) = 0;
 
   virtual std::unique_ptr<IWakeHandle> MakeWake() = 0;
 };

@@ -6,11 +6,13 @@
 
 /// What a confined process may still do.
 struct SConfinement {
-  std::string m_strDataDirectory;    ///< read, write, make and remove below it
-  std::string m_strLogDirectory;     ///< read, append and make files below it
-  bool m_bRemoveDirectories = true;  ///< in the data directory; files always
-  int m_nListenPort = 0;             ///< the one port that it may bind to
-  bool m_bAbstractSockets = false;   ///< reach local sockets without a file
+  std::string m_strDataDirectory;     ///< read, write, make and remove below it; "": none
+  std::string m_strLogDirectory;      ///< read, append and make files below it; "": none
+  std::string m_strMoreLogDirectory;  ///< the same there; "": none
+  bool m_bRemoveLogs = false;         ///< list and remove files in the log directory instead
+  bool m_bRemoveDirectories = true;   ///< in the data directory; files always
+  int m_nListenPort = 0;              ///< the one port that it may bind to
+  bool m_bAbstractSockets = false;    ///< reach local sockets without a file
 };
 
 /// Takes away from the process, for good, every other way to open, make,
@@ -18,9 +20,9 @@ struct SConfinement {
 /// far as the kernel knows how to: Linux by Landlock. Windows has nothing of
 /// the kind: there the library itself keeps to the directories, by where names
 /// really lead, and the process gives up its privileges and may start no other;
-/// ports and removed directories count as far as the library asks. What is open stays
+/// a thread that removes logs stays as it is. What is open stays
 /// usable; the existence, size and times of files anywhere can still be asked
-/// for. Both directories must exist; one that is replaced later is out of reach.
+/// for. Directories must exist; one that is replaced later is out of reach.
 ///
 /// Symbolic links are followed by where they lead: one that leaves the two
 /// directories leads nowhere.

@@ -39,6 +39,7 @@
 #define KQFT_SYSTEM_OPERATIONS(X)               \
   X(kOpen, "open")                              \
   X(kQuery, "query")                            \
+  X(kQueryWriters, "query writers")             \
   X(kRemove, "remove")                          \
   X(kRename, "rename")                          \
   X(kFollowLinks, "follow links")               \
@@ -123,6 +124,11 @@ class ISystem {
   /// @return kNotFound only when there surely is nothing of that name; any
   ///         other failure leaves it open.
   virtual ESystemError QueryFile(const std::string& path, SFileStatus& status) = 0;
+
+  /// Whether somebody has the file open for writing, or mapped so.
+  /// @return a failure also where the system cannot tell: Linux tells it of
+  ///         the caller's own files, on most file systems
+  virtual ESystemError QueryWriters(const std::string& path, bool& any) = 0;
   virtual ESystemError RemoveFile(const std::string& path) = 0;
 
   /// Gives `to` what `from` names, in one step: another process sees either
@@ -228,6 +234,10 @@ class CForwardingSystem : public ISystem {
   ESystemError QueryFile(const std::string& path, SFileStatus& status) override {
     status = SFileStatus();
     return Call(kQuery, path, [&] { return m_target.QueryFile(path, status); });
+  }
+  ESystemError QueryWriters(const std::string& path, bool& any) override {
+    any = false;
+    return Call(kQueryWriters, path, [&] { return m_target.QueryWriters(path, any); });
   }
   ESystemError RemoveFile(const std::string& path) override {
     return Call(kRemove, path, [&] { return m_target.RemoveFile(path); });

@@ -16,12 +16,19 @@ if(NOT WIN32)
   set(packaging ${PROJECT_SOURCE_DIR}/packaging)
   install(FILES ${packaging}/bash-completion/kqft ${packaging}/bash-completion/kqft-server
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-  foreach(unit kqft-server kqft-verify)
+  foreach(unit kqft-server kqft-server@ kqft-verify)
     configure_file(${packaging}/systemd/${unit}.service.in
       ${PROJECT_BINARY_DIR}/${unit}.service @ONLY)
     install(FILES ${PROJECT_BINARY_DIR}/${unit}.service DESTINATION lib/systemd/system)
   endforeach()
+  configure_file(${packaging}/systemd/kqft-watch@.service.in
+    ${PROJECT_BINARY_DIR}/kqft-watch@.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/kqft-watch@.service DESTINATION lib/systemd/user)
   install(FILES ${packaging}/systemd/kqft-verify.timer DESTINATION lib/systemd/system)
   install(FILES ${packaging}/systemd/kqft-server.sysusers DESTINATION lib/sysusers.d
     RENAME kqft-server.conf)
+  install(FILES ${packaging}/systemd/kqft-server.tmpfiles DESTINATION lib/tmpfiles.d
+    RENAME kqft-server.conf)
+  install(FILES ${packaging}/logrotate/kqft-server DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/logrotate.d)
+  install(FILES ${packaging}/kqft-server.conf DESTINATION ${CMAKE_INSTALL_DOCDIR})
 endif()

@@ -40,6 +40,10 @@ struct SFileData {
   static constexpr auto kFields = std::make_tuple(&SFileData::m_llPosition, &SFileData::m_strData);
 };
 
+/// A 2501 for this position says that its client has no write under way and is
+/// about to leave. It is answered as any other that cannot be stored.
+constexpr std::int64_t kLeavingPosition = -1;
+
 /// Answer to 2504.
 struct STotalSize {
   std::int64_t m_llBytes = 0;  ///< of those files that exist
@@ -54,7 +58,7 @@ struct SDownloadStart {
       std::make_tuple(&SDownloadStart::m_llPosition, &SDownloadStart::m_strPath);
 };
 
-/// 2507, 2508; answers to 2505, 2510, 2513.
+/// 2507, 2508; answers to 2505, 2510.
 struct SResult {
   std::int32_t m_nResult = 0;
   static constexpr auto kFields = std::make_tuple(&SResult::m_nResult);
@@ -65,6 +69,15 @@ struct SLostRanges {
   std::int32_t m_nResult = 0;
   std::string_view m_strText;  ///< "" when nothing is known to be missing
   static constexpr auto kFields = std::make_tuple(&SLostRanges::m_nResult, &SLostRanges::m_strText);
+};
+
+/// Answer to 2513. The result is always 1; what stands behind it is sent only
+/// where the server refused, and those who do not know of it do not see it.
+struct SDeleteAnswer {
+  std::int32_t m_nResult = 0;
+  bool m_bRefused = false;
+  static constexpr auto kFields =
+      std::make_tuple(&SDeleteAnswer::m_nResult, &SDeleteAnswer::m_bRefused);
 };
 
 /// 2510: what is left of a missing range.

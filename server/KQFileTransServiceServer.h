@@ -23,8 +23,9 @@ class CTransClient;
 /// (platform/Confinement.h), or run it as a user that may reach nothing but
 /// the data.
 ///
-/// A host may derive, to see events or to use the network manager itself.
-/// Such a class calls Stop in its own destructor, since calls from the
+/// A host may derive, to use the network manager itself, and to decide what
+/// clients may do and hear what they did: the hooks of ITransNet and those
+/// below. Such a class calls Stop in its own destructor, since calls from the
 /// network and the sessions arrive until then.
 ///
 /// Threads: the exported operations on one host thread at a time; the others
@@ -72,11 +73,6 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   /// not called. Call before Init.
   void SetDurable(bool durable);
 
-  /// Whether requests to delete a project are carried out; on when not called.
-  /// Refused or not, a client is told that it was done, and sees the files in
-  /// the next list. Files can be overwritten all the same. Call before Init.
-  void SetDeleting(bool deleting);
-
   // IDealNetData: the network layer's calls.
   bool DealNetMsg(unsigned int ip, int port, int code, int bodyLen, const char* body,
                   int extra) override;
@@ -89,9 +85,13 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   std::string GetFileDir() override;
   std::string GetPrjSuffix() override;
   bool IsDurable() override;
-  bool MayDelete() override;
 
  protected:
+  /// Hooks, as those of ITransNet: a link is up; it is gone, or the server
+  /// stops. The same thread as for the link's requests, or the one that stops.
+  virtual void OnConnected(const STransferFacts& link);
+  virtual void OnDisconnected(const STransferFacts& link);
+
   /// The registry: one session per link, found by its address and port, taken
   /// over by the next link from the same address. A session lives until the
   /// server's end, so it is used without the lock.
@@ -139,6 +139,10 @@ class KQFT_API CKQFileTransServiceServer : public IDealNetData, public ITransNet
   CTransClient* TakeOver(unsigned int ip, int port);
   CTransClient* MakeSession(unsigned int ip, int port);
   void EndLink(unsigned int ip, int port);
+  void NoteLink(unsigned int ip, int port);
+  void TellEnd(unsigned int ip, int port);
+  void ForgetLink(unsigned int ip, int port);
+  void EndTransfers();
   void Quiesce(std::uint64_t key, CTransClient& session);
   std::string LogFilePath() const;
   std::string LogDirectory() const;

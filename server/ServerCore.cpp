@@ -3,9 +3,11 @@
 
 #include "server/KQFileTransServiceServer.h"
 
+#include <map>
 #include <mutex>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "net/LinkBinding.h"
 #include "net/LinkEvents.h"
@@ -15,6 +17,7 @@
 #include "platform/KQPlatForm.h"
 #include "platform/System.h"
 #include "platform/ThreadLock.h"
+#include "protocol/TransferTypes.h"
 #include "session/TransClient.h"
 
 // Hosts may copy servers; copies share what the pointers lead to.
@@ -29,6 +32,22 @@ constexpr int kMostPasses = 20;
 constexpr int kKeepAliveIdleMs = 2000;
 constexpr int kKeepAliveIntervalMs = 1000;
 
+STransferFacts LinkFacts(unsigned int ip, int port) {
+  STransferFacts facts;
+  facts.m_nIP = ip;
+  facts.m_nPort = port;
+  return facts;
+}
+
+// A hook belongs to the host; what it throws must not end anything of ours.
+template <typename Hook>
+void Call(const Hook& hook) {
+  try {
+    hook();
+  } catch (...) {
+  }
+}
+
 const char kNoNetwork[] = " CKQFileTransServiceServer::SendText  m_pPrimaryNetWork = null";
 
 }  // namespace
@@ -37,9 +56,11 @@ const char kNoNetwork[] = " CKQFileTransServiceServer::SendText  m_pPrimaryNetWo
 // share it.
 struct CKQFileTransServiceServer::SState {
   bool m_bDurable = false;         // constant while the network runs
-  bool m_bDeleting = true;         // constant while the network runs
   CSharedWord<int> m_nAsking = 0;  // messages that look for their session
   std::mutex m_endTurn;            // held while a link's end is handled
+
+  std::mutex m_linkMutex;
+  std::map<std::pair<unsigned int, int>, std::int64_t> m_mapLinks;  // guarded by m_linkMutex; since
 };
 
 CKQFileTransServiceServer::CKQFileTransServiceServer()
@@ -51,6 +72,9 @@ CKQFileTransServiceServer::CKQFileTransServiceServer()
       m_pState(std::make_shared<SState>()) {
   m_pPrimaryNetWork->SetKeepAlive(kKeepAliveIdleMs, kKeepAliveIntervalMs);
   m_pPrimaryNetWork->SetTransferType(0, true, 0);
+  m_pPrimaryNetWork->SetRefusalListener([this](unsigned int ip, int port, ERefusal refusal) {
+    Call([&] { OnRefused(LinkFacts(ip, port), refusal); });
+  });
 }
 
 CKQFileTransServiceServer::~CKQFileTransServiceServer() {
@@ -81,6 +105,7 @@ bool CKQFileTransServiceServer::Init(int port) {
 void CKQFileTransServiceServer::Stop() {
   if (m_pPrimaryNetWork != nullptr) m_pPrimaryNetWork->Stop();
   m_bInit = false;
+  EndTransfers();
   RemoveAllClient(false);
 }
 
@@ -96,10 +121,6 @@ void CKQFileTransServiceServer::SetDurable(bool durable) {
   m_pState->m_bDurable = durable;
 }
 
-void CKQFileTransServiceServer::SetDeleting(bool deleting) {
-  m_pState->m_bDeleting = deleting;
-}
-
 bool CKQFileTransServiceServer::DealNetMsg(unsigned int ip, int port, int code, int bodyLen,
                                            const char* body, int extra) {
   switch (code) {
@@ -110,6 +131,7 @@ bool CKQFileTransServiceServer::DealNetMsg(unsigned int ip, int port, int code, 
     case NET_COMMAND_CONNECT:
       AnnounceLink("new client:", ip, port);
       AddClientManage(ip, port);
+      NoteLink(ip, port);
       break;
     default: {
       m_pState->m_nAsking += 1;
@@ -125,14 +147,67 @@ bool CKQFileTransServiceServer::DealNetMsg(unsigned int ip, int port, int code, 
   return true;
 }
 
+void CKQFileTransServiceServer::OnConnected(const STransferFacts&) {}
+
+void CKQFileTransServiceServer::OnDisconnected(const STransferFacts&) {}
+
+void CKQFileTransServiceServer::NoteLink(unsigned int ip, int port) {
+  {
+    const std::lock_guard<std::mutex> lock(m_pState->m_linkMutex);
+    m_pState->m_mapLinks[{ip, port}] = System().SteadyMilliseconds();
+  }
+  Call([&] { OnConnected(LinkFacts(ip, port)); });
+}
+
+void CKQFileTransServiceServer::ForgetLink(unsigned int ip, int port) {
+  STransferFacts facts = LinkFacts(ip, port);
+  {
+    const std::lock_guard<std::mutex> lock(m_pState->m_linkMutex);
+    const auto link = m_pState->m_mapLinks.find({ip, port});
+    if (link == m_pState->m_mapLinks.end()) return;
+    facts.m_llMilliseconds = System().SteadyMilliseconds() - link->second;
+    m_pState->m_mapLinks.erase(link);
+  }
+  Call([&] { OnDisconnected(facts); });
+}
+
+// The network has stopped, so nothing else works on the sessions, and no code
+// 0 comes. Told before the waits: a program that cannot wait knows by then.
+void CKQFileTransServiceServer::EndTransfers() {
+  std::vector<CTransClient*> sessions;
+  {
+    const CScopedLock lock(m_pClientLock);
+    for (const auto& [key, session] : m_mapClient) sessions.push_back(session);
+  }
+  for (CTransClient* session : sessions) session->TellCutOff();
+  std::vector<std::pair<unsigned int, int>> links;
+  {
+    const std::lock_guard<std::mutex> lock(m_pState->m_linkMutex);
+    for (const auto& [link, since] : m_pState->m_mapLinks) links.push_back(link);
+  }
+  for (const auto& [ip, port] : links) ForgetLink(ip, port);
+}
+
 // The registry is locked while a session is stopped, and the lock is not fair.
 // Ends of links therefore come one at a time, and let the messages that wait
 // pass before the next one, however many links end at once.
 void CKQFileTransServiceServer::EndLink(unsigned int ip, int port) {
+  TellEnd(ip, port);
   const std::lock_guard<std::mutex> turn(m_pState->m_endTurn);
   RemoveClientManage(ip, port);
   for (int i = 0; i < kMostPasses && (i == 0 || m_pState->m_nAsking > 0); ++i)
     CKQPlatForm::KQSleep(kPassMs);
+}
+
+// Before the wait for a turn, which may take long. A download that the link
+// carried ends by itself, as a rule at once, and is to be told first.
+void CKQFileTransServiceServer::TellEnd(unsigned int ip, int port) {
+  if (CTransClient* const session = GetClientManage(ip, port)) {
+    session->TellCutOff();
+    for (int i = 0; i < kMostPasses && session->m_nTransType == PROCESS_TYPE_CLIENT_DOWNDATA; ++i)
+      CKQPlatForm::KQSleep(kPassMs);
+  }
+  ForgetLink(ip, port);
 }
 
 // The blanks of the log entry are missing on standard output, kept on purpose.
@@ -153,6 +228,7 @@ CNetBuffer* CKQFileTransServiceServer::CreateNetBuffer(unsigned int ip, int port
   buffer->ShareMemory();
   buffer->m_pOwner = this;
   session->StopService();
+  session->TellCutOff();
   session->m_pTransFile->Close();
   session->ResetForLink();
   return buffer;
@@ -188,8 +264,4 @@ std::string CKQFileTransServiceServer::GetPrjSuffix() {
 
 bool CKQFileTransServiceServer::IsDurable() {
   return m_pState->m_bDurable;
-}
-
-bool CKQFileTransServiceServer::MayDelete() {
-  return m_pState->m_bDeleting;
 }

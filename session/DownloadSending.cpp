@@ -16,6 +16,7 @@
 #include "platform/HardWareCommon.h"
 #include "platform/KQFile.h"
 #include "platform/KQThread.h"
+#include "platform/System.h"
 #include "protocol/DataBlock.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/Messages.h"
@@ -40,6 +41,18 @@ struct CTransClient::SSendRun {
   std::shared_ptr<CFileHandle> m_pFile;  // null when it was closed at once
   std::string m_strPath;
   KQLonglong m_llPosition = 0;  // of the next packet's first data byte
+  std::int64_t m_llBegan = 0;   // ms, steady
+  std::int64_t m_llBytes = 0;   // sent
+
+  STransferFacts Facts(unsigned int ip) const {
+    STransferFacts facts;
+    facts.m_nIP = ip;
+    facts.m_nPort = m_nLinkPort;
+    facts.m_strPath = m_strPath;
+    facts.m_llBytes = m_llBytes;
+    facts.m_llMilliseconds = System().SteadyMilliseconds() - m_llBegan;
+    return facts;
+  }
 };
 
 void CTransClient::StopDownload() {
@@ -66,9 +79,16 @@ KQLonglong CTransClient::GetFilesSize(int nLength, const char* data) {
 }
 
 void CTransClient::AnswerPrepareDown(int nLength, const char* data) {
-  const int result = PrepareDownFileData(static_cast<unsigned>(nLength), data);
+  const auto start = DecodeBody<SDownloadStart>(data, nLength);
+  const bool refused =
+      start && !Allows(&ITransNet::MayDownload, Facts(start->m_strPath), ERefusal::kDownload);
+  const int result = refused ? static_cast<int>(ERROR_CODE_SERVER_OPENFILE)
+                             : PrepareDownFileData(static_cast<unsigned>(nLength), data);
   SendMsg(NET_CTS_PREPARETRANS_FILE, EncodeBody(SResult{result}));
   WriteLog("DealNetMsg NET_CTS_PREPARETRANS_FILE \n");
+  if (start && !refused && result != RESULT_OK) {
+    TellFailed(&ITransNet::OnDownloaded, start->m_strPath, result);
+  }
 }
 
 int CTransClient::PrepareDownFileData(unsigned int nLength, const char* data) {
@@ -109,6 +129,7 @@ bool CTransClient::StartSender(KQLonglong position, const std::string& path) {
   run->m_pFile = m_pTransFile->GetHandle();
   run->m_strPath = path;
   run->m_llPosition = position;
+  run->m_llBegan = System().SteadyMilliseconds();
   {
     const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
     run->m_ullLinkEpoch = m_pState->m_ullLinkEpoch;
@@ -147,6 +168,9 @@ void CTransClient::SendFileToClient(SSendRun& run) {
   } catch (const std::bad_alloc&) {
     end = ERROR_CODE_SEND_STOPPED;
   }
+  STransferFacts facts = run.Facts(m_nLinkIP);
+  facts.m_nResult = end;
+  Tell(&ITransNet::OnDownloaded, facts);  // before the client knows
   FinishRun(run, end);
 }
 
@@ -162,6 +186,7 @@ int CTransClient::StreamFile(SSendRun& run) {
                    [](CIOCPBuffer* buffer) { delete buffer; });
   while (!m_bStopTrans) {
     if (m_bStopService || IsStale(run)) break;
+    if (!Allows(&ITransNet::MaySend, run.Facts(m_nLinkIP), ERefusal::kDownloadRest)) break;
     const int n = run.m_pFile == nullptr ? 0 : block.Read(*run.m_pFile, kReadBlockBytes);
     if (n == 0) return RESULT_OK;
     if (!SendBuffer(run.m_pLink, block, run)) break;
@@ -180,6 +205,7 @@ bool CTransClient::SendBuffer(ILinkInfo* pLinkInfo, CDataBlock& block, SSendRun&
     if (!WaitForRoom(*pLinkInfo, run)) return false;
     CIOCPBuffer* const buffer = block.Next(NET_STC_TRANSFILEDATA, run.m_llPosition);
     run.m_llPosition += piece;
+    run.m_llBytes += piece;
     m_llSendPos = run.m_llPosition;
     if (!m_pTransNet->SendText(pLinkInfo, buffer)) return false;
   }

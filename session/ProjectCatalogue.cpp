@@ -70,26 +70,34 @@ void CTransClient::AnswerProjectList() {
   std::string xml;
   Channel_Key_Value::ConverValueToXML(list, xml);
   SendMsg(NET_CTS_GETPRJLIST, xml);
+  Tell(&ITransNet::OnProjectsListed, Facts(""));
 }
 
 void CTransClient::AnswerProjectFileList(int nLength, const char* data) {
   std::vector<Channel_Key_Value> list;
-  ListProjectFiles(ProjectDir() + std::string(data, static_cast<std::size_t>(nLength)), &list, 0);
+  const std::string name(data, static_cast<std::size_t>(nLength));
+  ListProjectFiles(ProjectDir() + name, &list, 0);
   std::string xml;
   Channel_Key_Value::ConverValueToXML(list, xml);
   SendMsg(NET_CTS_GETPRJFILELIST, xml);
+  Tell(&ITransNet::OnFilesListed, Facts(name));
 }
 
 // The name is not checked and the answer says success whatever happened, kept
-// on purpose, also where the server deletes nothing. The system refuses "",
-// NUL bytes and the root directory.
+// on purpose; where the server refuses, it says so behind that. The system
+// refuses "", NUL bytes and the root directory.
 void CTransClient::AnswerDeleteProject(int nLength, const char* data) {
-  const std::string path = ProjectDir() + std::string(data, static_cast<std::size_t>(nLength));
-  if (m_pTransNet == nullptr || m_pTransNet->MayDelete()) {
-    CHardWareCommon::KQClearDir(path);
-    System().RemoveEmptyDirectory(path);
+  STransferFacts facts = Facts(std::string_view(data, static_cast<std::size_t>(nLength)));
+  if (!Allows(&ITransNet::MayDelete, facts, ERefusal::kDelete)) {
+    SendMsg(NET_CTS_DELETEPRJ, EncodeBody(SDeleteAnswer{RESULT_OK, true}));
+    return;
   }
+  const std::string path = ProjectDir() + facts.m_strPath;
+  CHardWareCommon::KQClearDir(path);
+  const ESystemError left = System().RemoveEmptyDirectory(path);
   SendMsg(NET_CTS_DELETEPRJ, EncodeBody(SResult{RESULT_OK}));
+  facts.m_nResult = left == ESystemError::kNone ? RESULT_OK : 0;
+  Tell(&ITransNet::OnDeleted, facts);
 }
 
 std::string CTransClient::ProjectDir() const {

@@ -6,6 +6,7 @@
 #include "platform/ThreadGate.h"
 #include "session/DurableUpload.h"
 #include "session/TransClient.h"
+#include "session/UploadReport.h"
 
 /// What a session has beyond the members that hosts see: it grows without
 /// changing the size of the class.
@@ -13,6 +14,7 @@ struct CTransClient::SState {
   CDurableUpload m_durable;            // delivery thread; idle unless the server is durable
   KQLonglong m_llLostPos = INT64_MAX;  // delivery thread; of the open file the first byte that
                                        // could not be stored
+  SUploadReport m_upload;              // delivery thread; stopping, when there is none
 
   CThreadGate m_senderGate;  // senders keep the state and leave its gate last
 

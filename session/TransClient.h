@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "KQFileTransServiceExport.h"
+#include "net/TransferFacts.h"
 #include "platform/ChannelKeyValue.h"
 #include "platform/FileDataPos.h"
 #include "platform/SharedWord.h"
@@ -54,6 +56,10 @@ class KQFT_API CTransClient {
   ///         the case once a chunk was stored and no later one failed.
   /// Blocks: 20 ms to 5070 ms.
   bool StopService();
+
+  /// Tells the server's hooks of an upload that has not come to its end and
+  /// will not. Call while no message is handled.
+  void TellCutOff();
 
   /// Closes the files of a stopped session: a client that never returns must
   /// not cost descriptors. The log opens again by itself.
@@ -207,6 +213,17 @@ class KQFT_API CTransClient {
                     std::vector<Channel_Key_Value>* out, int depth);
   void ListProjectFiles(const std::string& path, std::vector<Channel_Key_Value>* out, int depth);
 
+  // The server's hooks. What it throws is caught where they are only told.
+  using MayHook = bool (ITransNet::*)(const STransferFacts&);
+  using OnHook = void (ITransNet::*)(const STransferFacts&);
+  STransferFacts Facts(std::string_view path) const;
+  bool Allows(MayHook may, const STransferFacts& facts, ERefusal refusal);
+  void Tell(OnHook on, const STransferFacts& facts);
+  void TellFailed(OnHook on, std::string_view path, int result);
+  void BeginUpload(std::string_view path);
+  bool MayStoreNext();
+  void EndUpload(int result);
+
   int SendFrame(int port, int msgType, const void* body, int nLength);
   std::string LogFilePath() const;
   void Dispatch(int msgType, int nLength, const char* data);
@@ -214,6 +231,8 @@ class KQFT_API CTransClient {
   int CheckReceiving();
   bool StoreChunk(KQLonglong position, const char* data, int nLength);
   bool WriteDurably(KQLonglong position, const char* data, int nLength);
+  KQLonglong RefuseUpload(const std::string& path);
+  int FailWrite();
   void LogWriteFailure();
   void AnnounceFailure(int result);
   void FlushReceived();

@@ -28,9 +28,28 @@ constexpr std::int64_t kWriteErrorLogSeconds = 3;
 
 void CTransClient::AnswerPrepareReceive(int nLength, const char* data) {
   KQLonglong llFileLen = 0;
-  const int result = PrepareReceiveData(static_cast<unsigned>(nLength), data, &llFileLen);
+  int result = CREATE_FILE_ERROR;
+  const auto start = DecodeBody<SUploadStart>(data, nLength);
+  const bool refused =
+      start && !Allows(&ITransNet::MayUpload, Facts(start->m_strPath), ERefusal::kUpload);
+  if (refused) {
+    llFileLen = RefuseUpload(std::string(start->m_strPath));
+  } else {
+    result = PrepareReceiveData(static_cast<unsigned>(nLength), data, &llFileLen);
+  }
   SendMsg(NET_CTS_PREPARETRAN_FILE, EncodeBody(SUploadStartAnswer{result, llFileLen}));
   WriteLog("DealNetMsg NET_CTS_PREPARETRAN_FILE \n");
+  if (start && !refused && result != RESULT_OK) {
+    TellFailed(&ITransNet::OnUploaded, start->m_strPath, result);
+  }
+}
+
+// No write of this client is under way: who stops its session need not wait,
+// though it cannot say so by a file of its own. Returns the file's length.
+KQLonglong CTransClient::RefuseUpload(const std::string& path) {
+  WriteLog("CTransClient::PrepareReceiveData refused by the server CREATE_FILE_ERROR \n");
+  m_bWriting = false;
+  return static_cast<KQLonglong>(CHardWareCommon::GetFileSize(path));
 }
 
 int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
@@ -67,6 +86,7 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
     if (m_pState->m_durable.IsShortened()) m_pState->m_llLostPos = *llFileLen;
   }
   m_nTransType = PROCESS_TYPE_CLIENT_UPDATA;
+  BeginUpload(path);
   return RESULT_OK;
 }
 
@@ -115,7 +135,7 @@ int CTransClient::CheckReceiving() {
 }
 
 bool CTransClient::StoreChunk(KQLonglong position, const char* data, int nLength) {
-  if (WriteDurably(position, data, nLength)) {
+  if ((position < 0 || MayStoreNext()) && WriteDurably(position, data, nLength)) {
     m_pState->m_llLostPos = std::max(m_pState->m_llLostPos, position + nLength);
     return true;
   }
@@ -139,12 +159,10 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
   if (refusal != RESULT_OK) return refusal;
   const auto piece = DecodeBody<SFileData>(data, static_cast<int>(nLength));
   if (!piece) return ERROR_CODE_SERVER_WRITE;
+  const auto bytes = static_cast<int>(piece->m_strData.size());
   // Nothing is stored behind what was lost until that has arrived: the next
   // upload goes on where the file ends and takes all before it for stored.
-  if (piece->m_llPosition > m_pState->m_llLostPos) {
-    LogWriteFailure();
-    return ERROR_CODE_SERVER_WRITE;
-  }
+  if (piece->m_llPosition > m_pState->m_llLostPos) return FailWrite();
 
   // Marked, then looked at again: a stop that came after the first look has
   // not seen the mark and closes the file without waiting for this write.
@@ -154,14 +172,21 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
     m_bWriting = marked;
     return refusal;
   }
-  if (StoreChunk(piece->m_llPosition, piece->m_strData.data(),
-                 static_cast<int>(piece->m_strData.size()))) {
+  if (StoreChunk(piece->m_llPosition, piece->m_strData.data(), bytes)) {
     // The mark stays, kept on purpose: only a write that was tried and failed
     // clears it, and StopService of a session that stored data waits its full time.
+    m_pState->m_upload.m_facts.m_llBytes += bytes;
     return RESULT_OK;
   }
-  LogWriteFailure();
   m_bWriting = false;
+  if (piece->m_llPosition != kLeavingPosition) return FailWrite();
+  m_pState->m_upload.m_bLeaving = true;  // no failure
+  return ERROR_CODE_SERVER_WRITE;
+}
+
+int CTransClient::FailWrite() {
+  LogWriteFailure();
+  m_pState->m_upload.m_facts.m_nResult = ERROR_CODE_SERVER_WRITE;
   return ERROR_CODE_SERVER_WRITE;
 }
 
@@ -184,11 +209,11 @@ void CTransClient::AnswerEndOfFile() {
   }
   SendMsg(NET_CTS_TRANSFILEDATA_END, nullptr, 0);
   WriteLog("DealNetMsg NET_CTS_TRANSFILEDATA_END \n");
+  if (!m_bStopService) EndUpload(RESULT_OK);
 }
 
 void CTransClient::FlushReceived() {
   const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle();
   if (file != nullptr ? m_pState->m_durable.End(*file) : m_pState->m_durable.EndPending()) return;
-  LogWriteFailure();
-  AnnounceFailure(ERROR_CODE_SERVER_WRITE);
+  AnnounceFailure(FailWrite());
 }

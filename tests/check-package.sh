@@ -19,7 +19,9 @@ cmake --install "$build" --prefix "$work/moved-later" >"$work/install.log" || {
 mv "$work/moved-later" "$work/prefix"  # nothing may depend on the place
 for file in bin/kqft bin/kqft-server share/man/man1/kqft.1 share/man/man8/kqft-server.8 \
   share/bash-completion/completions/kqft lib/systemd/system/kqft-server.service \
-  lib/systemd/system/kqft-verify.service lib/systemd/system/kqft-verify.timer; do
+  lib/systemd/system/kqft-verify.service lib/systemd/system/kqft-verify.timer \
+  lib/systemd/user/kqft-watch@.service lib/systemd/system/kqft-server@.service \
+  etc/logrotate.d/kqft-server; do
   [ -f "$work/prefix/$file" ] || {
     echo "not installed: $file"
     exit 1

@@ -62,5 +62,5 @@ for command in $commands; do
     "$(grep -h ^-- <<<"$general"$'\n'"$own")" "$(completed kqft "$command" -)"
 done
 compare "kqft: --help (<) and manual (>)" "$all" \
-  "$(cat <(explained COMMANDS kqft.1) <(explained OPTIONS kqft.1) | options)"
+  "$(cat <(explained COMMANDS kqft.1) <(explained FILTERS kqft.1) <(explained OPTIONS kqft.1) | options)"
 exit $offences

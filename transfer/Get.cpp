@@ -32,8 +32,8 @@ bool IsMeant(const std::string& listed, const std::string& argument) {
 // The server lists no files deep down in a project; they can be had by name.
 std::vector<SProjectFile> Choose(const std::vector<SProjectFile>& listed,
                                  const std::string& projectPath,
-                                 const std::vector<std::string>& arguments) {
-  if (arguments.empty()) return listed;
+                                 const std::vector<std::string>& arguments, bool only) {
+  if (arguments.empty() && !only) return listed;
   std::vector<SProjectFile> wanted;
   std::set<std::string> taken;  // a file that is named twice is fetched once
   for (const std::string& argument : arguments) {
@@ -174,13 +174,17 @@ STransferResult CProjectClient::Get(const SGetRequest& request) {
   get.m_nProblems = tree.m_nLeftOut;
   get.m_strMayHide = tree.m_strMayHide;
   const std::vector<SProjectFile>& listed = tree.m_vecFiles;
-  if (listed.empty() && request.m_vecFiles.empty()) {
+  if (listed.empty() && request.m_vecFiles.empty() && !request.m_bOnlyFiles) {
     return scope.Refuse("the server lists no files of this project");
   }
   std::error_code error;
   const std::string into =
       BytesOf(fs::absolute(PathOf(request.m_strInto), error).lexically_normal());
-  for (const SProjectFile& file : Choose(listed, projectPath, request.m_vecFiles)) {
+  const std::vector<SProjectFile> chosen =
+      Choose(listed, projectPath, request.m_vecFiles, request.m_bOnlyFiles);
+  const std::vector<SProjectFile> picked = PickFiles(request.m_filter, chosen);
+  get.m_nFiltered = chosen.size() - picked.size();
+  for (const SProjectFile& file : picked) {
     get.m_vecItems.push_back(MakeItem(file, request.m_strProject, into));
   }
   AddEntries(inventory.Newest(), listed, get.m_vecItems);

@@ -25,7 +25,7 @@ int Insist(const STransferTools& tools, const std::function<int()>& act) {
     tools.m_session.Abort();
     const int pause = retry.Next(false);
     if (pause < 0 || tools.m_cancel.IsCancelled()) return result;
-    tools.m_observer.OnRetrying(0, pause, DescribeResult(result));
+    tools.m_observer.OnRetrying(0, pause, tools.m_session.Describe(result));
     tools.m_cancel.Sleep(pause);
   }
 }

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
+#include <utility>
 
 #include "platform/PathBytes.h"
 #include "transfer/ProjectPath.h"
@@ -50,15 +52,27 @@ std::vector<fs::path> SortedEntries(const fs::path& directory, std::error_code& 
   return entries;
 }
 
-void Walk(const fs::path& directory, std::vector<std::string>& components, SLocalFiles& found) {
+std::string JoinForPeople(const std::vector<std::string>& components) {
+  std::string path;
+  for (const std::string& component : components) path += (path.empty() ? "" : "/") + component;
+  return path;
+}
+
+void Walk(const fs::path& directory, std::vector<std::string>& components, const CFilter& filter,
+          SLocalFiles& found) {
   std::error_code error;
   for (const fs::path& path : SortedEntries(directory, error)) {
     components.push_back(BytesOf(path.filename()));
     std::error_code ignored;
     const fs::file_type own = fs::symlink_status(path, ignored).type();
-    if (own == fs::file_type::directory) {
-      Walk(path, components, found);
-    } else if (fs::is_regular_file(fs::status(path, ignored))) {
+    const bool isDirectory = own == fs::file_type::directory;
+    const bool isFile = !isDirectory && fs::is_regular_file(fs::status(path, ignored));
+    // Files are chosen together.
+    if (!isFile && !filter.IsEmpty() && !filter.Allows(JoinForPeople(components), isDirectory)) {
+      ++found.m_nFiltered;
+    } else if (isDirectory) {
+      Walk(path, components, filter, found);
+    } else if (isFile) {
       AddFile(path, components, found);
     } else {
       found.m_vecLeftOut.push_back({BytesOf(path), kNoFile, false});
@@ -68,17 +82,74 @@ void Walk(const fs::path& directory, std::vector<std::string>& components, SLoca
   if (error) found.m_vecLeftOut.push_back({BytesOf(directory), error.message(), true});
 }
 
+// Without what a list of names may have in front and behind; "" for all.
+fs::path PlainPath(const std::string& name) {
+  fs::path path = PathOf(name).relative_path().lexically_normal();
+  if (!path.has_filename()) path = path.parent_path();
+  return path == "." ? fs::path() : path;
+}
+
+// Keeps what the filter picks of the files that were added.
+void KeepPicked(const CFilter& filter, SLocalFiles& found) {
+  if (filter.IsEmpty()) return;
+  std::vector<std::string> paths;
+  for (const SLocalFile& file : found.m_vecFiles) paths.push_back(PathBelow(file));
+  const std::vector<bool> picked = filter.Pick(paths);
+  std::vector<SLocalFile> kept;
+  for (std::size_t i = 0; i < picked.size(); ++i) {
+    if (picked[i]) kept.push_back(std::move(found.m_vecFiles[i]));
+  }
+  found.m_nFiltered += picked.size() - kept.size();
+  found.m_vecFiles = std::move(kept);
+}
+
 }  // namespace
 
-void CollectFiles(const std::string& path, SLocalFiles& found) {
+std::string PathBelow(const SLocalFile& file) {
+  return JoinForPeople(file.m_vecComponents);
+}
+
+void CollectNamedFiles(const std::string& directory, const std::vector<std::string>& names,
+                       const CFilter& filter, SLocalFiles& found) {
+  std::error_code error;
+  const fs::path top = fs::absolute(PathOf(directory), error).lexically_normal();
+  SLocalFiles all;
+  for (const std::string& name : names) {
+    const fs::path below = PlainPath(name);
+    std::vector<std::string> components;
+    for (const fs::path& component : below) components.push_back(BytesOf(component));
+    const fs::path path = top / below;
+    if (const std::string why = below.empty() ? "" : WhyNoPath(JoinForPeople(components));
+        !why.empty()) {
+      all.m_vecLeftOut.push_back({name, why, true});
+    } else if (fs::is_directory(path, error)) {
+      Walk(path, components, filter, all);
+    } else if (fs::is_regular_file(path, error)) {
+      AddFile(path, components, all);
+    } else {
+      all.m_vecLeftOut.push_back({BytesOf(path), "no such file or directory", true});
+    }
+  }
+  KeepPicked(filter, all);
+  // One that is named twice is sent once.
+  std::map<std::vector<std::string>, SLocalFile> sorted;
+  for (SLocalFile& file : all.m_vecFiles) sorted[file.m_vecComponents] = std::move(file);
+  for (auto& [components, file] : sorted) found.m_vecFiles.push_back(std::move(file));
+  found.m_vecLeftOut.insert(found.m_vecLeftOut.end(), all.m_vecLeftOut.begin(),
+                            all.m_vecLeftOut.end());
+  found.m_nFiltered += all.m_nFiltered;
+}
+
+void CollectFiles(const std::string& path, const CFilter& filter, SLocalFiles& found) {
   std::error_code error;
   const fs::path top = fs::absolute(PathOf(path), error).lexically_normal();
   std::vector<std::string> components;
   if (fs::is_directory(top, error)) {
-    Walk(top, components, found);
+    Walk(top, components, filter, found);
   } else if (fs::is_regular_file(top, error)) {
     AddFile(top, {BytesOf(top.filename())}, found);
   } else {
     found.m_vecLeftOut.push_back({path, error ? error.message() : kNoFile, true});
   }
+  KeepPicked(filter, found);
 }

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "KQFTransferExport.h"
+#include "transfer/Filter.h"
 #include "transfer/TransferItem.h"
 #include "transfer/TransferObserver.h"
 #include "transfer/Verdict.h"
@@ -26,11 +28,26 @@ struct SServerPlace {
   int m_nPort = 9999;
   std::string m_strBindAddress;   ///< local address to connect from; "" for any
   std::string m_strLogDirectory;  ///< where the logs go; "" for that of temporary files
+  bool m_bLogs = true;            ///< whether there are any
   ETurn m_eTurn = ETurn::kWait;
+
+  /// So long a server may take for a connection, for its first answer, and be
+  /// silent afterwards. 0: 10 s, 30 s, and as long as its answers may take; a
+  /// transfer then waits for a silent server as long as the network does.
+  int m_nTimeoutSeconds = 0;
+
+  /// How fast data may cross the network, both ways together: "10M" (bytes a
+  /// second, by 1024), or by a timetable, "08:00,512k 19:00,off". What
+  /// WhyNoBandwidth objects to limits nothing, as does "".
+  std::string m_strBandwidth = {};
+
   std::string m_strPurpose = "another program";  ///< what others who wait are told
 
-  /// "HOST:PORT"
-  std::string Text() const { return m_strHost + ":" + std::to_string(m_nPort); }
+  /// "HOST:PORT", or "[HOST]:PORT" of IPv6
+  std::string Text() const {
+    const bool isIPv6 = m_strHost.find(':') != std::string::npos;
+    return (isIPv6 ? "[" + m_strHost + "]" : m_strHost) + ":" + std::to_string(m_nPort);
+  }
 };
 
 /// A project in the server's list.
@@ -65,6 +82,9 @@ constexpr int kRequestUnknown = -100;
 /// Another program of this user is busy with the server.
 constexpr int kServerTaken = -101;
 
+/// Result of DeleteProject: the server does not want to delete it.
+constexpr int kDeleteRefused = -110;
+
 /// A result in words, with its number and name.
 KQFT_TRANSFER_API std::string DescribeResult(int result);
 
@@ -79,12 +99,24 @@ struct SPutRequest {
   int m_nRetries = 3;                   ///< rounds in a row that may bring no progress
   int m_nRetrySeconds = 0;              ///< so long they may, however many they are
   bool m_bTakeOver = false;             ///< go on though somebody else is sending the project
+
+  // Of a part of a project; what the server has beyond it is left alone.
+  CFilter m_filter;
+  std::vector<std::string> m_vecFiles;  ///< files or directories below the one path; none: all
+  bool m_bOnlyFiles = false;            ///< m_vecFiles also where there are none
+
+  /// Asked when a file is planned, and again before it is opened to be sent.
+  /// @param path of this machine
+  /// @return "" or why it is left to a later put
+  std::function<std::string(const std::string& path)> m_whyLater;
 };
 
 /// What to fetch.
 struct SGetRequest {
   std::string m_strProject;
   std::vector<std::string> m_vecFiles;  ///< files or directories of it; none: all
+  bool m_bOnlyFiles = false;            ///< m_vecFiles also where there are none
+  CFilter m_filter;                     ///< of those; the others are left alone
   std::string m_strInto = ".";          ///< the project becomes a directory in this one
   bool m_bPlanOnly = false;
   bool m_bInventory = true;   ///< go by the project's; false is for measuring
@@ -98,8 +130,15 @@ struct SGetRequest {
 struct SVerifyRequest {
   std::string m_strProject;
   std::string m_strLocal;  ///< a directory of this machine to compare as well; "" for none
+  CFilter m_filter;        ///< what to compare of either
   int m_nRetries = 3;
   int m_nRetrySeconds = 0;
+};
+
+/// What to send while it grows.
+struct SWatchRequest {
+  SPutRequest m_put;          ///< of one directory; names of files and tries do not count
+  int m_nSettleSeconds = 10;  ///< how long a file has to be left alone before it is sent
 };
 
 /// What comparing a project came to.
@@ -133,6 +172,7 @@ struct KQFT_TRANSFER_API STransferResult {
   std::size_t m_nFilesHealed = 0;   ///< of a put: files damaged at the server that are whole now
   std::size_t m_nBlocksHealed = 0;  ///< of them: those of which only blocks were sent
   std::size_t m_nProblems = 0;      ///< left out although they should have been moved
+  std::size_t m_nFiltered = 0;      ///< left out by the filter: files, or directories unseen
   std::int64_t m_llMoved = 0;       ///< bytes of file data that crossed the network
   std::string m_strMayHide;  ///< of a get without an inventory: what cannot be seen, in words
   double m_dSeconds = 0;
@@ -177,8 +217,12 @@ class KQFT_TRANSFER_API CProjectClient {
   /// @return also kServerTaken
   /// Blocks: while others have the turn; 10 s for a connection, then as long as
   ///         the server finishes what earlier links of this address have left,
-  ///         up to 2 minutes.
+  ///         up to 30 s; or as the place says. So again for each retry.
   int Connect(int retries = 0, int seconds = 0);
+
+  /// Why the last Connect failed, in words that can stand behind "cannot
+  /// connect to HOST:PORT: "; not after kServerTaken.
+  std::string WhyNotConnected() const;
 
   /// Ends the connection, and so lets others have their turn.
   void Disconnect();
@@ -204,7 +248,8 @@ class KQFT_TRANSFER_API CProjectClient {
 
   /// Deletes a project and looks what is left of it.
   /// @param left how many files the server still lists
-  /// @return 0 for a name that no project can have: it is not sent
+  /// @return 0 for a name that no project can have: it is not sent; also
+  ///         kDeleteRefused
   /// Blocks: up to 2 minutes.
   int DeleteProject(const std::string& project, std::size_t& left);
 
@@ -212,6 +257,19 @@ class KQFT_TRANSFER_API CProjectClient {
   /// next call. Ends the connection.
   /// Blocks: until all is done or given up, or Cancel.
   STransferResult Put(const SPutRequest& request);
+
+  /// Sends what comes into a directory, until Cancel. A file goes once it has
+  /// been seen unchanged for a while, and nobody has it open for writing where
+  /// the system can tell; each round is a Put of those, told by OnRound. A file
+  /// that changes meanwhile goes later, one that is removed here stays there.
+  ///
+  /// The directory is looked at twice in that while, or every 5 s; changes need
+  /// not be announced by the file system. Without any nothing is asked of the
+  /// server, and no connection stands between two rounds. A round that fails
+  /// is tried again for ever, with pauses that grow from 1 to 30 s.
+  /// Blocks: until Cancel; what runs then ends with care.
+  /// @return "" or why it makes no sense
+  std::string Watch(const SWatchRequest& request);
 
   /// Fetches. Files take their names when they are whole.
   /// Blocks: as Put.
@@ -223,16 +281,20 @@ class KQFT_TRANSFER_API CProjectClient {
   /// Blocks: as Put.
   SVerifyResult Verify(const SVerifyRequest& request);
 
-  /// Ends the Put, Get or Verify that runs, with care: what has arrived is kept;
+  /// Ends the Put, Watch, Get or Verify that runs, with care: what has arrived is kept;
   /// also a Connect. Nothing when none runs. Does not wait. Any thread, also an observer's.
   void Cancel();
 
   /// Why a request makes no sense, in words; "" when it may be tried. Asks
   /// only this machine.
   static std::string WhyNoPut(const SPutRequest& request);
+  static std::string WhyNoWatch(const SWatchRequest& request);
   static std::string WhyNoGet(const SGetRequest& request);
   static std::string WhyNoVerify(const SVerifyRequest& request);
   static std::string WhyNoProject(const std::string& project);
+
+  /// What is wrong with a SServerPlace::m_strBandwidth; "" when nothing is.
+  static std::string WhyNoBandwidth(const std::string& bandwidth);
 
   struct SState;  ///< the library's own
 

@@ -34,9 +34,10 @@ int CProjectClient::SState::EnsureConnected(CRetry retry) {
   while (result == RESULT_OK) {
     result = m_pSession->Reopen();
     if (result == RESULT_OK) return result;
+    if (m_pSession->IsHopeless()) retry.ForgoTries();
     const int pause = m_cancel.IsCancelled() ? -1 : retry.Next(false);
     if (pause < 0) break;
-    m_observer.OnRetrying(0, pause, DescribeResult(result));
+    m_observer.OnRetrying(0, pause, m_pSession->Describe(result));
     m_cancel.Sleep(pause);
     if (!m_cancel.IsCancelled()) result = RESULT_OK;
   }
@@ -56,7 +57,7 @@ CTransferScope::CTransferScope(CProjectClient::SState& state, const std::string&
 
 bool CTransferScope::Check(int result) {
   m_result.m_nCode = result;
-  m_result.m_strWhy = result == RESULT_OK ? "" : DescribeResult(result);
+  m_result.m_strWhy = result == RESULT_OK ? "" : m_state.m_pSession->Describe(result);
   return result == RESULT_OK;
 }
 

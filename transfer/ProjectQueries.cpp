@@ -6,6 +6,7 @@
 
 #include "platform/PathBytes.h"
 #include "protocol/ResultCodes.h"
+#include "transfer/Bandwidth.h"
 #include "transfer/Names.h"
 #include "transfer/ProjectClientState.h"
 #include "transfer/ProjectPath.h"
@@ -68,6 +69,7 @@ std::string DescribeResult(int result) {
   if (result == kRequestUnknown) {
     return "the server does not know this request: it may be older (-100)";
   }
+  if (result == kDeleteRefused) return "refused: the server deletes no projects (-110)";
   if (result == kServerTaken) return "another program of this user is busy with it (-101)";
   const std::string name = ResultName(result);
   return std::string(ResultMeaning(result)) + " (" + std::to_string(result) +
@@ -95,6 +97,10 @@ CProjectClient::~CProjectClient() = default;
 int CProjectClient::Connect(int retries, int seconds) {
   const CCancelToken::CScope running(m_pState->m_cancel);
   return m_pState->EnsureConnected({retries, seconds});
+}
+
+std::string CProjectClient::WhyNotConnected() const {
+  return m_pState->m_pSession->Describe(ERROR_CODE_CLIENT_CONNECT);
 }
 
 void CProjectClient::Disconnect() {
@@ -189,4 +195,9 @@ void CProjectClient::Cancel() {
 
 std::string CProjectClient::WhyNoProject(const std::string& project) {
   return ::WhyNoProject(project);
+}
+
+std::string CProjectClient::WhyNoBandwidth(const std::string& bandwidth) {
+  std::vector<SBandwidthStep> ignored;
+  return CBandwidth::Parse(bandwidth, ignored);
 }

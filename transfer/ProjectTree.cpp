@@ -212,6 +212,18 @@ class CTreeWalk {
 
 }  // namespace
 
+std::vector<SProjectFile> PickFiles(const CFilter& filter, const std::vector<SProjectFile>& files) {
+  std::vector<std::string> paths;
+  paths.reserve(files.size());
+  for (const SProjectFile& file : files) paths.push_back(file.m_strName);
+  const std::vector<bool> picked = filter.Pick(paths);
+  std::vector<SProjectFile> kept;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (picked[i]) kept.push_back(files[i]);
+  }
+  return kept;
+}
+
 int AskProjectTree(const STransferTools& tools, const std::string& directory,
                    const std::string& project, const CServerInventory& inventory,
                    SProjectTree& tree) {

@@ -14,6 +14,9 @@ struct SProjectTree {
   std::string m_strMayHide;              ///< what cannot be seen, in words; "" for nothing
 };
 
+/// Those of the files that a filter picks.
+std::vector<SProjectFile> PickFiles(const CFilter& filter, const std::vector<SProjectFile>& files);
+
 /// Puts together what the inventory and the list of a project tell. The list
 /// names files of three levels; without an inventory the lists of directories
 /// are asked for, too, as long as they name something new.

@@ -30,6 +30,10 @@ std::string ProjectOf(const std::string& path, const SPutRequest& request) {
   return fs::is_directory(top, error) ? BytesOf(top.filename()) : "";
 }
 
+bool HasNames(const SPutRequest& request) {
+  return request.m_bOnlyFiles || !request.m_vecFiles.empty();
+}
+
 STransferItem MakeItem(const SLocalFile& file, const std::string& serverDirectory,
                        const std::string& project, std::set<std::string>& taken) {
   STransferItem item;
@@ -51,14 +55,24 @@ void FindItems(const SPutRequest& request, const std::string& serverDirectory,
   std::set<std::string> taken;
   for (const std::string& path : request.m_vecPaths) {
     SLocalFiles found;
-    CollectFiles(path, found);
+    if (HasNames(request)) {
+      CollectNamedFiles(path, request.m_vecFiles, request.m_filter, found);
+    } else {
+      CollectFiles(path, request.m_filter, found);
+    }
+    put.m_nFiltered += found.m_nFiltered;
+    const auto isLater = [&request](const std::string& file) {
+      return request.m_whyLater && !request.m_whyLater(file).empty();
+    };
     for (const SLeftOut& left : found.m_vecLeftOut) {
+      if (isLater(left.m_strPath)) continue;
       observer.OnLeftOut(left);
       if (left.m_bProblem) ++put.m_nProblems;
     }
     const std::string project = ProjectOf(path, request);
     if (request.m_vecPaths.size() == 1 || !request.m_strProject.empty()) put.m_strProject = project;
     for (const SLocalFile& file : found.m_vecFiles) {
+      if (isLater(file.m_strPath)) continue;
       put.m_vecItems.push_back(MakeItem(file, serverDirectory, project, taken));
     }
   }
@@ -92,7 +106,8 @@ class CPut {
         m_request(request),
         m_put(put),
         m_sending(m_tools, directory, put.m_vecItems, state.m_turn.Workstation()),
-        m_inventories(m_tools, directory, put.m_vecItems),
+        m_inventories(m_tools, directory, put.m_vecItems,
+                      HasNames(request) || !request.m_filter.IsEmpty()),
         m_plan(m_tools, {request.m_bWhole, request.m_bChecksum, request.m_bPlanOnly},
                m_inventories) {}
 
@@ -105,8 +120,8 @@ class CPut {
       const int result = m_plan.Make(m_put.m_vecItems);
       if (result != RESULT_OK) why = "cannot ask what the server has: " + DescribeResult(result);
     }
-    if (m_request.m_bInventory && AreDirectories(m_request.m_vecPaths)) {
-      m_put.m_nOnlyThere = m_inventories.CountOnlyThere();
+    if (m_request.m_bInventory && !HasNames(m_request) && AreDirectories(m_request.m_vecPaths)) {
+      m_put.m_nOnlyThere = m_inventories.CountOnlyThere(m_request.m_filter);
     }
     if (why.empty() && !m_request.m_bPlanOnly) why = Send();
     m_sending.End();
@@ -128,8 +143,9 @@ class CPut {
       why = EmptyRecordings();
       if (why.empty() && m_request.m_bInventory) why = m_inventories.WritePlanned(m_plan.Ways());
     }
-    CUpload upload(m_tools, m_put.m_vecItems, m_plan.Ways(), m_request.m_bInventory,
-                   [this](bool now) { m_inventories.WriteBetween(now); });
+    CUpload upload(
+        m_tools, m_put.m_vecItems, m_plan.Ways(), m_request.m_bInventory,
+        [this](bool now) { m_inventories.WriteBetween(now); }, m_request.m_whyLater);
     if (why.empty()) {
       upload.Run(m_put.m_vecItems);
       // Who wants to end does not wait for another connection.
@@ -208,8 +224,12 @@ STransferResult CProjectClient::Put(const SPutRequest& request) {
 }
 
 std::string CProjectClient::WhyNoPut(const SPutRequest& request) {
+  std::error_code error;
+  if (HasNames(request) && (request.m_vecPaths.size() != 1 ||
+                            !fs::is_directory(PathOf(request.m_vecPaths.front()), error))) {
+    return "names of files are those below one directory";
+  }
   for (const std::string& path : request.m_vecPaths) {
-    std::error_code error;
     if (!fs::exists(PathOf(path), error)) return path + ": no such file or directory";
     const std::string project = ProjectOf(path, request);
     std::string problem = path;

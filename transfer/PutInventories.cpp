@@ -33,8 +33,8 @@ bool AreSameFiles(const CInventory& a, const CInventory& b) {
 }  // namespace
 
 CPutInventories::CPutInventories(const STransferTools& tools, const std::string& directory,
-                                 const std::vector<STransferItem>& items)
-    : m_items(items), m_strRun(RunName()) {
+                                 const std::vector<STransferItem>& items, bool isPart)
+    : m_items(items), m_bPart(isPart), m_strRun(RunName()) {
   for (const STransferItem& item : items) {
     if (item.m_bFinal) continue;
     const std::string project = ProjectOfItem(item);
@@ -64,18 +64,18 @@ const std::vector<std::int64_t>* CPutInventories::Damage(const STransferItem& it
   return found == files.end() ? nullptr : &found->second;
 }
 
-std::size_t CPutInventories::CountOnlyThere() const {
-  std::map<std::string, std::size_t> both;
+std::size_t CPutInventories::CountOnlyThere(const CFilter& filter) const {
+  std::set<std::string> here;  // with their projects
+  for (const STransferItem& item : m_items)
+    here.insert(ProjectOfItem(item) + "/" + PathOfItem(item));
   std::size_t only = 0;
-  for (const STransferItem& item : m_items) {
-    const auto project = m_mapProjects.find(ProjectOfItem(item));
-    if (project != m_mapProjects.end() &&
-        project->second.m_server.Newest().Find(PathOfItem(item)) != nullptr) {
-      ++both[project->first];
-    }
-  }
   for (const auto& [name, project] : m_mapProjects) {
-    only += project.m_server.Newest().GetFiles().size() - both[name];
+    std::vector<std::string> paths;
+    for (const auto& [path, entry] : project.m_server.Newest().GetFiles()) paths.push_back(path);
+    const std::vector<bool> picked = filter.Pick(paths);
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+      if (picked[i] && !here.contains(name + "/" + paths[i])) ++only;
+    }
   }
   return only;
 }
@@ -156,17 +156,22 @@ void CPutInventories::WriteBetween(bool now) {
   m_llNextMs = end + std::max(kBetweenMs, kWritingShare * (end - start));
 }
 
-bool CPutInventories::IsAllDone(const std::string& project) const {
-  return std::all_of(m_items.begin(), m_items.end(), [&](const STransferItem& item) {
-    return item.m_bDone || ProjectOfItem(item) != project;
-  });
+// Of a part, what earlier puts have begun of the other files counts as well.
+bool CPutInventories::IsAllDone(const std::string& name, const SProject& project) const {
+  const CInventory::Files& files = project.m_mine.GetFiles();
+  return std::all_of(m_items.begin(), m_items.end(),
+                     [&](const STransferItem& item) {
+                       return item.m_bDone || ProjectOfItem(item) != name;
+                     }) &&
+         (!m_bPart || std::all_of(files.begin(), files.end(),
+                                  [](const auto& file) { return file.second.m_bDigest; }));
 }
 
 std::string CPutInventories::WriteComplete() {
   if (m_pWays == nullptr) return "";
   EnterAll(true);
   for (auto& [name, project] : m_mapProjects) {
-    const bool all = IsAllDone(name);
+    const bool all = IsAllDone(name, project);
     if (all) {
       for (const auto& [path, entry] : project.m_mapByLength) {
         if (project.m_mine.Find(path) == nullptr) project.m_mine.Set(path, entry);

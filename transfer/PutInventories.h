@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "transfer/DamageNote.h"
+#include "transfer/Filter.h"
 #include "transfer/PutWay.h"
 #include "transfer/ServerInventory.h"
 
@@ -18,8 +19,9 @@ class CPutInventories {
  public:
   /// @param directory of all projects, as the server spells it
   /// @param items outlives this, and stays in its place
+  /// @param isPart of the projects other files are meant to be there
   CPutInventories(const STransferTools& tools, const std::string& directory,
-                  const std::vector<STransferItem>& items);
+                  const std::vector<STransferItem>& items, bool isPart);
 
   /// Reads the former ones, and what was noted of damage. Without it nothing
   /// is known. @return "" or why not, in words
@@ -32,8 +34,9 @@ class CPutInventories {
   /// it is not noted.
   const std::vector<std::int64_t>* Damage(const STransferItem& item) const;
 
-  /// How many files the projects have that are not among the items.
-  std::size_t CountOnlyThere() const;
+  /// How many files the projects have that the filter picks and that are not
+  /// among the items.
+  std::size_t CountOnlyThere(const CFilter& filter) const;
 
   /// Says what is going to be sent, before any of it is; nothing where nothing
   /// is. @param ways kept in view from then on
@@ -67,10 +70,11 @@ class CPutInventories {
   std::string EnterAll(bool ended);
   std::string WriteSending();
   int WriteEnd(const std::string& name, SProject& project, bool all);
-  bool IsAllDone(const std::string& project) const;
+  bool IsAllDone(const std::string& name, const SProject& project) const;
   std::string Written(SProject& project, int result);
 
   const std::vector<STransferItem>& m_items;
+  const bool m_bPart;
   std::map<std::string, SProject> m_mapProjects;
   std::string m_strRun;
   std::string m_strLastWritten;

@@ -1,4 +1,4 @@
-// The rate of a transfer.
+// The rate of a transfer, and its silence.
 
 #include "transfer/RateMeter.h"
 
@@ -20,4 +20,11 @@ double CRateMeter::Count(std::int64_t moved) {
   const auto& [since, before] = m_samples.front();
   if (now <= since || moved <= before) return 0;
   return static_cast<double>(moved - before) * 1000 / static_cast<double>(now - since);
+}
+
+std::int64_t CSilenceMeter::Count(std::int64_t signs) {
+  const std::int64_t now = System().SteadyMilliseconds();
+  if (signs != m_llSigns) m_llSinceMs = now;
+  m_llSigns = signs;
+  return now - m_llSinceMs;
 }

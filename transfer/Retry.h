@@ -17,6 +17,9 @@ class CRetry {
   ///         -1: there is to be none
   int Next(bool gained);
 
+  /// Only the seconds still count.
+  void ForgoTries() { m_nFailures = m_nTries; }
+
  private:
   const int m_nTries;
   const std::int64_t m_llPatienceMs;

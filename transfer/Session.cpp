@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <future>
-#include <thread>
+#include <utility>
 
 #include "net/IOCPBuffer.h"
 #include "net/NetWorkManageEx.h"
@@ -17,10 +17,10 @@
 #include "protocol/MessageCodes.h"
 #include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
+#include "transfer/WaitNotice.h"
 
 namespace {
 
-constexpr int kPatienceMs = 1500;  // a longer wait is explained
 constexpr int kMomentMs = 5;
 constexpr std::chrono::milliseconds kConfirmation(200);
 constexpr int kSizeWaitMs = 30000;
@@ -31,38 +31,32 @@ bool NamesRanges(const std::string& text) {
   return bar != std::string::npos && bar + 1 < text.size() && text[bar + 1] != '|';
 }
 
-/// Explains a wait that takes long.
-class CWaitNotice {
+}  // namespace
+
+/// A wait for an answer that may take the server long.
+class CSession::CAnswerWait {
  public:
-  CWaitNotice(ITransferObserver& observer, const std::string& text)
-      : m_thread([this, &observer, text] {
-          std::unique_lock lock(m_mutex);
-          if (System().Wait(m_changed, lock, kPatienceMs, [this] { return m_bOver; })) return;
-          observer.OnWaiting(text);
-        }) {}
-  CWaitNotice(const CWaitNotice&) = delete;
-  CWaitNotice& operator=(const CWaitNotice&) = delete;
-  ~CWaitNotice() {
-    {
-      const std::lock_guard guard(m_mutex);
-      m_bOver = true;
-    }
-    m_changed.notify_all();
-    m_thread.join();
-  }
+  CAnswerWait(CSession& session, const std::string& text)
+      : m_notice(
+            session.m_observer, text, session.TimeoutMs(0), [&session] { return session.Heard(); },
+            [&session] {
+              session.m_strNoLink = session.SilenceText();
+              session.m_pNetWork->CloseAllConnect();
+            }) {}
 
  private:
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  bool m_bOver = false;  // guarded by m_mutex
-  std::thread m_thread;
+  const CWaitNotice m_notice;
 };
-
-}  // namespace
 
 CSession::CSession(const SServerPlace& place, ITransferObserver& observer)
     : m_place(place), m_observer(observer) {
   m_pNetWork->SetLocalAddress(place.m_strBindAddress);
+  m_pNetWork->JudgeFirstBytes();
+  std::vector<SBandwidthStep> steps;
+  if (CBandwidth::Parse(place.m_strBandwidth, steps).empty()) {
+    m_pBandwidth = std::make_unique<CBandwidth>(std::move(steps));
+    SetRateLimit(m_pBandwidth.get());
+  }
   SetReadHook([this](std::size_t record, std::int64_t position, const char* data, int bytes) {
     OnFileRead(record, position, data, bytes);
   });
@@ -71,31 +65,6 @@ CSession::CSession(const SServerPlace& place, ITransferObserver& observer)
 // The worker uses members of this class.
 CSession::~CSession() {
   Abort();
-}
-
-int CSession::Open() {
-  {
-    const std::lock_guard guard(m_mutex);
-    m_setAnswered.clear();
-    m_setUnknown.clear();
-    m_bLostRanges = false;
-    m_bStopping = false;
-  }
-  {
-    const CWaitNotice notice(m_observer, "waiting for a connection to " + m_place.Text());
-    if (!Init(m_place.m_strLogDirectory) || !Connect(m_place.m_strHost, m_place.m_nPort)) {
-      return ERROR_CODE_CLIENT_CONNECT;
-    }
-  }
-  const CWaitNotice notice(m_observer, "waiting for " + m_place.Text() +
-                                           ": it first finishes what an earlier connection left "
-                                           "(usually up to 10 s)");
-  return WaitUntilServed();
-}
-
-int CSession::Reopen() {
-  Abort();
-  return Open();
 }
 
 // Asks once; not at all what the server has passed over before.
@@ -121,7 +90,7 @@ int CSession::AskDirectory(std::string& directory) {
 }
 
 int CSession::AskProjects(std::vector<Channel_Key_Value>& projects) {
-  const CWaitNotice notice(m_observer, "waiting for the list of projects");
+  const CAnswerWait wait(*this, "waiting for the list of projects");
   std::string xml;
   const int result = Request(NET_CTS_GETPRJLIST, [&] { return GetServerPrjList(xml); });
   if (result == RESULT_OK) Channel_Key_Value::ConvertXMLToValue(xml, projects);
@@ -129,7 +98,7 @@ int CSession::AskProjects(std::vector<Channel_Key_Value>& projects) {
 }
 
 int CSession::AskFiles(const std::string& project, std::vector<Channel_Key_Value>& files) {
-  const CWaitNotice notice(m_observer, "waiting for the list of files");
+  const CAnswerWait wait(*this, "waiting for the list of files");
   std::string xml;
   const int result =
       Request(NET_CTS_GETPRJFILELIST, [&] { return GetServerPrjFileList(project, xml); });
@@ -138,8 +107,9 @@ int CSession::AskFiles(const std::string& project, std::vector<Channel_Key_Value
 }
 
 int CSession::Delete(const std::string& project) {
-  const CWaitNotice notice(m_observer, "waiting for the server to delete the project");
-  return Request(NET_CTS_DELETEPRJ, [&] { return DeleteServerPrj(project); });
+  const CAnswerWait wait(*this, "waiting for the server to delete the project");
+  const int result = Request(NET_CTS_DELETEPRJ, [&] { return DeleteServerPrj(project); });
+  return result == RESULT_OK && WasDeleteRefused() ? kDeleteRefused : result;
 }
 
 int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes) {
@@ -167,7 +137,7 @@ int CSession::AskAllSizes(const std::vector<std::string>& names, std::vector<std
     const auto moved = [&] { return m_vecSizes.size() > before || !IsConnect(); };
     if (!sent || !IsConnect()) {
       result = ERROR_CODE_CLIENT_CONNECT;
-    } else if (!System().Wait(m_changed, lock, kSizeWaitMs, moved)) {
+    } else if (!System().Wait(m_changed, lock, TimeoutMs(kSizeWaitMs), moved)) {
       result = ERROR_CODE_WAIT_FILESIZE;
       m_evReply->ResetKQEvent();  // Leave is not to wait once more
     }
@@ -342,6 +312,7 @@ void CSession::ReleaseWaiting() {
 }
 
 bool CSession::ReleaseIOCPBuffer(CIOCPBuffer* p) {
+  m_llSigns += 1;
   if (p != nullptr && p->m_nBufSize == kSendBufferBytes) {
     const auto piece =
         DecodeBody<SFileData>(p->m_pBuf + kPackHeadBytes, p->m_nDataLen - kPackHeadBytes);

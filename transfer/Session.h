@@ -5,12 +5,15 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "client/KQFileTransServiceVisitor.h"
+#include "net/LinkFailure.h"
+#include "transfer/Bandwidth.h"
 #include "transfer/Digest.h"
 #include "transfer/ProjectClient.h"
 
@@ -48,8 +51,26 @@ class CSession : public CKQFileTransServiceVisitor {
 
   /// Connects and waits until the server answers.
   /// Blocks: 10 s for a connection, then as long as the server finishes what
-  ///         earlier links of this address have left, up to 2 minutes.
+  ///         earlier links of this address have left, up to 30 s; or the times
+  ///         that the place says.
   int Open();
+
+  /// A result in words; those of a connection that could not be had, or was
+  /// given up, say why that was.
+  std::string Describe(int result) const;
+
+  /// Of the last Open, when it failed: trying again soon is of no use.
+  bool IsHopeless() const { return m_bHopeless; }
+
+  /// Moves with every sign that the connection lives: something came, left, or
+  /// was read to be sent.
+  std::int64_t Heard() const;
+
+  /// So long may the server be silent; `usual` where the place says nothing.
+  int TimeoutMs(int usual) const;
+
+  /// What is told when it was silent for longer.
+  std::string SilenceText() const;
 
   /// Ends the transfer and the connection, if any, and opens a new one: after
   /// a request that timed out, late answers would satisfy the next ones.
@@ -172,6 +193,9 @@ class CSession : public CKQFileTransServiceVisitor {
   bool ReleaseIOCPBuffer(CIOCPBuffer* p) override;
 
  private:
+  class CAnswerWait;
+  void Explain(int result, int patienceMs, bool atOnce);
+  std::string WordsFor(ELinkFailure why, bool atOnce) const;
   void OnFileRead(std::size_t record, std::int64_t position, const char* data, int bytes);
   int AskLostInfoOnce(const std::string& name, SLostInfo& info);
   int PrepareFile(const std::string& name, bool whole);
@@ -189,9 +213,16 @@ class CSession : public CKQFileTransServiceVisitor {
   void ReleaseWaiting();
 
   const SServerPlace m_place;
+  std::unique_ptr<CBandwidth> m_pBandwidth;  // constant after construction; null: no limit
   ITransferObserver& m_observer;
   bool m_bStarted = false;                  // the using thread's; a worker was started
   CSharedWord<std::int64_t> m_llMoved = 0;  // word; counted on the network's threads
+  CSharedWord<std::int64_t> m_llSigns = 0;  // word; signs of life, of all threads
+
+  // The using thread's, or the notice's that it waits for.
+  std::string m_strNoLink;   // why there is none; "" when there is one, or for no reason here
+  bool m_bHopeless = false;  // the using thread's
+  bool m_bServed = false;    // the using thread's; a link was answered on
 
   std::int64_t m_llOwn = 0;               // the using thread's; sent, but no file data
   bool m_bDigests = false;                // the using thread's

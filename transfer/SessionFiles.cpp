@@ -85,7 +85,7 @@ int CSession::ReadFile(const std::string& name, DataSink sink, std::int64_t posi
   const std::string body = EncodeBody(SDownloadStart{position, name});
   int result = ERROR_CODE_CLIENT_CONNECT;
   if (SendMessage(NET_CTS_PREPARETRANS_FILE, body.data(), static_cast<int>(body.size()))) {
-    const bool silent = m_evReply->Wait(kAnswerWaitMs) == kWaitTimeout;
+    const bool silent = !AwaitReply(kAnswerWaitMs);
     result = Checked(silent ? ERROR_CODE_WAIT_SERVERRESPOND_DOWN : m_nErrorCode.Load());
   }
   if (result == RESULT_OK) result = WaitForData();
@@ -97,6 +97,7 @@ int CSession::ReadFile(const std::string& name, DataSink sink, std::int64_t posi
 // Once all is there that was wanted, the server is stopped; the end of the
 // file comes in any case.
 int CSession::WaitForData() {
+  const int silentSteps = TimeoutMs(kSilentSteps * kDataStepMs) / kDataStepMs;
   std::int64_t before = -1;
   bool stopped = false;
   for (int silent = 0;; ++silent) {
@@ -105,9 +106,10 @@ int CSession::WaitForData() {
     const bool connected = IsConnect();
     std::unique_lock lock(m_mutex);
     if (m_bSinkBroken || m_bSinkEnded) break;
-    if (!connected || silent >= kSilentSteps) return ERROR_CODE_DOWN_STALLED;
-    if (m_llSunk > before) silent = 0;
-    before = m_llSunk;
+    if (!connected || silent >= silentSteps) return ERROR_CODE_DOWN_STALLED;
+    const std::int64_t heard = Heard();
+    if (heard != before) silent = 0;
+    before = heard;
     if (stopped || m_llSunk < m_llSinkEnd) continue;
     stopped = true;
     lock.unlock();
@@ -249,6 +251,7 @@ CFileDigest CSession::TakeDigest(std::size_t record) {
 
 // What the server has already is read once, from the disk here.
 void CSession::OnFileRead(std::size_t record, std::int64_t position, const char* data, int bytes) {
+  m_llSigns += 1;
   if (record >= m_vecDigests.size()) return;
   CFileDigest& digest = m_vecDigests[record];
   if (position > digest.Counted()) {

@@ -154,7 +154,7 @@ bool CTransfer::EnsureLink() {
   m_observer.OnReconnecting();
   const int result = m_session.Reopen();
   m_bRenewLink = result != RESULT_OK;
-  m_strNoLink = m_bRenewLink ? DescribeResult(result) : "";
+  m_strNoLink = m_bRenewLink ? m_session.Describe(result) : "";
   if (m_bRenewLink) m_observer.OnNotConnected(result, m_strNoLink);
   return !m_bRenewLink;
 }
@@ -253,13 +253,19 @@ std::string CTransfer::WhyNotStarted(const Batch&, int code) {
 // Waits for the end. Returns the index of the last file that was begun.
 std::size_t CTransfer::Watch(const Batch& batch) {
   const std::int64_t movedBefore = m_session.BytesMoved();
+  const int limitMs = m_session.TimeoutMs(0);
   bool stopping = false;
+  m_silence.Reset();
   for (bool moving = true; moving;) {
     moving = m_session.IsMoving();
     ShowProgress(batch);
     if (moving && !stopping && m_cancel.IsCancelled()) {
       stopping = true;
       m_session.StopMoving();
+    }
+    if (moving && limitMs > 0 && m_shown.m_llSilentMs >= limitMs) {
+      m_observer.OnNotConnected(ERROR_CODE_CLIENT_CONNECT, m_session.SilenceText());
+      m_session.Abort();
     }
     if (moving) m_session.WaitWhileMoving();
   }
@@ -282,6 +288,7 @@ void CTransfer::ShowProgress(const Batch& batch) {
   m_shown.m_llFileDone = state.m_llFileDone;
   m_shown.m_llFileSize = batch[state.m_nRecord]->m_llSize;
   m_shown.m_dBytesPerSecond = m_rate.Count(m_shown.m_llMoved);
+  m_shown.m_llSilentMs = m_silence.Count(m_session.Heard());
   m_observer.OnProgress(m_shown);
 }
 

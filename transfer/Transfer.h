@@ -121,6 +121,7 @@ class CTransfer {
   STransferProgress m_behind;  // what is behind the batch that runs
   STransferProgress m_shown;   // what was told last
   CRateMeter m_rate;
+  CSilenceMeter m_silence;
   Batch m_vecEnded;                 // not yet looked at
   bool m_bRenewLink = false;        // late answers may be on the one that stands
   std::string m_strNoLink;          // why there is none

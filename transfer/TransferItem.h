@@ -39,6 +39,7 @@ struct STransferItem {
 
   bool m_bDone = false;   ///< whole on both sides, as far as can be known
   bool m_bFinal = false;  ///< failed such that trying again is of no use
+  bool m_bLater = false;  ///< not done because the file changes just now
   int m_nCode = 0;        ///< 1 when done; else of the last failure, 0 for none of the library's
   EReason m_eReason = EReason::kNone;  ///< of a put
   std::string m_strWhy;                ///< what failed last, in words; "" when nothing has yet

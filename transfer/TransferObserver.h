@@ -6,6 +6,8 @@
 
 #include "transfer/TransferItem.h"
 
+struct STransferResult;
+
 /// How far a put or get is. Nothing of it falls back while one runs.
 struct STransferProgress {
   std::int64_t m_llDone = 0;   ///< bytes that are at the other side, kept ones counted
@@ -17,6 +19,7 @@ struct STransferProgress {
   std::int64_t m_llFileDone = 0;  ///< of that one; begins anew with each file
   std::int64_t m_llFileSize = 0;  ///< of that one
   double m_dBytesPerSecond = 0;   ///< over the last seconds
+  std::int64_t m_llSilentMs = 0;  ///< so long nothing has come, left or been read here
 };
 
 /// Something that a put does not send, or that could not be looked into.
@@ -54,6 +57,10 @@ class ITransferObserver {
   /// An answer has been awaited for longer than a moment.
   /// @param why what for, in words
   virtual void OnWaiting(const std::string& /*why*/) {}
+
+  /// Of a Watch: a round has ended in which something was to be sent. One that
+  /// failed is tried again, and told each time.
+  virtual void OnRound(const STransferResult&) {}
 
   /// The connection is made again.
   virtual void OnReconnecting() {}

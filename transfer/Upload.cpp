@@ -64,11 +64,13 @@ void JudgeBySize(STransferItem& item, std::int64_t held) {
 }  // namespace
 
 CUpload::CUpload(const STransferTools& tools, const std::vector<STransferItem>& items,
-                 PutWays& ways, bool digests, std::function<void(bool)> between)
+                 PutWays& ways, bool digests, std::function<void(bool)> between,
+                 std::function<std::string(const std::string&)> whyLater)
     : CTransfer(tools),
       m_items(items),
       m_ways(ways),
       m_between(std::move(between)),
+      m_whyLater(std::move(whyLater)),
       m_bDigests(digests) {
   m_session.TakeDigests(digests);
   for (const auto& [item, way] : ways) {
@@ -147,6 +149,7 @@ void CUpload::TakeEntry(STransferItem& item) {
   const SPutWay& way = m_ways[&item];
   if (!why.empty() || !(entry.m_facts == way.m_facts)) {
     Judge(item, -1, why.empty() ? kChangedMeanwhile : why);
+    item.m_bLater = why.empty();
     MakeStale(item);
   } else if (way.m_pEntry != nullptr) {
     item.m_pEntry = way.m_pEntry;  // all of it has been read before
@@ -183,13 +186,23 @@ void CUpload::OpenFiles(Batch& batch) {
   CutTo(batch, kMostOpen);
   for (std::size_t i = 0; i < batch.size(); ++i) {
     m_vecOpen.push_back(std::make_unique<CKQFile>());
-    if (m_vecOpen.back()->KQOpen(batch[i]->m_strLocal, "rb")) {
-      TakeFacts(*batch[i]);
-      continue;
+    const bool opened = m_vecOpen.back()->KQOpen(batch[i]->m_strLocal, "rb");
+    if (opened) TakeFacts(*batch[i]);
+    const std::string later = m_whyLater ? m_whyLater(batch[i]->m_strLocal) : "";
+    if (opened && later.empty()) continue;
+    if (i == 0 && !later.empty()) {
+      LeaveForLater(*batch[0], later);
+    } else if (i == 0) {
+      Fail(*batch[0], ERROR_CODE_CLIENT_OPENFILE);
     }
-    if (i == 0) Fail(*batch[0], ERROR_CODE_CLIENT_OPENFILE);
-    CutTo(batch, i);
+    return CutTo(batch, i);
   }
+}
+
+void CUpload::LeaveForLater(STransferItem& item, const std::string& why) {
+  Judge(item, -1, why);
+  item.m_bLater = true;
+  item.m_bFinal = true;
 }
 
 // A file that is another than it was planned, or than it was in an earlier

@@ -23,8 +23,10 @@ class CUpload : public CTransfer {
   ///                say has to be written down now
   /// @param digests of every file that is sent; it then counts as done only
   ///                when it did not change meanwhile
+  /// @param whyLater as in SPutRequest; what it leaves is not sent
   CUpload(const STransferTools& tools, const std::vector<STransferItem>& items, PutWays& ways,
-          bool digests, std::function<void(bool now)> between);
+          bool digests, std::function<void(bool now)> between,
+          std::function<std::string(const std::string& path)> whyLater);
 
   /// The file that was sent last; "" when none was.
   const std::string& LastSent() const { return m_strLastSent; }
@@ -42,6 +44,7 @@ class CUpload : public CTransfer {
 
  private:
   void OpenFiles(Batch& batch);
+  static void LeaveForLater(STransferItem& item, const std::string& why);
   void TakeFacts(const STransferItem& item);
   void MakeStale(const STransferItem& item);
   int EmptyStale(const Batch& batch);
@@ -56,8 +59,9 @@ class CUpload : public CTransfer {
   const std::vector<STransferItem>& m_items;
   PutWays& m_ways;
   const std::function<void(bool)> m_between;
-  std::vector<std::unique_ptr<CKQFile>> m_vecOpen;  // those of the batch
-  std::deque<SLostAnswer> m_answers;                // of its recordings
+  const std::function<std::string(const std::string&)> m_whyLater;  // may be empty
+  std::vector<std::unique_ptr<CKQFile>> m_vecOpen;                  // those of the batch
+  std::deque<SLostAnswer> m_answers;                                // of its recordings
   const bool m_bDigests;
   Batch m_started;                  // as the session counts records
   std::set<std::string> m_emptied;  // server names; sent whole in this run

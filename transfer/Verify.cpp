@@ -27,12 +27,6 @@ const char* const kNoInventory = "it has no whole inventory";
 const char* const kLeftOut = "not all of it could be looked into";
 const char* const kMeanwhile = "it was sent anew meanwhile; verify it again";
 
-std::string JoinForPeople(const std::vector<std::string>& components) {
-  std::string path;
-  for (const std::string& component : components) path += (path.empty() ? "" : "/") + component;
-  return path;
-}
-
 }  // namespace
 
 CVerification::CVerification(const STransferTools& tools, const SVerifyRequest& request,
@@ -79,7 +73,7 @@ int CVerification::Run(const std::string& directory) {
 
 void CVerification::CollectLocal() {
   if (m_request.m_strLocal.empty()) return;
-  CollectFiles(m_request.m_strLocal, m_local);
+  CollectFiles(m_request.m_strLocal, m_request.m_filter, m_local);
   for (const SLeftOut& left : m_local.m_vecLeftOut) {
     m_tools.m_observer.OnLeftOut(left);
     if (left.m_bProblem) ++m_result.m_nLeftOut;
@@ -87,13 +81,13 @@ void CVerification::CollectLocal() {
 }
 
 void CVerification::AddFiles(const SProjectTree& tree, const std::string& projectPath) {
-  for (const SProjectFile& file : tree.m_vecFiles) {
+  for (const SProjectFile& file : PickFiles(m_request.m_filter, tree.m_vecFiles)) {
     SFile& added = m_mapFiles[file.m_strName];
     added.m_strServer = file.m_strServer;
     added.m_pEntry = m_inventory.Find(file.m_strName);
   }
   for (const SLocalFile& file : m_local.m_vecFiles) {
-    SFile& added = m_mapFiles[JoinForPeople(file.m_vecComponents)];
+    SFile& added = m_mapFiles[PathBelow(file)];
     added.m_pLocal = &file;
     if (added.m_strServer.empty()) {
       added.m_strServer = projectPath + "\\" + JoinForServer(file.m_vecComponents);

@@ -117,16 +117,48 @@ bool ParseLocal(const std::string& text, in_addr& ip) {
   return text.empty() || inet_pton(AF_INET, text.c_str(), &ip) == 1;
 }
 
-bool Resolve(const std::string& host, in_addr& ip) {
-  if (inet_pton(AF_INET, host.c_str(), &ip) == 1) return true;
+// Returns what getaddrinfo does.
+int LookUp(const std::string& host, int family, in_addr& ip) {
   addrinfo hints{};
-  hints.ai_family = AF_INET;
+  hints.ai_family = family;
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
-  if (getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr) return false;
-  ip = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr;
+  const int result = getaddrinfo(host.c_str(), nullptr, &hints, &found);
+  if (result != 0) return result;
+  if (family == AF_INET) ip = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr;
   freeaddrinfo(found);
-  return true;
+  return 0;
+}
+
+ELinkFailure Resolve(const std::string& host, in_addr& ip) {
+  if (inet_pton(AF_INET, host.c_str(), &ip) == 1) return ELinkFailure::kNone;
+  const int result = LookUp(host, AF_INET, ip);
+  if (result == 0) return ELinkFailure::kNone;
+  if (result == EAI_AGAIN) return ELinkFailure::kNoNameService;
+  return LookUp(host, AF_INET6, ip) == 0 ? ELinkFailure::kOnlyIPv6 : ELinkFailure::kNoSuchName;
+}
+
+ELinkFailure FailureOf(int error) {
+  switch (error) {
+    case ECONNREFUSED:
+      return ELinkFailure::kRefused;
+    case ETIMEDOUT:
+      return ELinkFailure::kTimedOut;
+    case ENETUNREACH:
+    case EHOSTUNREACH:
+    case ENETDOWN:
+    case EHOSTDOWN:
+    case EACCES:  // a route that forbids it
+    case EPERM:   // a filter that does
+    case EINVAL:  // a route that swallows it, or none from the local address
+      return ELinkFailure::kUnreachable;
+    case EADDRNOTAVAIL:
+      return ELinkFailure::kLocalAddress;
+    case ECONNRESET:
+      return ELinkFailure::kEnded;
+    default:
+      return ELinkFailure::kOther;
+  }
 }
 
 class CPosixStream : public IStreamSocket {
@@ -189,6 +221,10 @@ class CPosixStream : public IStreamSocket {
     SetOption(m_socket.Get(), IPPROTO_TCP, TCP_KEEPIDLE, (idleMs + 999) / 1000);
     SetOption(m_socket.Get(), IPPROTO_TCP, TCP_KEEPINTVL, (intervalMs + 999) / 1000);
     SetOption(m_socket.Get(), IPPROTO_TCP, TCP_KEEPCNT, probes);
+  }
+
+  void SetReceiveBuffer(int bytes) override {
+    SetOption(m_socket.Get(), SOL_SOCKET, SO_RCVBUF, bytes);
   }
 
   unsigned int RemoteIP() const override { return m_nIP; }
@@ -270,12 +306,13 @@ class CPosixSockets : public ISocketSystem {
 
   std::unique_ptr<IStreamSocket> Connect(const std::string& host, int port,
                                          const std::string& localAddress, int timeoutMs,
-                                         const IWakeHandle& wake) override {
+                                         const IWakeHandle& wake, ELinkFailure& why) override {
     in_addr ip{};
     in_addr localIp{};
-    if (port <= 0 || port > 65535 || !ParseLocal(localAddress, localIp) || !Resolve(host, ip)) {
-      return nullptr;
-    }
+    why = ELinkFailure::kOther;
+    if (port <= 0 || port > 65535 || !ParseLocal(localAddress, localIp)) return nullptr;
+    if ((why = Resolve(host, ip)) != ELinkFailure::kNone) return nullptr;
+    why = ELinkFailure::kOther;
     std::unique_ptr<CPosixWake> streamWake = MakeValidWake();
     CDescriptor fd(MakeSocket());
     if (fd.Get() < 0 || streamWake == nullptr) return nullptr;
@@ -284,25 +321,30 @@ class CPosixSockets : public ISocketSystem {
       // servers without running out of ports (ip(7), IP_BIND_ADDRESS_NO_PORT).
       SetOption(fd.Get(), IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, 1);
       const sockaddr_in local = MakeAddress(localIp, 0);
-      if (bind(fd.Get(), AsGeneric(local), sizeof local) != 0) return nullptr;
+      if (bind(fd.Get(), AsGeneric(local), sizeof local) != 0) {
+        why = FailureOf(errno);
+        return nullptr;
+      }
     }
     const sockaddr_in remote = MakeAddress(ip, port);
-    if (!FinishConnect(fd.Get(), remote, timeoutMs, static_cast<const CPosixWake&>(wake).Get())) {
-      return nullptr;
-    }
+    why = FinishConnect(fd.Get(), remote, timeoutMs, static_cast<const CPosixWake&>(wake).Get());
+    if (why != ELinkFailure::kNone) return nullptr;
     return std::make_unique<CPosixStream>(fd.Release(), remote, std::move(streamWake));
   }
 
   std::unique_ptr<IWakeHandle> MakeWake() override { return std::make_unique<CPosixWake>(); }
 
  private:
-  static bool FinishConnect(int fd, const sockaddr_in& remote, int timeoutMs, int wakeFd) {
-    if (connect(fd, AsGeneric(remote), sizeof remote) == 0) return true;
-    if (errno != EINPROGRESS && errno != EINTR) return false;
-    if (WaitFor(fd, POLLOUT, wakeFd, timeoutMs) != EWait::kReady) return false;
+  static ELinkFailure FinishConnect(int fd, const sockaddr_in& remote, int timeoutMs, int wakeFd) {
+    if (connect(fd, AsGeneric(remote), sizeof remote) == 0) return ELinkFailure::kNone;
+    if (errno != EINPROGRESS && errno != EINTR) return FailureOf(errno);
+    const EWait waited = WaitFor(fd, POLLOUT, wakeFd, timeoutMs);
+    if (waited == EWait::kTimeout) return ELinkFailure::kTimedOut;
+    if (waited == EWait::kWoken) return ELinkFailure::kOther;
     int error = 0;
     socklen_t size = sizeof error;
-    return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+    getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
+    return error == 0 ? ELinkFailure::kNone : FailureOf(error);
   }
 };
 

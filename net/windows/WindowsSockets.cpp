@@ -118,16 +118,47 @@ bool ParseLocal(const std::string& text, in_addr& ip) {
   return text.empty() || inet_pton(AF_INET, text.c_str(), &ip) == 1;
 }
 
-bool Resolve(const std::string& host, in_addr& ip) {
-  if (inet_pton(AF_INET, host.c_str(), &ip) == 1) return true;
+// Returns what getaddrinfo does.
+int LookUp(const std::string& host, int family, in_addr& ip) {
   addrinfo hints{};
-  hints.ai_family = AF_INET;
+  hints.ai_family = family;
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
-  if (getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr) return false;
-  ip = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr;
+  const int result = getaddrinfo(host.c_str(), nullptr, &hints, &found);
+  if (result != 0) return result;
+  if (family == AF_INET) ip = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr;
   freeaddrinfo(found);
-  return true;
+  return 0;
+}
+
+ELinkFailure Resolve(const std::string& host, in_addr& ip) {
+  if (inet_pton(AF_INET, host.c_str(), &ip) == 1) return ELinkFailure::kNone;
+  const int result = LookUp(host, AF_INET, ip);
+  if (result == 0) return ELinkFailure::kNone;
+  if (result == WSATRY_AGAIN) return ELinkFailure::kNoNameService;
+  return LookUp(host, AF_INET6, ip) == 0 ? ELinkFailure::kOnlyIPv6 : ELinkFailure::kNoSuchName;
+}
+
+ELinkFailure FailureOf(int error) {
+  switch (error) {
+    case WSAECONNREFUSED:
+      return ELinkFailure::kRefused;
+    case WSAETIMEDOUT:
+      return ELinkFailure::kTimedOut;
+    case WSAENETUNREACH:
+    case WSAEHOSTUNREACH:
+    case WSAENETDOWN:
+    case WSAEHOSTDOWN:
+    case WSAEACCES:  // a filter that forbids it
+    case WSAEINVAL:  // no route from the local address
+      return ELinkFailure::kUnreachable;
+    case WSAEADDRNOTAVAIL:
+      return ELinkFailure::kLocalAddress;
+    case WSAECONNRESET:
+      return ELinkFailure::kEnded;
+    default:
+      return ELinkFailure::kOther;
+  }
 }
 
 class CWindowsStream : public IStreamSocket {
@@ -185,6 +216,10 @@ class CWindowsStream : public IStreamSocket {
     DWORD ignored = 0;
     WSAIoctl(m_socket.Get(), SIO_KEEPALIVE_VALS, &values, sizeof values, nullptr, 0, &ignored,
              nullptr, nullptr);
+  }
+
+  void SetReceiveBuffer(int bytes) override {
+    SetOption(m_socket.Get(), SOL_SOCKET, SO_RCVBUF, bytes);
   }
 
   unsigned int RemoteIP() const override { return m_nIP; }
@@ -268,38 +303,44 @@ class CWindowsSockets : public ISocketSystem {
 
   std::unique_ptr<IStreamSocket> Connect(const std::string& host, int port,
                                          const std::string& localAddress, int timeoutMs,
-                                         const IWakeHandle& wake) override {
+                                         const IWakeHandle& wake, ELinkFailure& why) override {
     in_addr ip{};
     in_addr localIp{};
-    if (port <= 0 || port > 65535 || !ParseLocal(localAddress, localIp) || !Resolve(host, ip)) {
-      return nullptr;
-    }
+    why = ELinkFailure::kOther;
+    if (port <= 0 || port > 65535 || !ParseLocal(localAddress, localIp)) return nullptr;
+    if ((why = Resolve(host, ip)) != ELinkFailure::kNone) return nullptr;
+    why = ELinkFailure::kOther;
     std::unique_ptr<CWindowsWake> streamWake = MakeValidWake();
     CSocket socket(MakeSocket(SOCK_STREAM));
     if (!socket.IsOpen() || streamWake == nullptr) return nullptr;
     if (!localAddress.empty()) {
       const sockaddr_in local = MakeAddress(localIp, 0);
-      if (bind(socket.Get(), AsGeneric(local), sizeof local) != 0) return nullptr;
+      if (bind(socket.Get(), AsGeneric(local), sizeof local) != 0) {
+        why = FailureOf(WSAGetLastError());
+        return nullptr;
+      }
     }
     const sockaddr_in remote = MakeAddress(ip, port);
-    if (!FinishConnect(socket.Get(), remote, timeoutMs,
-                       static_cast<const CWindowsWake&>(wake).Get())) {
-      return nullptr;
-    }
+    why = FinishConnect(socket.Get(), remote, timeoutMs,
+                        static_cast<const CWindowsWake&>(wake).Get());
+    if (why != ELinkFailure::kNone) return nullptr;
     return std::make_unique<CWindowsStream>(socket.Release(), remote, std::move(streamWake));
   }
 
   std::unique_ptr<IWakeHandle> MakeWake() override { return std::make_unique<CWindowsWake>(); }
 
  private:
-  static bool FinishConnect(SOCKET socket, const sockaddr_in& remote, int timeoutMs, SOCKET wake) {
-    if (connect(socket, AsGeneric(remote), sizeof remote) == 0) return true;
-    if (WSAGetLastError() != WSAEWOULDBLOCK) return false;
-    if (WaitFor(socket, EFor::kWriting, wake, timeoutMs) != EWait::kReady) return false;
+  static ELinkFailure FinishConnect(SOCKET socket, const sockaddr_in& remote, int timeoutMs,
+                                    SOCKET wake) {
+    if (connect(socket, AsGeneric(remote), sizeof remote) == 0) return ELinkFailure::kNone;
+    if (const int code = WSAGetLastError(); code != WSAEWOULDBLOCK) return FailureOf(code);
+    const EWait waited = WaitFor(socket, EFor::kWriting, wake, timeoutMs);
+    if (waited == EWait::kTimeout) return ELinkFailure::kTimedOut;
+    if (waited == EWait::kWoken) return ELinkFailure::kOther;
     int error = 0;
     int size = sizeof error;
-    return getsockopt(socket, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size) == 0 &&
-           error == 0;
+    getsockopt(socket, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size);
+    return error == 0 ? ELinkFailure::kNone : FailureOf(error);
   }
 };
 

@@ -115,15 +115,17 @@ std::string ConfineProcess(const SConfinement& confinement) {
   SRuleset ruleset = KnownTo(version);
   if (confinement.m_bAbstractSockets) ruleset.m_ullScopes &= ~kAbstractSockets;
 
-  const std::uint64_t log = kReadFile | kWriteFile | kMakeFile;
-  std::uint64_t data = log | kReadDirectory | kMakeDirectory | kRemoveFile | kTruncate;
+  const std::uint64_t files = kReadFile | kWriteFile | kMakeFile;
+  const std::uint64_t log = confinement.m_bRemoveLogs ? kReadDirectory | kRemoveFile : files;
+  std::uint64_t data = files | kReadDirectory | kMakeDirectory | kRemoveFile | kTruncate;
   if (confinement.m_bRemoveDirectories) data |= kRemoveDirectory;
 
   const CDescriptor rules = MakeRuleset(ruleset);
   if (!rules.IsOpen()) return Why("Landlock takes no rules");
   for (const auto& [directory, rights] : {std::pair(confinement.m_strDataDirectory, data),
-                                          std::pair(confinement.m_strLogDirectory, log)}) {
-    if (!AllowBelow(rules, directory, rights & ruleset.m_ullFiles)) {
+                                          std::pair(confinement.m_strLogDirectory, log),
+                                          std::pair(confinement.m_strMoreLogDirectory, log)}) {
+    if (!directory.empty() && !AllowBelow(rules, directory, rights & ruleset.m_ullFiles)) {
       return Why("no Landlock rule for " + directory);
     }
   }

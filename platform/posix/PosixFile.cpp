@@ -1,7 +1,9 @@
 // Files on a POSIX system. Only regular files open; no open can hang. Linux
-// alone has the notes (extended attributes) and the early start of a flush.
+// alone has the notes (extended attributes), the early start of a flush and
+// leases.
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -159,6 +161,22 @@ ESystemError CPosixSystem::QueryFile(const std::string& path, SFileStatus& statu
   status.m_bDirectory = S_ISDIR(found.st_mode);
   if (status.m_bRegular) status.m_llSize = found.st_size;
   return ESystemError::kNone;
+}
+
+// A lease for reading is had only while nobody writes. It ends before anybody
+// has to wait for it; who asks for the file meanwhile makes the kernel send a
+// signal, which is one that does nothing.
+ESystemError CPosixSystem::QueryWriters(const std::string& path, bool& any) {
+  any = false;
+  std::string native;
+  if (!ToNativePath(path, native)) return ESystemError::kBadPath;
+  const CDescriptor fd = OpenDescriptor(AT_FDCWD, native.c_str(), O_RDONLY | O_NONBLOCK);
+  if (!fd.IsOpen() || fcntl(fd.Get(), F_SETSIG, SIGURG) != 0) return ToSystemError(errno);
+  if (fcntl(fd.Get(), F_SETLEASE, F_RDLCK) == 0) {
+    return LastError(fcntl(fd.Get(), F_SETLEASE, F_UNLCK) != 0);
+  }
+  any = errno == EAGAIN;
+  return LastError(!any);
 }
 
 ESystemError CPosixSystem::RemoveFile(const std::string& path) {

@@ -44,6 +44,7 @@ class CPosixSystem final : public ISystem {
   ESystemError OpenFile(const std::string& path, EOpenMode mode,
                         std::unique_ptr<ISystemFile>& file) override;
   ESystemError QueryFile(const std::string& path, SFileStatus& status) override;
+  ESystemError QueryWriters(const std::string& path, bool& any) override;
   ESystemError RemoveFile(const std::string& path) override;
   ESystemError RenameFile(const std::string& from, const std::string& to) override;
   ESystemError FollowLinks(const std::string& path, std::string& target) override;

@@ -46,7 +46,11 @@ void ForbidChildren() {
 }  // namespace
 
 std::string ConfineProcess(const SConfinement& confinement) {
-  const ESystemError error = KeepTo(confinement.m_strDataDirectory, confinement.m_strLogDirectory,
+  // No thread can have fewer rights than its process: one that removes logs goes
+  // by names that no peer has chosen.
+  if (confinement.m_bRemoveLogs) return "";
+  const ESystemError error = KeepTo({confinement.m_strDataDirectory, confinement.m_strLogDirectory,
+                                     confinement.m_strMoreLogDirectory},
                                     confinement.m_bRemoveDirectories);
   if (error != ESystemError::kNone) return "its directories cannot be opened";
   if (!DropPrivileges()) {

@@ -274,6 +274,20 @@ ESystemError CWindowsSystem::QueryFile(const std::string& path, SFileStatus& sta
   return ESystemError::kNone;
 }
 
+// Who writes is in the way of an opening that lets nobody write.
+ESystemError CWindowsSystem::QueryWriters(const std::string& path, bool& any) {
+  any = false;
+  CPlace place;
+  CHandle handle;
+  ESystemError error = place.Find(path);
+  if (error == ESystemError::kNone) {
+    error =
+        place.Open(GENERIC_READ, OPEN_EXISTING, true, handle, FILE_SHARE_READ | FILE_SHARE_DELETE);
+  }
+  any = error == ESystemError::kBusy;
+  return any ? ESystemError::kNone : error;
+}
+
 ESystemError CWindowsSystem::RemoveFile(const std::string& path) {
   CPlace place;
   CHandle handle;

@@ -72,10 +72,11 @@ ESystemError AddRoot(const std::string& directory, SRoots& roots) {
 
 }  // namespace
 
-ESystemError KeepTo(const std::string& data, const std::string& log, bool removeDirectories) {
+ESystemError KeepTo(const std::vector<std::string>& directories, bool removeDirectories) {
   auto* const roots = new SRoots;  // as long as the process
   roots->m_bRemoveDirectories = removeDirectories;
-  for (const std::string& directory : {data, log}) {
+  for (const std::string& directory : directories) {
+    if (directory.empty()) continue;
     const ESystemError error = AddRoot(directory, *roots);
     if (error != ESystemError::kNone) return error;
   }

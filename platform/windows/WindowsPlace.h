@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "platform/windows/WindowsSystem.h"
 
@@ -33,9 +34,9 @@ class CPlace {
   CHandle m_held;  // open only in a confined process
 };
 
-/// From now on places are found in these directories only.
+/// From now on places are found in these directories only; "" names none.
 /// @return what failed
-ESystemError KeepTo(const std::string& data, const std::string& log, bool removeDirectories);
+ESystemError KeepTo(const std::vector<std::string>& directories, bool removeDirectories);
 
 /// Whether a confined process may remove directories.
 bool MayRemoveDirectories();

@@ -1,72 +1,122 @@
 // kqft-server: the library's server as a program and a system service.
 //
-// The main thread sets everything up, then only waits for a termination
-// request. What happens to the links is printed and logged by the library.
+// The main thread sets everything up, then only waits for requests, and tells
+// the service manager every few seconds what is going on. What happens to the
+// links is printed and logged by the library, what clients do by the access log.
 
+#include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
 #include <utility>
 
-#include "net/NetWorkManageEx.h"
 #include "platform/Confinement.h"
+#include "platform/PathBytes.h"
+#include "platform/TimeConvert.h"
 #include "platform/UserDirectories.h"
 #include "programs/Directories.h"
+#include "programs/DirectoryLock.h"
 #include "programs/ExitStatus.h"
 #include "programs/ProgramStart.h"
 #include "programs/ServiceNotify.h"
-#include "programs/Termination.h"
+#include "programs/ServiceRequests.h"
+#include "programs/kqft-server/AccessLog.h"
+#include "programs/kqft-server/DataServer.h"
 #include "programs/kqft-server/ServerOptions.h"
 #include "server/EndServer.h"
-#include "server/KQFileTransServiceServer.h"
 
 namespace {
 
 // A session that has stored data lets the server's Stop wait 5 s. Everything
 // received is in its file by then, so the process may end before.
-constexpr int kStopBoundMs = 1500;
+constexpr int kStopBoundMs = 1300;
+constexpr int kLastLinesMs = 200;
+constexpr int kStatusMs = 5000;
 
-/// The library's server, told where and to whom to listen.
-class CServer : public CKQFileTransServiceServer {
- public:
-  void ListenOn(const std::string& address) { m_pPrimaryNetWork->SetLocalAddress(address); }
-  void Admit(const std::vector<CAddressRange>& peers) { m_pPrimaryNetWork->SetAllowedPeers(peers); }
-  int ListenPort() const { return m_pPrimaryNetWork->GetListenPort(); }
-};
+const char kOutputStream[] = "-";
 
 int Fail(const std::string& message) {
   std::cerr << "kqft-server: " + message + "\n";
   return kExitFailed;
 }
 
+// "" when there is none: then it goes on without logs, and says so.
 std::string ChooseLogDirectory(const SServerOptions& options) {
-  if (!options.m_strLogDirectory.empty()) return options.m_strLogDirectory;
+  const std::string& named = options.m_strLogDirectory;
+  if (!named.empty()) {
+    const std::string why = WhyUnusable(named);
+    if (why.empty()) return named;
+    std::cerr << "kqft-server: no log files: log directory " + named + ": " + why + "\n";
+    return "";
+  }
   const std::string state = UserStateDirectory();
-  return FirstUsableDirectory({EnvironmentWord("LOGS_DIRECTORY"), SystemLogDirectory(),
-                               state.empty() ? "" : state + "/kqft"});
+  std::string found = FirstUsableDirectory({EnvironmentWord("LOGS_DIRECTORY"), SystemLogDirectory(),
+                                            state.empty() ? "" : state + "/kqft"});
+  if (found.empty()) {
+    std::cerr << "kqft-server: no log files: no directory for them; name one with --log-dir\n";
+  }
+  return found;
+}
+
+bool IsFile(const std::string& accessLog) {
+  return !accessLog.empty() && accessLog != kOutputStream;
 }
 
 // Before the first thread of the process, which would stay free.
 std::string Confine(const SServerOptions& options, const std::string& logDirectory) {
   SConfinement confinement;
   confinement.m_strDataDirectory = DirectoryForLibrary(options.m_strDirectory);
-  confinement.m_strLogDirectory = DirectoryForLibrary(logDirectory);
+  if (!logDirectory.empty()) confinement.m_strLogDirectory = DirectoryForLibrary(logDirectory);
+  if (IsFile(options.m_strAccessLog)) {
+    const std::filesystem::path place = PathOf(options.m_strAccessLog).parent_path();
+    confinement.m_strMoreLogDirectory = DirectoryForLibrary(place.empty() ? "." : BytesOf(place));
+  }
   confinement.m_bRemoveDirectories = !options.m_bNoDelete;
   confinement.m_nListenPort = options.m_nPort;
   confinement.m_bAbstractSockets = EnvironmentWord("NOTIFY_SOCKET").starts_with('@');
   return ConfineProcess(confinement);
 }
 
-int Serve(const SServerOptions& options, const std::string& logDirectory) {
-  auto server = std::make_unique<CServer>();
-  server->SetPrjDir(DirectoryForLibrary(options.m_strDirectory));
-  server->SetPrjSuffix(options.m_strSuffix);
-  server->SetDurable(options.m_bDurable);
-  server->SetDeleting(!options.m_bNoDelete);
-  server->SetLog(DirectoryForLibrary(logDirectory), true);  // also reads the time zone
-  server->ListenOn(options.m_strListenAddress);
-  server->Admit(options.m_vecAllowed);
+// systemd counts in the time of the clock that this one shows.
+void TellReopened(CAccessLog* access) {
+  const auto now = std::chrono::duration_cast<std::chrono::microseconds>(
+      std::chrono::steady_clock::now().time_since_epoch());
+  NotifyServiceManager("RELOADING=1\nMONOTONIC_USEC=" + std::to_string(now.count()));
+  if (access != nullptr) access->Lines().Reopen();
+  NotifyServiceManager("READY=1");
+}
+
+void WaitForEnd(CDataServer& server, CAccessLog* access) {
+  const bool isAsked = !EnvironmentWord("NOTIFY_SOCKET").empty();
+  std::string told;
+  for (;;) {
+    switch (WaitForServiceRequest(kStatusMs)) {
+      case EServiceRequest::kEnd:
+        return;
+      case EServiceRequest::kReopen:
+        TellReopened(access);
+        break;
+      case EServiceRequest::kNone:
+        break;
+    }
+    if (!isAsked) continue;
+    const std::string status = server.Status();
+    if (status != told) NotifyServiceManager("STATUS=" + status);
+    told = status;
+  }
+}
+
+// The logs of sessions and server follow by themselves when they are moved.
+int Serve(const SServerOptions& options, const std::string& logDirectory,
+          const std::shared_ptr<CAccessLog>& access) {
+  const auto traffic = std::make_shared<CTraffic>();
+  auto server = std::make_unique<CDataServer>(options, access, traffic);
+  const bool logs = !logDirectory.empty();
+  server->SetLog(logs ? DirectoryForLibrary(logDirectory) : "", logs);
+  CTimeConvert::ConvertCurTimeToString();  // reads the time zone
+  if (logs) KeepServerLogsFresh(logDirectory, options.m_nLogDays, !options.m_bNoConfine);
   if (!options.m_bNoConfine) {
     const std::string why = Confine(options, logDirectory);
     if (!why.empty()) {
@@ -74,6 +124,7 @@ int Serve(const SServerOptions& options, const std::string& logDirectory) {
                   "; --no-confine starts it unconfined");
     }
   }
+  if (access && !access->Lines().Start()) return Fail("no thread for the access log");
   const std::string place = options.m_strListenAddress + ":";
   if (!server->Init(options.m_nPort)) {
     return Fail("cannot listen on " + place + std::to_string(options.m_nPort) +
@@ -83,13 +134,26 @@ int Serve(const SServerOptions& options, const std::string& logDirectory) {
                    (options.m_bNoConfine ? " (not confined)\n"
                                          : std::string(" (") + ConfinementWord() + ")\n");
   NotifyServiceManager("READY=1");
-  WaitForTermination();
+  WaitForEnd(*server, access.get());
   NotifyServiceManager("STOPPING=1");
-  if (!EndServer(std::move(server), kStopBoundMs)) {
+  const bool ended = EndServer(std::move(server), kStopBoundMs);
+  if (access) access->CutOff(*traffic);  // what the server has not come to
+  if (access) access->Lines().Close(kLastLinesMs);
+  if (!ended) {
     LeaveService();
     std::_Exit(kExitDone);
   }
   return kExitDone;
+}
+
+// Two servers would each take the other's uploads for their own.
+bool TakeDirectory(const std::string& directory) {
+  const EDirectoryLock lock = LockDirectory(directory);
+  if (lock == EDirectoryLock::kUnlocked) {
+    std::cerr << "kqft-server: " + directory +
+                     " cannot be locked here: nothing stops a second server in it\n";
+  }
+  return lock != EDirectoryLock::kTaken;
 }
 
 int Run(int argc, char** argv) {
@@ -97,17 +161,23 @@ int Run(int argc, char** argv) {
   int status = kExitDone;
   if (!ParseServerOptions(argc, argv, options, status)) return status;
   if (options.m_verify.m_bVerify) return VerifyProjects(options.m_strDirectory, options.m_verify);
-  HoldTermination();
+  HoldServiceRequests();
 
   if (const std::string why = WhyUnusable(options.m_strDirectory); !why.empty()) {
     return Fail("project directory " + options.m_strDirectory + ": " + why);
   }
-  const std::string logDirectory = ChooseLogDirectory(options);
-  if (logDirectory.empty()) return Fail("no directory for logs: name one with --log-dir");
-  if (const std::string why = WhyUnusable(logDirectory); !why.empty()) {
-    return Fail("log directory " + logDirectory + ": " + why);
+  if (!TakeDirectory(options.m_strDirectory)) {
+    return Fail("project directory " + options.m_strDirectory + ": another server serves it");
   }
-  return Serve(options, logDirectory);
+  std::shared_ptr<CAccessLog> access;
+  if (!options.m_strAccessLog.empty()) {
+    access = std::make_shared<CAccessLog>(options.m_strAccessLog,
+                                          DirectoryForLibrary(options.m_strDirectory));
+    if (!access->Lines().Open()) {
+      return Fail("access log " + options.m_strAccessLog + ": cannot write to such a file");
+    }
+  }
+  return Serve(options, ChooseLogDirectory(options), access);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "programs/kqft-server/ServerOptions.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 
 #include "programs/ConfigFile.h"
@@ -11,6 +12,9 @@
 namespace {
 
 constexpr int kHighestPort = 65535;
+constexpr std::size_t kMostRateDigits = 6;
+constexpr int kSecondMs = 1000;
+constexpr int kMinuteMs = 60000;
 
 const char* const kDescription =
     "Keeps measurement projects for workstations: receives, lists, sends and deletes them.\n"
@@ -25,14 +29,28 @@ const char* const kFooter =
     "  kqft-server --dir /srv/projects --verify Run-42\n"
     "\n"
     "Once ready it says \"listening on ADDRESS:PORT (confined)\" on the error stream, or\n"
-    "\"(not confined)\". SIGTERM and Ctrl-C end it. A configuration file holds the same options, "
+    "\"(not confined)\". SIGTERM and Ctrl-C end it; SIGHUP makes it open its access log anew. A "
+    "configuration file holds the same options, "
     "one \"key = value\" a line.";
 
 /// What is read as text and understood afterwards.
 struct STexts {
   std::string m_strConfigFile;
+  std::string m_strNewLinks;
   std::vector<std::string> m_vecAllowed;
 };
+
+// "20/s", "100/min".
+void TakeRate(const std::string& text, SLinkLimits& limits) {
+  if (text.empty()) return;
+  const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+  const std::string unit = text.substr(digits);
+  if (digits == 0 || digits > kMostRateDigits || (unit != "/s" && unit != "/min")) {
+    throw CLI::ValidationError("--max-new-links", text + ": a rate such as 20/s or 100/min");
+  }
+  limits.m_nNew = std::stoi(text.substr(0, digits));
+  limits.m_nNewMs = unit == "/s" ? kSecondMs : kMinuteMs;
+}
 
 void TakeRanges(const std::vector<std::string>& texts, std::vector<CAddressRange>& ranges) {
   for (const std::string& text : texts) {
@@ -62,6 +80,21 @@ void AddVerifyOptions(CLI::App& app, SVerifyOptions& options) {
   }
 }
 
+void AddLimits(CLI::App& app, SServerOptions& options, STexts& texts) {
+  app.add_option("--max-links-per-address", options.m_limits.m_nPerAddress,
+                 "most connections from one address at a time; 0: no such limit")
+      ->type_name("N")
+      ->check(CLI::NonNegativeNumber);
+  app.add_option("--max-new-links", texts.m_strNewLinks,
+                 "most new connections from all addresses in a time, such as 20/s or 100/min")
+      ->type_name("RATE");
+  app.add_option("--min-free", options.m_llMinFree,
+                 "uploads leave so much of the disk free, such as 20G")
+      ->type_name("BYTES")
+      ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::NonNegativeNumber);
+}
+
 void AddOptions(CLI::App& app, SServerOptions& options, STexts& texts) {
   app.add_option("--dir", options.m_strDirectory, "directory that holds the projects (required)")
       ->type_name("DIR");
@@ -81,6 +114,14 @@ void AddOptions(CLI::App& app, SServerOptions& options, STexts& texts) {
                  "directory for log files (default: the service manager's, /var/log/kqft or "
                  "the user's own)")
       ->type_name("DIR");
+  app.add_option("--access-log", options.m_strAccessLog,
+                 "one JSON object a line of what clients do; \"-\": to the output stream")
+      ->type_name("FILE");
+  app.add_option("--log-keep", options.m_nLogDays,
+                 "remove log files after so many days; 0 keeps them")
+      ->type_name("DAYS")
+      ->check(CLI::Range(0, kMostLogDays))
+      ->capture_default_str();
   app.add_option("--allow", texts.m_vecAllowed,
                  "only peers with such an address may connect; repeat it for more ranges")
       ->type_name("CIDR")
@@ -91,6 +132,7 @@ void AddOptions(CLI::App& app, SServerOptions& options, STexts& texts) {
                "confirm a file only once it lies on the disk (default), or do not wait for it");
   app.add_flag("--no-confine", options.m_bNoConfine,
                "leave the process free to reach more than the two directories");
+  AddLimits(app, options, texts);
   AddVerifyOptions(app, options.m_verify);
   app.add_option("--config", texts.m_strConfigFile, "read options from a file")
       ->type_name("FILE")
@@ -112,6 +154,7 @@ bool ParseServerOptions(int argc, char** argv, SServerOptions& options, int& sta
   try {
     app.parse(argc, argv);
     if (!texts.m_strConfigFile.empty()) ApplyConfigFile(app, texts.m_strConfigFile);
+    TakeRate(texts.m_strNewLinks, options.m_limits);
     TakeRanges(texts.m_vecAllowed, options.m_vecAllowed);
     if (options.m_strDirectory.empty()) throw CLI::RequiredError("--dir");
   } catch (const CLI::ParseError& error) {

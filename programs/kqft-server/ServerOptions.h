@@ -1,9 +1,12 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "net/AddressRange.h"
+#include "net/LinkLimits.h"
+#include "programs/OldLogs.h"
 #include "programs/kqft-server/Verify.h"
 
 /// What the command line and the configuration file of kqft-server say.
@@ -14,6 +17,10 @@ struct SServerOptions {
   std::string m_strListenAddress = "0.0.0.0";
   int m_nPort = 9999;                       ///< 0: any free one
   std::vector<CAddressRange> m_vecAllowed;  ///< who may connect; empty: everyone
+  SLinkLimits m_limits;
+  std::string m_strAccessLog;    ///< "": none; "-": the output stream
+  std::int64_t m_llMinFree = 0;  ///< bytes that uploads leave free; 0: none
+  int m_nLogDays = kUsualLogDays;
   bool m_bNoConfine = false;
   bool m_bNoDelete = false;
   bool m_bDurable = true;

@@ -5,12 +5,14 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
+#include <iostream>
 #include <map>
 
 #include "platform/PathBytes.h"
 #include "programs/ConfigFile.h"
 #include "programs/Directories.h"
 #include "programs/ExitStatus.h"
+#include "programs/Suggestion.h"
 #include "programs/kqft/Commands.h"
 
 namespace {
@@ -20,6 +22,7 @@ constexpr int kMostRetries = 1000;
 constexpr int kMinute = 60;  // seconds
 constexpr int kHour = 60 * kMinute;
 constexpr int kLongestRetry = 1000 * kHour;
+constexpr int kLongestTimeout = 24 * kHour;
 
 const char* const kDescription =
     "Moves measurement projects between this machine and a data server.";
@@ -34,16 +37,37 @@ const char* const kFooter =
     "The server may also be named by KQFT_SERVER or in ~/.config/kqft.conf (server = HOST:PORT).\n"
     "Exit status: 0 all done, 1 something failed, 2 wrong use, 3 cannot connect, 130 Ctrl-C.";
 
-void AddGlobalOptions(CLI::App& app, SOptions& options, std::string& server, std::string& config) {
+const std::map<std::string, int> kTimeUnits = {{"s", 1}, {"m", kMinute}, {"h", kHour}};
+
+void AddConnectionOptions(CLI::App& app, SOptions& options, std::string& server) {
   app.add_option("--server", server, "the server; the port is 9999 unless given")
       ->type_name("HOST[:PORT]")
       ->envname("KQFT_SERVER");
   app.add_option("--bind", options.m_place.m_strBindAddress, "local address to connect from")
       ->type_name("ADDRESS")
       ->check(CLI::ValidIPV4);
+  app.add_option("--timeout", options.m_place.m_nTimeoutSeconds,
+                 "how long the server may be silent, as in 20, 5m (default: 10 to connect, 30 for "
+                 "the first answer)")
+      ->transform(CLI::AsNumberWithUnit(kTimeUnits))
+      ->check(CLI::Range(1, kLongestTimeout))
+      ->type_name("SECONDS");
+  app.add_option("--bwlimit", options.m_place.m_strBandwidth,
+                 "bytes a second, both ways together, as in 512k, 10M; or by a timetable, "
+                 "\"08:00,512k 19:00,off\"")
+      ->type_name("RATE")
+      ->expected(1);
+}
+
+void AddGlobalOptions(CLI::App& app, SOptions& options, std::string& config) {
   app.add_option("--log-dir", options.m_place.m_strLogDirectory,
                  "directory for log files (default: ~/.local/state/kqft)")
       ->type_name("DIR");
+  app.add_option("--log-keep", options.m_nLogDays,
+                 "remove log files after so many days; 0 keeps them")
+      ->type_name("DAYS")
+      ->check(CLI::Range(0, kMostLogDays))
+      ->capture_default_str();
   app.add_option("--retries", options.m_nRetries,
                  "how often in a row to try again without any progress")
       ->type_name("N")
@@ -51,8 +75,7 @@ void AddGlobalOptions(CLI::App& app, SOptions& options, std::string& server, std
       ->capture_default_str();
   app.add_option("--retry-for", options.m_nRetrySeconds,
                  "go on trying so long without any progress, as in 90s, 10m, 2h")
-      ->transform(
-          CLI::AsNumberWithUnit(std::map<std::string, int>{{"s", 1}, {"m", kMinute}, {"h", kHour}}))
+      ->transform(CLI::AsNumberWithUnit(kTimeUnits))
       ->check(CLI::Range(0, kLongestRetry))
       ->type_name("TIME");
   app.add_flag(
@@ -85,6 +108,32 @@ void ApplyConfig(CLI::App& app, const std::string& named) {
   }
 }
 
+// Of a word that is neither a command nor an option; "" when there is none.
+std::string WhatWasMeant(const CLI::App& app) {
+  const std::vector<std::string> left = app.remaining(true);
+  if (left.empty()) return "";
+  std::string word = left.front().substr(0, left.front().find('='));
+  const bool isOption = word.size() > 1 && word[0] == '-';
+  const std::vector<CLI::App*> chosen = app.get_subcommands();
+  if (!isOption && !chosen.empty()) return "";
+  std::vector<std::string> known;
+  if (isOption) {
+    std::vector<const CLI::Option*> options = app.get_options();
+    if (!chosen.empty()) {
+      const auto own = static_cast<const CLI::App*>(chosen.front())->get_options();
+      options.insert(options.end(), own.begin(), own.end());
+    }
+    for (const CLI::Option* option : options) {
+      if (!option->get_lnames().empty()) known.push_back("--" + option->get_lnames().front());
+    }
+  } else {
+    for (const SCommand& command : Commands()) known.emplace_back(command.m_pName);
+  }
+  const std::string near = Suggest(word, known);
+  return "'" + word + "' is no " + (isOption ? "option" : "command") +
+         (near.empty() ? "" : "; did you mean '" + near + "'?");
+}
+
 void Check(const CLI::App& app, SOptions& options, const std::string& server) {
   options.m_strCommand = app.get_subcommands().front()->get_name();
   if (server.empty()) {
@@ -92,6 +141,11 @@ void Check(const CLI::App& app, SOptions& options, const std::string& server) {
   }
   if (!ParseServer(server, options.m_place.m_strHost, options.m_place.m_nPort)) {
     throw CLI::ValidationError("--server: " + server + " is no HOST or HOST:PORT");
+  }
+  const std::string& bandwidth = options.m_place.m_strBandwidth;
+  if (const std::string why = CProjectClient::WhyNoBandwidth(bandwidth);
+      !bandwidth.empty() && !why.empty()) {
+    throw CLI::ValidationError("--bwlimit: " + why);
   }
   const bool needsProject = FindCommand(options.m_strCommand).m_bNeedsProject;
   if (!needsProject && options.m_strProject.empty()) return;
@@ -110,25 +164,32 @@ bool ParseOptions(int argc, char** argv, SOptions& options, int& status) {
   });
   std::string server;
   std::string config;
-  AddGlobalOptions(app, options, server, config);
+  AddConnectionOptions(app, options, server);
+  AddGlobalOptions(app, options, config);
   AddCommands(app, options);
   try {
     app.parse(argc, argv);
     ApplyConfig(app, config);
     Check(app, options, server);
   } catch (const CLI::ParseError& error) {
-    status = app.exit(error) == 0 ? kExitDone : kExitUsage;
+    const std::string meant = error.get_exit_code() == 0 ? "" : WhatWasMeant(app);
+    if (!meant.empty()) std::cerr << "kqft: " + meant + "\nTry \"kqft --help\".\n";
+    status = !meant.empty() || app.exit(error) != 0 ? kExitUsage : kExitDone;
     return false;
   }
   return true;
 }
 
 bool ParseServer(const std::string& text, std::string& host, int& port) {
-  const std::size_t colon = text.find(':');
-  host = text.substr(0, colon);
-  if (host.empty()) return false;
-  if (colon == std::string::npos) return true;
-  const std::string digits = text.substr(colon + 1);
+  // Brackets hold an address of IPv6; whoever connects tells that it is of no use.
+  const bool bracketed = text.starts_with('[');
+  const std::size_t end = std::min(text.find(bracketed ? ']' : ':'), text.size());
+  host = text.substr(bracketed ? 1 : 0, end - (bracketed ? 1 : 0));
+  const std::string rest = text.substr(std::min(end + (bracketed ? 1 : 0), text.size()));
+  if (host.empty() || (bracketed && end == text.size())) return false;
+  if (rest.empty()) return true;
+  if (rest.front() != ':') return false;
+  const std::string digits = rest.substr(1);
   if (digits.empty() || digits.size() > 5 ||
       !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; })) {
     return false;

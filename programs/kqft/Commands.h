@@ -11,6 +11,7 @@ class App;
 
 class COutput;
 class CProjectClient;
+struct SPutRequest;
 
 /// One command of kqft: all that the rest of the program knows of it.
 struct SCommand {
@@ -45,9 +46,25 @@ int RunGet(CProjectClient& client, COutput& output, const SOptions& options);
 void AddVerifyOptions(CLI::App& command, SOptions& options);
 std::string WhyNoVerify(const SOptions& options);
 int RunVerify(CProjectClient& client, COutput& output, const SOptions& options);
+void AddLsOptions(CLI::App& command, SOptions& options);
+std::string WhyNoLs(const SOptions& options);
+int RunLs(CProjectClient& client, COutput& output, const SOptions& options);
+void AddFilesOptions(CLI::App& command, SOptions& options);
+int RunFiles(CProjectClient& client, COutput& output, const SOptions& options);
 void AddRmOptions(CLI::App& command, SOptions& options);
 std::string WhyNoRm(const SOptions& options);
 int RunRm(CProjectClient& client, COutput& output, const SOptions& options);
+
+/// --exclude and its kin, for put, get and verify; --files-from for the first two.
+void AddFilterOptions(CLI::App& command, SOptions& options, bool names);
+
+/// Carries out put --watch, which makes its connections itself.
+/// @return the exit status
+std::string WhyNoWatch(const SOptions& options);
+int RunWatch(COutput& output, const SOptions& options);
+
+/// What a put is asked to do.
+SPutRequest MakePutRequest(const SOptions& options);
 
 /// Reports a question that got no answer. @return kExitFailed
 int FailQuestion(COutput& output, int result);

@@ -6,7 +6,7 @@
 #include "programs/kqft/Text.h"
 
 CConsoleObserver::CConsoleObserver(COutput& output, const std::string& command)
-    : m_output(output), m_progress(output, command) {}
+    : m_output(output), m_strCommand(command), m_progress(output, command) {}
 
 void CConsoleObserver::OnLeftOut(const SLeftOut& left) {
   if (left.m_bProblem) {
@@ -22,6 +22,8 @@ void CConsoleObserver::OnProgress(const STransferProgress& progress) {
 
 void CConsoleObserver::OnWaiting(const std::string& why) {
   m_output.Notice(Printable(why));
+  if (m_output.IsQuiet()) return;
+  m_output.Json(CJsonObject("waiting").Name("message", why).Text("command", m_strCommand));
 }
 
 void CConsoleObserver::OnReconnecting() {

@@ -19,10 +19,14 @@ class CConsoleObserver : public ITransferObserver {
   void OnNotConnected(int code, const std::string& why) override;
   void OnRetrying(std::size_t files, int pauseMs, const std::string& why) override;
 
+  /// Says how far it is; any thread.
+  void ShowNow() { m_progress.ShowNow(); }
+
   /// Takes the progress away.
   void End() { m_progress.End(); }
 
  private:
   COutput& m_output;
+  const std::string m_strCommand;
   CProgress m_progress;
 };

@@ -16,6 +16,10 @@ SGetRequest MakeRequest(const SOptions& options) {
   SGetRequest request;
   request.m_strProject = options.m_strProject;
   request.m_vecFiles = options.m_vecPaths;
+  request.m_vecFiles.insert(request.m_vecFiles.end(), options.m_vecNames.begin(),
+                            options.m_vecNames.end());
+  request.m_bOnlyFiles = options.m_bNames;
+  request.m_filter = options.m_filter;
   request.m_strInto = options.m_strInto;
   request.m_bPlanOnly = options.m_bDryRun;
   request.m_bInventory = !options.m_bNoInventory;
@@ -38,6 +42,7 @@ void AddGetOptions(CLI::App& command, SOptions& options) {
                    "compare files that are here by their bytes, too");
   command.add_flag("--overwrite", options.m_bOverwrite,
                    "do not keep files that are replaced as NAME~");
+  AddFilterOptions(command, options, true);
   command.add_flag("--no-inventory", options.m_bNoInventory,
                    "do not go by the inventory of the project");
 }
@@ -53,7 +58,7 @@ int RunGet(CProjectClient& client, COutput& output, const SOptions& options) {
     const CInterruptScope scope([&client] { client.Cancel(); });
     get = client.Get(MakeRequest(options));
   }
-  const bool all = options.m_vecPaths.empty() && get.m_nCode == RESULT_OK;
+  const bool all = options.m_vecPaths.empty() && !options.m_bNames && get.m_nCode == RESULT_OK;
   if (all && !get.m_strMayHide.empty()) {
     output.Notice(Printable(options.m_strProject) + ": " + get.m_strMayHide);
   }

@@ -1,4 +1,4 @@
-// Ctrl-C: one thread waits for requests to end and keeps count.
+// Ctrl-C and its like: one thread waits for requests and keeps count.
 
 #include "programs/kqft/Interrupt.h"
 
@@ -16,7 +16,9 @@ namespace {
 struct SInterrupts {
   std::mutex m_mutex;
   std::function<void()> m_onRequest;  // guarded by m_mutex; of the scope that is open
+  std::function<void()> m_onShow;     // guarded by m_mutex; as that
   int m_nStatus = 0;                  // guarded by m_mutex; exit status once a request came
+  bool m_bHurried = false;            // guarded by m_mutex; somebody asked who may ask twice
 };
 
 SInterrupts& Interrupts() {
@@ -24,15 +26,30 @@ SInterrupts& Interrupts() {
   return *interrupts;
 }
 
+int StatusFor(int request) {
+  if (request == kInterruptSignal) return kExitInterrupted;
+  return request == kHangUpSignal ? kExitHungUp : kExitTerminated;
+}
+
+void Obey(SInterrupts& state, int request) {
+  const bool hurries = request != kHangUpSignal;
+  if (!state.m_onRequest || (hurries && state.m_bHurried)) std::_Exit(StatusFor(request));
+  state.m_bHurried = state.m_bHurried || hurries;
+  if (state.m_nStatus != 0) return;
+  state.m_nStatus = StatusFor(request);
+  state.m_onRequest();
+}
+
 void Listen() {
   SInterrupts& state = Interrupts();
   while (true) {
-    const int status =
-        WaitForTermination() == kInterruptSignal ? kExitInterrupted : kExitTerminated;
+    const int request = WaitForTermination();
     const std::lock_guard guard(state.m_mutex);
-    if (!state.m_onRequest || state.m_nStatus != 0) std::_Exit(status);
-    state.m_nStatus = status;
-    state.m_onRequest();
+    if (request != kShowSignal) {
+      Obey(state, request);
+    } else if (state.m_onShow) {
+      state.m_onShow();
+    }
   }
 }
 
@@ -61,4 +78,14 @@ CInterruptScope::CInterruptScope(std::function<void()> onRequest) {
 CInterruptScope::~CInterruptScope() {
   const std::lock_guard guard(Interrupts().m_mutex);
   Interrupts().m_onRequest = nullptr;
+}
+
+CShowScope::CShowScope(std::function<void()> onShow) {
+  const std::lock_guard guard(Interrupts().m_mutex);
+  Interrupts().m_onShow = std::move(onShow);
+}
+
+CShowScope::~CShowScope() {
+  const std::lock_guard guard(Interrupts().m_mutex);
+  Interrupts().m_onShow = nullptr;
 }

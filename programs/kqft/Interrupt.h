@@ -2,9 +2,10 @@
 
 #include <functional>
 
-/// Ctrl-C and polite requests to end. Outside of a CInterruptScope they end
-/// the program at once; inside, the first one only asks, and a second one ends
-/// the program.
+/// Ctrl-C, polite requests to end and the end of the terminal. Outside of a
+/// CInterruptScope they end the program at once; inside, the first one only
+/// asks, and a second one ends the program. A terminal that goes hurries
+/// nobody: whoever ends a login sends that beside another request.
 ///
 /// Threads: Start once, in main; the queries from any thread.
 
@@ -14,7 +15,8 @@ void StartInterrupts();
 /// True once a request came while a scope was open.
 bool IsInterrupted();
 
-/// What the program should return: kExitInterrupted or kExitTerminated.
+/// What the program should return: kExitInterrupted, kExitTerminated or
+/// kExitHungUp.
 int InterruptedStatus();
 
 /// Work that wants to be ended with care.
@@ -26,4 +28,14 @@ class CInterruptScope {
   CInterruptScope(const CInterruptScope&) = delete;
   CInterruptScope& operator=(const CInterruptScope&) = delete;
   ~CInterruptScope();
+};
+
+/// While it lives, whoever asks how far the program is gets an answer.
+class CShowScope {
+ public:
+  /// @param onShow on a thread of its own, each time somebody asks
+  explicit CShowScope(std::function<void()> onShow);
+  CShowScope(const CShowScope&) = delete;
+  CShowScope& operator=(const CShowScope&) = delete;
+  ~CShowScope();
 };

@@ -22,15 +22,22 @@ namespace {
 
 constexpr std::size_t kLongestPurpose = 100;
 
-// "" when there is one to log into.
-std::string ChooseLogDirectory(SOptions& options) {
+// Without a directory for logs it goes on, and says so.
+void ChooseLogDirectory(SOptions& options, COutput& output) {
   std::string& directory = options.m_place.m_strLogDirectory;
   const std::string state = UserStateDirectory();
-  const bool isOurs = directory.empty();
-  directory = FirstUsableDirectory({isOurs && !state.empty() ? state + "/kqft" : directory});
-  if (directory.empty()) return "cannot write log files; name a directory with --log-dir";
-  directory = DirectoryForLibrary(directory);
-  return "";
+  if (directory.empty() && !state.empty()) directory = state + "/kqft";
+  const std::string usable = FirstUsableDirectory({directory});
+  options.m_place.m_bLogs = !usable.empty();
+  if (usable.empty()) {
+    output.Notice("no log files: " +
+                  (directory.empty() ? "no home directory to keep them in"
+                                     : "cannot write into " + Printable(directory)) +
+                  "; --log-dir names another directory");
+    return;
+  }
+  directory = DirectoryForLibrary(usable);
+  RemoveOldLogs(directory, ELogs::kClient, options.m_nLogDays);
 }
 
 // What others who wait for this call are told.
@@ -48,12 +55,11 @@ int ConnectAndRun(SOptions& options) {
     output.Error(why);
     return kExitUsage;
   }
-  if (const std::string why = ChooseLogDirectory(options); !why.empty()) {
-    output.Error(why);
-    return kExitFailed;
-  }
+  ChooseLogDirectory(options, output);
   options.m_place.m_strPurpose = Purpose(options);
+  if (options.m_bWatch) return RunWatch(output, options);
   CConsoleObserver observer(output, options.m_strCommand);
+  const CShowScope show([&observer] { observer.ShowNow(); });
   CProjectClient client(options.m_place, &observer);
   const int result = client.Connect(options.m_nRetries, options.m_nRetrySeconds);
   if (result == kServerTaken) {
@@ -61,8 +67,9 @@ int ConnectAndRun(SOptions& options) {
     return kExitFailed;
   }
   if (result != RESULT_OK) {
-    output.Error("cannot connect to " + options.m_place.Text() + ": " + DescribeResult(result),
-                 result);
+    output.Error(
+        "cannot connect to " + options.m_place.Text() + ": " + Printable(client.WhyNotConnected()),
+        result);
     return kExitNoConnection;
   }
   return command.m_pRun(client, output, options);
@@ -70,6 +77,7 @@ int ConnectAndRun(SOptions& options) {
 
 int Run(int argc, char** argv) {
   HoldTermination();
+  HoldMoreRequests();
   StartInterrupts();
   try {
     SOptions options;

@@ -31,6 +31,10 @@ void COutput::Notice(const std::string& text) {
   if (!m_bQuiet) Print(true, "kqft: " + text);
 }
 
+void COutput::Reply(const std::string& text) {
+  Print(true, "kqft: " + text);
+}
+
 void COutput::Error(const std::string& text, int code, const std::string& name) {
   std::string line = "kqft: ";
   if (!name.empty()) line += PrintableServerName(name) + ": ";

@@ -29,6 +29,9 @@ class COutput {
   /// A message, after the program's name; --quiet leaves it out.
   void Notice(const std::string& text);
 
+  /// What somebody has asked for just now, whatever the options say.
+  void Reply(const std::string& text);
+
   /// Something failed.
   /// @param code result of the library; 0 when it was none of its
   /// @param name the file or project that it is about; "" for none

@@ -15,6 +15,7 @@ namespace {
 constexpr int kRedrawIntervalMs = 100;
 constexpr int kJsonIntervalMs = 1000;
 constexpr int kLineIntervalMs = 5000;
+constexpr std::int64_t kSilentMs = 5000;
 constexpr std::size_t kBarWidth = 20;
 
 int ChooseIntervalMs(const COutput& output) {
@@ -56,6 +57,18 @@ CProgress::CProgress(COutput& output, std::string command)
 
 void CProgress::Show(const STransferProgress& progress) {
   const std::int64_t now = System().SteadyMilliseconds();
+  {
+    const std::lock_guard guard(m_mutex);
+    m_latest = progress;
+  }
+  const bool silent = progress.m_llSilentMs >= kSilentMs;
+  if (m_output.IsJson() && silent && !m_bSilent && !m_output.IsQuiet()) {
+    m_output.Json(CJsonObject("waiting")
+                      .Text("message", "waiting for the server")
+                      .Text("command", m_strCommand)
+                      .Number("seconds", progress.m_llSilentMs / 1000));
+  }
+  m_bSilent = silent;
   if (m_output.IsQuiet() || now < m_llNextMs) return;
   m_llNextMs = now + m_nIntervalMs;
   if (m_output.IsJson()) {
@@ -75,6 +88,16 @@ void CProgress::Show(const STransferProgress& progress) {
   }
 }
 
+void CProgress::ShowNow() {
+  STransferProgress latest;
+  {
+    const std::lock_guard guard(m_mutex);
+    latest = m_latest;
+  }
+  const bool begun = latest.m_nFilesTotal > 0;
+  m_output.Reply(begun ? ProgressLine(latest, 0) : m_strCommand + ": nothing has moved yet");
+}
+
 void CProgress::End() {
   m_output.Live("");
 }
@@ -86,7 +109,9 @@ std::string ProgressLine(const STransferProgress& progress, std::size_t width) {
   std::string line = Bar(fraction) +
                      std::string(5 - std::min<std::size_t>(percent.size(), 4), ' ') + percent +
                      "  " + FormatSize(progress.m_llDone) + " of " + FormatSize(progress.m_llTotal);
-  if (rate >= 1) {
+  if (progress.m_llSilentMs >= kSilentMs) {
+    line += "  waiting for the server (" + std::to_string(progress.m_llSilentMs / 1000) + " s)";
+  } else if (rate >= 1) {
     const auto left = static_cast<double>(progress.m_llTotal - progress.m_llDone) / rate;
     line += "  " + FormatSize(std::llround(rate)) + "/s  " +
             FormatDuration(std::llround(std::max(0.0, left))) + " left";

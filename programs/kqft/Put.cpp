@@ -10,7 +10,11 @@
 
 namespace {
 
-SPutRequest MakeRequest(const SOptions& options) {
+constexpr int kLongestSettle = 24 * 60 * 60;  // seconds
+
+}  // namespace
+
+SPutRequest MakePutRequest(const SOptions& options) {
   SPutRequest request;
   request.m_vecPaths = options.m_vecPaths;
   request.m_strProject = options.m_strProject;
@@ -21,10 +25,11 @@ SPutRequest MakeRequest(const SOptions& options) {
   request.m_nRetries = options.m_nRetries;
   request.m_nRetrySeconds = options.m_nRetrySeconds;
   request.m_bTakeOver = options.m_bTakeOver;
+  request.m_filter = options.m_filter;
+  request.m_vecFiles = options.m_vecNames;
+  request.m_bOnlyFiles = options.m_bNames;
   return request;
 }
-
-}  // namespace
 
 void AddPutOptions(CLI::App& command, SOptions& options) {
   command.add_option("PATH", options.m_vecPaths, "a directory becomes the project of its name")
@@ -37,12 +42,23 @@ void AddPutOptions(CLI::App& command, SOptions& options) {
   command.add_flag("--checksum", options.m_bChecksum,
                    "compare files with the inventory by their bytes, too");
   command.add_flag("--whole", options.m_bWhole, "send every file whole");
+  AddFilterOptions(command, options, true);
+  CLI::Option* const watch = command.add_flag(
+      "--watch", options.m_bWatch, "go on sending what comes into the directory, until stopped");
+  command
+      .add_option("--settle", options.m_nSettleSeconds,
+                  "with --watch: seconds that a file has to be left alone before it is sent")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1, kLongestSettle))
+      ->capture_default_str()
+      ->needs(watch);
   command.add_flag("--no-inventory", options.m_bNoInventory,
                    "neither go by the inventory of the project nor write it; for measuring");
 }
 
 std::string WhyNoPut(const SOptions& options) {
-  SPutRequest request = MakeRequest(options);
+  if (options.m_bWatch) return WhyNoWatch(options);
+  SPutRequest request = MakePutRequest(options);
   const std::string why = CProjectClient::WhyNoPut(request);
   request.m_strProject = "any";
   const bool isTheName = !why.empty() && CProjectClient::WhyNoPut(request).empty();
@@ -53,7 +69,7 @@ int RunPut(CProjectClient& client, COutput& output, const SOptions& options) {
   STransferResult put;
   {
     const CInterruptScope scope([&client] { client.Cancel(); });
-    put = client.Put(MakeRequest(options));
+    put = client.Put(MakePutRequest(options));
   }
   if (!put.m_strOther.empty()) put.m_strWhy += "; --take-over goes on";
   return ReportTransfer(output, options, put);

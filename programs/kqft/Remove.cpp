@@ -1,9 +1,11 @@
 // rm: deletes a project on the server.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 
 #include "programs/ExitStatus.h"
+#include "programs/Suggestion.h"
 #include "programs/Terminal.h"
 #include "programs/kqft/Commands.h"
 #include "programs/kqft/Output.h"
@@ -18,6 +20,26 @@ bool UserAgrees(const std::string& question) {
   std::string answer;
   std::getline(std::cin, answer);
   return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+// A project whose files the server does not list may be in its list of projects.
+// False once it was told that it is not.
+bool IsListed(CProjectClient& client, COutput& output, const std::string& project) {
+  std::vector<SProject> projects;
+  const int result = client.ListProjects(projects);
+  if (result != RESULT_OK) {
+    FailQuestion(output, result);
+    return false;
+  }
+  std::vector<std::string> names;
+  names.reserve(projects.size());
+  for (const SProject& listed : projects) names.push_back(listed.m_strName);
+  if (std::find(names.begin(), names.end(), project) != names.end()) return true;
+  const std::string near = Suggest(project, names);
+  output.Error("the server knows no project of this name" +
+                   (near.empty() ? "" : "; did you mean '" + Printable(near) + "'?"),
+               0, project);
+  return false;
 }
 
 }  // namespace
@@ -36,6 +58,7 @@ int RunRm(CProjectClient& client, COutput& output, const SOptions& options) {
   int result = client.ListFiles(options.m_strProject, files);
   if (result != RESULT_OK) return FailQuestion(output, result);
   const std::string shown = Printable(options.m_strProject);
+  if (files.empty() && !IsListed(client, output, options.m_strProject)) return kExitFailed;
   if (!options.m_bYes && !UserAgrees("Delete project " + shown + " (" + FormatFiles(files.size()) +
                                      " listed) on " + options.m_place.Text() + "?")) {
     output.Notice("nothing deleted");

@@ -59,6 +59,16 @@ std::string ReasonsText(const STransferResult& put) {
   return text;
 }
 
+// The same of a get, of which only this is known; and of either what its
+// filter left out.
+std::string RemarksText(const std::string& command, const STransferResult& result) {
+  std::string text = command == "put" ? ReasonsText(result) : "";
+  if (result.m_nFiltered > 0) {
+    text += (text.empty() ? "" : "; ") + FormatCount(result.m_nFiltered) + " left out";
+  }
+  return text;
+}
+
 struct SSum {
   std::size_t m_nLeft = 0;  // of all
   std::int64_t m_llLeft = 0;
@@ -85,12 +95,12 @@ int StatusOf(const STransferResult& result) {
   return IsInterrupted() ? InterruptedStatus() : kExitFailed;
 }
 
-void TellJson(COutput& output, const std::string& command, const STransferResult& result,
-              int status) {
+void TellJson(COutput& output, const char* type, const std::string& command,
+              const STransferResult& result, int status) {
   std::vector<CJsonObject> files;
   for (const STransferItem& item : result.m_vecItems) files.push_back(ItemObject(item));
   const SSum sum = SumUp(result);
-  CJsonObject object("summary");
+  CJsonObject object(type);
   object.Text("command", command).Text("result", WordFor(status)).Number("exit_status", status);
   if (!result.m_strProject.empty()) object.Name("project", result.m_strProject);
   std::vector<CJsonObject> unlisted;
@@ -98,6 +108,7 @@ void TellJson(COutput& output, const std::string& command, const STransferResult
     unlisted.push_back(CJsonObject().Name("name", project));
   }
   if (!unlisted.empty()) object.List("unlisted", unlisted);
+  object.Number("files_left_out", static_cast<std::int64_t>(result.m_nFiltered));
   if (command == "put") {
     object.Number("files_healed", static_cast<std::int64_t>(result.m_nFilesHealed))
         .Number("blocks_healed", static_cast<std::int64_t>(result.m_nBlocksHealed))
@@ -112,17 +123,9 @@ void TellJson(COutput& output, const std::string& command, const STransferResult
                   .List("files", files));
 }
 
-int ReportEnd(COutput& output, const std::string& command, const STransferResult& result) {
+void TellSum(COutput& output, const std::string& command, const STransferResult& result) {
   const SSum sum = SumUp(result);
-  const int status = StatusOf(result);
-  // After an interruption most files simply had no turn.
-  for (const STransferItem& item : result.m_vecItems) {
-    if (item.m_bDone || (result.m_bCancelled && !item.m_bFinal)) continue;
-    output.Error(WhyOf(item), item.m_nCode, item.m_strShown);
-  }
-  if (!result.m_strInventory.empty()) output.Error(result.m_strInventory);
-  const bool isPut = command == "put";
-  std::string text = isPut ? "sent " : "received ";
+  std::string text = command == "put" ? "sent " : "received ";
   const std::size_t done = sum.m_nDone - sum.m_nLeft;
   const std::size_t meant = result.m_vecItems.size() - sum.m_nLeft;
   if (done < meant) text += std::to_string(done) + " of ";
@@ -132,19 +135,31 @@ int ReportEnd(COutput& output, const std::string& command, const STransferResult
   }
   char took[32];
   std::snprintf(took, sizeof took, "%.1f s", result.m_dSeconds);
-  const std::string reasons = isPut ? ReasonsText(result) : "";
-  output.Tell(text + ", in " + took + (reasons.empty() ? "" : ": ") + reasons);
+  const std::string remarks = RemarksText(command, result);
+  output.Tell(text + ", in " + took + (remarks.empty() ? "" : ": ") + remarks);
+}
+
+int ReportEnd(COutput& output, const std::string& command, const STransferResult& result) {
+  const int status = StatusOf(result);
+  // After an interruption most files simply had no turn.
+  for (const STransferItem& item : result.m_vecItems) {
+    if (item.m_bDone || (result.m_bCancelled && !item.m_bFinal)) continue;
+    output.Error(WhyOf(item), item.m_nCode, item.m_strShown);
+  }
+  if (!result.m_strInventory.empty()) output.Error(result.m_strInventory);
+  TellSum(output, command, result);
   for (const std::string& project : result.m_vecUnlisted) {
     output.Notice(Printable(project) +
                   ": the server does not list it, since it shows projects by a file with a suffix "
                   "of its own (.kqsln unless it was told another); files and get know it by name");
   }
-  if (status == kExitInterrupted || status == kExitTerminated) {
-    output.Notice(
-        "interrupted; what has arrived is kept. Run the same command again to go on" +
-        std::string(isPut ? " (files that are no measurement files are sent whole again)" : ""));
+  if (IsInterrupted() && status == InterruptedStatus()) {
+    output.Notice("interrupted; what has arrived is kept. Run the same command again to go on" +
+                  std::string(command == "put"
+                                  ? " (files that are no measurement files are sent whole again)"
+                                  : ""));
   }
-  TellJson(output, command, result, status);
+  TellJson(output, "summary", command, result, status);
   return status;
 }
 
@@ -169,13 +184,14 @@ int ReportPlan(COutput& output, const std::string& command, const STransferResul
     if (!reason.empty()) object.Text("reason", reason);
   }
   const char* const verb = command == "put" ? "would send " : "would receive ";
-  const std::string reasons = ReasonsText(result);
+  const std::string remarks = RemarksText(command, result);
   output.Tell(verb + FormatFiles(files.size()) + ", " + FormatExactSize(total) +
-              (reasons.empty() ? "" : ": ") + reasons);
+              (remarks.empty() ? "" : ": ") + remarks);
   output.Json(CJsonObject("plan")
                   .Text("command", command)
                   .Number("files_total", static_cast<std::int64_t>(files.size()))
                   .Number("bytes_total", total)
+                  .Number("files_left_out", static_cast<std::int64_t>(result.m_nFiltered))
                   .List("files", files));
   return status;
 }
@@ -185,6 +201,11 @@ int ReportPlan(COutput& output, const std::string& command, const STransferResul
 const char* WordFor(int status) {
   if (status == kExitDone) return "done";
   return status == kExitFailed ? "failed" : "interrupted";
+}
+
+void ReportRound(COutput& output, const std::string& command, const STransferResult& round) {
+  TellSum(output, command, round);
+  TellJson(output, "round", command, round, StatusOf(round));
 }
 
 int ReportTransfer(COutput& output, const SOptions& options, const STransferResult& result) {

@@ -19,6 +19,7 @@ SVerifyRequest MakeRequest(const SOptions& options) {
   SVerifyRequest request;
   request.m_strProject = options.m_strProject;
   request.m_strLocal = options.m_strLocal;
+  request.m_filter = options.m_filter;
   request.m_nRetries = options.m_nRetries;
   request.m_nRetrySeconds = options.m_nRetrySeconds;
   return request;
@@ -33,6 +34,7 @@ int StatusOf(const SVerifyResult& verify) {
 
 void AddVerifyOptions(CLI::App& command, SOptions& options) {
   command.add_option("DIR", options.m_strLocal, "compare with this directory, too");
+  AddFilterOptions(command, options, false);
 }
 
 std::string WhyNoVerify(const SOptions& options) {

@@ -3,9 +3,9 @@
 
 #include "programs/Termination.h"
 
-#include <windows.h>
-
 #include <string>
+
+#include "programs/windows/Requests.h"
 
 namespace {
 
@@ -16,8 +16,10 @@ constexpr DWORD kPatienceMs = 20000;
 struct SRequests {
   HANDLE m_interrupt = nullptr;
   HANDLE m_terminate = nullptr;
+  HANDLE m_hangUp = nullptr;  // and the next: null until HoldMoreRequests
+  HANDLE m_show = nullptr;
 };
-SRequests g_requests;  // constant once HoldTermination has returned
+SRequests g_requests;  // constant once the two that hold them have returned
 
 BOOL WINAPI OnConsole(DWORD what) {
   switch (what) {
@@ -37,26 +39,42 @@ BOOL WINAPI OnConsole(DWORD what) {
   }
 }
 
-// Others of the same user ask by the name.
+}  // namespace
+
 HANDLE MakeRequest(const wchar_t* what) {
   const std::wstring name =
       std::wstring(L"Local\\kqft-") + what + L"-" + std::to_wstring(GetCurrentProcessId());
   return CreateEventW(nullptr, FALSE, FALSE, name.c_str());
 }
 
-}  // namespace
+HANDLE InterruptRequest() {
+  return g_requests.m_interrupt;
+}
+
+HANDLE TerminateRequest() {
+  return g_requests.m_terminate;
+}
 
 void HoldTermination() {
   if (g_requests.m_interrupt != nullptr) return;
-  g_requests = {MakeRequest(L"interrupt"), MakeRequest(L"terminate")};
+  g_requests.m_interrupt = MakeRequest(L"interrupt");
+  g_requests.m_terminate = MakeRequest(L"terminate");
   SetConsoleCtrlHandler(nullptr, FALSE);  // whoever started this may have switched Ctrl-C off
   SetConsoleCtrlHandler(&OnConsole, TRUE);
 }
 
+void HoldMoreRequests() {
+  g_requests.m_hangUp = MakeRequest(L"hangup");
+  g_requests.m_show = MakeRequest(L"show");
+}
+
 int WaitForTermination() {
-  const HANDLE requests[] = {g_requests.m_interrupt, g_requests.m_terminate};
-  const DWORD which = WaitForMultipleObjects(2, requests, FALSE, INFINITE);
-  return which == WAIT_OBJECT_0 ? kInterruptSignal : kTerminateSignal;
+  constexpr int kNumbers[] = {kInterruptSignal, kTerminateSignal, kHangUpSignal, kShowSignal};
+  const HANDLE requests[] = {g_requests.m_interrupt, g_requests.m_terminate, g_requests.m_hangUp,
+                             g_requests.m_show};
+  const DWORD held = g_requests.m_show == nullptr ? 2 : 4;
+  const DWORD which = WaitForMultipleObjects(held, requests, FALSE, INFINITE);
+  return which < held ? kNumbers[which] : kTerminateSignal;
 }
 
 void RequestTermination() {

@@ -68,7 +68,13 @@ TEST_F(ProgramTransfer, TreeGoesUpAndComesDownByteForByte) {
   EXPECT_TRUE(Holds(m_station.Run({"put", "-n", m_local / "P"})->Output(),
                     "would send 0 files, 0 bytes: 8 unchanged\n"));
   EXPECT_TRUE(Holds(m_station.Run({"ls"})->Output(), "\nP     3.2 MiB  2"));
-  EXPECT_TRUE(Holds(m_station.Run({"files", "P"})->Output(), "\nwith space/\xc3\xbc.txt\n"));
+  const std::string list = m_station.Run({"files", "P"})->Output();
+  EXPECT_TRUE(Holds(list, "\n      8 B  2009-02-1") && Holds(list, "00  P.kqsln\n")) << list;
+  EXPECT_TRUE(Holds(list, "  with space/\xc3\xbc.txt\n")) << list;
+  const std::string below = m_station.Run({"ls", "-l", "P/1/2/"})->Output();
+  EXPECT_TRUE(Holds(below, " 1/2/3/4/5/6/7/deep %41\n")) << below;
+  EXPECT_EQ(std::count(below.begin(), below.end(), '\n'), 2) << below;
+  EXPECT_EQ(m_station.Run({"ls", "P/1/2/9"})->Wait(), 1);
   EXPECT_EQ(m_station.Run({"dir"})->Output(), m_server.ProjectPath("") + "\n");
 
   const auto get = m_station.Run({"get", "P", "--into", fetched.Path()});
@@ -103,6 +109,9 @@ TEST_F(ProgramTransfer, TreeGoesUpAndComesDownByteForByte) {
 
   EXPECT_EQ(m_station.Start({"rm", "P"})->Wait(), 2);
   EXPECT_TRUE(fs::exists(m_server.ProjectPath("P")));
+  const auto unknown = m_station.Run({"rm", "--yes", "p"});
+  EXPECT_EQ(unknown->Wait(), 1);
+  EXPECT_EQ(unknown->Error(), "kqft: p: the server knows no project of this name\n");
   EXPECT_EQ(m_station.Start({"rm", "--yes", "P"})->Wait(), 0);
   EXPECT_FALSE(fs::exists(m_server.ProjectPath("P")));
 }

@@ -1,6 +1,7 @@
 // How the programs are called, what they refuse, and how they end.
 
 #include <algorithm>
+#include <cstring>
 
 #include "protocol/MessageCodes.h"
 #include "support/FakeServer.h"
@@ -28,10 +29,23 @@ TEST(ProgramUse, KqftTellsWrongUseFromAServerThatIsNotThere) {
                                  {"rm", "P"},
                                  {"--retries", "-1", "ls"},
                                  {"--retry-for", "9x", "ls"},
+                                 {"--timeout", "0", "ls"},
+                                 {"--bwlimit", "10X", "ls"},
+                                 {"--log-keep", "-1", "ls"},
                                  {"--server", "h:65536", "ls"},
                                  {"--server", "h:8x", "ls"}};
   for (const Arguments& wrong : wrongUses) {
     EXPECT_EQ(nobody.Start(wrong)->Wait(), 2) << (wrong.empty() ? "" : wrong.back());
+  }
+  const std::pair<Arguments, const char*> misspelt[] = {
+      {{"lst"}, "'lst' is no command; did you mean 'ls'?\n"},
+      {{"--jsno", "ls"}, "'--jsno' is no option; did you mean '--json'?\n"},
+      {{"put", "--wath=1", "."}, "'--wath' is no option; did you mean '--watch'?\n"},
+      {{"everything"}, "'everything' is no command\n"}};
+  for (const auto& [wrong, told] : misspelt) {
+    const auto program = nobody.Run(wrong);
+    EXPECT_EQ(program->Wait(), 2);
+    EXPECT_EQ(program->Error().substr(0, std::strlen(told) + 6), std::string("kqft: ") + told);
   }
   EXPECT_EQ(nobody.Start({"ls", "--retries", "0"})->Wait(), 3);
   EXPECT_EQ(nobody.Start({"--help"})->Wait(), 0);
@@ -44,6 +58,9 @@ TEST(ProgramUse, ConfigurationFileYieldsToTheCommandLine) {
   CTempDirectory directory;
   WriteWholeFile(directory / "bad.conf", "serverr = x\n");
   EXPECT_EQ(station.Start({"dir"})->Wait(), 0);
+  const auto noLogs = station.Run({"dir", "--log-dir", "/proc"});
+  EXPECT_EQ(noLogs->Error().find("kqft: no log files: cannot write into /proc"), 0U);
+  EXPECT_EQ(noLogs->Wait(), 0);
   EXPECT_EQ(station.Start({"--server", "127.0.0.1:1", "dir", "--retries", "0"})->Wait(), 3);
   for (const char* wrong : {"bad.conf", "missing.conf"}) {
     EXPECT_EQ(CProgram(KQFT_PROGRAM, {"--config", directory / wrong, "dir"}).Wait(), 2);
@@ -98,11 +115,16 @@ TEST(ProgramUse, ServerThatCannotServeSaysWhyInOneLine) {
   };
   for (const auto& program :
        {run(good / "nosuch", good.Path(), 0), run(good / "file", good.Path(), 0),
-        run("/proc", good.Path(), 0), run(good.Path(), good / "nosuch", 0),
-        run(good.Path(), "/proc", 0), run(good.Path(), good.Path(), running.Port())}) {
+        run("/proc", good.Path(), 0), run(good.Path(), good.Path(), running.Port()),
+        run(running.ProjectPath("."), good.Path(), 0)}) {
     EXPECT_EQ(program->Wait(), 1);
     EXPECT_EQ(Lines(program->Error()), 1) << program->Error();
   }
+  CProgram noLogs(KQFT_SERVER_PROGRAM, {"--dir", good.Path(), "--log-dir", good / "nosuch",
+                                        "--port", "0", "--listen", "127.0.0.1", "--no-confine"});
+  EXPECT_TRUE(WaitUntil([&] { return Lines(noLogs.Error()) == 2; }));
+  EXPECT_EQ(noLogs.Error().find("kqft-server: no log files: "), 0U) << noLogs.Error();
+  EXPECT_TRUE(noLogs.IsRunning());
   EXPECT_EQ(run(good.Path(), good.Path(), 65536)->Wait(), 2);
   EXPECT_EQ(CProgram(KQFT_SERVER_PROGRAM, {"--port", "0"}).Wait(), 2);
 }

@@ -99,8 +99,8 @@ class CScopedSockets::CPlanned final : public ISocketSystem {
   }
   std::unique_ptr<IStreamSocket> Connect(const std::string& host, int port,
                                          const std::string& localAddress, int timeoutMs,
-                                         const IWakeHandle& wake) override {
-    auto socket = NativeSockets().Connect(host, port, localAddress, timeoutMs, wake);
+                                         const IWakeHandle& wake, ELinkFailure& why) override {
+    auto socket = NativeSockets().Connect(host, port, localAddress, timeoutMs, wake, why);
     if (socket == nullptr) return nullptr;
     return std::make_unique<CPlannedSocket>(m_pState, std::move(socket));
   }

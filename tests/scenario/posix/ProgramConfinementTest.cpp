@@ -97,7 +97,8 @@ TEST(ProgramConfinement, NoRequestReadsMakesOrRemovesAnythingOutside) {
 
 TEST(ProgramConfinement, ConfinedServerDoesAllItIsThereFor) {
   if (!KernelConfines()) return;
-  CServerProgram server(Arguments{"--no-delete"});
+  const CTempDirectory audit;
+  CServerProgram server(Arguments{"--no-delete", "--access-log", audit / "log"});
   EXPECT_NE(server.Process().Error().find(" (confined)\n"), std::string::npos);
   const CWorkstation station(server.Port());
   CTempDirectory local;
@@ -109,12 +110,23 @@ TEST(ProgramConfinement, ConfinedServerDoesAllItIsThereFor) {
     EXPECT_EQ(station.Start({"put", local / "P"})->Wait(), 0);
   }
   EXPECT_NE(ReadWholeFile(server.ProjectPath("P/deep/Run.li")).find("=5,0\n"), std::string::npos);
-  EXPECT_EQ(station.Start({"rm", "--yes", "P"})->Wait(), 1);
+  const auto rm = station.Run({"rm", "--yes", "P"});
+  EXPECT_EQ(rm->Wait(), 1);
+  EXPECT_NE(rm->Error().find("refused: the server deletes no projects"), std::string::npos);
+  fs::rename(audit / "log", audit / "old");
+  server.Process().Signal(SIGHUP);
+  EXPECT_TRUE(WaitUntil([&] { return fs::exists(audit / "log"); }));
+  EXPECT_NE(ReadWholeFile(audit / "old").find("\"what\":\"delete\",\"why\":\"forbidden\""),
+            std::string::npos);
   EXPECT_EQ(station.Start({"get", "P", "--into", local / "back"})->Wait(), 0);
   EXPECT_EQ(ReadWholeFile(local / "back/P/P.kqsln"), "1");
   EXPECT_TRUE(ReadWholeFile(local / "back/P/deep/Run.tm") == PatternBytes(200000));
   server.Process().Signal(SIGTERM);
   EXPECT_EQ(server.Process().Wait(), 0) << server.Process().Error();
+  const std::string log = ReadWholeFile(audit / "log");
+  EXPECT_NE(log.find("\"project\":\"P\",\"name\":\"deep/Run.tm\",\"bytes\":200000,"),
+            std::string::npos);
+  EXPECT_EQ(log.back(), '\n');
 }
 
 TEST(ProgramConfinement, ServerThatCannotConfineItselfSaysHowToGoWithout) {

@@ -31,13 +31,19 @@ TEST(ProgramService, ServerTellsItsStateToServiceManagerAndOutputStream) {
   CServerProgram server;
   unsetenv("NOTIFY_SOCKET");
   EXPECT_EQ(next(), "READY=1");
+  server.Process().Signal(SIGHUP);
+  EXPECT_EQ(next().substr(0, 27), "RELOADING=1\nMONOTONIC_USEC=");
+  EXPECT_EQ(next(), "READY=1");
+  EXPECT_EQ(next().substr(0, 36), "STATUS=0 links, 0 transfers, 0 B/s, ");
   EXPECT_EQ(CWorkstation(server.Port()).Start({"ls"})->Wait(), 0);
   EXPECT_TRUE(WaitUntil([&] { return Lines(server.Process().Output()) == 2; }));
   EXPECT_EQ(server.Process().Output().substr(0, 21), "new client:127.0.0.2:");
   EXPECT_NE(server.Process().Output().find("\nclient disconnect:127.0.0.2:"), std::string::npos);
   EXPECT_EQ(ReadTree(server.LogPath()).rbegin()->first.substr(0, 18), "KQFileTransServer_");
   server.Process().Signal(SIGINT);
-  EXPECT_EQ(next(), "STOPPING=1");
+  std::string last = next();
+  while (last.substr(0, 7) == "STATUS=") last = next();
+  EXPECT_EQ(last, "STOPPING=1");
   EXPECT_EQ(server.Process().Wait(), 0);
   close(manager);
 }

@@ -28,8 +28,15 @@ std::intptr_t StartProcess(const std::string& path, const std::vector<std::strin
       std::find(arguments.begin(), arguments.end(), "--dir") == arguments.end() ||
       std::find(arguments.begin(), arguments.end(), "--no-confine") != arguments.end();
   setenv("LSAN_OPTIONS", reads ? "detect_leaks=1" : "detect_leaks=0", 1);
+  sigset_t usual;  // whoever started the tests may have wanted some ignored
+  sigfillset(&usual);
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setsigdefault(&attributes, &usual);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
   pid_t pid = -1;
-  const int failed = posix_spawn(&pid, path.c_str(), &files, nullptr, argv.data(), environ);
+  const int failed = posix_spawn(&pid, path.c_str(), &files, &attributes, argv.data(), environ);
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&files);
   EXPECT_EQ(failed, 0) << path;
   return failed == 0 ? pid : kNoProcess;

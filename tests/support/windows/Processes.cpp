@@ -74,6 +74,8 @@ void SignalProcess(std::intptr_t process, int number) {
   if (number == SIGSTOP || number == SIGCONT) SetSuspended(handle, number == SIGSTOP);
   if (number == SIGINT) Request(handle, L"interrupt");
   if (number == SIGTERM) Request(handle, L"terminate");
+  if (number == SIGHUP) Request(handle, L"hangup");
+  if (number == SIGUSR1) Request(handle, L"show");
 }
 
 bool HasProcessEnded(std::intptr_t process, int& status) {
