@@ -1,10 +1,10 @@
 #!/bin/sh
-# Builds and runs every test, in three builds: plain, with AddressSanitizer
-# and UndefinedBehaviorSanitizer, with ThreadSanitizer. Before that the form of
+# Builds and runs every test, in four builds: plain, with AddressSanitizer and
+# UndefinedBehaviorSanitizer, with ThreadSanitizer, for Windows under Wine. Before that the form of
 # the sources is checked, and what the plain build compiles is linted, where the
 # tools for it are installed.
 #
-#   ./test.sh              all three
+#   ./test.sh              all four
 #   ./test.sh dev tsan     only these
 #
 # Installs the Debian packages that are missing. Ends with one summary of
@@ -15,7 +15,10 @@ cd "$(dirname "$0")"
 
 require_packages g++ cmake ninja-build pkg-config libgtest-dev libcli11-dev libxxhash-dev clang libclang-rt-14-dev python3 xxhash
 
-[ $# -gt 0 ] || set -- dev asan tsan
+[ $# -gt 0 ] || set -- dev asan tsan windows
+case " $* " in
+*" windows "*) require_packages g++-mingw-w64-x86-64-posix googletest wine64 ;;
+esac
 jobs=$(($(nproc) * 2))
 
 # ThreadSanitizer needs a fixed address layout where the kernel scatters

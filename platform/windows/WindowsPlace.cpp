@@ -51,6 +51,24 @@ std::wstring RealPath(HANDLE handle) {
   return path;
 }
 
+// Below a root, the rest of a path as it was asked for and as it lies there, in
+// other letters. Names that differ so are several elsewhere: one file must not
+// stand for two of them.
+bool IsSpeltOtherwise(const std::wstring& asked, const std::wstring& real, const SRoots& roots) {
+  for (std::size_t i = 0; i < roots.m_vecReal.size(); ++i) {
+    for (const std::wstring* const root : {&roots.m_vecNamed[i], &roots.m_vecReal[i]}) {
+      if (!IsIn(asked, {*root}) || !IsIn(real, {roots.m_vecReal[i]})) continue;
+      const std::wstring askedRest = asked.substr(root->size());
+      const std::wstring realRest = real.substr(roots.m_vecReal[i].size());
+      if (askedRest.size() == realRest.size() && askedRest != realRest &&
+          IsSame(askedRest.data(), realRest.data(), realRest.size())) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
 // Such that it cannot be moved away, nor anything above it.
 CHandle OpenToHold(const std::wstring& directory) {
   return CHandle(CreateFileW(directory.c_str(), FILE_READ_ATTRIBUTES | FILE_LIST_DIRECTORY,
@@ -117,13 +135,17 @@ ESystemError CPlace::Hold() {
   if (!m_held.IsOpen()) return ToSystemError(GetLastError());
   const std::wstring real = RealPath(m_held.Get());
   if (!IsIn(real, roots.m_vecReal)) return ESystemError::kAccess;
+  if (IsSpeltOtherwise(isRoot ? m_strPath : m_strPath.substr(0, slash), real, roots)) {
+    return ESystemError::kNotFound;
+  }
   m_strPath = isRoot ? real : real + m_strPath.substr(slash);
   return ESystemError::kNone;
 }
 
 ESystemError CPlace::Open(DWORD access, DWORD disposition, bool follow, CHandle& handle,
                           DWORD share) const {
-  const bool looksFirst = follow && g_pRoots.load() != nullptr;
+  const SRoots* const roots = g_pRoots;
+  const bool looksFirst = follow && roots != nullptr;
   const auto open = [&](DWORD way, DWORD flags) {
     return CHandle(CreateFileW(m_strPath.c_str(), access, share, nullptr, way,
                                FILE_ATTRIBUTE_NORMAL | FILE_FLAG_BACKUP_SEMANTICS | flags,
@@ -131,6 +153,10 @@ ESystemError CPlace::Open(DWORD access, DWORD disposition, bool follow, CHandle&
   };
   handle = open(disposition, follow && !looksFirst ? 0 : FILE_FLAG_OPEN_REPARSE_POINT);
   if (!handle.IsOpen()) return ToSystemError(GetLastError());
+  if (roots != nullptr && IsSpeltOtherwise(m_strPath, RealPath(handle.Get()), *roots)) {
+    handle = CHandle();
+    return disposition == OPEN_EXISTING ? ESystemError::kNotFound : ESystemError::kExists;
+  }
   if (!looksFirst) return ESystemError::kNone;
   BY_HANDLE_FILE_INFORMATION found = {};
   if (GetFileInformationByHandle(handle.Get(), &found) == 0) return ToSystemError(GetLastError());

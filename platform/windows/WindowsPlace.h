@@ -11,7 +11,7 @@
 /// found, by where they really lie: the directory of the name is opened and
 /// asked for its own path. While the place lives, that one stays open such
 /// that neither it nor any above it can be moved or replaced, so that system
-/// calls may go by the path.
+/// calls may go by the path. What lies there in other letters is not there.
 class CPlace {
  public:
   /// @return kBadPath, see ToNativePath; kAccess outside of the directories

@@ -158,6 +158,7 @@ void Check(const CLI::App& app, SOptions& options, const std::string& server) {
 
 bool ParseOptions(int argc, char** argv, SOptions& options, int& status) {
   CLI::App app(kDescription, "kqft");
+  app.allow_windows_style_options(false);  // "/a" is a path everywhere
   app.footer(kFooter);
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
     return std::string("kqft: ") + error.what() + "\nTry \"kqft --help\".\n";

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <set>
 
-#include "support/Links.h"
+#include "support/HostFiles.h"
 #include "support/TestSystem.h"
 
 namespace fs = std::filesystem;

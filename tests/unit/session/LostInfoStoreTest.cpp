@@ -5,7 +5,7 @@
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "support/FakeTransNet.h"
-#include "support/Links.h"
+#include "support/HostFiles.h"
 
 namespace {
 
