@@ -30,7 +30,8 @@ for file in bin/kqft.exe bin/kqft-server.exe bin/KQFileTransService.dll bin/libk
 done
 
 "$compiler" -std=c++17 -static -I"$there/include/KQFileTransService" \
-  "$there/$doc/examples/projects.cpp" -o "$there/bin/app.exe" -L"$there/lib" -lkqft -lKQFileTransService
+  "$there/$doc/examples/projects.cpp" -o "$there/bin/app.exe" \
+  "$there/lib/libkqft.dll.a" "$there/lib/libKQFileTransService.dll.a"
 # A program's folder comes first where libraries are looked for.
 "$source/tests/wine.sh" "$build/wine" "$there/bin/kqft-server.exe" --dir "$work/projects" \
   --log-dir "$work/log" --listen 127.0.0.1 --port 0 2>"$work/server.err" &
