@@ -13,5 +13,8 @@ int StartProgram(int argc, char** argv, int (*body)(int argc, char** argv));
 /// fails goes to the system's event log.
 int StartServiceProgram(int argc, char** argv, int (*body)(int argc, char** argv));
 
+/// What --help says of that, "" where there is nothing of the kind.
+const char* ServiceUsage();
+
 /// To be called where a service ends without returning from its main.
 void LeaveService();

@@ -10,4 +10,8 @@ int StartServiceProgram(int argc, char** argv, int (*body)(int argc, char** argv
   return body(argc, argv);
 }
 
+const char* ServiceUsage() {
+  return "";
+}
+
 void LeaveService() {}

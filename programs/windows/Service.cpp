@@ -147,6 +147,13 @@ int StartServiceProgram(int argc, char** argv, int (*body)(int argc, char** argv
   return kExitDone;
 }
 
+const char* ServiceUsage() {
+  return "\n\nAs a service, from a console of an administrator:\n"
+         "  kqft-server --install --dir D:\\projects --log-dir D:\\kqft-log\n"
+         "  sc start kqft-server\n"
+         "  kqft-server --uninstall";
+}
+
 void NotifyServiceManager(const std::string& state) {
   if (state == "READY=1") Report(SERVICE_RUNNING, 0);
   if (state == "STOPPING=1") Report(SERVICE_STOP_PENDING, 0);
