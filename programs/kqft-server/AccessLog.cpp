@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 
 #include "net/NetWorkManageEx.h"
 #include "programs/kqft/JsonObject.h"
@@ -16,6 +15,13 @@ namespace {
 constexpr std::size_t kLongestName = 1024;
 constexpr double kMillisecondsPerSecond = 1000;
 
+void AppendDigits(std::string& text, std::int64_t value, int digits, char after) {
+  std::int64_t scale = 1;
+  while (--digits > 0) scale *= 10;
+  for (; scale > 0; scale /= 10) text += static_cast<char>('0' + value / scale % 10);
+  text += after;
+}
+
 // RFC 3339, in UTC.
 std::string Now() {
   using namespace std::chrono;
@@ -23,12 +29,15 @@ std::string Now() {
   const auto day = floor<days>(now);
   const year_month_day date(day);
   const hh_mm_ss time(now - day);
-  char text[40];
-  std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ",
-                static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
-                static_cast<unsigned>(date.day()), static_cast<int>(time.hours().count()),
-                static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()),
-                static_cast<int>(time.subseconds().count()));
+  std::string text;
+  text.reserve(24);
+  AppendDigits(text, static_cast<int>(date.year()), 4, '-');
+  AppendDigits(text, static_cast<unsigned>(date.month()), 2, '-');
+  AppendDigits(text, static_cast<unsigned>(date.day()), 2, 'T');
+  AppendDigits(text, time.hours().count(), 2, ':');
+  AppendDigits(text, time.minutes().count(), 2, ':');
+  AppendDigits(text, time.seconds().count(), 2, '.');
+  AppendDigits(text, time.subseconds().count(), 3, 'Z');
   return text;
 }
 

@@ -1,14 +1,13 @@
 // Lines on their way to a file.
 //
-// The thread takes what has gathered and writes it in one call, so that busy
-// times cost few of them. What could not be written stays in its place: after a
-// full disk the file goes on within the line in which it ended.
+// The thread lets lines gather for a moment and writes them in one call: waking
+// it for each of them would cost more than all the rest of a line. What could not be written stays
+// in its place: after a full disk the file goes on within the line in which it ended.
 
 #include "programs/kqft-server/LineLog.h"
 
 #include <algorithm>
 #include <condition_variable>
-#include <deque>
 #include <mutex>
 #include <utility>
 
@@ -17,8 +16,9 @@
 namespace {
 
 constexpr std::size_t kMostBytes = std::size_t{1} << 20;  // on their way
-constexpr std::size_t kWriteBytes = std::size_t{64} << 10;
+constexpr std::size_t kGatherBytes = std::size_t{256} << 10;
 constexpr int kRoomWaitMs = 1000;
+constexpr int kGatherMs = 50;
 constexpr int kRetryMs = 1000;
 constexpr int kIdleMs = 60000;
 constexpr int kLastMomentMs = 100;
@@ -32,6 +32,7 @@ struct CLineLog::SState {
 
   ESystemError OpenFile();
   void Run();
+  void WaitForLines(std::unique_lock<std::mutex>& lock);
   void Reopen();
   ESystemError Write();
   ESystemError WriteStream();
@@ -49,15 +50,15 @@ struct CLineLog::SState {
 
   std::mutex m_mutex;
   std::condition_variable m_work;
-  std::condition_variable m_done;   // bytes were written, or cannot be; the end
-  std::deque<std::string> m_lines;  // guarded by m_mutex; not in hand yet
-  std::size_t m_nBytes = 0;         // guarded by m_mutex; those in hand included
-  std::int64_t m_llLost = 0;        // guarded by m_mutex; not told yet
-  bool m_bFailing = false;          // guarded by m_mutex; the last write was not complete
-  bool m_bStalled = false;          // guarded by m_mutex; somebody waited in vain
-  bool m_bReopen = false;           // guarded by m_mutex
-  bool m_bEnding = false;           // guarded by m_mutex
-  bool m_bRuns = false;             // guarded by m_mutex
+  std::condition_variable m_done;  // bytes were written, or cannot be; the end
+  std::string m_strLines;          // guarded by m_mutex; not in hand yet
+  std::size_t m_nBytes = 0;        // guarded by m_mutex; those in hand included
+  std::int64_t m_llLost = 0;       // guarded by m_mutex; not told yet
+  bool m_bFailing = false;         // guarded by m_mutex; the last write was not complete
+  bool m_bStalled = false;         // guarded by m_mutex; somebody waited in vain
+  bool m_bReopen = false;          // guarded by m_mutex
+  bool m_bEnding = false;          // guarded by m_mutex
+  bool m_bRuns = false;            // guarded by m_mutex
 };
 
 ESystemError CLineLog::SState::OpenFile() {
@@ -94,13 +95,16 @@ void CLineLog::SState::Reopen() {
 
 // What a stream has taken of a text is not to be learnt: a line at a time.
 ESystemError CLineLog::SState::WriteStream() {
-  while (!m_strText.empty()) {
-    const std::string line = m_strText.substr(0, m_strText.find('\n') + 1);
-    const ESystemError error = System().WriteStandard(false, line);
-    if (error != ESystemError::kNone) return error;
-    m_strText.erase(0, line.size());
+  ESystemError error = ESystemError::kNone;
+  std::size_t written = 0;
+  while (written < m_strText.size()) {
+    const std::size_t end = m_strText.find('\n', written) + 1;
+    error = System().WriteStandard(false, m_strText.substr(written, end - written));
+    if (error != ESystemError::kNone) break;
+    written = end;
   }
-  return ESystemError::kNone;
+  m_strText.erase(0, written);
+  return error;
 }
 
 ESystemError CLineLog::SState::Write() {
@@ -129,8 +133,9 @@ void CLineLog::SState::Note(ESystemError error, std::size_t written) {
   if (!failed && (m_bFailing || m_llLost > 0)) {
     Say("is written again; lines lost: " + std::to_string(m_llLost));
     if (m_llLost > 0) {
-      m_lines.push_front(m_lostLine(std::exchange(m_llLost, 0)) + "\n");
-      m_nBytes += m_lines.front().size();
+      const std::string line = m_lostLine(std::exchange(m_llLost, 0)) + "\n";
+      m_strLines.insert(0, line);
+      m_nBytes += line.size();
     }
   }
   m_bFailing = failed;
@@ -140,27 +145,41 @@ void CLineLog::SState::Say(const std::string& what) const {
   System().WriteStandard(true, "kqft-server: access log " + m_strPath + ": " + what + "\n");
 }
 
+void CLineLog::SState::WaitForLines(std::unique_lock<std::mutex>& lock) {
+  System().Wait(m_work, lock, m_bFailing ? kRetryMs : kIdleMs,
+                [this] { return m_bEnding || m_bReopen || (!m_bFailing && !m_strLines.empty()); });
+  if (m_bFailing || m_strLines.empty()) return;
+  System().Wait(m_work, lock, kGatherMs,
+                [this] { return m_bEnding || m_bReopen || m_strLines.size() >= kGatherBytes; });
+}
+
 void CLineLog::SState::Run() {
   std::unique_lock<std::mutex> lock(m_mutex);
   bool ending = false;
   while (!ending) {
-    System().Wait(m_work, lock, m_bFailing ? kRetryMs : kIdleMs,
-                  [this] { return m_bEnding || m_bReopen || (!m_bFailing && !m_lines.empty()); });
-    while (!m_lines.empty() && m_strText.size() < kWriteBytes) {
-      m_strText += m_lines.front();
-      m_lines.pop_front();
-    }
+    WaitForLines(lock);
+    if (m_strText.empty()) m_strText.swap(m_strLines);
     const bool reopen = std::exchange(m_bReopen, false);
+    const bool finish = reopen && !m_bFailing;  // what came before belongs to the old file
     lock.unlock();
+    ESystemError error = ESystemError::kNone;
+    std::size_t written = 0;
+    const auto write = [&] {
+      const std::size_t begun = m_strText.size();
+      error = Write();
+      written += begun - m_strText.size();
+    };
+    if (finish) write();
     if (reopen) Reopen();
-    const std::size_t begun = m_strText.size();
-    const ESystemError error = Write();
+    write();
     lock.lock();
-    Note(error, begun - m_strText.size());
+    Note(error, written);
     m_done.notify_all();
-    ending = m_bEnding && (m_bFailing || (m_lines.empty() && m_strText.empty()));
+    ending = m_bEnding && (m_bFailing || (m_strLines.empty() && m_strText.empty()));
   }
-  m_llLost += std::count(m_strText.begin(), m_strText.end(), '\n') + std::ssize(m_lines);
+  for (const std::string* text : {&m_strText, &m_strLines}) {
+    m_llLost += std::count(text->begin(), text->end(), '\n');
+  }
   if (m_llLost > 0) Say("ends; lines lost: " + std::to_string(m_llLost));
   m_bRuns = false;
   m_done.notify_all();
@@ -204,8 +223,9 @@ void CLineLog::Add(std::string line) {
     return;
   }
   state.m_nBytes += line.size();
-  state.m_lines.push_back(std::move(line));
-  state.m_work.notify_one();
+  const bool first = state.m_strLines.empty();
+  state.m_strLines += line;
+  if (first || state.m_strLines.size() >= kGatherBytes) state.m_work.notify_one();
 }
 
 void CLineLog::Reopen() {

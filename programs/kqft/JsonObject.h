@@ -23,7 +23,8 @@ class CJsonObject {
   std::string Line() const { return m_strMembers + "}"; }
 
  private:
-  CJsonObject& Member(const std::string& key, const std::string& value);
+  /// Begins a member. @return the text that its value is to be appended to
+  std::string& Member(const std::string& key);
 
   std::string m_strMembers = "{";
 };
