@@ -73,10 +73,13 @@ def cpu_of(pid):
 
 
 class WorkDirectory:
-    """A temporary directory on the memory file system, gone at the end."""
+    """A temporary directory, on the memory file system as a rule, gone at the end."""
+
+    def __init__(self, place="/dev/shm"):
+        self.place = place
 
     def __enter__(self):
-        self.path = tempfile.mkdtemp(prefix="kqft-bench-", dir="/dev/shm")
+        self.path = tempfile.mkdtemp(prefix="kqft-bench-", dir=self.place)
         os.chmod(self.path, 0o755)
         return self.path
 
@@ -128,20 +131,33 @@ def stop(process):
     process.wait()
 
 
+class Relay:
+    """Stands for a distance: what goes through its port arrives `ms` later."""
+
+    def __init__(self, build, port, ms):
+        self.process = subprocess.Popen([f"{build}/bin/kqft-relay", str(port), str(ms)],
+                                        stdout=subprocess.PIPE, text=True)
+        self.port = int(self.process.stdout.readline())
+
+    def close(self):
+        stop(self.process)
+
+
 class Server:
     """A kqft-server of our own, with the directory that it serves.
 
-    It confirms files as the peers do, before they lie on the disk.
+    Unless durable it confirms files as the peers do, before they lie on the disk.
     """
 
-    def __init__(self, build, directory):
+    def __init__(self, build, directory, durable=False):
         os.makedirs(directory, exist_ok=True)
         os.makedirs(directory + ".log", exist_ok=True)
         self.build = build
         self.directory = directory
         self.process = subprocess.Popen(
             [f"{build}/bin/kqft-server", "--dir", directory, "--listen", "127.0.0.1",
-             "--port", "0", "--log-dir", directory + ".log", "--no-durable"],
+             "--port", "0", "--log-dir", directory + ".log",
+             "--durable" if durable else "--no-durable"],
             stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
         for line in self.process.stderr:
             if "listening on " in line:

@@ -86,7 +86,7 @@ class Peer:
         self.root = os.path.join(root, self.name.replace(" ", "-"))
         self.store = os.path.join(self.root, "store")
         os.makedirs(self.store)
-        self.port = free_port()
+        self.door = self.port = free_port()  # clients knock at the door
         self.process = subprocess.Popen(self.serve(), stdin=subprocess.DEVNULL,
                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         end = time.monotonic() + 10
@@ -116,20 +116,28 @@ class Peer:
 
 
 class Rsync(Peer):
-    name, programs = "rsync daemon", ("rsync",)
+    name, programs, options = "rsync daemon", ("rsync",), []
 
     def serve(self):
         user = "uid = root\ngid = root" if os.getuid() == 0 else ""
         return ["rsync", "--daemon", "--no-detach", "--address=127.0.0.1", f"--port={self.port}",
                 f"--config={self.configure(RSYNCD, user=user)}"]
 
+    def move(self, source, target):
+        call(["rsync", "-a", "--whole-file", *self.options, source, target])
+
+    def url(self, case):
+        return f"rsync://127.0.0.1:{self.door}/store/{case}/"
+
     def put(self, source, case):
-        call(["rsync", "-a", "--whole-file", source + "/",
-              f"rsync://127.0.0.1:{self.port}/store/{case}/"])
+        self.move(source + "/", self.url(case))
 
     def get(self, case, target):
-        call(["rsync", "-a", "--whole-file", f"rsync://127.0.0.1:{self.port}/store/{case}/",
-              target + "/"])
+        self.move(self.url(case), target + "/")
+
+
+class FlushingRsync(Rsync):
+    name, options = "rsync --fsync", ["--fsync"]
 
 
 class Curl(Peer):

@@ -2,7 +2,7 @@
 # Measures everything, three rounds, medians, beside what else moves files on
 # this machine, and tells at the end which bars hold.
 #
-#   bench/run.sh [large] [small] [links] [requests] [parser] [rounds]
+#   bench/run.sh [large] [small] [far] [durable] [links] [requests] [parser] [rounds]
 #
 # Builds into build/release. Takes 20 minutes and up to 10 GiB of the
 # memory file system. Peers that are not installed are left out:
@@ -10,10 +10,10 @@
 # Nothing else should run meanwhile. Exit status 0 when every bar holds.
 set -eu
 cd "$(dirname "$0")/.."
-parts=${*:-large small links requests parser rounds}
+parts=${*:-large small far durable links requests parser rounds}
 for part in $parts; do
   case $part in
-    large | small | links | requests | parser | rounds) ;;
+    large | small | far | durable | links | requests | parser | rounds) ;;
     *) echo "no such part: $part" >&2; exit 2 ;;
   esac
 done
@@ -41,10 +41,11 @@ before=$(stolen)
 # Programs that hold a server show its links on their standard output.
 quiet() { "$@" >/dev/null; }
 
-if wants large || wants small; then
-  moved=
-  if wants large; then moved=large; fi
-  if wants small; then moved="$moved small"; fi
+moved=
+for part in large small far durable; do
+  if wants $part; then moved="$moved $part"; fi
+done
+if [ -n "$moved" ]; then
   show bench/transfer.py build/release $moved
 fi
 if wants links; then show bench/links.py build/release; fi

@@ -1,15 +1,17 @@
 #!/usr/bin/env python3
 """Moves files with kqft, up and down, beside the floor and what is in use today.
 
-  bench/transfer.py BUILD_DIR [large] [small] [--rounds N] [--gib N] [--no-peers]
-                    [--stop SECONDS]
+  bench/transfer.py BUILD_DIR [large] [small] [far] [durable] [--rounds N] [--gib N]
+                    [--no-peers] [--disk DIR] [--stop SECONDS]
 
 All move the same files between two directories on a memory file system over
 loopback, in turns, each as a user calls it; each round another one comes first,
 which pays for the machine's memory. The first round compares every byte, the
 others every size. Prints the times of each round; then, of the
 medians, our throughput over that of each other, CPU seconds per GiB of both
-sides over the floor's, and memory. With --stop, one more large upload follows
+sides over the floor's, and memory. `far` is the many small files beside rsync, both
+through a relay that delays every byte by 1 ms each way; `durable` puts them
+into DIR on a disk, where the end of each waits for it. With --stop, one more large upload follows
 whose server is stopped (SIGSTOP) for that long in the middle.
 """
 import argparse
@@ -24,14 +26,14 @@ import threading
 import time
 
 import peers
-from common import (GIB, KIB, MIB, Server, WorkDirectory, bar, cpu_of, link_files, machine_line,
+from common import (GIB, KIB, MIB, Relay, Server, WorkDirectory, bar, cpu_of, link_files, machine_line,
                     make_files, median, say, status_mib, warm_memory)
 
-PAUSE_MS = 20  # the pause with which a client hands over each fetched file
-ADDED_MS = 1.0
 WIDTH = 24  # of a column
 INVENTORY = "kqft.inventory"
 KQFT, PLAIN, FLOOR = "kqft", "kqft without inventory", "floor"
+UNFLUSHED = "kqft without flushing"
+FAR_MS = 1
 
 
 def children_cpu():
@@ -63,14 +65,17 @@ class Kqft:
 
     asks_per_file = True
 
-    def __init__(self, build, root, name=KQFT):
-        self.build, self.name = build, name
+    def __init__(self, build, root, name=KQFT, durable=False, ms=0):
+        self.build, self.name, self.durable, self.ms = build, name, durable, ms
         self.store = os.path.join(root, name)
         self.options = ["--no-inventory"] if name == PLAIN else []
         self.seconds, self.cpu, self.server_mib, self.client_mib = 0.0, 0.0, 0.0, 0.0
 
     def run(self, arguments, during=None):
-        with Server(self.build, self.store) as server:
+        with Server(self.build, self.store, self.durable) as server:
+            relay = Relay(self.build, server.port, self.ms) if self.ms else None
+            if relay:
+                server.place = f"127.0.0.1:{relay.port}"
             idle = status_mib(server.pid, "VmRSS")
             cpu = children_cpu() - cpu_of(server.pid)
             start = time.monotonic()
@@ -84,6 +89,8 @@ class Kqft:
                 sys.exit(f"kqft {arguments[0]} failed: {errors}")
             self.seconds = time.monotonic() - start
             self.client_mib = peak.end()
+            if relay:
+                relay.close()
             self.cpu = children_cpu() + cpu_of(server.pid) - cpu
             self.server_mib = status_mib(server.pid, "VmHWM") - idle
 
@@ -141,6 +148,7 @@ def move(contender, direction, source, case, root, every_byte):
         link_files(source, stored)
         if contender.name == KQFT:
             shutil.copy(inventory, os.path.join(stored, INVENTORY))
+    os.sync()  # what others left to write
     start = time.monotonic()
     if direction == "up":
         contender.put(source, case)
@@ -179,11 +187,11 @@ class Case:
         return median(run["cpu"] for run in self.runs["up" if name == FLOOR else direction][name])
 
 
-def measure(case, contenders, rounds, root):
+def measure(case, contenders, rounds, root, directions=("up", "down")):
     source = os.path.join(root, "source", case.key)
     make_files(source, case.count, case.size)
     for number in range(rounds):
-        for direction in ("up", "down"):
+        for direction in directions:
             line = []
             first = number % len(contenders)
             for contender in contenders[first:] + contenders[:first]:
@@ -240,17 +248,56 @@ def large_bars(case, contenders):
 
 
 def small_bars(case, contenders):
+    names = [c.name for c in contenders if isinstance(c, peers.Peer)]
     asking = [c.name for c in contenders if isinstance(c, peers.Peer) and c.asks_per_file]
-    if asking and case.size < MIB:
-        best = min(asking, key=lambda name: case.time("up", name))
-        bar(f"{case.name} up, over the best that asks per file ({best})", case.over("up", best),
-            1.0)
-    added = case.time("down", KQFT) / case.count * 1000 - PAUSE_MS
-    if case.size < MIB:
-        bar(f"{case.name} down, added to the {PAUSE_MS} ms of each file", added, ADDED_MS, " ms",
-            most=True)
-    else:
-        say(f"  {case.name} down: {added:.2f} ms added to the {PAUSE_MS} ms of each file")
+    rsync = [name for name in names if name == peers.Rsync.name]
+    for direction in ("up", "down"):
+        small = rsync if direction == "up" else asking  # a download asks for each file
+        others = small if case.size < MIB else names
+        if others:
+            best = min(others, key=lambda name: case.time(direction, name))
+            bar(f"{case.name} {direction}, over {best}", case.over(direction, best), 1.0)
+
+
+class FarRsync(peers.Rsync):
+    """Through a relay."""
+
+    def __init__(self, build, root, ms):
+        super().__init__(root)
+        self.relay = Relay(build, self.port, ms)
+        self.door = self.relay.port
+
+    def close(self):
+        self.relay.close()
+        super().close()
+
+
+def far(build, root, rounds):
+    case = Case(f"2,000 x 4 KiB, {FAR_MS} ms away", 2000, 4 * KIB)
+    contenders = [Kqft(build, root, ms=FAR_MS), FarRsync(build, os.path.join(root, "far"), FAR_MS)]
+    rsync = contenders[1].name
+    try:
+        shutil.rmtree(measure(case, contenders, rounds, root))
+    finally:
+        contenders[1].close()
+    bar(f"{case.name}, up, over {rsync}", case.over("up", rsync), 1.0)
+    say(f"  {case.name}, down: {case.over('down', rsync):.2f} of {rsync}, "
+        f"{case.time('down', KQFT) / case.count * 1000:.2f} ms a file, of which the way there and "
+        f"back is {2 * FAR_MS} ms")
+
+
+def durable(build, root, rounds, disk):
+    case = Case("2,000 x 4 KiB, durable", 2000, 4 * KIB)
+    with WorkDirectory(disk) as there:
+        contenders = [Kqft(build, there, durable=True), Kqft(build, there, UNFLUSHED),
+                      peers.FlushingRsync(there)]
+        rsync = contenders[2].name
+        try:
+            shutil.rmtree(measure(case, contenders, rounds, root, ("up",)))
+        finally:
+            contenders[2].close()
+    bar(f"{case.name}, up, over that {UNFLUSHED}", case.over("up", UNFLUSHED), 0.6)
+    bar(f"{case.name}, up, over {rsync}", case.over("up", rsync), 1.0)
 
 
 def stopped_upload(build, root, source, seconds):
@@ -277,10 +324,11 @@ def stopped_upload(build, root, source, seconds):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("build")
-    parser.add_argument("parts", nargs="*", help="large, small; both when none is named")
+    parser.add_argument("parts", nargs="*", help="large, small, far, durable; the first two when none is named")
     parser.add_argument("--gib", type=float, default=2)
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--no-peers", action="store_true")
+    parser.add_argument("--disk", default="/var/tmp", help="where durable puts its files")
     parser.add_argument("--stop", type=float, default=0)
     args = parser.parse_intermixed_args()
     large = Case(f"{args.gib:g} GiB", 1, int(args.gib * GIB))
@@ -288,10 +336,16 @@ def main():
     parts = args.parts or ["large", "small"]
     cases = ([large] if "large" in parts else []) + (small if "small" in parts else [])
     say(machine_line(args.build))
-    say(f"{', '.join(case.name for case in cases)}; {args.rounds} rounds, medians")
+    say(f"{', '.join(parts)}; {args.rounds} rounds, medians")
     with WorkDirectory() as root:
         # The source, a copy, and some for the programs.
-        warm_memory(root, 2 * max(case.count * case.size for case in cases) + GIB)
+        warm_memory(root, 2 * max((case.count * case.size for case in cases), default=0) + GIB)
+        if "far" in parts:
+            far(args.build, root, args.rounds)
+        if "durable" in parts:
+            durable(args.build, root, args.rounds, args.disk)
+        if not cases:
+            return
         contenders = [Floor(args.build, root), Kqft(args.build, root),
                       Kqft(args.build, root, PLAIN)]
         if not args.no_peers:

@@ -55,9 +55,9 @@ CKQFileTransServiceClient::CKQFileTransServiceClient()
   m_llLogTime = CTimeConvert::GetCurTime();
 }
 
-CKQFileTransServiceClient::~CKQFileTransServiceClient() {
-  // A worker waits for an event only after a message went out, so after the
-  // network has stopped one signal each is enough to wake it for good.
+// A worker waits for an event only after a message went out, so after the
+// network has stopped one signal each is enough to wake it for good.
+void CKQFileTransServiceClient::EndWorker() {
   m_bStop = true;
   m_pNetWork->Stop();
   m_pLinkInfo = nullptr;
@@ -65,7 +65,10 @@ CKQFileTransServiceClient::~CKQFileTransServiceClient() {
   m_evFileEnd->SetKQEvent();
   m_evReply->SetKQEvent();
   m_pState->m_gate.WaitEmpty();
+}
 
+CKQFileTransServiceClient::~CKQFileTransServiceClient() {
+  EndWorker();
   delete m_pNetWork;
   delete m_pNetBuffer;
   delete m_pFile;

@@ -27,18 +27,16 @@
 
 namespace {
 
-constexpr int kSizeWaitMs = 5000;
-constexpr int kRequestWaitMs = 5000;
+constexpr int kSendSizeWaitMs = 5000;
 constexpr int kWatchStepMs = 1000;
 constexpr int kStopWaitMs = 10000;
-constexpr std::int64_t kStallSeconds = 10;
 
 // Handing over the file: a first pause, then steps while a write runs.
 constexpr int kHandOverMs = 20;
 constexpr int kHandOverStepMs = 50;
 constexpr int kHandOverSteps = 101;
 
-const std::string kLogPrefix = "CKQFileTransServiceClient ReceiveSingleFile ";
+const std::string kReceiveLog = "CKQFileTransServiceClient ReceiveSingleFile ";
 
 }  // namespace
 
@@ -58,7 +56,7 @@ int CKQFileTransServiceClient::StartDownload(int result) {
   std::string names;
   for (const Channel_Key_Value& rec : CopyRecords()) AddName(names, rec.m_strName);
   SendText(NET_CTS_REQUEST_SERVERFILESIZE, names);
-  if (!AwaitReply(kSizeWaitMs)) {
+  if (!AwaitReply(kSendSizeWaitMs)) {
     m_nTransState = PROCESS_TYPE_NONE;
     return ERROR_CODE_WAIT_FILESIZE;
   }
@@ -92,14 +90,14 @@ void CKQFileTransServiceClient::ReceiveFileFromServer() {
   try {
     if (!TakeRun(PROCESS_TYPE_CLIENT_DOWNDATA, run)) return;
     for (; i < run.m_vecKey.size() && !IsTransStopped(); ++i) {
-      BeginRecord(run, i, run.m_vecKey[i].m_llSize);
+      BeginRecord(run.m_ullNumber, i, run.m_vecKey[i].m_llSize);
       const bool received = ReceiveSingleFile(run.m_vecKey[i]);
-      StoreStatus(run, i, run.m_vecKey[i].m_nStatus);
+      StoreStatus(run.m_ullNumber, i, run.m_vecKey[i].m_nStatus);
       if (!received) break;
     }
   } catch (...) {  // no memory, as a rule
     CloseFile();
-    StoreStatus(run, i, ERROR_CODE_CLIENT_SENDCMD);
+    StoreStatus(run.m_ullNumber, i, ERROR_CODE_CLIENT_SENDCMD);
   }
   if (FinishUnlessStopped(run.m_ullNumber)) return;
   try {
@@ -127,7 +125,7 @@ bool CKQFileTransServiceClient::ReceiveSingleFile(Channel_Key_Value& rec) {
   CloseFile();
   if (!received) {
     // The blank behind the line end is kept on purpose.
-    WriteLog(kLogPrefix + "m_nErrorCode2 = " + std::to_string(m_nErrorCode) + " \n ");
+    WriteLog(kReceiveLog + "m_nErrorCode2 = " + std::to_string(m_nErrorCode) + " \n ");
   }
   return received;
 }
@@ -137,7 +135,7 @@ bool CKQFileTransServiceClient::ReceiveSingleFile(Channel_Key_Value& rec) {
 bool CKQFileTransServiceClient::OpenTarget(const std::string& local) {
   std::unique_ptr<ISystemFile> file;
   if (System().OpenFile(local, EOpenMode::kUpdate, file) == ESystemError::kNotFound) {
-    WriteLog(kLogPrefix + " CreateAllDir \n");
+    WriteLog(kReceiveLog + " CreateAllDir \n");
     EU::CExpertUtils::CreateAllDir(local);
     System().OpenFile(local, EOpenMode::kCreate, file);
   }
@@ -165,7 +163,7 @@ bool CKQFileTransServiceClient::RefuseFile(Channel_Key_Value& rec, int result,
                                            const std::string& message) {
   CloseFile();
   rec.m_nStatus = result;
-  WriteLog(kLogPrefix + message);
+  WriteLog(kReceiveLog + message);
   return false;
 }
 

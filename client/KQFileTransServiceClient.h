@@ -234,7 +234,7 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   static void* SendFile(void* client);
   static void* ReceiveFile(void* client);
 
-  void SendFileToServer();
+  virtual void SendFileToServer();
 
   /// Announces a file; m_llServerFilePos is then what the server holds of it.
   /// @param name  at most 1023 bytes, else -18
@@ -263,7 +263,7 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
 
   // Download (Download.cpp). Worker's thread.
 
-  void ReceiveFileFromServer();
+  virtual void ReceiveFileFromServer();
 
   /// @return false with the code in rec.m_nStatus.
   bool ReceiveSingleFile(Channel_Key_Value& rec);
@@ -359,18 +359,20 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   bool SendPiece(ILinkInfo* link, CIOCPBuffer* buffer, int bytes);
   std::string GuardedCopy(const std::string& member) const;
 
+  friend class CKQFileBulkTransfer;  // another worker for the same transfers
   // Runs (TransferRun.cpp): which worker's transfer is the current one.
   void BeginRun(int mode, std::vector<Channel_Key_Value> records);
   bool TakeRun(int mode, CTransferRun& run);
-  void BeginRecord(const CTransferRun& run, std::size_t index, std::int64_t size);
+  void BeginRecord(std::uint64_t number, std::size_t index, std::int64_t size);
   int CheckIdle();
   int PrepareRecords(int mode, std::vector<Channel_Key_Value> records);
   int StartUpload(int result);
   int StartDownload(int result);
   bool StartWorker(void* (*entry)(void*));
+  void EndWorker();
   void FinishRun(std::uint64_t number, bool signalEnd);
   bool FinishUnlessStopped(std::uint64_t number);
-  void StoreStatus(const CTransferRun& run, std::size_t index, std::int32_t status);
+  void StoreStatus(std::uint64_t number, std::size_t index, std::int32_t status);
   std::vector<Channel_Key_Value> CopyRecords() const;
   bool UseFile(std::shared_ptr<CFileHandle> file, const std::string& path);
   void LeaveFile();

@@ -64,10 +64,10 @@ bool CKQFileTransServiceClient::TakeRun(int mode, CTransferRun& run) {
   return true;
 }
 
-void CKQFileTransServiceClient::BeginRecord(const CTransferRun& run, std::size_t index,
+void CKQFileTransServiceClient::BeginRecord(std::uint64_t number, std::size_t index,
                                             std::int64_t size) {
   const std::lock_guard guard(m_pState->m_mutex);
-  if (run.m_ullNumber != m_pState->m_ullRun) return;
+  if (number != m_pState->m_ullRun) return;
   m_pState->m_nRecord = index;
   m_pState->m_llRecordSize = size;
   m_pState->m_llBefore = m_llTransBytes;
@@ -124,10 +124,10 @@ bool CKQFileTransServiceClient::FinishUnlessStopped(std::uint64_t number) {
   return true;
 }
 
-void CKQFileTransServiceClient::StoreStatus(const CTransferRun& run, std::size_t index,
+void CKQFileTransServiceClient::StoreStatus(std::uint64_t number, std::size_t index,
                                             std::int32_t status) {
   const std::lock_guard guard(m_pState->m_mutex);
-  if (run.m_ullNumber == m_pState->m_ullRun) m_vecKey[index].m_nStatus = status;
+  if (number == m_pState->m_ullRun) m_vecKey[index].m_nStatus = status;
 }
 
 std::vector<Channel_Key_Value> CKQFileTransServiceClient::CopyRecords() const {

@@ -27,19 +27,11 @@
 
 namespace {
 
-constexpr int kPrepareWaitMs = 10000;
-constexpr int kFileEndWaitMs = 30000;
-constexpr std::size_t kMaxNameBytes = 1023;
-
 void MakeReady(std::vector<Channel_Key_Value>& records) {
   for (Channel_Key_Value& rec : records) {
     rec.m_nStatus = RESULT_OK;
     EU::CExpertUtils::RelaceString(rec.m_strPath, "/", "\\");
   }
-}
-
-std::int64_t FileBytes(const std::string& path) {
-  return static_cast<std::int64_t>(CHardWareCommon::GetFileSize(path));
 }
 
 }  // namespace
@@ -113,15 +105,15 @@ void CKQFileTransServiceClient::SendFileToServer() {
     if (!TakeRun(PROCESS_TYPE_CLIENT_UPDATA, run)) return;
     for (; i < run.m_vecKey.size() && !IsTransStopped(); ++i) {
       run.m_nRecord = i;
-      BeginRecord(run, i, FileBytes(run.m_vecKey[i].m_strPath));
+      BeginRecord(run.m_ullNumber, i, FileBytes(run.m_vecKey[i].m_strPath));
       const int result = SendRecord(run.m_vecKey[i]);
       if (result == RESULT_OK) continue;
-      StoreStatus(run, i, result);
+      StoreStatus(run.m_ullNumber, i, result);
       break;
     }
   } catch (...) {  // no memory, as a rule
     LeaveFile();
-    StoreStatus(run, i, ERROR_CODE_CLIENT_SENDCMD);
+    StoreStatus(run.m_ullNumber, i, ERROR_CODE_CLIENT_SENDCMD);
   }
   FinishRun(run.m_ullNumber, true);
 }

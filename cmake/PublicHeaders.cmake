@@ -1,5 +1,6 @@
 # What hosts may include; nothing else is installed.
 set(KQFT_PUBLIC_HEADERS
+  client/KQFileBulkTransfer.h
   client/KQFileTransServiceClient.h
   client/KQFileTransServiceVisitor.h
   client/TransferState.h

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 class CLink;
 class CLinkBinding;
 
@@ -8,6 +10,8 @@ struct SLayerThread {
   bool m_bOfLayer = false;                   ///< a thread of some manager's layer
   CLink* m_pDelivers = nullptr;              ///< the link whose callbacks it runs; null: none
   const CLinkBinding* m_pBinding = nullptr;  ///< the innermost; null: none
+  std::string_view m_strBehind;              ///< whole packets behind the one that is delivered
+  bool m_bMoreToCome = false;                ///< a further packet has arrived whole behind this one
 };
 
 /// The calling thread's own.

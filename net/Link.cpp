@@ -37,6 +37,14 @@ constexpr int kLimitWaitMs = 50;
 
 constexpr std::size_t kShellLocks = 32;
 
+// A whole packet that will be delivered.
+bool HoldsPacket(const char* data, std::size_t bytes) {
+  if (bytes < kPackHeadBytes || !CNetWorkPackHead::IsValid(data)) return false;
+  const unsigned code = CNetWorkPackHead::Code(data);
+  return code != NET_COMMAND_CONNECT && code != NET_COMMAND_DISCONNECT &&
+         CNetWorkPackHead::BodyLength(data) <= bytes - kPackHeadBytes;
+}
+
 }  // namespace
 
 CLink::CLink(ILinkOwner& owner, std::unique_ptr<IStreamSocket> socket, std::uint64_t serial,
@@ -129,12 +137,19 @@ std::size_t CLink::MayReceive(std::size_t room) const {
 // nothing more can be read from the link.
 bool CLink::DeliverPackets(const char* data, std::size_t end, std::size_t& begin) {
   int answered = 0;
-  while (const std::size_t whole = DeliverableBytes(data + begin, end - begin)) {
-    if (!DeliverChunk(data + begin, whole)) return false;
+  bool sound = true;
+  bool& more = LayerThread().m_bMoreToCome;
+  while (const std::size_t whole = sound ? DeliverableBytes(data + begin, end - begin) : 0) {
+    const bool follows = more;
+    more = m_owner.Listens() && HoldsPacket(data + begin + whole, end - begin - whole);
+    if (more) m_queue.Gather();
+    sound = DeliverChunk(data + begin, whole);
+    if (!sound || (follows && !more)) m_queue.SendGathered();
     begin += whole;
-    if (m_owner.Listens() && m_queue.WaitTextRoom()) Pace(++answered);
+    if (sound && m_owner.Listens() && m_queue.WaitTextRoom()) Pace(++answered);
   }
-  return true;
+  more = false;
+  return sound;
 }
 
 // Who floods a server with questions waits, so that the others do not.

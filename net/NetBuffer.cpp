@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "net/DealNetData.h"
+#include "net/LayerThread.h"
 #include "net/LinkEvents.h"
 #include "net/NetWorkPackHead.h"
 #include "platform/SharedWord.h"
@@ -140,6 +141,7 @@ std::uint64_t CNetBuffer::CompletePartial(CGathered& partial, const char* data,
     }
     used += take;
   }
+  LayerThread().m_strBehind = {};  // also where a delivery before was left by a throw
   Deliver(partial.Data());
   partial.Clear();
   return used;
@@ -166,9 +168,12 @@ int CNetBuffer::ParseBuffer(int length, const char* data) {
     const int packet = ParseBuffer_Common(length - used, data + used);
     if (packet < 0) return -1;
     if (packet == 0 || packet > length - used) break;
+    const int next = used + packet;
+    LayerThread().m_strBehind = {data + next, static_cast<std::size_t>(length - next)};
     Deliver(data + used);
-    used += packet;
+    used = next;
   }
+  LayerThread().m_strBehind = {};
   return used;
 }
 

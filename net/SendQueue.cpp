@@ -138,6 +138,22 @@ bool CSendQueue::HasRoom() const {
   return m_bClosed || (!IsFull() && m_items.size() + m_vecDone.size() < kHeldBuffers);
 }
 
+void CSendQueue::Gather() {
+  const std::lock_guard<std::mutex> guard(m_mutex);
+  m_bAttended = true;
+}
+
+void CSendQueue::SendGathered() {
+  Lock lock(m_mutex);
+  m_bAttended = false;
+  if (m_items.empty()) return;
+  const bool sound = m_bSending || SendSome(lock, 0);
+  if (!m_items.empty()) m_bWanted = true;
+  WakeSenderThread();
+  lock.unlock();
+  if (!sound) m_onBroken();
+}
+
 bool CSendQueue::WaitTextRoom() {
   Lock lock(m_mutex);
   while (!m_bClosed && (m_nTextBytes > kRoomTextBytes || m_items.size() > kRoomTexts)) {

@@ -21,7 +21,8 @@ class IStreamSocket;
 /// with its next packet: what the socket did not take then waits for it, and
 /// it is that caller's thread which waits for the socket. What anybody else
 /// leaves behind, or the caller does not come back for, the link's sender
-/// thread sends. Buffers go back to the sink on that thread only.
+/// thread sends. Who answers many questions gathers answers likewise. Buffers go back to the sink
+/// on that thread only.
 ///
 /// Threads: pushing and waiting from any thread; Run is the sender thread.
 class CSendQueue {
@@ -43,6 +44,13 @@ class CSendQueue {
   /// @return true when fewer than kRoomBuffers items are queued and not many
   ///         more are on their way back, or Close was called; false: ask again.
   bool WaitRoom(int ms);
+
+  /// The next packet may wait for those behind it: the caller pushes more
+  /// before long, and calls SendGathered when it does not.
+  void Gather();
+
+  /// Sends what waits since Gather.
+  void SendGathered();
 
   /// Waits until little of the texts is left to send, or Close was called.
   /// @return whether texts came since the last call

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/GBKUTF8Transfer.h"
 #include "platform/KQPlatForm.h"
 #include "platform/XmlScanner.h"
 
@@ -15,7 +16,6 @@ namespace {
 
 constexpr std::string_view kListElement = "Channel_Key_Values";
 constexpr std::string_view kRecordElement = "Channel_Key_Value";
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 std::int32_t ToInt32(const std::string& text) {
   using Limits = std::numeric_limits<std::int32_t>;
@@ -86,7 +86,7 @@ bool HoldsForbiddenBytes(std::string_view text) {
 bool ParseList(const std::string& xml, std::vector<Channel_Key_Value>& records) {
   if (HoldsForbiddenBytes(xml)) return false;
   CXmlScanner scanner(xml);
-  scanner.Take(kByteOrderMark);
+  scanner.Take(kUtf8ByteOrderMark);
   std::string_view name;
   EXmlTagEnd end = EXmlTagEnd::kBad;
   if (!scanner.SkipMisc() || !scanner.TakeStartTag(name) || name != kListElement) return false;

@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "platform/ExpertUtils.h"
+#include "platform/GBKUTF8Transfer.h"
 #include "platform/KQPlatForm.h"
 #include "platform/System.h"
 
@@ -25,7 +26,6 @@ namespace {
 
 constexpr std::size_t kLargestFileBytes = 64U << 20;
 constexpr std::size_t kMostEntries = 1000000;
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kBlanks = " \t\r\n";
 
 std::string Lowered(std::string_view text) {
@@ -169,9 +169,9 @@ void QFileConfig::Clear() {
 bool QFileConfig::Parse(const std::string& content) {
   const std::string_view text = content;
   std::size_t at = 0;
-  if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
-    at = kByteOrderMark.size();
-    m_lstLines.front().m_strText = kByteOrderMark;
+  if (text.substr(0, kUtf8ByteOrderMark.size()) == kUtf8ByteOrderMark) {
+    at = kUtf8ByteOrderMark.size();
+    m_lstLines.front().m_strText = kUtf8ByteOrderMark;
   }
   const std::size_t firstEnd = text.find('\n');
   if (firstEnd != text.npos && firstEnd > 0 && text[firstEnd - 1] == '\r') m_strLineEnd = "\r\n";
@@ -268,8 +268,8 @@ std::string QFileConfig::Content() const {
   // A name that looks like the mark needs one in front, or it would be taken
   // for it.
   const bool marked = !m_lstLines.front().m_strText.empty();
-  return !marked && content.starts_with(kByteOrderMark) ? content.insert(0, kByteOrderMark)
-                                                        : content;
+  return !marked && content.starts_with(kUtf8ByteOrderMark) ? content.insert(0, kUtf8ByteOrderMark)
+                                                            : content;
 }
 
 bool QFileConfig::UpdateFile(bool) {

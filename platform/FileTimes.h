@@ -6,11 +6,9 @@
 
 #include "KQFileTransServiceExport.h"
 
-/// Times and modes of files, links followed.
+/// Times and modes of files, links followed; platform/FileLook.h reads them.
 
-/// When it was last changed, in nanoseconds since 1970; what lies behind the
-/// range is its end.
-KQFT_API std::int64_t ReadFileTime(const std::filesystem::path& path, std::error_code& error);
+/// @param time of the last change, nanoseconds since 1970
 KQFT_API void SetFileTime(const std::filesystem::path& path, std::int64_t time,
                           std::error_code& error);
 
@@ -18,7 +16,5 @@ KQFT_API void SetFileTime(const std::filesystem::path& path, std::int64_t time,
 /// POSIX the same, on Windows also those within 100 ns.
 KQFT_API bool IsSameFileTime(std::int64_t a, std::int64_t b);
 
-/// The permission bits. Windows has none: 0644 stands for a file there, 0444
-/// for one that is marked as not to be written.
-KQFT_API unsigned ReadFileMode(const std::filesystem::path& path, std::error_code& error);
+/// @param mode permission bits; Windows takes from them whether anybody may write
 KQFT_API void SetFileMode(const std::filesystem::path& path, unsigned mode, std::error_code& error);

@@ -216,6 +216,11 @@ void CKQFile::Attach(std::shared_ptr<CFileHandle> handle, const std::string& pat
   Swap(std::move(handle), &path);
 }
 
+std::shared_ptr<CFileHandle> CKQFile::Detach() {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  return std::exchange(m_pHandle, nullptr);
+}
+
 void CKQFile::CloseIf(const std::shared_ptr<CFileHandle>& handle) {
   std::shared_ptr<CFileHandle> before;
   {

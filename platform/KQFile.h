@@ -132,6 +132,9 @@ class KQFT_API CKQFile : public IKQFile {
   /// Closes what is open and takes over a file that is open already.
   void Attach(std::shared_ptr<CFileHandle> handle, const std::string& path);
 
+  /// Hands over what is open and closes nothing; null when nothing is.
+  std::shared_ptr<CFileHandle> Detach();
+
   /// Closes only if `handle` is still what is open.
   void CloseIf(const std::shared_ptr<CFileHandle>& handle);
 

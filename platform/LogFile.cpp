@@ -22,8 +22,10 @@ void ReopenLogFileIfDue(CKQFile& file, const std::string& path, std::int64_t& op
   openedAt = CTimeConvert::GetCurTime();
 }
 
-void AppendLogLine(CKQFile& file, const std::string& message) {
-  if (!file.IsOpen()) return;
-  const std::string line = CTimeConvert::ConvertCurTimeToString() + ": " + message;
-  file.Write(line.data(), static_cast<int>(line.size()));
+std::string LogLine(const std::string& message) {
+  return CTimeConvert::ConvertCurTimeToString() + ": " + message;
+}
+
+void AppendLogLines(CKQFile& file, const std::string& lines) {
+  if (file.IsOpen()) file.Write(lines.data(), static_cast<int>(lines.size()));
 }

@@ -24,6 +24,12 @@ void OpenLogFile(CKQFile& file, const std::string& path);
 /// `openedAt` to the time of that.
 void ReopenLogFileIfDue(CKQFile& file, const std::string& path, std::int64_t& openedAt);
 
-/// Writes time, ": " and the message in one call; drops it when the file is
-/// closed.
-void AppendLogLine(CKQFile& file, const std::string& message);
+/// Time, ": " and the message.
+std::string LogLine(const std::string& message);
+
+/// Writes lines in one call; drops them when the file is closed.
+void AppendLogLines(CKQFile& file, const std::string& lines);
+
+inline void AppendLogLine(CKQFile& file, const std::string& message) {
+  AppendLogLines(file, LogLine(message));
+}

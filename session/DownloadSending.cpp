@@ -3,12 +3,14 @@
 // Prepare opens the file and starts a sender, a detached thread that works on
 // what the run captured then: its own file handle, position, link and epoch.
 // So neither a second download nor the next link of the same client can make
-// it send wrong bytes or touch a state that is no longer its own. Shares
+// it send wrong bytes or touch a state that is no longer its own. Once it has
+// ended a file the sender waits for the next one of its link. Shares
 // m_bStopService and m_bStopTrans with the delivery thread; m_runMutex orders
 // the end of a run against the start of the next one.
 
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "net/LinkBinding.h"
 #include "net/LinkInfo.h"
@@ -27,7 +29,7 @@
 
 namespace {
 
-constexpr int kRoomWaitMs = 50;  // how late a sender that waits for room notices a stop
+constexpr int kStopLookMs = 50;  // how late a sender that waits for room notices a stop
 
 }  // namespace
 
@@ -41,6 +43,7 @@ struct CTransClient::SSendRun {
   std::shared_ptr<CFileHandle> m_pFile;  // null when it was closed at once
   std::string m_strPath;
   KQLonglong m_llPosition = 0;  // of the next packet's first data byte
+  bool m_bStays = false;        // its thread waits for the next one
   std::int64_t m_llBegan = 0;   // ms, steady
   std::int64_t m_llBytes = 0;   // sent
 
@@ -121,7 +124,7 @@ int CTransClient::PrepareDownFileData(unsigned int nLength, const char* data) {
 
 // The position is passed, not read back: an older sender moves m_llSendPos too.
 bool CTransClient::StartSender(KQLonglong position, const std::string& path) {
-  auto run = std::make_unique<SSendRun>();
+  auto run = std::make_shared<SSendRun>();
   run->m_pSession = this;
   run->m_pState = m_pState;
   run->m_nLinkPort = m_nLinkPort;
@@ -135,11 +138,17 @@ bool CTransClient::StartSender(KQLonglong position, const std::string& path) {
     run->m_ullLinkEpoch = m_pState->m_ullLinkEpoch;
     run->m_ullRun = ++m_pState->m_ullRun;
     m_nTransType = PROCESS_TYPE_CLIENT_DOWNDATA;
+    if (std::exchange(m_pState->m_bSenderStays, false)) {
+      m_pState->m_pHanded = std::move(run);
+      m_pState->m_nextRun.notify_one();
+      return true;
+    }
   }
   m_pState->m_senderGate.Enter();
+  auto own = std::make_unique<std::shared_ptr<SSendRun>>(std::move(run));
   CKQThread thread;
-  if (thread.CreateKQThread(SendFileThread, run.get())) {
-    static_cast<void>(run.release());  // the thread's from here on
+  if (thread.CreateKQThread(SendFileThread, own.get())) {
+    static_cast<void>(own.release());  // the thread's from here on
     return true;
   }
   m_pState->m_senderGate.Leave();
@@ -149,16 +158,43 @@ bool CTransClient::StartSender(KQLonglong position, const std::string& path) {
 }
 
 void* CTransClient::SendFileThread(void* run) {
-  std::unique_ptr<SSendRun> own(static_cast<SSendRun*>(run));
-  const std::shared_ptr<SState> state = own->m_pState;
-  try {
-    own->m_pSession->SendFileToClient(*own);
-  } catch (...) {
-    // Out of memory at the very end: the client runs into its time-out.
+  const std::unique_ptr<std::shared_ptr<SSendRun>> first(
+      static_cast<std::shared_ptr<SSendRun>*>(run));
+  const std::shared_ptr<SState> state = (*first)->m_pState;
+  bool stays = true;
+  for (auto own = std::move(*first); own != nullptr; own = stays ? NextRun(*state) : nullptr) {
+    try {
+      own->m_pSession->SendFileToClient(*own);
+    } catch (...) {
+      // Out of memory at the very end: the client runs into its time-out.
+    }
+    stays = own->m_bStays;
+    own.reset();
   }
-  own.reset();
   state->m_senderGate.Leave();
   return nullptr;
+}
+
+// Null when there is none for this thread any more.
+std::shared_ptr<CTransClient::SSendRun> CTransClient::NextRun(SState& state) {
+  std::unique_lock<std::mutex> lock(state.m_runMutex);
+  state.m_nextRun.wait(lock, [&] { return state.m_pHanded != nullptr || !state.m_bSenderStays; });
+  return std::exchange(state.m_pHanded, nullptr);
+}
+
+// Before the end of the file is told: whoever hears of it may ask for the next
+// one at once. One stays, and none of an old link.
+void CTransClient::StayForNextRun(SSendRun& run) {
+  const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
+  if (run.m_ullLinkEpoch != m_pState->m_ullLinkEpoch || m_bStopService) return;
+  if (m_pState->m_nWaiters > 0) return;
+  run.m_bStays = !std::exchange(m_pState->m_bSenderStays, true);
+}
+
+void CTransClient::DismissSender() {
+  const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
+  m_pState->m_bSenderStays = false;
+  m_pState->m_nextRun.notify_all();
 }
 
 void CTransClient::SendFileToClient(SSendRun& run) {
@@ -215,7 +251,7 @@ bool CTransClient::SendBuffer(ILinkInfo* pLinkInfo, CDataBlock& block, SSendRun&
 // False when the run must send no more. Once a stop is seen, what is in hand
 // is queued without waiting.
 bool CTransClient::WaitForRoom(ILinkInfo& link, const SSendRun& run) const {
-  while (!m_bStopTrans && !m_bStopService && !IsStale(run) && !link.WaitSendRoom(kRoomWaitMs)) {
+  while (!m_bStopTrans && !m_bStopService && !IsStale(run) && !link.WaitSendRoom(kStopLookMs)) {
   }
   return !IsStale(run);
 }
@@ -226,9 +262,10 @@ bool CTransClient::IsStale(const SSendRun& run) const {
   return run.m_ullLinkEpoch != m_pState->m_ullLinkEpoch;
 }
 
-void CTransClient::FinishRun(const SSendRun& run, int end) {
+void CTransClient::FinishRun(SSendRun& run, int end) {
   if (IsStale(run)) return;
   m_pTransFile->CloseIf(run.m_pFile);
+  StayForNextRun(run);
   const std::string body = EncodeBody(SResult{end});
   SendToRun(run, NET_STC_TRANSFILEDATA_END, body.data(), static_cast<int>(body.size()));
   if (m_bStopTrans) SendToRun(run, NET_CTS_TRANS_STOP, nullptr, 0);

@@ -7,11 +7,14 @@
 #include "session/DurableUpload.h"
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 #include "platform/ExpertUtils.h"
 #include "platform/HardWareCommon.h"
 #include "platform/KQPlatForm.h"
 #include "platform/System.h"
+#include "session/DirectoryEntries.h"
 
 namespace {
 
@@ -98,8 +101,11 @@ int CDurableUpload::CountNewEntries(const std::string& path) {
   while (count < kMostLevels && !CKQPlatForm::IsFileExist(DirectoryAbove(path, count - 1))) {
     ++count;
   }
+  if (count > 1) CDirectoryEntries::OfProcess().Forget(DirectoryAbove(path, count - 2));
   return count;
 }
+
+CDurableUpload::SFlushed::SFlushed() : m_ullMoment(CDirectoryEntries::OfProcess().Moment()) {}
 
 void CDurableUpload::Recover(const std::string& path) {
   const std::shared_ptr<CFileHandle> file = CFileHandle::Open(path, "r+b");
@@ -117,14 +123,15 @@ void CDurableUpload::SetNoteFor(CFileHandle& file, std::int64_t bytes, std::int6
   WriteNote(file, bytes, wholeBytes);
 }
 
-void CDurableUpload::Begin(CFileHandle& file, const std::string& path, int newEntries,
-                           std::int64_t keptBytes) {
+void CDurableUpload::Begin(CFileHandle& file, const std::string& path, const std::string& root,
+                           int newEntries, std::int64_t keptBytes) {
   const std::int64_t begin = std::max<std::int64_t>(keptBytes, 0);
   if (path != m_strPath) {
     EndPending();  // given up by the client, without an end
     m_nNewEntries = 0;
     m_llSafeBytes = begin;
     m_strPath = path;
+    m_strRoot = root;
   }
   // The end of a file that is gone on with may not lie on the disk yet.
   SNote note;
@@ -139,7 +146,9 @@ void CDurableUpload::Begin(CFileHandle& file, const std::string& path, int newEn
   m_llStepBytes = 0;
   m_bInOrder = true;
   m_bFailed = false;
-  m_nNewEntries = std::max(m_nNewEntries, newEntries);
+  m_bDataStarted = m_bNoteStarted = m_bStartFailed = false;
+  // Nobody has brought the name of a file to the disk whose end never came.
+  m_nNewEntries = std::max({m_nNewEntries, newEntries, m_bNoted ? 1 : 0});
 }
 
 // Not at the beginning: most files that are opened again are whole.
@@ -166,19 +175,60 @@ bool CDurableUpload::Wrote(CFileHandle& file, std::int64_t position, std::int64_
 }
 
 // Where nothing was begun the note is that of another server, a durable one.
-bool CDurableUpload::End(CFileHandle& file) {
+bool CDurableUpload::End(CFileHandle& file, SFlushed& flushed) {
   if (m_strPath.empty()) {
     file.SetNote("");
     return true;
   }
-  if (!file.Flush()) return Fail(file);
-  for (int level = 0; level < m_nNewEntries; ++level) {
-    const ESystemError error = System().FlushDirectory(DirectoryAbove(m_strPath, level));
-    if (error != ESystemError::kNone) return Fail(file);
-  }
-  if (m_bNoted) SetNoteFor(file, std::max(m_llSafeBytes, SizeOf(m_strPath)), m_llWholeBytes);
+  if (m_bNoted) StartData(file);
+  StartNote(file);
+  const bool isWritten = !m_bStartFailed && file.Flush();
+  // Also of a file that failed: others may lie in the directories it made.
+  if (!FlushDirectories(flushed) || !isWritten) return Fail(file);
   m_strPath.clear();
   return true;
+}
+
+// A flush may not tell again what this one says.
+void CDurableUpload::StartData(CFileHandle& file) {
+  if (!HasBegun() || std::exchange(m_bDataStarted, true)) return;
+  m_bStartFailed = !file.StartFlush();
+}
+
+// The note goes to the disk with the flush: one that stays behind would have a
+// confirmed file cut. It changes once the data are written out, so that it
+// never says more than there is.
+void CDurableUpload::StartNote(CFileHandle& file) {
+  if (!m_bNoted || m_bStartFailed || std::exchange(m_bNoteStarted, true)) return;
+  m_bStartFailed = !file.StartFlush();
+  if (m_bStartFailed) return;
+  SetNoteFor(file, std::max(m_llSafeBytes, SizeOf(m_strPath)), m_llWholeBytes);
+}
+
+bool CDurableUpload::FlushDirectories(SFlushed& flushed) const {
+  std::vector<std::string> known;
+  for (int level = 0; level < kMostLevels && NeedsFlush(level); ++level) {
+    const std::string directory = DirectoryAbove(m_strPath, level);
+    if (IsOfServer(level)) known.push_back(directory);
+    if (flushed.m_directories.count(directory) > 0) continue;
+    if (System().FlushDirectory(directory) != ESystemError::kNone) return false;
+    flushed.m_directories.insert(directory);
+  }
+  CDirectoryEntries::OfProcess().Add(known, flushed.m_ullMoment);
+  return true;
+}
+
+// Whether the directory has an entry on the way to the file that may not lie on
+// the disk: one that was made for it, or below the server's own directory any,
+// until this process has seen to it.
+bool CDurableUpload::NeedsFlush(int level) const {
+  if (level < m_nNewEntries) return true;
+  const int below = std::max(level - 1, 0);
+  return IsOfServer(level) && !CDirectoryEntries::OfProcess().Has(DirectoryAbove(m_strPath, below));
+}
+
+bool CDurableUpload::IsOfServer(int level) const {
+  return !m_strRoot.empty() && DirectoryAbove(m_strPath, level).rfind(m_strRoot, 0) == 0;
 }
 
 bool CDurableUpload::EndPending() {
@@ -186,16 +236,17 @@ bool CDurableUpload::EndPending() {
   if (m_strPath.empty()) return true;
   if (m_bFailed) return false;
   const std::shared_ptr<CFileHandle> file = CFileHandle::Open(m_strPath, "r+b");
-  return file != nullptr && End(*file);
+  SFlushed flushed;
+  return file != nullptr && End(*file, flushed);
 }
 
 bool CDurableUpload::Fail(CFileHandle& file) {
   m_bFailed = true;
+  m_bDataStarted = m_bNoteStarted = m_bStartFailed = false;
   const std::int64_t size = SizeOf(m_strPath);
-  if (size > m_llSafeBytes && file.Resize(m_llSafeBytes)) {
-    m_llWholeBytes = std::max(m_llWholeBytes, size);
-    WriteNote(file, m_llSafeBytes, m_llWholeBytes);
-  }
+  const bool cut = size > m_llSafeBytes && file.Resize(m_llSafeBytes);
+  if (cut) m_llWholeBytes = std::max(m_llWholeBytes, size);
+  if (cut || m_bNoted) WriteNote(file, m_llSafeBytes, m_llWholeBytes);
   m_llStartedBytes = m_llSafeBytes;
   m_bInOrder = false;
   return false;

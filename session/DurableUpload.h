@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 
 #include "platform/KQFile.h"
@@ -20,8 +21,16 @@
 /// Threads: the delivery thread of the session.
 class CDurableUpload {
  public:
+  /// Directories that were flushed together, for several files.
+  struct SFlushed {
+    SFlushed();
+
+    std::set<std::string> m_directories;
+    const std::uint64_t m_ullMoment;  // of CDirectoryEntries
+  };
+
   /// How many directories above a file get a new entry when it is made with
-  /// all that are missing.
+  /// all that are missing. Call before they are made.
   static int CountNewEntries(const std::string& path);
 
   /// Cuts a file whose reception this machine did not survive. Call before its
@@ -29,10 +38,12 @@ class CDurableUpload {
   static void Recover(const std::string& path);
 
   /// A file was opened to be received.
-  /// @param newEntries as counted before; 0 when the file existed
+  /// @param root       the server's own directory
+  /// @param newEntries as counted before; 0 when the file existed, and was not empty
   /// @param keptBytes  its length; -1 for a file that was emptied
   /// Blocks: as End, when the file before it never came to its end.
-  void Begin(CFileHandle& file, const std::string& path, int newEntries, std::int64_t keptBytes);
+  void Begin(CFileHandle& file, const std::string& path, const std::string& root, int newEntries,
+             std::int64_t keptBytes);
 
   /// Call before each chunk is stored.
   void BeforeWrite(CFileHandle& file);
@@ -46,7 +57,17 @@ class CDurableUpload {
   /// @return true when the file and the way to it lie on the disk. Without a
   ///         Begin before, as on a server that is not durable, at once.
   /// Blocks: for at most two steps of data, and for the directories' entries.
-  bool End(CFileHandle& file);
+  /// @param flushed made when all files of a group were; what is brought to the
+  ///                disk is added
+  bool End(CFileHandle& file, SFlushed& flushed);
+
+  /// What End begins with, for many files in two steps: first the data of all of
+  /// them, then their notes.
+  void StartData(CFileHandle& file);
+  void StartNote(CFileHandle& file);
+
+  /// True from Begin until End has succeeded.
+  bool HasBegun() const { return !m_strPath.empty(); }
 
   /// This much of the file is known to lie on the disk.
   std::int64_t SafeBytes() const { return m_llSafeBytes; }
@@ -59,11 +80,18 @@ class CDurableUpload {
 
  private:
   bool Fail(CFileHandle& file);
+  bool FlushDirectories(SFlushed& flushed) const;
+  bool NeedsFlush(int level) const;
+  bool IsOfServer(int level) const;
   static void SetNoteFor(CFileHandle& file, std::int64_t bytes, std::int64_t wholeBytes);
 
-  std::string m_strPath;              // "" once its end has been confirmed
-  int m_nNewEntries = 0;              // in as many directories above it
-  bool m_bFailed = false;             // since Begin
+  std::string m_strPath;        // "" once its end has been confirmed
+  std::string m_strRoot;        // the server's
+  int m_nNewEntries = 0;        // in as many directories above it
+  bool m_bFailed = false;       // since Begin
+  bool m_bDataStarted = false;  // for the end
+  bool m_bNoteStarted = false;
+  bool m_bStartFailed = false;        // one of these
   bool m_bWantsNote = false;          // before the first chunk
   bool m_bNoted = false;              // the file bears a note
   bool m_bInOrder = true;             // each chunk began where the last one ended

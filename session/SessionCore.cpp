@@ -9,6 +9,7 @@
 #include <cstring>
 #include <utility>
 
+#include "net/LayerThread.h"
 #include "net/NetBuffer.h"
 #include "net/NetWorkManageEx.h"
 #include "net/NetWorkPackHead.h"
@@ -25,6 +26,7 @@
 namespace {
 
 constexpr int kFirstStopWaitMs = 20;
+constexpr std::size_t kLogTogetherBytes = 16 << 10;
 constexpr int kStopStepMs = 50;
 constexpr int kStopSteps = 101;
 
@@ -69,9 +71,18 @@ CTransClient::~CTransClient() {
 bool CTransClient::DealNetMsg(unsigned int, int, int msgType, int nLength, const char* data, int) {
   if (nLength < 0) return true;
   try {
+    if (!JoinsGroup(msgType, nLength, data)) ConfirmGroup();
+    m_pState->m_group.Count(nLength);
     Dispatch(msgType, nLength, data);
   } catch (...) {
     // Out of memory for this one request: its client runs into its time-out.
+  }
+  try {
+    const bool more = LayerThread().m_bMoreToCome;
+    if (!more || m_pState->m_group.IsFull()) ConfirmGroup();
+    if (!more) WriteLogLines();
+  } catch (...) {
+    // As above.
   }
   return true;
 }
@@ -131,21 +142,39 @@ std::string CTransClient::LogFilePath() const {
 
 void CTransClient::WriteLog(const std::string& msg) {
   if (!m_bLog) return;
+  {
+    const CScopedLock lock(m_pLogLock);
+    m_pState->m_strLogLines += LogLine(msg);
+    const bool waits = m_pState->m_strLogLines.size() < kLogTogetherBytes;
+    if (LayerThread().m_bMoreToCome && waits) return;
+  }
+  WriteLogLines();
+}
+
+// Those of packets that arrived together, in one call.
+void CTransClient::WriteLogLines() {
+  {
+    const CScopedLock lock(m_pLogLock);
+    if (m_pState->m_strLogLines.empty()) return;
+  }
   if (IsLogFileFull(LogFilePath())) CreateLogFile();
   const CScopedLock lock(m_pLogLock);
   if (!m_pLogFile->IsOpen()) OpenLogFile(*m_pLogFile, m_strLogFile);
   ReopenLogFileIfDue(*m_pLogFile, m_strLogFile, m_llLogReopenTime);
-  AppendLogLine(*m_pLogFile, msg);
+  AppendLogLines(*m_pLogFile, std::exchange(m_pState->m_strLogLines, ""));
 }
 
 void CTransClient::Rest() {
   m_pTransFile->Close();
+  m_pState->m_group.Clear();
+  WriteLogLines();
   const CScopedLock lock(m_pLogLock);
   m_pLogFile->Close();
 }
 
 bool CTransClient::StopService() {
   m_bStopService = true;
+  DismissSender();
   CKQPlatForm::KQSleep(kFirstStopWaitMs);
   bool ended = !m_bWriting;
   for (int step = 1; !ended && step <= kStopSteps; ++step) {
@@ -157,7 +186,14 @@ bool CTransClient::StopService() {
 }
 
 void CTransClient::WaitSenders() {
+  {
+    const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
+    ++m_pState->m_nWaiters;
+  }
+  DismissSender();
   m_pState->m_senderGate.WaitEmpty();
+  const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
+  --m_pState->m_nWaiters;
 }
 
 // The epoch moves on before the flags are cleared: a sender of the old link
@@ -165,6 +201,7 @@ void CTransClient::WaitSenders() {
 void CTransClient::ResetForLink() {
   const std::lock_guard<std::mutex> lock(m_pState->m_runMutex);
   ++m_pState->m_ullLinkEpoch;
+  m_pState->m_group.Clear();
   m_bStopTrans = false;
   m_bStopService = false;
   m_nTransType = PROCESS_TYPE_NONE;
@@ -176,6 +213,10 @@ int CTransClient::SendMsg(int msgType, const void* body, int nLength) {
 
 int CTransClient::SendMsg(int msgType, const std::string& body) {
   if (body.size() > static_cast<std::size_t>(kMaxBodyBytes)) return 0;
+  if (!m_pState->m_group.IsEmpty()) {
+    m_pState->m_group.Hold(msgType, body);
+    return 1;
+  }
   return SendMsg(msgType, body.data(), static_cast<int>(body.size()));
 }
 

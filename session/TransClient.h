@@ -18,6 +18,7 @@ class CThreadLock;
 class CDataBlock;
 class ILinkInfo;
 class ITransNet;
+struct SUploadReport;
 
 /// One client's session on the server: carries out every request of its link,
 /// one upload or download at a time.
@@ -185,7 +186,8 @@ class KQFT_API CTransClient {
   /// What one download works on, fixed when it is prepared.
   struct SSendRun;
 
-  /// Entry of the sender thread. @param run an SSendRun*, taken over
+  /// Entry of the sender thread. @param run a std::shared_ptr<SSendRun>*, taken
+  ///             over
   static void* SendFileThread(void* run);
   void SendFileToClient(SSendRun& run);
 
@@ -223,28 +225,39 @@ class KQFT_API CTransClient {
   void BeginUpload(std::string_view path);
   bool MayStoreNext();
   void EndUpload(int result);
+  void TellGrouped(const SUploadReport& report, int result);
 
   int SendFrame(int port, int msgType, const void* body, int nLength);
   std::string LogFilePath() const;
   void Dispatch(int msgType, int nLength, const char* data);
-  bool OpenTarget(const std::string& path, bool create, int* newEntries);
+  bool OpenTarget(const std::string& path, int* newEntries);
+  bool Replace(const std::string& path, bool isMissing, int* newEntries);
+  void MakeRoomFor(const std::string& path, int* newEntries);
   int CheckReceiving();
   bool StoreChunk(KQLonglong position, const char* data, int nLength);
   bool WriteDurably(KQLonglong position, const char* data, int nLength);
+  void LogWriteFailure(const std::string& path);
   KQLonglong RefuseUpload(const std::string& path);
   int FailWrite();
-  void LogWriteFailure();
   void AnnounceFailure(int result);
   void FlushReceived();
+  void HandOverReceived();
+  void ConfirmGroup();
+  void WriteLogLines();
+  bool JoinsGroup(int msgType, int nLength, const char* data) const;
   std::string ProjectDir() const;
   void AppendProject(std::vector<Channel_Key_Value>* out);
   bool StartSender(KQLonglong position, const std::string& path);
   bool IsStale(const SSendRun& run) const;
   bool WaitForRoom(ILinkInfo& link, const SSendRun& run) const;
   int StreamFile(SSendRun& run);
-  void FinishRun(const SSendRun& run, int end);
+  void FinishRun(SSendRun& run, int end);
   void SendToRun(const SSendRun& run, int msgType, const void* body, int nLength);
 
   struct SState;
+  static std::shared_ptr<SSendRun> NextRun(SState& state);
+  void StayForNextRun(SSendRun& run);
+  void DismissSender();
+
   const std::shared_ptr<SState> m_pState;  // every further member goes there (docs/abi.md)
 };

@@ -2,6 +2,8 @@
 //
 // A hook belongs to a host; what it throws ends in the session.
 
+#include <utility>
+
 #include "net/TransNet.h"
 #include "platform/System.h"
 #include "protocol/ResultCodes.h"
@@ -50,7 +52,7 @@ void CTransClient::TellFailed(OnHook on, std::string_view path, int result) {
 }
 
 void CTransClient::BeginUpload(std::string_view path) {
-  TellCutOff();
+  EndUpload(ERROR_CODE_STOP_SERVICE);
   SUploadReport& upload = m_pState->m_upload;
   upload = SUploadReport();
   upload.m_bRunning = true;
@@ -80,6 +82,16 @@ void CTransClient::EndUpload(int result) {
   Tell(&ITransNet::OnUploaded, upload.m_facts);
 }
 
+// Of a file that waited with others, while the next one may have begun.
+void CTransClient::TellGrouped(const SUploadReport& report, int result) {
+  const SUploadReport next = std::exchange(m_pState->m_upload, report);
+  EndUpload(result);
+  m_pState->m_upload = next;
+}
+
 void CTransClient::TellCutOff() {
+  for (const CConfirmGroup::SFile& file : m_pState->m_group.Clear()) {
+    TellGrouped(file.m_report, ERROR_CODE_STOP_SERVICE);
+  }
   EndUpload(ERROR_CODE_STOP_SERVICE);
 }

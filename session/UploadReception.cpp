@@ -6,6 +6,7 @@
 // with StopService.
 
 #include <algorithm>
+#include <utility>
 
 #include "net/TransNet.h"
 #include "platform/ExpertUtils.h"
@@ -69,7 +70,9 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   const bool durable = m_pTransNet != nullptr && m_pTransNet->IsDurable();
   if (durable && !create) CDurableUpload::Recover(path);
 
-  *llFileLen = static_cast<KQLonglong>(CHardWareCommon::GetFileSize(path));
+  SFileStatus status;
+  const bool isMissing = System().QueryFile(path, status) != ESystemError::kNone;
+  *llFileLen = status.m_llSize;
   // The low 32 bits only, kept on purpose; the answer carries all of them.
   WriteLog("CTransClient::PrepareReceiveData llFileLen = " +
            std::to_string(static_cast<std::int32_t>(*llFileLen)) + " \n");
@@ -77,12 +80,14 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   m_pState->m_llLostPos = INT64_MAX;
 
   int newEntries = 0;
-  if (!OpenTarget(path, create, durable ? &newEntries : nullptr)) {
+  int* const entries = durable ? &newEntries : nullptr;
+  if (!(create ? Replace(path, isMissing, entries) : OpenTarget(path, entries))) {
     WriteLog("CTransClient::PrepareReceiveData open file fales CREATE_FILE_ERROR \n");
     return CREATE_FILE_ERROR;
   }
   if (const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle(); durable && file) {
-    m_pState->m_durable.Begin(*file, path, newEntries, create ? -1 : *llFileLen);
+    if (*llFileLen == 0) newEntries = std::max(newEntries, 1);
+    m_pState->m_durable.Begin(*file, path, ProjectDir(), newEntries, create ? -1 : *llFileLen);
     if (m_pState->m_durable.IsShortened()) m_pState->m_llLostPos = *llFileLen;
   }
   m_nTransType = PROCESS_TYPE_CLIENT_UPDATA;
@@ -90,20 +95,27 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   return RESULT_OK;
 }
 
+// Makes the file, or empties it.
+bool CTransClient::Replace(const std::string& path, bool isMissing, int* newEntries) {
+  if (isMissing) MakeRoomFor(path, newEntries);
+  return m_pTransFile->KQOpen(path, "w+b");
+}
+
+void CTransClient::MakeRoomFor(const std::string& path, int* newEntries) {
+  if (newEntries != nullptr) *newEntries = CDurableUpload::CountNewEntries(path);
+  EU::CExpertUtils::CreateAllDir(path);
+}
+
 // A file that is to be kept is opened without a look before: one that cannot
 // be looked at now must not pass for a missing one and be emptied, nor one that
 // another session has begun meanwhile.
-bool CTransClient::OpenTarget(const std::string& path, bool create, int* newEntries) {
-  if (!create && m_pTransFile->KQOpen(path, "r+b")) return true;
+bool CTransClient::OpenTarget(const std::string& path, int* newEntries) {
+  if (m_pTransFile->KQOpen(path, "r+b")) return true;
   SFileStatus status;
   const ESystemError found = System().QueryFile(path, status);
-  if (!create && found == ESystemError::kNone) return m_pTransFile->KQOpen(path, "r+b");
-  if (!create && found != ESystemError::kNotFound) return false;
-  if (found != ESystemError::kNone) {
-    if (newEntries != nullptr) *newEntries = CDurableUpload::CountNewEntries(path);
-    EU::CExpertUtils::CreateAllDir(path);
-  }
-  if (create) return m_pTransFile->KQOpen(path, "w+b");
+  if (found == ESystemError::kNone) return m_pTransFile->KQOpen(path, "r+b");
+  if (found != ESystemError::kNotFound) return false;
+  MakeRoomFor(path, newEntries);
   if (m_pTransFile->KQOpen(path, "w+bx") || m_pTransFile->KQOpen(path, "r+b")) return true;
   const bool leadsNowhere = System().QueryFile(path, status) == ESystemError::kNotFound;
   return leadsNowhere && m_pTransFile->KQOpen(path, "w+b");  // a link
@@ -185,17 +197,17 @@ int CTransClient::ReceiveData(unsigned int nLength, const char* data) {
 }
 
 int CTransClient::FailWrite() {
-  LogWriteFailure();
+  LogWriteFailure(m_pTransFile->GetFilePath());
   m_pState->m_upload.m_facts.m_nResult = ERROR_CODE_SERVER_WRITE;
   return ERROR_CODE_SERVER_WRITE;
 }
 
-void CTransClient::LogWriteFailure() {
+void CTransClient::LogWriteFailure(const std::string& path) {
   const std::int64_t now = CTimeConvert::GetCurTime();
   const std::int64_t since = now - m_llWriteErrTime;
   if (since <= kWriteErrorLogSeconds && since >= -kWriteErrorLogSeconds) return;
   m_llWriteErrTime = now;
-  WriteLog("write data failed " + m_pTransFile->GetFilePath() + "\n");
+  WriteLog("write data failed " + path + "\n");
 }
 
 // Ends an upload; its flush, where the server wants one, comes before the
@@ -203,17 +215,60 @@ void CTransClient::LogWriteFailure() {
 // and leaves the state to it, kept on purpose.
 void CTransClient::AnswerEndOfFile() {
   if (!m_bStopService) {
-    if (m_nTransType == PROCESS_TYPE_CLIENT_UPDATA) FlushReceived();
+    if (m_nTransType == PROCESS_TYPE_CLIENT_UPDATA) {
+      if (m_pState->m_durable.HasBegun() && m_pTransFile->IsOpen()) {
+        HandOverReceived();
+        return;
+      }
+      FlushReceived();
+    }
     m_nTransType.Claim(PROCESS_TYPE_CLIENT_UPDATA, PROCESS_TYPE_NONE);
     m_pTransFile->Close();
   }
-  SendMsg(NET_CTS_TRANSFILEDATA_END, nullptr, 0);
+  SendMsg(NET_CTS_TRANSFILEDATA_END, "");
   WriteLog("DealNetMsg NET_CTS_TRANSFILEDATA_END \n");
   if (!m_bStopService) EndUpload(RESULT_OK);
 }
 
+// What the next packets bring may lie on the disk with it.
+void CTransClient::HandOverReceived() {
+  m_nTransType.Claim(PROCESS_TYPE_CLIENT_UPDATA, PROCESS_TYPE_NONE);
+  m_pState->m_group.Add({std::exchange(m_pState->m_durable, CDurableUpload()),
+                         m_pTransFile->Detach(), m_pTransFile->GetFilePath(), m_nLastDataError,
+                         std::exchange(m_pState->m_upload, SUploadReport())},
+                        NET_CTS_TRANSFILEDATA_END, "");
+  WriteLog("DealNetMsg NET_CTS_TRANSFILEDATA_END \n");
+}
+
+// Only files that are new, and their data, may come before the end of others
+// is confirmed: nobody asks for these by that.
+bool CTransClient::JoinsGroup(int msgType, int nLength, const char* data) const {
+  if (m_pState->m_group.IsEmpty()) return true;
+  if (msgType == NET_CTS_TRANSFILEDATA || msgType == NET_CTS_TRANSFILEDATA_END) return true;
+  const auto start = DecodeBody<SUploadStart>(data, nLength);
+  return msgType == NET_CTS_PREPARETRAN_FILE && start && start->m_bCreate &&
+         !m_pState->m_group.Holds(std::string(start->m_strPath));
+}
+
+void CTransClient::ConfirmGroup() {
+  if (m_pState->m_group.IsEmpty()) return;
+  CDurableUpload failed = m_pState->m_group.Flush(
+      [this](int code, const std::string& body) {
+        SendMsg(code, body.data(), static_cast<int>(body.size()));
+      },
+      [this](const CConfirmGroup::SFile& file, bool safe) {
+        if (!safe) LogWriteFailure(file.m_strPath);
+        TellGrouped(file.m_report, safe ? RESULT_OK : int{ERROR_CODE_SERVER_WRITE});
+      });
+  if (!failed.HasBegun() || m_pState->m_durable.HasBegun()) return;
+  m_nLastDataError = ERROR_CODE_SERVER_WRITE;
+  m_pState->m_durable = std::move(failed);
+}
+
 void CTransClient::FlushReceived() {
   const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle();
-  if (file != nullptr ? m_pState->m_durable.End(*file) : m_pState->m_durable.EndPending()) return;
+  CDurableUpload::SFlushed flushed;
+  CDurableUpload& durable = m_pState->m_durable;
+  if (file != nullptr ? durable.End(*file, flushed) : durable.EndPending()) return;
   AnnounceFailure(FailWrite());
 }

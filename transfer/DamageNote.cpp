@@ -11,10 +11,10 @@
 
 namespace {
 
-constexpr std::string_view kTitle = "# kqft.damaged 1";
+constexpr std::string_view kDamageTitle = "# kqft.damaged 1";
 
 std::string NoteText(const CDamageNote::Files& files, bool withBlocks) {
-  std::string text = std::string(kTitle) + "\n";
+  std::string text = std::string(kDamageTitle) + "\n";
   for (const auto& [path, blocks] : files) {
     text += EscapeName(path);
     if (withBlocks) {
@@ -46,7 +46,7 @@ std::string CDamageNote::Parse(std::string_view text) {
   CDamageNote note;
   if (text.size() > kMostDamageBytes) return "it is too long";
   if (!Unseal(text)) return "it is torn or was changed";
-  if (TakeUpTo(text, '\n') != kTitle) return "its head is none that is known";
+  if (TakeUpTo(text, '\n') != kDamageTitle) return "its head is none that is known";
   while (!text.empty()) {
     std::string_view line = TakeUpTo(text, '\n');
     std::string path;

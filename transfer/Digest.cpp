@@ -99,9 +99,9 @@ std::vector<std::int64_t> DifferingBlocks(const SFileDigest& one, const SFileDig
 
 DigestReader ReadsFile(const std::string& path) {
   const auto file = std::make_shared<CKQFile>();
-  const bool open = file->KQOpen(path, "rb");
-  return [file, open](std::int64_t position, char* data, std::size_t size) -> std::int64_t {
-    if (!open || !file->Seek(position)) return -1;
+  return [file, path](std::int64_t position, char* data, std::size_t size) -> std::int64_t {
+    if (!file->IsOpen() && !file->KQOpen(path, "rb")) return -1;
+    if (!file->Seek(position)) return -1;
     constexpr std::size_t kMost = std::numeric_limits<int>::max();
     return file->Read(data, static_cast<int>(std::min(size, kMost)));
   };

@@ -163,16 +163,19 @@ bool CDownload::HasDigest(const STransferItem& item, const std::string& path,
 // directory. Returns why the item cannot be fetched.
 std::string CDownload::Prepare(const STransferItem& item) {
   const fs::path part = PathOf(PartPath(item));
-  fs::path directory = PathOf(m_strInto);
   std::error_code error;
-  for (const fs::path& component : part.lexically_relative(PathOf(m_strInto)).parent_path()) {
-    directory /= component;
-    if (fs::is_symlink(fs::symlink_status(directory, error))) {
-      return BytesOf(directory) + " is a symbolic link";
+  if (m_made.count(BytesOf(part.parent_path())) == 0) {
+    fs::path directory = PathOf(m_strInto);
+    for (const fs::path& component : part.lexically_relative(PathOf(m_strInto)).parent_path()) {
+      directory /= component;
+      if (fs::is_symlink(fs::symlink_status(directory, error))) {
+        return BytesOf(directory) + " is a symbolic link";
+      }
     }
+    fs::create_directories(directory, error);
+    if (error) return BytesOf(directory) + ": " + error.message();
+    m_made.insert(BytesOf(part.parent_path()));
   }
-  fs::create_directories(directory, error);
-  if (error) return BytesOf(directory) + ": " + error.message();
   if (fs::is_directory(PathOf(item.m_strLocal), error)) return item.m_strLocal + " is a directory";
   const std::int64_t have = OwnFileSize(BytesOf(part));
   if (have < 0 || have > item.m_llSize) fs::remove(part, error);
@@ -268,15 +271,25 @@ std::string CDownload::BelowInto(const STransferItem& item) const {
   return BytesOf(PathOf(PartPath(item)).lexically_relative(PathOf(m_strInto)));
 }
 
+// What has the length and the digest that were told is whole, whatever the
+// server has in its place by now.
 int CDownload::Verify(const Batch& ended) {
+  Batch asked;
   std::vector<std::string> names;
-  for (const STransferItem* item : ended) names.push_back(item->m_strServer);
+  for (STransferItem* const item : ended) {
+    item->m_nCode = 0;
+    if (IsDigestKnown(*item) && OwnFileSize(PartPath(*item)) == item->m_llSize) {
+      if (const int finished = Finish(*item); finished != RESULT_OK) return finished;
+    } else {
+      asked.push_back(item);
+      names.push_back(item->m_strServer);
+    }
+  }
   std::vector<std::int64_t> sizes;
   const int result = m_session.AskSizes(names, sizes);
   if (result != RESULT_OK) return result;
-  for (std::size_t i = 0; i < ended.size(); ++i) {
-    STransferItem& item = *ended[i];
-    item.m_nCode = 0;
+  for (std::size_t i = 0; i < asked.size(); ++i) {
+    STransferItem& item = *asked[i];
     if (sizes[i] != item.m_llSize) {
       ChangeSize(item, sizes[i]);
     } else if (const int finished = Finish(item); finished != RESULT_OK) {

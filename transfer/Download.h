@@ -51,6 +51,7 @@ class CDownload : public CTransfer {
   const bool m_bOverwrite;
   Batch m_started;                             // as the session counts records
   std::set<const STransferItem*> m_differing;  // arrived once with other bytes
+  std::set<std::string> m_made;                // directories that are there, and no links
 };
 
 /// Takes over the size of an item that the server tells, if it can be.

@@ -2,28 +2,21 @@
 
 #include "transfer/FileFacts.h"
 
-#include <filesystem>
-
+#include "platform/FileLook.h"
 #include "platform/FileTimes.h"
 #include "platform/PathBytes.h"
 
-namespace fs = std::filesystem;
-
 std::string ReadFileFacts(const std::string& path, SFileFacts& facts) {
   std::error_code error;
-  const fs::file_status status = fs::status(PathOf(path), error);
-  if (status.type() == fs::file_type::not_found) return "no such file";
-  if (!error && !fs::is_regular_file(status)) return "not a file";
-  std::uintmax_t size = 0;
-  std::int64_t time = 0;
-  if (!error) size = fs::file_size(PathOf(path), error);
-  if (!error) time = ReadFileTime(PathOf(path), error);
-  unsigned mode = 0;
-  if (!error) mode = ReadFileMode(PathOf(path), error);
+  const SFileLook look = LookAtFile(path, error);
+  if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) {
+    return "no such file";
+  }
   if (error) return error.message();
-  facts.m_llSize = static_cast<std::int64_t>(size);
-  facts.m_llTime = time;
-  facts.m_nMode = mode;
+  if (!look.m_bRegular) return "not a file";
+  facts.m_llSize = look.m_llSize;
+  facts.m_llTime = look.m_llTime;
+  facts.m_nMode = look.m_nMode;
   return "";
 }
 

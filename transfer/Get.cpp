@@ -102,18 +102,28 @@ void RefuseOtherSizes(std::vector<STransferItem>& items) {
   }
 }
 
+// Of files whose digest is known a sum is enough: none of them passes for whole
+// that is not.
 int AskItemSizes(CSession& session, std::vector<STransferItem>& items) {
-  std::vector<std::string> names;
+  std::vector<std::string> known, others;
+  std::vector<std::int64_t> expected;
+  const auto isKnown = [](const STransferItem& item) {
+    return item.m_pEntry != nullptr && item.m_pEntry->m_bDigest;
+  };
   for (const STransferItem& item : items) {
-    if (!item.m_bFinal) names.push_back(item.m_strServer);
+    if (item.m_bFinal) continue;
+    (isKnown(item) ? known : others).push_back(item.m_strServer);
+    if (isKnown(item)) expected.push_back(item.m_pEntry->m_facts.m_llSize);
   }
-  std::vector<std::int64_t> sizes;
-  const int result = session.AskSizes(names, sizes);
+  std::vector<std::int64_t> knownSizes, otherSizes;
+  int result = session.AskExpectedSizes(known, expected, knownSizes);
+  if (result == RESULT_OK) result = session.AskSizes(others, otherSizes);
   if (result != RESULT_OK) return result;
-  auto size = sizes.begin();
+  auto knownSize = knownSizes.begin();
+  auto otherSize = otherSizes.begin();
   std::int64_t total = 0;
   for (STransferItem& item : items) {
-    if (!item.m_bFinal) TakeSize(item, *size++, total);
+    if (!item.m_bFinal) TakeSize(item, isKnown(item) ? *knownSize++ : *otherSize++, total);
   }
   return RESULT_OK;
 }

@@ -66,7 +66,9 @@ void Walk(const fs::path& directory, std::vector<std::string>& components, const
     std::error_code ignored;
     const fs::file_type own = fs::symlink_status(path, ignored).type();
     const bool isDirectory = own == fs::file_type::directory;
-    const bool isFile = !isDirectory && fs::is_regular_file(fs::status(path, ignored));
+    const bool isFile =
+        own == fs::file_type::regular ||
+        (own == fs::file_type::symlink && fs::is_regular_file(fs::status(path, ignored)));
     // Files are chosen together.
     if (!isFile && !filter.IsEmpty() && !filter.Allows(JoinForPeople(components), isDirectory)) {
       ++found.m_nFiltered;

@@ -65,6 +65,10 @@ const std::vector<std::int64_t>* CPutInventories::Damage(const STransferItem& it
 }
 
 std::size_t CPutInventories::CountOnlyThere(const CFilter& filter) const {
+  const bool isNew = std::all_of(m_mapProjects.begin(), m_mapProjects.end(), [](const auto& named) {
+    return named.second.m_server.Newest().GetFiles().empty();
+  });
+  if (isNew) return 0;
   std::set<std::string> here;  // with their projects
   for (const STransferItem& item : m_items)
     here.insert(ProjectOfItem(item) + "/" + PathOfItem(item));

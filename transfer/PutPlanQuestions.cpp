@@ -25,8 +25,11 @@ int CPutPlan::AskHeld(std::vector<STransferItem>& items, std::vector<SHeld>& hel
     names.push_back(item.m_strServer);
     if (IsRecording(item)) names.push_back(SideFileName(item.m_strServer, kRangesExtension));
   }
+  const std::vector<std::int64_t> expected(names.size(), 0);
+  // Nothing is there, as a rule, that the inventory does not tell.
   std::vector<std::int64_t> sizes;
-  int result = Insist(m_tools, [&] { return m_tools.m_session.AskSizes(names, sizes); });
+  int result =
+      Insist(m_tools, [&] { return m_tools.m_session.AskExpectedSizes(names, expected, sizes); });
   if (result != RESULT_OK) return result;
   auto size = sizes.begin();
   for (std::size_t i = 0; i < items.size(); ++i) {

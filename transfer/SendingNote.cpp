@@ -26,7 +26,7 @@
 namespace {
 
 constexpr int kLookMs = 10000;
-constexpr int kMomentMs = 20;
+constexpr int kRestMs = 20;
 constexpr int kPatienceMs = 3000;  // with others that come at the same time
 constexpr std::string_view kSending = "sending";
 constexpr std::string_view kWanting = "wanting";
@@ -169,7 +169,7 @@ std::string CSendingNote::Begin(bool takeOver) {
 
 // Goes on until the record stands there as written, and nobody else who counts.
 std::string CSendingNote::Enter(std::vector<int> dead, bool takeOver) {
-  for (int waited = 0;; waited += kMomentMs) {
+  for (int waited = 0;; waited += kRestMs) {
     Records records;
     m_bIn = true;
     int result = Insist(m_tools, [&] { return Write(dead); });
@@ -201,7 +201,7 @@ std::string CSendingNote::Enter(std::vector<int> dead, bool takeOver) {
     }
     if (waited > kPatienceMs) break;
     if (!isMine && !m_mine.m_bSending) ChooseSlot(records);
-    if (!isAlone) m_tools.m_cancel.Sleep(kMomentMs);
+    if (!isAlone) m_tools.m_cancel.Sleep(kRestMs);
   }
   End();
   return m_tools.m_cancel.IsCancelled() ? "interrupted" : kGone;

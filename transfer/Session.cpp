@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "net/IOCPBuffer.h"
+#include "net/LinkInfo.h"
 #include "net/NetWorkManageEx.h"
 #include "net/Pacing.h"
 #include "platform/KQEvent.h"
@@ -17,6 +18,7 @@
 #include "protocol/MessageCodes.h"
 #include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
+#include "transfer/Sizes.h"
 #include "transfer/WaitNotice.h"
 
 namespace {
@@ -24,6 +26,7 @@ namespace {
 constexpr int kMomentMs = 5;
 constexpr std::chrono::milliseconds kConfirmation(200);
 constexpr int kSizeWaitMs = 30000;
+constexpr std::size_t kNamesPerQuestion = 32;  // each at most 1,023 bytes
 
 // The second of three fields is not empty.
 bool NamesRanges(const std::string& text) {
@@ -115,35 +118,74 @@ int CSession::Delete(const std::string& project) {
 int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes) {
   sizes.clear();
   if (names.empty()) return RESULT_OK;
-  return Request(NET_CTS_REQUEST_SERVERFILESIZE, [&] { return AskAllSizes(names, sizes); });
+  std::vector<std::string> bodies(names.size());
+  for (std::size_t i = 0; i < names.size(); ++i) AddName(bodies[i], names[i]);
+  return Request(NET_CTS_REQUEST_SERVERFILESIZE, [&] { return AskSums(bodies, sizes); });
 }
 
-int CSession::AskAllSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes) {
+int CSession::AskExpectedSizes(const std::vector<std::string>& names,
+                               const std::vector<std::int64_t>& expected,
+                               std::vector<std::int64_t>& sizes) {
+  std::vector<std::string> bodies;
+  std::vector<std::int64_t> sums;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    if (i % kNamesPerQuestion == 0) {
+      bodies.emplace_back();
+      sums.push_back(0);
+    }
+    AddName(bodies.back(), names[i]);
+    sums.back() = AddSizes(sums.back(), expected[i]);
+  }
+  sizes = expected;
+  if (names.empty()) return RESULT_OK;
+  std::vector<std::int64_t> told;
+  int result = Request(NET_CTS_REQUEST_SERVERFILESIZE, [&] { return AskSums(bodies, told); });
+  if (result != RESULT_OK) return result;
+  std::vector<std::size_t> others;
+  std::vector<std::string> otherNames;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    if (told[i / kNamesPerQuestion] == sums[i / kNamesPerQuestion]) continue;
+    others.push_back(i);
+    otherNames.push_back(names[i]);
+  }
+  result = AskSizes(otherNames, told);
+  for (std::size_t i = 0; i < others.size() && result == RESULT_OK; ++i) sizes[others[i]] = told[i];
+  return result;
+}
+
+// One answer for each body; what those name is added up by the server.
+int CSession::AskSums(const std::vector<std::string>& bodies, std::vector<std::int64_t>& sums) {
   std::unique_lock lock(m_mutex);
   m_vecSizes.clear();
-  m_nAsked = names.size();
+  m_nAsked = bodies.size();
   int result = RESULT_OK;
-  for (std::size_t asked = 0; m_vecSizes.size() < names.size() && result == RESULT_OK;) {
+  for (std::size_t asked = 0; m_vecSizes.size() < bodies.size() && result == RESULT_OK;) {
     const std::size_t before = m_vecSizes.size();
+    const std::size_t last = std::min(bodies.size(), before + kQuestionsAtOnce);
+    // The next ones go out together, while the server has some left.
+    m_nWanted = last == bodies.size() ? last : before + kQuestionsAtOnce / 2;
     lock.unlock();
     bool sent = true;
-    for (; sent && asked < std::min(names.size(), before + kQuestionsAtOnce); ++asked) {
-      std::string body;
-      AddName(body, names[asked]);
+    for (; sent && asked < last; ++asked) {
+      ILinkInfo* const link = m_pLinkInfo;
+      if (link != nullptr && asked + 1 < last) link->WaitSendRoom(kMomentMs);
+      const std::string& body = bodies[asked];
       sent =
           SendMessage(NET_CTS_REQUEST_SERVERFILESIZE, body.data(), static_cast<int>(body.size()));
     }
     lock.lock();
-    const auto moved = [&] { return m_vecSizes.size() > before || !IsConnect(); };
+    const auto moved = [&] { return m_vecSizes.size() >= m_nWanted || !IsConnect(); };
     if (!sent || !IsConnect()) {
       result = ERROR_CODE_CLIENT_CONNECT;
-    } else if (!System().Wait(m_changed, lock, TimeoutMs(kSizeWaitMs), moved)) {
+    } else if (!System().Wait(m_changed, lock, TimeoutMs(kSizeWaitMs), moved) &&
+               m_vecSizes.size() == before) {
       result = ERROR_CODE_WAIT_FILESIZE;
       m_evReply->ResetKQEvent();  // Leave is not to wait once more
     }
   }
+  if (result == RESULT_OK) m_evReply->SetKQEvent();  // no answer is outstanding
   m_nAsked = 0;
-  sizes = m_vecSizes;
+  sums = m_vecSizes;
   return result;
 }
 
@@ -254,16 +296,15 @@ bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, 
     pData = lostInfo.data();
     nLength = static_cast<int>(lostInfo.size());
   }
-  CKQFileTransServiceClient::DealNetMsg(ip, port, nMsgType, nLength, pData, extra);
+  if (nMsgType == NET_CTS_REQUEST_SERVERFILESIZE && KeepSize(nLength, pData)) return true;
+  const bool reads = nMsgType == NET_STC_TRANSFILEDATA_END && IsReading();
+  CKQFileBulkTransfer::DealNetMsg(ip, port, nMsgType, nLength, pData, extra);
   switch (nMsgType) {
     case NET_STC_TRANSFILEDATA:
       TakeData(nLength, pData);
       break;
     case NET_STC_TRANSFILEDATA_END:
-      EndData();
-      break;
-    case NET_CTS_REQUEST_SERVERFILESIZE:
-      if (const auto total = DecodeBody<STotalSize>(pData, nLength)) KeepSize(total->m_llBytes);
+      if (reads) EndData();  // that of a transfer may have let a reading begin by now
       break;
     case NET_COMMAND_DISCONNECT:
       ReleaseWaiting();
@@ -296,10 +337,14 @@ bool CSession::TakeLostInfo(SLostRanges answer, std::string& body) {
   return m_bLostRanges;
 }
 
-void CSession::KeepSize(std::int64_t size) {
+// False when the answer is none to AskSizes: the library's then.
+bool CSession::KeepSize(int length, const char* body) {
+  const auto total = DecodeBody<STotalSize>(body, length);
   const std::lock_guard guard(m_mutex);
-  if (m_vecSizes.size() < m_nAsked) m_vecSizes.push_back(size);
-  m_changed.notify_all();
+  if (m_vecSizes.size() >= m_nAsked || !total) return false;
+  m_vecSizes.push_back(total->m_llBytes);
+  if (m_vecSizes.size() >= m_nWanted) m_changed.notify_all();
+  return true;
 }
 
 // Nobody need wait for answers that can no longer come.
@@ -320,7 +365,7 @@ bool CSession::ReleaseIOCPBuffer(CIOCPBuffer* p) {
       m_llMoved += static_cast<std::int64_t>(piece->m_strData.size());
     }
   }
-  return CKQFileTransServiceClient::ReleaseIOCPBuffer(p);
+  return CKQFileBulkTransfer::ReleaseIOCPBuffer(p);
 }
 
 // True when a server that never answered this kind of request answers the next

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "client/KQFileTransServiceVisitor.h"
+#include "client/KQFileBulkTransfer.h"
 #include "net/LinkFailure.h"
 #include "transfer/Bandwidth.h"
 #include "transfer/Digest.h"
@@ -42,7 +42,7 @@ struct SLostAnswer {
 /// and never answered on this link gets no answer later, and is not asked again.
 ///
 /// Threads: one thread uses it; the network layer calls the overrides.
-class CSession : public CKQFileTransServiceVisitor {
+class CSession : public CKQFileBulkTransfer {
  public:
   /// @param place    m_strLogDirectory ends with a separator
   /// @param observer told of long waits; outlives the session
@@ -90,6 +90,12 @@ class CSession : public CKQFileTransServiceVisitor {
   /// Size of each file, 0 for one that is not there, as the server tells it:
   /// any number. A name with "|" cannot be asked for so.
   int AskSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes);
+
+  /// As AskSizes, for less where the sizes are as expected: the server is asked
+  /// for the sums of some files each, and only for single files where a sum is
+  /// another one. So those of 0 are certain, others may make up for each other.
+  int AskExpectedSizes(const std::vector<std::string>& names,
+                       const std::vector<std::int64_t>& expected, std::vector<std::int64_t>& sizes);
 
   /// Size of a file whose name AskSizes cannot carry. Makes it when missing.
   int AskHeldSize(const std::string& name, std::int64_t& size);
@@ -203,13 +209,14 @@ class CSession : public CKQFileTransServiceVisitor {
   int SendPart(std::int64_t begin, std::int64_t end, const DigestReader& reader);
   int WaitForData();
   void EndData();
+  bool IsReading();
   void TakeData(int length, const char* body);
   int Checked(int result) const;
   bool IsPassedOver(int code);
-  int AskAllSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes);
+  int AskSums(const std::vector<std::string>& bodies, std::vector<std::int64_t>& sums);
   bool StopConfirmed();
   bool TakeLostInfo(SLostRanges answer, std::string& body);
-  void KeepSize(std::int64_t size);
+  bool KeepSize(int length, const char* body);
   void ReleaseWaiting();
 
   const SServerPlace m_place;
@@ -237,6 +244,7 @@ class CSession : public CKQFileTransServiceVisitor {
   bool m_bLostRanges = false;             // guarded by m_mutex; the server named some
   bool m_bStopping = false;               // guarded by m_mutex
   std::size_t m_nAsked = 0;               // guarded by m_mutex; sizes that are to come
+  std::size_t m_nWanted = 0;              // guarded by m_mutex; so many wake who asked
   std::vector<std::int64_t> m_vecSizes;   // guarded by m_mutex
   std::string m_strLostText;              // guarded by m_mutex; the last answer about ranges
   std::deque<SLostAnswer> m_answers;      // guarded by m_mutex; those to come in this request

@@ -148,6 +148,11 @@ void CSession::TakeData(int length, const char* body) {
   if (over) m_evFileEnd->SetKQEvent();
 }
 
+bool CSession::IsReading() {
+  const std::lock_guard guard(m_mutex);
+  return m_sink != nullptr;
+}
+
 // Set under the lock: a transfer that begins when the reading is over resets
 // the event behind this.
 void CSession::EndData() {

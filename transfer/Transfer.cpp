@@ -39,6 +39,12 @@ bool LeavesLinkClean(int code) {
          IsAnyOf(code, {ERROR_CODE_SERVER_WRITE, ERROR_CODE_CLIENT_SEEK, ERROR_CODE_CLIENT_READ});
 }
 
+// What a transfer says of files whose turn it did not come to, or that it was
+// at, when it had to end.
+bool IsUnreached(int code) {
+  return IsAnyOf(code, {ERROR_CODE_SEND_STOPPED, ERROR_CODE_CLIENT_SENDDATA});
+}
+
 void Blame(STransferItem& item, int code) {
   item.m_nCode = code;
   item.m_strWhy = DescribeResult(code);
@@ -190,7 +196,8 @@ void CTransfer::MoveAll(const Batch& queue) {
     }
     Between();
     Ready(batch);
-    next += batch.empty() ? 1 : MoveBatch(batch);
+    next += std::max<std::size_t>(batch.size(), 1);
+    if (!batch.empty()) MoveBatch(batch);
   }
 }
 
@@ -199,9 +206,8 @@ void CTransfer::EndAlone(STransferItem& item) {
   VerifyEnded();
 }
 
-// Returns how many of the batch have had their turn. The others follow in a
-// request of their own.
-std::size_t CTransfer::MoveBatch(const Batch& batch) {
+// Files of it that were not reached have their turn in the next round.
+void CTransfer::MoveBatch(const Batch& batch) {
   const int started = Start(batch);
   if (started != RESULT_OK) {
     for (STransferItem* item : batch) {
@@ -209,32 +215,35 @@ std::size_t CTransfer::MoveBatch(const Batch& batch) {
       item->m_strWhy = WhyNotStarted(batch, started);
     }
     m_bRenewLink = !LeavesLinkClean(started);
-    return batch.size();
+    return;
   }
-  const std::size_t reached = Watch(batch);
+  Watch(batch);
   const bool cut = !m_session.IsConnect() || m_cancel.IsCancelled();
   const std::vector<int> statuses = m_session.Statuses();
-  const auto failed = static_cast<std::size_t>(
-      std::find_if(statuses.begin(), statuses.end(), [](int s) { return s != RESULT_OK; }) -
-      statuses.begin());
-
-  std::size_t ended = std::min(failed, batch.size());
-  if (failed < statuses.size()) {
-    Fail(*batch[failed], statuses[failed]);
-    m_bRenewLink = m_bRenewLink || m_session.EndFile() != RESULT_OK;
-  } else if (cut) {
-    ended = reached;
-    Blame(*batch[reached], ERROR_CODE_CLIENT_SENDDATA);
-    if (m_cancel.IsCancelled()) {
-      batch[reached]->m_nCode = 0;
-      batch[reached]->m_strWhy = kCancelled;
+  bool ended = cut;  // before it came to all of them
+  STransferItem* first = nullptr;
+  for (std::size_t i = 0; i < batch.size(); ++i) {
+    const int status = i < statuses.size() ? statuses[i] : int{ERROR_CODE_CLIENT_SENDDATA};
+    if (status == RESULT_OK) {
+      m_vecEnded.push_back(batch[i]);
+    } else if (ended && IsUnreached(status)) {
+      if (first == nullptr) first = batch[i];
+    } else {
+      Fail(*batch[i], status);
+      ended = ended || m_bRenewLink;
+      m_begun.push_back(batch[i]);
     }
   }
-  if (ended < batch.size()) m_begun.push_back(batch[ended]);
+  if (cut && first != nullptr) {
+    Blame(*first, ERROR_CODE_CLIENT_SENDDATA);
+    m_begun.push_back(first);
+  }
+  if (first != nullptr && m_cancel.IsCancelled()) {
+    first->m_nCode = 0;
+    first->m_strWhy = kCancelled;
+  }
   if (!m_session.IsConnect()) m_bRenewLink = true;
-  m_vecEnded.assign(batch.begin(), batch.begin() + static_cast<std::ptrdiff_t>(ended));
   if (!m_bRenewLink) VerifyEnded();
-  return std::min(ended + 1, batch.size());
 }
 
 void CTransfer::Fail(STransferItem& item, int code) {
@@ -250,8 +259,8 @@ std::string CTransfer::WhyNotStarted(const Batch&, int code) {
   return DescribeResult(code);
 }
 
-// Waits for the end. Returns the index of the last file that was begun.
-std::size_t CTransfer::Watch(const Batch& batch) {
+// Waits for the end.
+void CTransfer::Watch(const Batch& batch) {
   const std::int64_t movedBefore = m_session.BytesMoved();
   const int limitMs = m_session.TimeoutMs(0);
   bool stopping = false;
@@ -271,7 +280,6 @@ std::size_t CTransfer::Watch(const Batch& batch) {
   }
   const std::size_t reached = m_session.GetTransferState().m_nRecord;
   if (IsResumable(*batch[reached])) m_llRoundMoved += m_session.BytesMoved() - movedBefore;
-  return reached;
 }
 
 // What was told stays told: a file that is begun again, or fell short, does

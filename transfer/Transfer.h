@@ -32,10 +32,9 @@ DigestReader ReadsUnlessCancelled(const CCancelToken& cancel, const std::string&
 
 /// Moves a list of files and does not give up at the first that fails.
 ///
-/// The library stops a request at its first failure, and takes what a cut
-/// link leaves behind for a success. So files go in requests of a few, each
-/// is looked at when it has ended, the others go on, and what fell short is
-/// tried again.
+/// What the server confirmed need not be whole. So files go in requests of a
+/// few, each is looked at when it has ended, the others go on, and what fell
+/// short is tried again.
 class CTransfer {
  public:
   explicit CTransfer(const STransferTools& tools);
@@ -105,8 +104,8 @@ class CTransfer {
   void Round(std::vector<STransferItem>& items);
   Batch Queue(std::vector<STransferItem>& items, bool last);
   void MoveAll(const Batch& queue);
-  std::size_t MoveBatch(const Batch& batch);
-  std::size_t Watch(const Batch& batch);
+  void MoveBatch(const Batch& batch);
+  void Watch(const Batch& batch);
   void VerifyEnded();
   void ShowProgress(const Batch& batch);
   void TellEnd(STransferItem& item);

@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// How many files are held open at a time, and so the most of one request.
+// How many recordings are held open at a time, and so the most of one request.
 constexpr std::size_t kMostOpen = 128;
 
 const char* const kNoRecording = "its recording did not arrive whole";
@@ -56,9 +56,10 @@ void Judge(STransferItem& item, std::int64_t missing, const std::string& why) {
   item.m_strWhy = why.empty() ? kSizesDiffer : why;
 }
 
-void JudgeBySize(STransferItem& item, std::int64_t held) {
+// @param held bytes that the server has of it, @param size those that are here
+void JudgeBySize(STransferItem& item, std::int64_t held, std::int64_t size) {
   const bool possible = held >= 0;
-  Judge(item, possible ? LocalSize(item.m_strLocal) - held : -1, possible ? "" : WhyNoSize(held));
+  Judge(item, possible ? size - held : -1, possible ? "" : WhyNoSize(held));
 }
 
 }  // namespace
@@ -171,22 +172,33 @@ int CUpload::VerifyItems(const Batch& ended) {
       return result;
     }
   }
+  // None of them is longer there than what was sent: a sum tells of all.
   std::vector<std::string> names;
-  for (const STransferItem* item : plain) names.push_back(item->m_strServer);
-  std::vector<std::int64_t> sizes;
-  const int result = m_session.AskSizes(names, sizes);
+  std::vector<std::int64_t> here, expected, sizes;
+  for (const STransferItem* item : plain) {
+    names.push_back(item->m_strServer);
+    here.push_back(LocalSize(item->m_strLocal));
+    expected.push_back(std::max<std::int64_t>(here.back(), 0));
+  }
+  const int result = m_session.AskExpectedSizes(names, expected, sizes);
   if (result != RESULT_OK) return result;
-  for (std::size_t i = 0; i < plain.size(); ++i) JudgeBySize(*plain[i], sizes[i]);
+  for (std::size_t i = 0; i < plain.size(); ++i) JudgeBySize(*plain[i], sizes[i], here[i]);
   return RESULT_OK;
 }
 
-// The library tells the server to empty a file before it opens its own.
+// Of a recording the library tells the server to empty its file before it opens
+// this one; others it opens first.
+bool CUpload::HoldOpen(const STransferItem& item) {
+  if (!IsResumable(item)) return true;
+  m_vecOpen.push_back(std::make_unique<CKQFile>());
+  return m_vecOpen.back()->KQOpen(item.m_strLocal, "rb");
+}
+
 void CUpload::OpenFiles(Batch& batch) {
   m_vecOpen.clear();
-  CutTo(batch, kMostOpen);
   for (std::size_t i = 0; i < batch.size(); ++i) {
-    m_vecOpen.push_back(std::make_unique<CKQFile>());
-    const bool opened = m_vecOpen.back()->KQOpen(batch[i]->m_strLocal, "rb");
+    if (m_vecOpen.size() == kMostOpen) return CutTo(batch, i);
+    const bool opened = HoldOpen(*batch[i]);
     if (opened) TakeFacts(*batch[i]);
     const std::string later = m_whyLater ? m_whyLater(batch[i]->m_strLocal) : "";
     if (opened && later.empty()) continue;
@@ -324,7 +336,7 @@ int CUpload::VerifyAlone(STransferItem& item) {
   if (!IsResumable(item)) {
     std::int64_t held = 0;
     const int result = m_session.AskHeldSize(item.m_strServer, held);
-    if (result == RESULT_OK) JudgeBySize(item, held);
+    if (result == RESULT_OK) JudgeBySize(item, held, LocalSize(item.m_strLocal));
     return result;
   }
   SRecording recording;

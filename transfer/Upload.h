@@ -43,6 +43,7 @@ class CUpload : public CTransfer {
   int AskKept(const STransferItem& item, std::int64_t& bytes) override;
 
  private:
+  bool HoldOpen(const STransferItem& item);
   void OpenFiles(Batch& batch);
   static void LeaveForLater(STransferItem& item, const std::string& why);
   void TakeFacts(const STransferItem& item);

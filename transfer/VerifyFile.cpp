@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::int64_t kProgressBytes = 1 << 20;
+constexpr std::int64_t kShowBytes = 1 << 20;
 constexpr std::size_t kMostSegments = 10000;
 
 const char* const kOpenRanges = "ranges of it are missing on the server";
@@ -288,8 +288,8 @@ int CVerification::ReadOnce(const std::string& name, std::int64_t most, CFileDig
     m_result.m_llRead += static_cast<std::int64_t>(size);
     m_progress.m_llFileDone = std::min(at, m_progress.m_llFileSize);
     m_progress.m_llDone = before + m_progress.m_llFileDone;
-    if (at - shown >= kProgressBytes) Show();
-    if (at - shown >= kProgressBytes) shown = at;
+    if (at - shown >= kShowBytes) Show();
+    if (at - shown >= kShowBytes) shown = at;
     return !m_tools.m_cancel.IsCancelled();
   };
   return m_tools.m_session.ReadFile(name, take, at, most - at);

@@ -28,12 +28,6 @@ std::int64_t Rest(std::int64_t time) {
   return (time % kNanoseconds + kNanoseconds) % kNanoseconds;
 }
 
-std::int64_t FromFileTime(fs::file_time_type time) {
-  const auto whole = std::chrono::floor<seconds>(time);
-  return Join(FileClock::to_sys(whole).time_since_epoch().count(),
-              Rest(nanoseconds(time.time_since_epoch()).count()));
-}
-
 fs::file_time_type ToFileTime(std::int64_t time) {
   const auto whole =
       std::chrono::floor<seconds>(std::chrono::sys_time<nanoseconds>(nanoseconds(time)));
@@ -43,25 +37,12 @@ fs::file_time_type ToFileTime(std::int64_t time) {
 
 }  // namespace
 
-std::int64_t ReadFileTime(const fs::path& path, std::error_code& error) {
-  const fs::file_time_type time = fs::last_write_time(path, error);
-  if (error == std::errc::value_too_large) {
-    error.clear();
-    return std::numeric_limits<std::int64_t>::max();
-  }
-  return error ? 0 : FromFileTime(time);
-}
-
 void SetFileTime(const fs::path& path, std::int64_t time, std::error_code& error) {
   fs::last_write_time(path, ToFileTime(time), error);
 }
 
 bool IsSameFileTime(std::int64_t a, std::int64_t b) {
   return a == b;
-}
-
-unsigned ReadFileMode(const fs::path& path, std::error_code& error) {
-  return static_cast<unsigned>(fs::status(path, error).permissions() & fs::perms::all);
 }
 
 void SetFileMode(const fs::path& path, unsigned mode, std::error_code& error) {

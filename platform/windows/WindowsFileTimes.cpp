@@ -3,7 +3,9 @@
 
 #include <windows.h>
 
+#include "platform/FileLook.h"
 #include "platform/FileTimes.h"
+#include "platform/PathBytes.h"
 #include "platform/windows/WindowsPath.h"
 #include "platform/windows/WindowsSystem.h"
 
@@ -16,6 +18,17 @@ constexpr unsigned kUsualMode = 0644;
 
 std::int64_t Steps(std::int64_t time) {
   return time / kStep - (time % kStep < 0 ? 1 : 0);
+}
+
+std::uint64_t Join(DWORD high, DWORD low) {
+  return (static_cast<std::uint64_t>(high) << 32) | low;
+}
+
+std::int64_t FromFileTime(const FILETIME& time) {
+  const auto steps = static_cast<std::int64_t>(Join(time.dwHighDateTime, time.dwLowDateTime));
+  const std::int64_t since = steps - kStepsTo1970;
+  if (since > INT64_MAX / kStep) return INT64_MAX;
+  return since < INT64_MIN / kStep ? INT64_MIN : since * kStep;
 }
 
 CHandle OpenFacts(const std::filesystem::path& path, DWORD access, std::error_code& error) {
@@ -41,16 +54,18 @@ void Judge(BOOL done, std::error_code& error) {
 
 }  // namespace
 
-std::int64_t ReadFileTime(const std::filesystem::path& path, std::error_code& error) {
-  const CHandle file = OpenFacts(path, FILE_READ_ATTRIBUTES, error);
-  FILETIME time = {};
-  if (!error) Judge(::GetFileTime(file.Get(), nullptr, nullptr, &time), error);
-  if (error) return 0;
-  const auto steps = static_cast<std::int64_t>(
-      (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime);
-  const std::int64_t since = steps - kStepsTo1970;
-  if (since > INT64_MAX / kStep) return INT64_MAX;
-  return since < INT64_MIN / kStep ? INT64_MIN : since * kStep;
+SFileLook LookAtFile(const std::string& path, std::error_code& error) {
+  SFileLook look;
+  const CHandle file = OpenFacts(PathOf(path), FILE_READ_ATTRIBUTES, error);
+  BY_HANDLE_FILE_INFORMATION found = {};
+  if (!error) Judge(GetFileInformationByHandle(file.Get(), &found), error);
+  if (error) return look;
+  look.m_bRegular = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+  look.m_llSize = static_cast<std::int64_t>(Join(found.nFileSizeHigh, found.nFileSizeLow));
+  look.m_llTime = FromFileTime(found.ftLastWriteTime);
+  const bool isReadOnly = (found.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
+  look.m_nMode = isReadOnly ? kUsualMode & ~kAnyWriteBit : kUsualMode;
+  return look;
 }
 
 void SetFileTime(const std::filesystem::path& path, std::int64_t time, std::error_code& error) {
@@ -62,14 +77,6 @@ void SetFileTime(const std::filesystem::path& path, std::int64_t time, std::erro
 
 bool IsSameFileTime(std::int64_t a, std::int64_t b) {
   return Steps(a) == Steps(b);
-}
-
-unsigned ReadFileMode(const std::filesystem::path& path, std::error_code& error) {
-  const CHandle file = OpenFacts(path, FILE_READ_ATTRIBUTES, error);
-  BY_HANDLE_FILE_INFORMATION found = {};
-  if (!error) Judge(GetFileInformationByHandle(file.Get(), &found), error);
-  const bool isReadOnly = (found.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
-  return isReadOnly ? kUsualMode & ~kAnyWriteBit : kUsualMode;
 }
 
 void SetFileMode(const std::filesystem::path& path, unsigned mode, std::error_code& error) {

@@ -13,7 +13,7 @@ namespace {
 
 // A name may be as long as a packet. This is more than systems take.
 constexpr std::size_t kLongestName = 1024;
-constexpr double kMillisecondsPerSecond = 1000;
+constexpr double kSecondsPerMillisecond = 0.001;
 
 void AppendDigits(std::string& text, std::int64_t value, int digits, char after) {
   std::int64_t scale = 1;
@@ -62,7 +62,7 @@ void AddName(CJsonObject& object, const char* key, const std::string& name) {
 }
 
 void AddSeconds(CJsonObject& object, const STransferFacts& facts) {
-  object.Seconds("seconds", static_cast<double>(facts.m_llMilliseconds) / kMillisecondsPerSecond);
+  object.Seconds("seconds", static_cast<double>(facts.m_llMilliseconds) * kSecondsPerMillisecond);
 }
 
 const char* ResultWord(int result) {

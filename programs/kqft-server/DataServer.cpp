@@ -15,7 +15,7 @@
 namespace {
 
 constexpr std::int64_t kRefusalPauseMs = 10000;
-constexpr std::int64_t kMillisecondsPerSecond = 1000;
+constexpr std::int64_t kOneSecondMs = 1000;
 
 std::string Counted(std::size_t count, const char* what) {
   return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
@@ -61,7 +61,7 @@ std::string CDataServer::Status() {
   const std::int64_t now = System().SteadyMilliseconds();
   const CTraffic::SState state = m_pTraffic->State();
   const std::int64_t passed = std::max<std::int64_t>(now - m_llStatusTime, 1);
-  const std::int64_t rate = (state.m_llBytes - m_llStatusBytes) * kMillisecondsPerSecond / passed;
+  const std::int64_t rate = (state.m_llBytes - m_llStatusBytes) * kOneSecondMs / passed;
   m_llStatusTime = now;
   m_llStatusBytes = state.m_llBytes;
   std::string text = Counted(state.m_nLinks, "link") + ", " +

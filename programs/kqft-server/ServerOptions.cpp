@@ -4,7 +4,9 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdint>
 #include <iostream>
+#include <limits>
 
 #include "programs/ConfigFile.h"
 #include "programs/ExitStatus.h"
@@ -12,17 +14,16 @@
 
 namespace {
 
-constexpr int kHighestPort = 65535;
 constexpr std::size_t kMostRateDigits = 6;
 constexpr int kSecondMs = 1000;
 constexpr int kMinuteMs = 60000;
 
-const char* const kDescription =
+const char* const kServerDescription =
     "Keeps measurement projects for workstations: receives, lists, sends and deletes them.\n"
     "The protocol knows neither passwords nor encryption: let it be reached from networks\n"
     "that you trust only.";
 
-const char* const kFooter =
+const char* const kServerFooter =
     "\nExamples:\n"
     "  kqft-server --dir /srv/projects\n"
     "  kqft-server --dir /srv/projects --listen 10.0.0.5 --log-dir /var/log/kqft\n"
@@ -101,7 +102,7 @@ void AddOptions(CLI::App& app, SServerOptions& options, STexts& texts) {
       ->type_name("DIR");
   app.add_option("--port", options.m_nPort, "TCP port to listen on; 0 picks a free one")
       ->type_name("N")
-      ->check(CLI::Range(0, kHighestPort))
+      ->check(CLI::Range(0, int{std::numeric_limits<std::uint16_t>::max()}))
       ->capture_default_str();
   app.add_option("--listen", options.m_strListenAddress, "local address to listen on")
       ->type_name("ADDRESS")
@@ -145,9 +146,9 @@ void AddOptions(CLI::App& app, SServerOptions& options, STexts& texts) {
 }  // namespace
 
 bool ParseServerOptions(int argc, char** argv, SServerOptions& options, int& status) {
-  CLI::App app(kDescription, "kqft-server");
+  CLI::App app(kServerDescription, "kqft-server");
   app.allow_windows_style_options(false);  // "/a" is a path everywhere
-  app.footer(std::string(kFooter) + ServiceUsage());
+  app.footer(std::string(kServerFooter) + ServiceUsage());
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
     return std::string("kqft-server: ") + error.what() + "\nTry \"kqft-server --help\".\n";
   });

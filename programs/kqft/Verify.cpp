@@ -15,7 +15,7 @@
 
 namespace {
 
-SVerifyRequest MakeRequest(const SOptions& options) {
+SVerifyRequest MakeVerifyRequest(const SOptions& options) {
   SVerifyRequest request;
   request.m_strProject = options.m_strProject;
   request.m_strLocal = options.m_strLocal;
@@ -38,14 +38,14 @@ void AddVerifyOptions(CLI::App& command, SOptions& options) {
 }
 
 std::string WhyNoVerify(const SOptions& options) {
-  return CProjectClient::WhyNoVerify(MakeRequest(options));
+  return CProjectClient::WhyNoVerify(MakeVerifyRequest(options));
 }
 
 int RunVerify(CProjectClient& client, COutput& output, const SOptions& options) {
   SVerifyResult verify;
   {
     const CInterruptScope scope([&client] { client.Cancel(); });
-    verify = client.Verify(MakeRequest(options));
+    verify = client.Verify(MakeVerifyRequest(options));
   }
   if (verify.m_nCode != RESULT_OK) {
     output.Error(verify.m_strWhy, verify.m_nCode, options.m_strProject);

@@ -78,7 +78,7 @@ class CWatchObserver : public CConsoleObserver {
   std::int64_t m_llMoved = 0;
 };
 
-SWatchRequest MakeRequest(const SOptions& options) {
+SWatchRequest MakeWatchRequest(const SOptions& options) {
   SWatchRequest request;
   request.m_put = MakePutRequest(options);
   request.m_nSettleSeconds = options.m_nSettleSeconds;
@@ -89,7 +89,7 @@ SWatchRequest MakeRequest(const SOptions& options) {
 
 std::string WhyNoWatch(const SOptions& options) {
   if (options.m_bNames) return "--files-from and --watch do not go together";
-  return CProjectClient::WhyNoWatch(MakeRequest(options));
+  return CProjectClient::WhyNoWatch(MakeWatchRequest(options));
 }
 
 int RunWatch(COutput& output, const SOptions& options) {
@@ -102,7 +102,7 @@ int RunWatch(COutput& output, const SOptions& options) {
     output.Notice("watching " + Printable(options.m_vecPaths.front()) +
                   "; files are sent once they have been left alone for " +
                   std::to_string(options.m_nSettleSeconds) + " s");
-    client.Watch(MakeRequest(options));
+    client.Watch(MakeWatchRequest(options));
   }
   const int status = IsInterrupted() ? InterruptedStatus() : kExitFailed;
   observer.Summarize(status, System().SteadyMilliseconds() - start);

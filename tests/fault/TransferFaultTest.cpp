@@ -24,11 +24,6 @@ using Tree = std::map<std::string, std::string>;  // content by name
 constexpr int kMostRuns = 5;                      // until one succeeds that nothing hurts
 constexpr int kPace = 50;                         // of test time
 
-bool IsWholeSweep() {
-  const char* sweep = std::getenv("KQFT_SWEEP");
-  return sweep != nullptr && std::string(sweep) == "all";
-}
-
 void WriteTree(const std::string& directory, const Tree& tree) {
   for (const auto& [name, content] : tree) WriteWholeFile(directory + name, content);
 }

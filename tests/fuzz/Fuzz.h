@@ -27,7 +27,7 @@ class CFuzzInput {
     return byte.empty() ? 0U : static_cast<unsigned char>(byte[0]);
   }
   std::string Take(std::size_t bytes) {
-    const std::string front = m_strRest.substr(0, bytes);
+    std::string front = m_strRest.substr(0, bytes);
     m_strRest.erase(0, bytes);
     return front;
   }

@@ -9,12 +9,6 @@
 
 namespace {
 
-constexpr std::int64_t kMiB = 1 << 20;
-
-bool Holds(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
 class ProgramCalls : public testing::Test {
  protected:
   CServerProgram m_server;

@@ -13,10 +13,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-bool Holds(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
 class ProgramPick : public testing::Test {
  protected:
   CServerProgram m_server;

@@ -13,9 +13,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::int64_t kMiB = 1 << 20;
 constexpr std::int64_t kLong = 72 * kMiB;  // longer than kBlocksAboveBytes
-constexpr std::int64_t kBigFile = 128 * kMiB;
+constexpr std::int64_t kRecording = 128 * kMiB;
 
 class ProgramPut : public testing::Test {
  protected:
@@ -109,12 +108,12 @@ TEST_F(ProgramPut, NeverMixesVersionsOfAFileThatWasEditedWhileItsPutWasCut) {
     put->Wait();
   };
   const std::pair<const char*, std::function<void(const std::string&)>> edits[] = {
-      {"shortened", [](const std::string& path) { fs::resize_file(path, kBigFile - 1); }},
-      {"grown", [](const std::string& path) { fs::resize_file(path, kBigFile + 1); }},
+      {"shortened", [](const std::string& path) { fs::resize_file(path, kRecording - 1); }},
+      {"grown", [](const std::string& path) { fs::resize_file(path, kRecording + 1); }},
       {"resumed", [](const std::string&) {}}};
   for (const auto& edit : edits) {
     const std::string name = edit.first, path = m_local / ("P/" + name + ".tm");
-    MakeSparseFile(path, kBigFile);
+    MakeSparseFile(path, kRecording);
     cut([&] { return FileSize(There(name + ".tm")) > kMiB; }, name);
     if (name != "resumed") Change(path, 7);
     edit.second(path);
@@ -125,9 +124,9 @@ TEST_F(ProgramPut, NeverMixesVersionsOfAFileThatWasEditedWhileItsPutWasCut) {
   // Blocks on their way to their places; then the former version is back.
   const std::string path = m_local / "P/blocks.tm";
   const auto changeHalf = [&] {
-    for (std::int64_t at = 1; at < kBigFile / 2; at += kDigestBlockBytes) Change(path, at);
+    for (std::int64_t at = 1; at < kRecording / 2; at += kDigestBlockBytes) Change(path, at);
   };
-  MakeSparseFile(path, kBigFile);
+  MakeSparseFile(path, kRecording);
   Put({}, "1 new");
   const SFileFacts former = EntryOf(path).m_facts;
   changeHalf();

@@ -13,12 +13,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::int64_t kMiB = 1 << 20;
 constexpr std::int64_t kBigFile = 320 * kMiB;
-
-bool Holds(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
 
 class ProgramTransfer : public testing::Test {
  protected:

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr std::int64_t kLong = 100LL << 20;
+constexpr std::int64_t kTwoSegments = 100LL << 20;
 
 // A server's project with one file of each fate, and how it is checked.
 struct SProject {
@@ -22,7 +22,7 @@ struct SProject {
     for (const std::string name : {"long.tm", "gone", "sub/small", "short", "chain.tm", "new"}) {
       WriteWholeFile(m_strPath + name, "bytes of " + name);
     }
-    MakeSparseFile(m_strPath + "long.tm", kLong);
+    MakeSparseFile(m_strPath + "long.tm", kTwoSegments);
     Write(InventoryOf(m_strPath, {"long.tm", "gone", "sub/small", "short", "chain.tm"}));
     std::filesystem::remove(m_strPath + "new");
   }
@@ -57,7 +57,7 @@ TEST(ProgramVerify, FindsAndNotesEveryDamageWithItsBlock) {
   EXPECT_EQ(project.Verify({"--note"}, 0), "Run: 5 same\n");
 
   project.FlipBit("long.tm", (13LL << 20) + 7);
-  project.FlipBit("long.tm", kLong - 1);
+  project.FlipBit("long.tm", kTwoSegments - 1);
   project.FlipBit("sub/small", 3);
   std::filesystem::remove(project.m_strPath + "gone");
   WriteWholeFile(project.m_strPath + "short", "b");

@@ -4,8 +4,10 @@
 #include <future>
 
 #include "net/NetWorkPackHead.h"
+#include "platform/KQFile.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
+#include "support/ForgetfulDisk.h"
 #include "support/Sockets.h"
 #include "support/TestClient.h"
 #include "support/TestServer.h"
@@ -19,7 +21,69 @@ class TransferLife : public CServerTest {
  protected:
   void SetUp() override { ASSERT_TRUE(m_server.Init(0)); }
   int Port() const { return m_server.Port(); }
+
+  // Every link has ended, and none waits for a write that may still run.
+  bool IsIdle() {
+    const CScopedLock lock(m_server.m_pClientLock);
+    bool idle = true;
+    for (const auto& [key, session] : m_server.m_mapClient) {
+      session->m_bWriting = false;
+      idle = idle && session->m_bStopService && !session->m_pTransFile->IsOpen();
+    }
+    return idle;
+  }
 };
+
+// A client of its own making sends small files behind one another; its link is
+// cut after any byte, and then the power.
+TEST_F(TransferLife, SmallFilesBehindOneAnotherAreWholeOnceTheyAreConfirmed) {
+  constexpr int kFiles = 20;
+  constexpr std::size_t kEndBytes = 20;    // of an answer to the end of a file
+  constexpr std::size_t kStartBytes = 32;  // to its beginning
+  m_system.Follow(CFaultPlan().ClockFaster(200));
+  CTempDirectory files;
+  CForgetfulDisk disk(files.Path());
+  m_server.SetPrjDir(files.Path());
+  m_server.SetDurable(true);
+  const auto name = [&](int i) {
+    return std::string(i < 9 ? "P/a/" : "P/b/c/") + std::to_string(i);
+  };
+  const auto content = [](int i) {
+    return PatternBytes(static_cast<std::size_t>(i % 4) * 7, static_cast<unsigned>(i) + 1);
+  };
+  std::string stream;
+  std::vector<std::size_t> starts, ends;
+  for (int i = 0; i < kFiles; ++i) {
+    stream += MakePacket(NET_CTS_PREPARETRAN_FILE, "\1" + (files / name(i)));
+    starts.push_back(stream.size());
+    if (i % 4 > 0) stream += MakePacket(NET_CTS_TRANSFILEDATA, Int64(0) + content(i));
+    stream += MakePacket(NET_CTS_TRANSFILEDATA_END);
+    ends.push_back(stream.size());
+  }
+  int address = 0;
+  for (std::size_t at = 100; at <= stream.size(); at += static_cast<std::size_t>(SweepStep(61))) {
+    for (const std::size_t bytes : {at, stream.size()}) {  // the second time from the beginning
+      const auto reached = [bytes](std::size_t end) { return end <= bytes; };
+      const auto confirmed = std::count_if(ends.begin(), ends.end(), reached);
+      const auto begun = std::count_if(starts.begin(), starts.end(), reached);
+      const std::size_t answers = static_cast<std::size_t>(begun) * kStartBytes +
+                                  static_cast<std::size_t>(confirmed) * kEndBytes;
+      ++address;
+      CRawClient client(Port(), "127.6." + std::to_string(address / 250) + "." +
+                                    std::to_string(address % 250 + 1));
+      ASSERT_TRUE(client.Send(stream.substr(0, bytes)));
+      EXPECT_EQ(client.Receive(answers).size(), answers);
+      EXPECT_FALSE(IsIdle());
+      client.Close();
+      EXPECT_TRUE(WaitUntil([this] { return IsIdle(); }));
+      disk.LosePower(false);
+      for (int i = 0; i < confirmed; ++i) {
+        EXPECT_TRUE(ReadWholeFile(files / name(i)) == content(i)) << i << " of " << bytes;
+      }
+    }
+    disk.Clear();
+  }
+}
 
 TEST_F(TransferLife, ClientsThenTheServerStopAndDieUnderLoad) {
   constexpr std::size_t kClients = 6;

@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr std::size_t kMiB = 1 << 20;
-
 const std::string kHead = "[Lost_Pos]\r\nnRecordCount=1\r\n";
 const std::string kRange = kHead + "lost_info_0=30000,100\r\n";
 

@@ -10,9 +10,12 @@ CRecordingServer::CRecordingServer(int capacity) {
 }
 
 bool CRecordingServer::Send(int code, const std::string& body) {
+  return SendTogether(MakePacket(code, body));
+}
+
+bool CRecordingServer::SendTogether(const std::string& packets) {
   WaitFor(NET_COMMAND_CONNECT);
-  const std::string packet = MakePacket(code, body);
-  return m_manager.SendText(m_nIP, m_nPort, packet.data(), static_cast<int>(packet.size()));
+  return m_manager.SendText(m_nIP, m_nPort, packets.data(), static_cast<int>(packets.size()));
 }
 
 void CRecordingServer::Drop() {

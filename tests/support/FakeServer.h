@@ -17,6 +17,7 @@ class CRecordingServer : public CRecordingSink {
 
   /// Sends on the newest link; closes all links. Both wait for a first one.
   bool Send(int code, const std::string& body = "");
+  bool SendTogether(const std::string& packets);
   void Drop();
 
  protected:

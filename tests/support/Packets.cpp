@@ -45,6 +45,11 @@ void CPacketLog::Add(int code, const std::string& body) {
   m_vecPackets.emplace_back(code, body);
 }
 
+void CPacketLog::Clear() {
+  const std::lock_guard lock(m_mutex);
+  m_vecPackets.clear();
+}
+
 std::vector<Packet> CPacketLog::Packets() const {
   const std::lock_guard lock(m_mutex);
   return m_vecPackets;

@@ -26,6 +26,7 @@ using Packet = std::pair<int, std::string>;
 class CPacketLog {
  public:
   void Add(int code, const std::string& body);
+  void Clear();
   std::vector<Packet> Packets() const;
   std::vector<std::string> Bodies(int code) const;
   std::size_t Count(int code) const;

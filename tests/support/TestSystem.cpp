@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -253,4 +254,23 @@ bool WaitUntil(const std::function<bool()>& condition) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return true;
+}
+
+namespace {
+
+bool IsSweep(const char* kind) {
+  const char* sweep = std::getenv("KQFT_SWEEP");
+  return sweep != nullptr && std::string(sweep) == kind;
+}
+
+}  // namespace
+
+bool IsWholeSweep() {
+  return IsSweep("all");
+}
+
+int SweepStep(int usual) {
+  constexpr int kCoarse = 10;
+  if (IsWholeSweep()) return 1;
+  return IsSweep("coarse") ? usual * kCoarse : usual;
 }

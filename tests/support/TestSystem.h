@@ -11,6 +11,12 @@
 
 #include "platform/System.h"
 
+constexpr std::int64_t kMiB = 1 << 20;
+
+inline bool Holds(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
 /// Every operation that a plan can make fail, and what it is called.
 struct SNamedOperation {
   EOperation m_operation;
@@ -188,3 +194,9 @@ std::string PatternBytes(std::size_t bytes, unsigned seed = 1);
 
 /// Waits, at most 60 s, until the condition holds. @return whether it does
 bool WaitUntil(const std::function<bool()>& condition);
+
+/// How far apart the places of a sweep over all faults are; all of them with
+/// KQFT_SWEEP=all, which is what "tests/soak.sh sweep" does, a tenth of the usual
+/// ones with KQFT_SWEEP=coarse.
+bool IsWholeSweep();
+int SweepStep(int usual);

@@ -227,6 +227,25 @@ TEST(NetWorkManageEx, RequestsWaitUntilAnswersAreRead) {
   server.Stop();
 }
 
+// Answers leave together, but not later than the request behind them is dealt with.
+TEST(NetWorkManageEx, AnswersDoNotWaitForASlowRequest) {
+  CRecordingServer server;
+  std::promise<void> read;
+  server.On(2504, [&](const std::string&) { server.Send(2504, "x"); });
+  server.On(2512, [&](const std::string&) {
+    read.get_future().wait_for(std::chrono::seconds(5));
+    server.Send(2512, "x");
+  });
+  const CRawClient client(server.Port(), "127.3.0.28");
+  const auto since = std::chrono::steady_clock::now();
+  ASSERT_TRUE(client.Send(MakePacket(2504) + MakePacket(2504) + MakePacket(2512)));
+  EXPECT_EQ(client.Receive(2 * 21).size(), 2 * 21U);
+  EXPECT_LT(std::chrono::steady_clock::now() - since, std::chrono::seconds(4));
+  read.set_value();
+  EXPECT_EQ(client.Receive(21).size(), 21U);
+  server.Stop();
+}
+
 TEST(NetWorkManageEx, CallbacksMayStopCloseAndConnect) {
   std::promise<bool> reconnected;
   CRecordingServer server;

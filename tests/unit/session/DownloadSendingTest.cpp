@@ -71,7 +71,13 @@ TEST_F(DownloadSending, FailuresAreAnsweredOrEndTheFile) {
   EXPECT_EQ(AskDownload(-5, "file"), kOk);  // sent from the start all the same
   EndOf(2);
   EXPECT_EQ(Received(-5), "content");
+  // The sender stays for the next file of its link, and for no other's.
   m_system.Follow(CFaultPlan().NoThreads());
+  EXPECT_EQ(AskDownload(0, "file"), kOk);
+  EndOf(3);
+  m_session.StopService();
+  m_session.WaitSenders();
+  m_session.ResetForLink();
   EXPECT_EQ(AskDownload(0, "file"), Int32(ERROR_CODE_SERVER_OPENFILE));
   EXPECT_EQ(m_session.m_nTransType, PROCESS_TYPE_NONE);
   EXPECT_FALSE(m_session.m_pTransFile->IsOpen());
