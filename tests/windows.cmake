@@ -25,15 +25,16 @@ endif()
 
 # What waits for answers by the real clock gets a processor more, for every step
 # of Wine's goes through one process. What takes minutes there is left out
-# (docs/windows.md), and fewer faults and meetings are drawn. Where tests of
-# several builds run together, these come behind all others by their COST.
+# (docs/windows.md), fewer faults and meetings are drawn, and the clock of tests
+# hurries less. Where tests of several builds run together, these come behind
+# all others by their COST.
 set(heavy "Program*:Transfer*:Both/*:SeveralCalls.*")
 set(left_out "Download.ConfirmationOfAStop*:ProgramPut.NeverMixesVersions*:Both/TransferFault.Connections*/get")
 gtest_discover_tests(kqft_tests TEST_PREFIX "${KQFT_TEST_PREFIX}"
   TEST_FILTER "-${heavy}:${left_out}" TEST_LIST light
   DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300 COST -1
-  ENVIRONMENT "KQFT_SWEEP=coarse" ${required})
+  ENVIRONMENT "KQFT_SWEEP=coarse;KQFT_SLOWER=5" ${required})
 gtest_discover_tests(kqft_tests TEST_PREFIX "${KQFT_TEST_PREFIX}"
   TEST_FILTER "${heavy}:-${left_out}" TEST_LIST heavy
   DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300 COST -1
-  PROCESSORS 2 ENVIRONMENT "KQFT_SWEEP=coarse;KQFT_FAULT_SHARE=12;KQFT_MEETINGS=3" ${required})
+  PROCESSORS 2 ENVIRONMENT "KQFT_SWEEP=coarse;KQFT_SLOWER=5;KQFT_FAULT_SHARE=12;KQFT_MEETINGS=3" ${required})

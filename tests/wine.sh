@@ -21,10 +21,12 @@ start)
   mkdir -p "$WINEPREFIX"
   [ -e "$WINEPREFIX/system.reg" ] || $wine wineboot -i >/dev/null 2>&1
   setsid sh -c "sleep 86400 | $wine cmd" </dev/null >/dev/null 2>&1 &
+  echo $! >"$WINEPREFIX/keeper"  # of a session of its own
   exec $wine cmd /c exit </dev/null >/dev/null 2>&1
   ;;
 stop)
-  exec /usr/lib/wine/wineserver64 -k
+  /usr/lib/wine/wineserver64 -k
+  kill -- "-$(cat "$WINEPREFIX/keeper")"
   ;;
 *)
   exec $wine "$@"

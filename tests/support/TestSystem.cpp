@@ -256,6 +256,13 @@ bool WaitUntil(const std::function<bool()>& condition) {
   return true;
 }
 
+// KQFT_SLOWER divides it: limits of real seconds, such as those of an answer,
+// would else be too short where every call takes long.
+CFaultPlan& CFaultPlan::ClockFaster(int factor) {
+  const char* const slower = std::getenv("KQFT_SLOWER");
+  return Set(m_nClockFactor, slower == nullptr ? factor : std::max(1, factor / std::stoi(slower)));
+}
+
 namespace {
 
 bool IsSweep(const char* kind) {

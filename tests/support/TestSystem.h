@@ -65,7 +65,7 @@ class CFaultPlan {
 
   /// Sleeps and waits take 1/factor of their time, and the clock runs factor
   /// times as fast.
-  CFaultPlan& ClockFaster(int factor) { return Set(m_nClockFactor, factor); }
+  CFaultPlan& ClockFaster(int factor);
 
  private:
   friend class CScopedSystem;
