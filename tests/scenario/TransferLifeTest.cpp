@@ -61,7 +61,7 @@ TEST_F(TransferLife, SmallFilesBehindOneAnotherAreWholeOnceTheyAreConfirmed) {
     ends.push_back(stream.size());
   }
   int address = 0;
-  for (std::size_t at = 100; at <= stream.size(); at += static_cast<std::size_t>(SweepStep(61))) {
+  for (std::size_t at = 100; at <= stream.size(); at += static_cast<std::size_t>(SweepStep(131))) {
     for (const std::size_t bytes : {at, stream.size()}) {  // the second time from the beginning
       const auto reached = [bytes](std::size_t end) { return end <= bytes; };
       const auto confirmed = std::count_if(ends.begin(), ends.end(), reached);

@@ -2,6 +2,8 @@
 
 #include "client/KQFileBulkTransfer.h"
 
+#include <filesystem>
+
 #include "platform/ByteOrder.h"
 #include "platform/KQPlatForm.h"
 #include "support/Packets.h"
@@ -14,7 +16,7 @@ using Statuses = std::vector<int>;
 
 constexpr int kFiles = 20;
 
-constexpr int kStep = 7;  // bytes between two ends of a link
+constexpr int kStep = 13;  // bytes between two ends of a link
 
 class CBulkClient : public CKQFileBulkTransfer {
  public:
@@ -256,14 +258,16 @@ TEST_F(BulkTransfer, OneFileOfADownloadFailsOrWaitsAlone) {
     EXPECT_EQ(client.Move(false, 3), (Statuses{status, 1, 1}));
   }
   // The next one is asked for as its end is here already, and no stop may hit it.
+  CBulkClient ahead(m_server.Port());
   bool first = true;
   m_server.On(2505, [&](const std::string& request) {
     if (!std::exchange(first, false)) return Serve(request);
+    EXPECT_TRUE(
+        WaitUntil([&] { return std::filesystem::exists(ahead.Local(2)); }));  // all are open
     m_server.SendTogether(MakePacket(2505, Int32(1)) + MakePacket(2506, Int64(0) + "x") +
                           MakePacket(2506, Int64(2) + "x") + MakePacket(2507, Int32(1)));
   });
   m_server.On(2503, [](const std::string&) { ADD_FAILURE() << "a stop"; });
-  CBulkClient ahead(m_server.Port());
   EXPECT_EQ(ahead.Move(false, 3), (Statuses{-27, 1, 1}));
   m_server.Answer(2503, "");
   first = true;  // the end of the first one comes once more, for the second one

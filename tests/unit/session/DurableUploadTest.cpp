@@ -281,7 +281,7 @@ TEST_F(PowerLoss, LeavesWhateverWasConfirmed) {
   enum EAccident { kAllForgotten, kNamesKept, kProcessKilled };
   for (const EAccident accident : {kAllForgotten, kNamesKept, kProcessKilled}) {
     bool struck = true;
-    for (int at = 1; struck; at += SweepStep(3)) {
+    for (int at = 1; struck; at += SweepStep(7)) {
       const std::string when = " " + std::to_string(accident) + " " + std::to_string(at);
       m_disk.FailFrom(at);
       const std::vector<bool> confirmed = Receive(m_files);
