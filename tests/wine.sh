@@ -25,8 +25,8 @@ start)
   exec $wine cmd /c exit </dev/null >/dev/null 2>&1
   ;;
 stop)
-  /usr/lib/wine/wineserver64 -k
-  kill -- "-$(cat "$WINEPREFIX/keeper")"
+  /usr/lib/wine/wineserver64 -k || true
+  kill -- "-$(cat "$WINEPREFIX/keeper")" && rm "$WINEPREFIX/keeper"
   ;;
 *)
   exec $wine "$@"
