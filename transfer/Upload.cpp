@@ -172,15 +172,13 @@ int CUpload::VerifyItems(const Batch& ended) {
       return result;
     }
   }
-  // None of them is longer there than what was sent: a sum tells of all.
   std::vector<std::string> names;
-  std::vector<std::int64_t> here, expected, sizes;
+  std::vector<std::int64_t> here, sizes;
   for (const STransferItem* item : plain) {
     names.push_back(item->m_strServer);
     here.push_back(LocalSize(item->m_strLocal));
-    expected.push_back(std::max<std::int64_t>(here.back(), 0));
   }
-  const int result = m_session.AskExpectedSizes(names, expected, sizes);
+  const int result = m_session.AskSizes(names, sizes);
   if (result != RESULT_OK) return result;
   for (std::size_t i = 0; i < plain.size(); ++i) JudgeBySize(*plain[i], sizes[i], here[i]);
   return RESULT_OK;

@@ -20,22 +20,11 @@
 #include <memory>
 #include <string>
 
+#include "bench/posix/Loopback.h"
+
 namespace {
 
 constexpr std::size_t kBlockBytes = 1 << 20;
-
-[[noreturn]] void Fail(const char* what) {
-  std::perror(what);
-  std::exit(1);
-}
-
-sockaddr_in Loopback(int port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  return address;
-}
 
 // Goes before each file.
 struct SFileHead {
@@ -43,20 +32,8 @@ struct SFileHead {
   std::uint64_t m_ullBytes;
 };
 
-int Accept() {
-  const int listener = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address = Loopback(0);
-  if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) Fail("bind");
-  if (listen(listener, 1) != 0) Fail("listen");
-  socklen_t size = sizeof address;
-  getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
-  std::printf("%d\n", ntohs(address.sin_port));
-  std::fflush(stdout);
-  return accept(listener, nullptr, nullptr);
-}
-
 void Receive(const std::string& directory) {
-  const int link = Accept();
+  const int link = accept(Listen(1), nullptr, nullptr);
   const std::unique_ptr<char[]> block(new char[kBlockBytes]);
   std::size_t begin = 0;  // of what is in the block and not yet used
   std::size_t end = 0;

@@ -26,6 +26,8 @@
 #include <string>
 #include <vector>
 
+#include "bench/posix/Loopback.h"
+
 namespace {
 
 constexpr std::size_t kPieceBytes = 256 << 10;
@@ -36,19 +38,6 @@ std::int64_t Now() {
   timespec time{};
   clock_gettime(CLOCK_MONOTONIC, &time);
   return time.tv_sec * kNanoseconds + time.tv_nsec;
-}
-
-[[noreturn]] void Fail(const char* what) {
-  std::perror(what);
-  std::exit(1);
-}
-
-sockaddr_in Loopback(int port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  return address;
 }
 
 void Prepare(int fd) {
@@ -112,18 +101,6 @@ struct SDirection {
 struct SConnection {
   SDirection m_there, m_back;
 };
-
-int Listen() {
-  const int listener = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address = Loopback(0);
-  if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) Fail("bind");
-  if (listen(listener, 64) != 0) Fail("listen");
-  socklen_t size = sizeof address;
-  getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
-  std::printf("%d\n", ntohs(address.sin_port));
-  std::fflush(stdout);
-  return listener;
-}
 
 void Accept(int listener, int port, std::list<SConnection>& connections) {
   const int client = accept(listener, nullptr, nullptr);
@@ -195,5 +172,5 @@ int main(int argc, char** argv) {
     return 2;
   }
   const auto delay = static_cast<std::int64_t>(std::atof(argv[2]) * 1e6);
-  Run(Listen(), std::atoi(argv[1]), delay);
+  Run(Listen(64), std::atoi(argv[1]), delay);
 }
