@@ -29,7 +29,7 @@ endif()
 # hurries less. Where tests of several builds run together, these come behind
 # all others by their COST.
 set(heavy "Program*:Transfer*:Both/*:SeveralCalls.*")
-set(left_out "Download.ConfirmationOfAStop*:ProgramPut.NeverMixesVersions*:Both/TransferFault.Connections*/get")
+set(left_out "Download.ConfirmationOfAStop*:Both/TransferFault.Connections*/get")
 gtest_discover_tests(kqft_tests TEST_PREFIX "${KQFT_TEST_PREFIX}"
   TEST_FILTER "-${heavy}:${left_out}" TEST_LIST light
   DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300 COST -1

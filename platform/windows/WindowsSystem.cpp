@@ -3,10 +3,13 @@
 
 #include "platform/windows/WindowsSystem.h"
 
+#include <process.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
-#include <exception>
+#include <memory>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -82,6 +85,15 @@ bool SleepExactly(std::chrono::microseconds pause) {
   due.QuadPart = -10 * pause.count();  // from now on, in 100 ns
   return timer.IsOpen() && SetWaitableTimer(timer.Get(), &due, 0, nullptr, nullptr, FALSE) != 0 &&
          WaitForSingleObject(timer.Get(), INFINITE) == WAIT_OBJECT_0;
+}
+
+unsigned WINAPI RunThread(void* body) {
+  const std::unique_ptr<std::function<void()>> work(static_cast<std::function<void()>*>(body));
+  try {
+    (*work)();
+  } catch (...) {  // a worker's failure ends the worker, not the host
+  }
+  return 0;
 }
 
 }  // namespace
@@ -220,18 +232,17 @@ bool CWindowsSystem::Wait(std::condition_variable& condition, std::unique_lock<s
   return condition.wait_until(lock, deadline, done);
 }
 
+// Not by std::thread: below it lies the compiler's imitation of POSIX threads,
+// which crashes now and then when a detached one ends while another begins.
 ESystemError CWindowsSystem::StartThread(std::function<void()> body) {
-  try {
-    std::thread([work = std::move(body)] {
-      try {
-        work();
-      } catch (...) {  // a worker's failure ends the worker, not the host
-      }
-    }).detach();
-    return ESystemError::kNone;
-  } catch (const std::exception&) {
-    return ESystemError::kTooMany;
-  }
+  std::unique_ptr<std::function<void()>> owned(new (std::nothrow)
+                                                   std::function<void()>(std::move(body)));
+  if (owned == nullptr) return ESystemError::kTooMany;
+  const CHandle thread(
+      reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &RunThread, owned.get(), 0, nullptr)));
+  if (!thread.IsOpen()) return ESystemError::kTooMany;
+  owned.release();  // the thread's
+  return ESystemError::kNone;
 }
 
 // A console is written to in its own characters, whatever its code page.

@@ -44,4 +44,26 @@ TEST(SystemFile, EmptyPathsAndNulBytesAreRefusedByEveryCall) {
   EXPECT_EQ(ReadWholeFile(temp / "canary"), "alive");
 }
 
+TEST(System, ThreadsThatEndAtOnceRunOnceEachHoweverManyStartTogether) {
+  constexpr int kEach = 2000;
+  constexpr int kMostAtOnce = 40;
+  std::atomic<int> live = 0;
+  std::atomic<int> ran = 0;
+  const auto start = [&] {
+    for (int i = 0; i < kEach; ++i) {
+      while (live > kMostAtOnce) System().Sleep(1);
+      ++live;
+      const ESystemError error = System().StartThread([&] {
+        --live;
+        ++ran;
+      });
+      EXPECT_EQ(error, ESystemError::kNone);
+    }
+  };
+  std::thread other(start);
+  start();
+  other.join();
+  EXPECT_TRUE(WaitUntil([&] { return ran == 2 * kEach; })) << ran;
+}
+
 }  // namespace
