@@ -33,7 +33,7 @@ set(left_out "Download.ConfirmationOfAStop*:Both/TransferFault.Connections*/get"
 gtest_discover_tests(kqft_tests TEST_PREFIX "${KQFT_TEST_PREFIX}"
   TEST_FILTER "-${heavy}:${left_out}" TEST_LIST light
   DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300 COST -1
-  ENVIRONMENT "KQFT_SWEEP=coarse;KQFT_SLOWER=5" ${required})
+  ENVIRONMENT "KQFT_SWEEP=coarse;KQFT_SLOWER=10" ${required})
 gtest_discover_tests(kqft_tests TEST_PREFIX "${KQFT_TEST_PREFIX}"
   TEST_FILTER "${heavy}:-${left_out}" TEST_LIST heavy
   DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300 COST -1
