@@ -1,10 +1,10 @@
 #!/bin/sh
-# Builds and runs every test, in three builds: plain, with AddressSanitizer
-# and UndefinedBehaviorSanitizer, with ThreadSanitizer. Before that the form of
-# the sources is checked, and what the second build compiles is linted, where the
-# tools for it are installed.
+# Builds and runs every test, in four builds: plain, with AddressSanitizer and
+# UndefinedBehaviorSanitizer, with ThreadSanitizer, and for Windows under Wine.
+# Before that the form of the sources is checked, and what the second build
+# compiles is linted, where the tools for it are installed.
 #
-#   ./test.sh              all three
+#   ./test.sh              all four
 #   ./test.sh dev tsan     only these
 #
 # Installs the Debian packages that are missing. Ends with one summary of
@@ -16,7 +16,10 @@ cd "$(dirname "$0")"
 require_packages g++ make cmake ninja-build pkg-config libgtest-dev libcli11-dev libxxhash-dev \
   clang libclang-rt-14-dev python3 xxhash tshark abigail-tools xz-utils
 
-[ $# -gt 0 ] || set -- dev asan tsan
+[ $# -gt 0 ] || set -- dev asan tsan windows
+case " $* " in
+*" windows "*) require_packages g++-mingw-w64-x86-64-posix googletest wine64 ;;
+esac
 jobs=$(($(nproc) * 2))
 
 # ThreadSanitizer needs a fixed address layout where the kernel scatters

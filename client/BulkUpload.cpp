@@ -30,7 +30,7 @@ constexpr std::size_t kMostOnWay = kQuestionsAtOnce / kAnswersPerFile;
 
 // So many are on their way when the worker wakes: the server does not wait for
 // the next ones, and the worker is not woken for each.
-constexpr std::size_t kRefillAt = kMostOnWay / 2;
+constexpr std::size_t kCallAgainAt = kMostOnWay / 2;
 
 bool EndsTransfer(int result) {
   return result == ERROR_CODE_WAIT_SERVERRESPOND || result == ERROR_CODE_WAIT_TRANSEND ||
@@ -226,7 +226,7 @@ int CKQFileBulkTransfer::SendOrdinary(CTransferRun& run, std::size_t record, boo
   }
   const std::int64_t size = FileBytes(rec.m_strPath);
   BeginRecord(run.m_ullNumber, record, size);
-  int result = CountOnWay() < kMostOnWay ? int{RESULT_OK} : WaitOnWay(kRefillAt);
+  int result = CountOnWay() < kMostOnWay ? int{RESULT_OK} : WaitOnWay(kCallAgainAt);
   if (result == RESULT_OK) result = SendFileData(run, record, size, pauses);
   LeaveFile();
   return result;

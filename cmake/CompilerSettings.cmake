@@ -24,3 +24,10 @@ if(WIN32)
 else()
   set(KQFT_OS posix)
 endif()
+
+# Headers of Windows define names that other sources use for themselves, so that
+# what includes them is compiled alone.
+function(kqft_keep_apart)
+  list(FILTER ARGN INCLUDE REGEX "/windows/")
+  set_source_files_properties(${ARGN} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+endfunction()

@@ -17,7 +17,10 @@ struct SConfinement {
 
 /// Takes away from the process, for good, every other way to open, make,
 /// change or remove files, to connect out and to signal other processes, as
-/// far as the kernel knows how to: Linux by Landlock. What is open stays
+/// far as the kernel knows how to: Linux by Landlock. Windows has nothing of
+/// the kind: there the library itself keeps to the directories, by where names
+/// really lead, and the process gives up its privileges and may start no other;
+/// a thread that removes logs stays as it is. What is open stays
 /// usable; the existence, size and times of files anywhere can still be asked
 /// for. Directories must exist; one that is replaced later is out of reach.
 ///
@@ -28,3 +31,7 @@ struct SConfinement {
 ///         and the process should end.
 /// Threads: before any other thread is started; those it misses stay free.
 KQFT_API std::string ConfineProcess(const SConfinement& confinement);
+
+/// What that is worth, in the words of a ready line: "confined" where the
+/// system sees to it, "names checked" where the library does.
+KQFT_API const char* ConfinementWord();

@@ -123,10 +123,10 @@ int CExpertUtils::CreateAllDir(const std::string& path) {
   if (IsDirectory(directory)) return 1;
   for (std::size_t end = directory.find_first_of(kSeparators, 1); end != std::string::npos;
        end = directory.find_first_of(kSeparators, end + 1)) {
-    // Other failures do not matter as long as the directory is there in the
-    // end: those above it may exist beyond our rights to make them.
-    const ESystemError error = System().MakeDirectory(directory.substr(0, end));
-    if (error == ESystemError::kBadPath) return 0;
+    // Failures do not matter as long as the directory is there in the end: those
+    // above it may exist beyond our rights to make them, or be no directories
+    // by themselves, as a drive is.
+    System().MakeDirectory(directory.substr(0, end));
   }
   return IsDirectory(directory) ? 1 : 0;
 }

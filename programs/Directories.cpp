@@ -6,6 +6,7 @@
 #include <fstream>
 #include <random>
 
+#include "platform/PathBytes.h"
 #include "platform/UserDirectories.h"
 
 namespace fs = std::filesystem;
@@ -32,38 +33,38 @@ bool CanMakeFile(const fs::path& directory) {
 
 std::string DirectoryForLibrary(const std::string& path) {
   std::error_code error;
-  fs::path absolute = fs::absolute(path, error);
-  if (error) absolute = path;
-  return (absolute.lexically_normal() / "").string();
+  fs::path absolute = fs::absolute(PathOf(path), error);
+  if (error) absolute = PathOf(path);
+  return BytesOf(absolute.lexically_normal() / "");
 }
 
 std::string WhyUnusable(const std::string& directory) {
   std::error_code error;
-  const fs::file_status status = fs::status(directory, error);
+  const fs::file_status status = fs::status(PathOf(directory), error);
   if (!fs::exists(status)) return "no such directory";
   if (!fs::is_directory(status)) return "not a directory";
   for (const char c : DirectoryForLibrary(directory)) {
     if (HasMeaningOfItsOwn(c)) return "a name with \"\\\" cannot be used";
   }
-  if (!CanMakeFile(directory)) return "cannot write into it";
+  if (!CanMakeFile(PathOf(directory))) return "cannot write into it";
   return "";
 }
 
 std::string UserConfigFile(const std::string& name) {
   for (const char* const variable : {"XDG_CONFIG_HOME", "APPDATA"}) {
     if (const std::string home = EnvironmentWord(variable); !home.empty()) {
-      return (fs::path(home) / name).string();
+      return BytesOf(PathOf(home) / PathOf(name));
     }
   }
   const std::string home = EnvironmentWord("HOME");
-  return home.empty() ? "" : (fs::path(home) / ".config" / name).string();
+  return home.empty() ? "" : BytesOf(PathOf(home) / ".config" / PathOf(name));
 }
 
 std::string FirstUsableDirectory(const std::vector<std::string>& candidates) {
   for (const std::string& candidate : candidates) {
     if (candidate.empty()) continue;
     std::error_code ignored;
-    fs::create_directories(candidate, ignored);
+    fs::create_directories(PathOf(candidate), ignored);
     if (WhyUnusable(candidate).empty()) return candidate;
   }
   return "";

@@ -8,7 +8,10 @@ set_target_properties(kqft kqft-server PROPERTIES BUILD_WITH_INSTALL_RPATH ON
   INSTALL_RPATH "$ORIGIN/${from_bin_to_lib};$ORIGIN/../lib")
 install(TARGETS kqft kqft-server RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
-if(NOT WIN32)
+if(WIN32)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/windows.md ${PROJECT_SOURCE_DIR}/LICENSE
+    ${PROJECT_SOURCE_DIR}/CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+else()
   install(FILES ${PROJECT_SOURCE_DIR}/docs/man/kqft.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES ${PROJECT_SOURCE_DIR}/docs/man/kqft-server.8
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/Confinement.h"
+#include "platform/PathBytes.h"
 #include "platform/System.h"
 #include "programs/Directories.h"
 
@@ -68,9 +69,9 @@ std::int64_t AgeSeconds(const fs::path& path, std::error_code& error) {
 void RemoveOldLogs(const std::string& directory, ELogs logs, int days) {
   std::vector<std::string> names;
   std::error_code error;
-  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+  for (fs::directory_iterator entry(PathOf(directory), error), end; !error && entry != end;
        entry.increment(error)) {
-    std::string name = entry->path().filename().string();
+    std::string name = BytesOf(entry->path().filename());
     if (IsLog(name, logs)) names.push_back(std::move(name));
   }
   std::sort(names.begin(), names.end(), [logs](const std::string& a, const std::string& b) {
@@ -82,7 +83,7 @@ void RemoveOldLogs(const std::string& directory, ELogs logs, int days) {
   for (const std::string& name : names) {
     const bool isYoung = days == 0 || (logs == ELogs::kClient && TimeIn(name, logs) > young);
     if (isYoung && tooMany == 0) return;
-    const fs::path path = fs::path(directory) / name;
+    const fs::path path = PathOf(directory) / PathOf(name);
     std::error_code ignored;
     if (!fs::is_regular_file(fs::symlink_status(path, ignored))) continue;
     const bool isOld = days > 0 && AgeSeconds(path, ignored) > days * kDaySeconds;

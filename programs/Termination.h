@@ -21,3 +21,7 @@ void HoldMoreRequests();
 /// @return one of the numbers above.
 /// Threads: one thread of the program calls it.
 int WaitForTermination();
+
+/// Asks this process to end, as a polite request from outside does. After
+/// HoldTermination.
+void RequestTermination();

@@ -1,7 +1,8 @@
 #!/bin/bash
 # Compares what the documents list with the sources: the locks and shared words
 # of docs/threads.md, the results of docs/protocol.md (check-protocol.sh has its
-# messages), and the paths that any document names.
+# messages), the tests that docs/windows.md explains the lack of, and the paths
+# that any document names.
 #
 #   tests/check-docs.sh [ROOT]
 #
@@ -82,5 +83,12 @@ compare "functions: bindings/c/kqft (<) and bindings/c/kqft.def (>)" \
 for path in $(grep -hoE "\`(${rooms// /|}|tests|tools|bench|docs|cmake|packaging)/[A-Za-z0-9_./-]+\`" \
   README.md docs/*.md | tr -d '`' | sort -u); do
   [[ -e $path ]] || { echo "a document names $path, which is not there"; offences=1; }
+done
+
+# What does not run on Windows, or not under Wine.
+posix=$(find tests -path '*/posix/*Test.cpp' -exec sed -nE 's/^TEST(_F)?\(([A-Za-z]+),.*/\2/p' {} + | sort -u)
+under_wine=$(sed -nE 's/^set\(left_out "(.*)"\)/\1/p' tests/windows.cmake | tr ':' '\n' | sed 's/^Both.//; s/\*.*//')
+for left in $posix $under_wine; do
+  grep -qE "^\|.*\`$left" docs/windows.md || { echo "docs/windows.md gives no reason for $left"; offences=1; }
 done
 exit $offences

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/PathBytes.h"
 #include "transfer/ProjectPath.h"
 #include "transfer/SealedText.h"
 
@@ -64,7 +65,7 @@ std::string CDamageNote::Parse(std::string_view text) {
 }
 
 std::string LeaveDamageNote(const std::string& directory, const CDamageNote& note) {
-  const std::filesystem::path path = std::filesystem::path(directory) / kDamageNoteName;
+  const std::filesystem::path path = PathOf(directory) / kDamageNoteName;
   if (note.GetFiles().empty()) {
     std::error_code error;
     std::filesystem::remove(path, error);
@@ -73,5 +74,5 @@ std::string LeaveDamageNote(const std::string& directory, const CDamageNote& not
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << note.Text();
   file.close();
-  return file ? "" : "cannot write " + path.string();
+  return file ? "" : "cannot write " + BytesOf(path);
 }

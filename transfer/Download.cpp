@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform/KQFile.h"
+#include "platform/PathBytes.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/CancelToken.h"
 #include "transfer/Inventory.h"
@@ -48,7 +49,8 @@ DigestReader CancelledRead(const CCancelToken& cancel, const std::string& path) 
 }
 
 // -1 for anything that is no file of its own.
-std::int64_t OwnFileSize(const fs::path& path) {
+std::int64_t OwnFileSize(const std::string& file) {
+  const fs::path path = PathOf(file);
   std::error_code error;
   if (!fs::is_regular_file(fs::symlink_status(path, error))) return -1;
   const std::uintmax_t size = fs::file_size(path, error);
@@ -71,13 +73,13 @@ bool IsPartOf(const std::string& entry, const std::string& fileName) {
 class CPartLists {
  public:
   const std::set<std::string>& In(const fs::path& directory) {
-    const auto [list, isNew] = m_lists.try_emplace(directory.string());
+    const auto [list, isNew] = m_lists.try_emplace(BytesOf(directory));
     std::error_code error;
     if (isNew) {
       for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
            entry.increment(error)) {
         if (entry->path().extension() == ".part") {
-          list->second.insert(entry->path().filename().string());
+          list->second.insert(BytesOf(entry->path().filename()));
         }
       }
     }
@@ -89,14 +91,16 @@ class CPartLists {
 };
 
 void RemoveStaleParts(const STransferItem& item, CPartLists& lists) {
-  const fs::path local(item.m_strLocal);
-  const std::string name = local.filename().string();
-  const std::string valid = fs::path(PartPath(item)).filename().string();
+  const fs::path local = PathOf(item.m_strLocal);
+  const std::string name = BytesOf(local.filename());
+  const std::string valid = BytesOf(PathOf(PartPath(item)).filename());
   const std::set<std::string>& parts = lists.In(local.parent_path());
   for (auto part = parts.lower_bound(name + "."); part != parts.end(); ++part) {
     if (part->compare(0, name.size(), name) != 0) break;
     std::error_code ignored;
-    if (*part != valid && IsPartOf(*part, name)) fs::remove(local.parent_path() / *part, ignored);
+    if (*part != valid && IsPartOf(*part, name)) {
+      fs::remove(local.parent_path() / PathOf(*part), ignored);
+    }
   }
 }
 
@@ -116,8 +120,8 @@ void TakeSize(STransferItem& item, std::int64_t size, std::int64_t& total) {
 }
 
 std::string PartPath(const STransferItem& item) {
-  const fs::path local(item.m_strLocal);
-  return (local.parent_path() / PartName(local.filename().string(), item.m_llSize)).string();
+  const fs::path local = PathOf(item.m_strLocal);
+  return BytesOf(local.parent_path() / PathOf(PartName(BytesOf(local.filename()), item.m_llSize)));
 }
 
 CDownload::CDownload(const STransferTools& tools, std::string into,
@@ -143,7 +147,7 @@ bool CDownload::IsWhole(const STransferItem& item, bool checksum) const {
   if (!IsDigestKnown(item)) return true;
   SFileFacts facts;
   if (!ReadFileFacts(item.m_strLocal, facts).empty()) return false;
-  if (!checksum && facts.m_llTime == item.m_pEntry->m_facts.m_llTime) return true;
+  if (!checksum && IsSameFileTime(facts.m_llTime, item.m_pEntry->m_facts.m_llTime)) return true;
   return HasDigest(item, item.m_strLocal, CFileDigest());
 }
 
@@ -158,22 +162,22 @@ bool CDownload::HasDigest(const STransferItem& item, const std::string& path,
 // Makes the directories, and sees to it that nothing leads out of the target
 // directory. Returns why the item cannot be fetched.
 std::string CDownload::Prepare(const STransferItem& item) {
-  const fs::path part(PartPath(item));
+  const fs::path part = PathOf(PartPath(item));
   std::error_code error;
-  if (m_made.count(part.parent_path().string()) == 0) {
-    fs::path directory(m_strInto);
-    for (const fs::path& component : part.lexically_relative(m_strInto).parent_path()) {
+  if (m_made.count(BytesOf(part.parent_path())) == 0) {
+    fs::path directory = PathOf(m_strInto);
+    for (const fs::path& component : part.lexically_relative(PathOf(m_strInto)).parent_path()) {
       directory /= component;
       if (fs::is_symlink(fs::symlink_status(directory, error))) {
-        return directory.string() + " is a symbolic link";
+        return BytesOf(directory) + " is a symbolic link";
       }
     }
     fs::create_directories(directory, error);
-    if (error) return directory.string() + ": " + error.message();
-    m_made.insert(part.parent_path().string());
+    if (error) return BytesOf(directory) + ": " + error.message();
+    m_made.insert(BytesOf(part.parent_path()));
   }
-  if (fs::is_directory(item.m_strLocal, error)) return item.m_strLocal + " is a directory";
-  const std::int64_t have = OwnFileSize(part);
+  if (fs::is_directory(PathOf(item.m_strLocal), error)) return item.m_strLocal + " is a directory";
+  const std::int64_t have = OwnFileSize(BytesOf(part));
   if (have < 0 || have > item.m_llSize) fs::remove(part, error);
   return "";
 }
@@ -208,7 +212,7 @@ int CDownload::CheckPart(const STransferItem& item) {
   std::string here(static_cast<std::size_t>(have - begin), '\0');
   const std::int64_t got = ReadsFile(part)(begin, here.data(), here.size());
   std::error_code ignored;
-  if (got != have - begin || here != there) fs::remove(part, ignored);
+  if (got != have - begin || here != there) fs::remove(PathOf(part), ignored);
   return RESULT_OK;
 }
 
@@ -227,7 +231,7 @@ CFileDigest CDownload::CountPart(const STransferItem& item) const {
   if (differs - told.begin() == whole) return digest;
   const std::int64_t same = (differs - told.begin()) * kDigestBlockBytes;
   std::error_code error;
-  fs::resize_file(part, static_cast<std::uintmax_t>(same), error);
+  fs::resize_file(PathOf(part), static_cast<std::uintmax_t>(same), error);
   CFileDigest rest;
   rest.ReadTo(same, CancelledRead(m_cancel, part));
   return rest;
@@ -264,7 +268,7 @@ int CDownload::AskKept(const STransferItem& item, std::int64_t& bytes) {
 }
 
 std::string CDownload::BelowInto(const STransferItem& item) const {
-  return fs::path(PartPath(item)).lexically_relative(m_strInto).string();
+  return BytesOf(PathOf(PartPath(item)).lexically_relative(PathOf(m_strInto)));
 }
 
 // What has the length and the digest that were told is whole, whatever the
@@ -297,7 +301,7 @@ int CDownload::Verify(const Batch& ended) {
 
 void CDownload::ChangeSize(STransferItem& item, std::int64_t size) const {
   std::error_code ignored;
-  fs::remove(PartPath(item), ignored);
+  fs::remove(PathOf(PartPath(item)), ignored);
   item.m_strWhy = kChanged;
   item.m_llSize = 0;
   std::int64_t total = 0;
@@ -316,7 +320,7 @@ int CDownload::Finish(STransferItem& item) {
   const int result = IsDigestKnown(item) ? JudgeBytes(item, part, same) : RESULT_OK;
   if (result != RESULT_OK || !same || !PutAside(item)) return result;
   std::error_code error;
-  fs::rename(part, item.m_strLocal, error);
+  fs::rename(PathOf(part), PathOf(item.m_strLocal), error);
   item.m_bDone = !error;
   if (error) item.m_strWhy = error.message();
   if (item.m_bDone) TakeFacts(item);
@@ -343,7 +347,7 @@ int CDownload::JudgeBytes(STransferItem& item, const std::string& part, bool& sa
   if (m_cancel.IsCancelled()) return RESULT_OK;
   item.m_bFinal = byBlocks || !m_differing.insert(&item).second;
   std::error_code ignored;
-  fs::remove(part, ignored);
+  fs::remove(PathOf(part), ignored);
   return RESULT_OK;
 }
 
@@ -377,12 +381,13 @@ bool CDownload::PutAside(STransferItem& item) const {
   std::error_code error;
   if (m_bOverwrite || OwnFileSize(item.m_strLocal) < 0) return true;
   std::string kept = item.m_strLocal + "~";
-  for (int i = 1; i < kMostKept && fs::exists(fs::symlink_status(kept, error)); ++i) kept += "~";
-  if (fs::exists(fs::symlink_status(kept, error))) {
+  for (int i = 1; i < kMostKept && fs::exists(fs::symlink_status(PathOf(kept), error)); ++i)
+    kept += "~";
+  if (fs::exists(fs::symlink_status(PathOf(kept), error))) {
     item.m_strWhy = kManyKept;
     return false;
   }
-  fs::rename(item.m_strLocal, kept, error);
+  fs::rename(PathOf(item.m_strLocal), PathOf(kept), error);
   if (error) item.m_strWhy = error.message();
   return !error;
 }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "KQFTransferExport.h"
+#include "platform/FileTimes.h"
 
 /// What is known of a local file beside its bytes.
 struct SFileFacts {
@@ -11,13 +12,14 @@ struct SFileFacts {
   std::int64_t m_llTime = 0;  ///< of the last change, nanoseconds since 1970
   unsigned m_nMode = 0;       ///< permission bits, 0777 at most
   friend bool operator==(const SFileFacts& a, const SFileFacts& b) {
-    return a.m_llSize == b.m_llSize && a.m_llTime == b.m_llTime && a.m_nMode == b.m_nMode;
+    return a.m_llSize == b.m_llSize && IsSameFileTime(a.m_llTime, b.m_llTime) &&
+           a.m_nMode == b.m_nMode;
   }
 };
 
 /// True for what counts as one version of a file: modes do not matter.
 inline bool IsSameVersion(const SFileFacts& a, const SFileFacts& b) {
-  return a.m_llSize == b.m_llSize && a.m_llTime == b.m_llTime;
+  return a.m_llSize == b.m_llSize && IsSameFileTime(a.m_llTime, b.m_llTime);
 }
 
 /// Asks for the facts of a regular file; symbolic links are followed.

@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <set>
 
+#include "platform/LocalNames.h"
+#include "platform/PathBytes.h"
 #include "protocol/MeasurementFiles.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/Download.h"
@@ -62,9 +64,9 @@ STransferItem MakeItem(const SProjectFile& file, const std::string& project,
   STransferItem item;
   item.m_strServer = file.m_strServer;
   item.m_strShown = project + "/" + WithoutTail(file.m_strName);
-  fs::path local = fs::path(into) / project;
-  for (const std::string& part : SplitSafely(file.m_strName, item.m_strWhy)) local /= part;
-  item.m_strLocal = local.string();
+  fs::path local = PathOf(into) / PathOf(project);
+  for (const std::string& part : SplitSafely(file.m_strName, item.m_strWhy)) local /= PathOf(part);
+  item.m_strLocal = BytesOf(local);
   if (!IsAskable(item.m_strServer)) {
     item.m_strWhy = "the size of a file with \"|\" in its name cannot be asked for";
   }
@@ -143,7 +145,10 @@ void RefuseClashes(std::vector<STransferItem>& items) {
   std::set<std::string> taken;
   for (STransferItem& item : items) {
     if (item.m_bFinal) continue;
-    if (taken.insert(item.m_strLocal).second && taken.insert(PartPath(item)).second) continue;
+    if (taken.insert(FoldLocalName(item.m_strLocal)).second &&
+        taken.insert(FoldLocalName(PartPath(item))).second) {
+      continue;
+    }
     item.m_strWhy = "another file would get the same place here";
     item.m_bFinal = true;
   }
@@ -154,6 +159,7 @@ void RefuseClashes(std::vector<STransferItem>& items) {
 STransferResult CProjectClient::Get(const SGetRequest& request) {
   std::string why = WhyNoGet(request);
   if (why.empty()) why = WhyNoProject(request.m_strProject);
+  if (why.empty()) why = WhyNoLocalName(request.m_strProject);
   CTransferScope scope(*m_pState, why, {request.m_nRetries, request.m_nRetrySeconds});
   if (!scope.HasBegun()) return scope.End();
   CSession& session = *m_pState->m_pSession;
@@ -182,7 +188,8 @@ STransferResult CProjectClient::Get(const SGetRequest& request) {
     return scope.Refuse("the server lists no files of this project");
   }
   std::error_code error;
-  const std::string into = fs::absolute(request.m_strInto, error).lexically_normal().string();
+  const std::string into =
+      BytesOf(fs::absolute(PathOf(request.m_strInto), error).lexically_normal());
   const std::vector<SProjectFile> chosen =
       Choose(listed, projectPath, request.m_vecFiles, request.m_bOnlyFiles);
   const std::vector<SProjectFile> picked = PickFiles(request.m_filter, chosen);

@@ -7,6 +7,7 @@
 #include <map>
 #include <utility>
 
+#include "platform/PathBytes.h"
 #include "transfer/ProjectPath.h"
 
 namespace fs = std::filesystem;
@@ -27,11 +28,11 @@ std::string WhyUnsendable(const std::string& path) {
 
 void AddFile(const fs::path& path, const std::vector<std::string>& components, SLocalFiles& found) {
   if (components.size() == 1 && IsOwnFile(components.front())) {
-    found.m_vecLeftOut.push_back({path.string(), kOwnName, false});
+    found.m_vecLeftOut.push_back({BytesOf(path), kOwnName, false});
     return;
   }
   SLocalFile file;
-  file.m_strPath = path.string();
+  file.m_strPath = BytesOf(path);
   file.m_vecComponents = components;
   file.m_strWhyNot = WhyUnsendable(file.m_strPath);
   std::error_code error;
@@ -61,7 +62,7 @@ void Walk(const fs::path& directory, std::vector<std::string>& components, const
           SLocalFiles& found) {
   std::error_code error;
   for (const fs::path& path : SortedEntries(directory, error)) {
-    components.push_back(path.filename().string());
+    components.push_back(BytesOf(path.filename()));
     std::error_code ignored;
     const fs::file_type own = fs::symlink_status(path, ignored).type();
     const bool isDirectory = own == fs::file_type::directory;
@@ -76,16 +77,16 @@ void Walk(const fs::path& directory, std::vector<std::string>& components, const
     } else if (isFile) {
       AddFile(path, components, found);
     } else {
-      found.m_vecLeftOut.push_back({path.string(), kNoFile, false});
+      found.m_vecLeftOut.push_back({BytesOf(path), kNoFile, false});
     }
     components.pop_back();
   }
-  if (error) found.m_vecLeftOut.push_back({directory.string(), error.message(), true});
+  if (error) found.m_vecLeftOut.push_back({BytesOf(directory), error.message(), true});
 }
 
 // Without what a list of names may have in front and behind; "" for all.
 fs::path PlainPath(const std::string& name) {
-  fs::path path = fs::path(name).relative_path().lexically_normal();
+  fs::path path = PathOf(name).relative_path().lexically_normal();
   if (!path.has_filename()) path = path.parent_path();
   return path == "." ? fs::path() : path;
 }
@@ -113,14 +114,14 @@ std::string PathBelow(const SLocalFile& file) {
 void CollectNamedFiles(const std::string& directory, const std::vector<std::string>& names,
                        const CFilter& filter, SLocalFiles& found) {
   std::error_code error;
-  const fs::path top = fs::absolute(directory, error).lexically_normal();
+  const fs::path top = fs::absolute(PathOf(directory), error).lexically_normal();
   SLocalFiles all;
   for (const std::string& name : names) {
     const fs::path below = PlainPath(name);
     std::vector<std::string> components;
-    for (const fs::path& component : below) components.push_back(component.string());
+    for (const fs::path& component : below) components.push_back(BytesOf(component));
     const fs::path path = top / below;
-    if (const std::string why = below.empty() ? "" : WhyNoPath(below.generic_string());
+    if (const std::string why = below.empty() ? "" : WhyNoPath(JoinForPeople(components));
         !why.empty()) {
       all.m_vecLeftOut.push_back({name, why, true});
     } else if (fs::is_directory(path, error)) {
@@ -128,7 +129,7 @@ void CollectNamedFiles(const std::string& directory, const std::vector<std::stri
     } else if (fs::is_regular_file(path, error)) {
       AddFile(path, components, all);
     } else {
-      all.m_vecLeftOut.push_back({path.string(), "no such file or directory", true});
+      all.m_vecLeftOut.push_back({BytesOf(path), "no such file or directory", true});
     }
   }
   KeepPicked(filter, all);
@@ -143,12 +144,12 @@ void CollectNamedFiles(const std::string& directory, const std::vector<std::stri
 
 void CollectFiles(const std::string& path, const CFilter& filter, SLocalFiles& found) {
   std::error_code error;
-  const fs::path top = fs::absolute(path, error).lexically_normal();
+  const fs::path top = fs::absolute(PathOf(path), error).lexically_normal();
   std::vector<std::string> components;
   if (fs::is_directory(top, error)) {
     Walk(top, components, filter, found);
   } else if (fs::is_regular_file(top, error)) {
-    AddFile(top, {top.filename().string()}, found);
+    AddFile(top, {BytesOf(top.filename())}, found);
   } else {
     found.m_vecLeftOut.push_back({path, error ? error.message() : kNoFile, true});
   }

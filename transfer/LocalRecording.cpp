@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/PathBytes.h"
 #include "transfer/SealedText.h"
 
 namespace fs = std::filesystem;
@@ -45,9 +46,9 @@ bool HasValue(const fs::path& path, std::string_view key, const Holds& holds) {
 }  // namespace
 
 std::string WhyInPieces(const std::string& path) {
-  const auto beside = [&](const char* ending) { return fs::path(path).replace_extension(ending); };
+  const auto beside = [&](const char* ending) { return PathOf(path).replace_extension(ending); };
   std::error_code ignored;
-  if (path == beside(".li") || path == beside(".fi")) return "";
+  if (PathOf(path) == beside(".li") || PathOf(path) == beside(".fi")) return "";
   if (!fs::is_regular_file(beside(".li"), ignored)) return "";
   for (const char* const ending : {".li", ".fi"}) {
     const std::uintmax_t size = fs::file_size(beside(ending), ignored);
@@ -65,9 +66,10 @@ std::string WhyInPieces(const std::string& path) {
 }
 
 std::string StemOfPiece(const std::string& path) {
-  const fs::path file(path);
-  const std::string extension = file.extension().string();
-  std::string stem = fs::path(file).replace_extension().generic_string();
+  const fs::path file = PathOf(path);
+  const std::string extension = BytesOf(file.extension());
+  std::string stem = BytesOf(fs::path(file).replace_extension());
+  std::replace(stem.begin(), stem.end(), static_cast<char>(fs::path::preferred_separator), '/');
   if (extension == ".li" || extension == ".fi") return stem;
   const std::size_t open = stem.rfind('(');
   if (open == std::string::npos || stem.back() != ')') return "";

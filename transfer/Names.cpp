@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "platform/LocalNames.h"
 #include "protocol/Messages.h"
 
 namespace {
@@ -58,6 +59,7 @@ std::vector<std::string> SplitSafely(const std::string& name, std::string& why) 
     if (component.empty()) why = "the name has an empty part";
     if (component == "." || component == "..") why = "the name leads elsewhere";
     if (component.find('\0') != std::string::npos) why = "the name holds a zero byte";
+    if (const std::string here = WhyNoLocalName(component); why.empty()) why = here;
   }
   const std::string& first = components.front();
   if (first.size() > 1 && first[1] == ':') why = "the name begins with a drive";

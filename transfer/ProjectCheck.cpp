@@ -14,6 +14,7 @@
 #include <system_error>
 #include <thread>
 
+#include "platform/PathBytes.h"
 #include "platform/SharedWord.h"
 #include "transfer/Digest.h"
 #include "transfer/LocalRecording.h"
@@ -39,17 +40,17 @@ std::string ReadText(const fs::path& path) {
 class CCheck {
  public:
   CCheck(const std::string& directory, const SCheckCalls& calls)
-      : m_directory(directory), m_calls(calls) {}
+      : m_directory(PathOf(directory)), m_calls(calls) {}
 
   SProjectVerdict Run(int threads) {
-    m_verdict.m_strWhy = ReadInventory(m_directory.string(), m_inventory);
+    m_verdict.m_strWhy = ReadInventory(BytesOf(m_directory), m_inventory);
     if (!m_verdict.m_strWhy.empty()) return m_verdict;
     m_verdict.m_head = m_inventory.m_head;
     LookAtFiles();
     ReadAll(threads);
     if (!m_bStop) NameExtras();
     CInventory now;
-    m_verdict.m_bMeanwhile = !ReadInventory(m_directory.string(), now).empty() ||
+    m_verdict.m_bMeanwhile = !ReadInventory(BytesOf(m_directory), now).empty() ||
                              now.m_head.m_llGeneration != m_verdict.m_head.m_llGeneration;
     m_verdict.m_bStopped = m_bStop;
     return m_verdict;
@@ -75,7 +76,7 @@ class CCheck {
     for (const auto& [path, entry] : m_inventory.GetFiles()) {
       SFile& file = m_vecFiles.emplace_back();
       file.m_pEntry = &entry;
-      file.m_strPath = (m_directory / path).string();
+      file.m_strPath = BytesOf(m_directory / PathOf(path));
       file.m_verdict.m_strPath = path;
       if (!LookAt(file)) Tell(file.m_verdict);
     }
@@ -85,7 +86,7 @@ class CCheck {
   bool LookAt(SFile& file) {
     SFileVerdict& verdict = file.m_verdict;
     std::error_code error;
-    if (!fs::exists(file.m_strPath, error) && !error) {
+    if (!fs::exists(PathOf(file.m_strPath), error) && !error) {
       verdict.m_eVerdict = EVerdict::kMissing;
       return false;
     }
@@ -217,10 +218,10 @@ class CCheck {
       const std::string below = pending.back();
       pending.pop_back();
       std::error_code error;
-      for (fs::directory_iterator entry(m_directory / below, error), end; !error && entry != end;
-           entry.increment(error)) {
+      for (fs::directory_iterator entry(m_directory / PathOf(below), error), end;
+           !error && entry != end; entry.increment(error)) {
         std::error_code ignored;
-        const std::string path = below + entry->path().filename().string();
+        const std::string path = below + BytesOf(entry->path().filename());
         if (entry->symlink_status(ignored).type() == fs::file_type::directory) {
           pending.push_back(path + "/");
         } else if (!IsOwnFile(path) && m_inventory.Find(path) == nullptr && !IsPiece(path)) {
@@ -238,7 +239,8 @@ class CCheck {
   bool IsPiece(const std::string& path) const {
     const std::string stem = StemOfPiece(path);
     std::error_code ignored;
-    if (stem.empty() || !fs::is_regular_file(m_directory / (stem + ".li"), ignored)) return false;
+    if (stem.empty() || !fs::is_regular_file(m_directory / PathOf(stem + ".li"), ignored))
+      return false;
     const auto next = m_inventory.GetFiles().lower_bound(stem + ".");
     return next != m_inventory.GetFiles().end() &&
            next->first.compare(0, stem.size() + 1, stem + ".") == 0;
@@ -264,7 +266,7 @@ bool SProjectVerdict::IsSame() const {
 }
 
 std::string ReadInventory(const std::string& directory, CInventory& inventory) {
-  const fs::path place(directory);
+  const fs::path place = PathOf(directory);
   SInventoryChoice choice =
       ChooseInventory(ReadText(place / kInventoryName), ReadText(place / kOtherInventoryName));
   if (!choice.m_bFound) return "it has no whole inventory";

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "platform/PathBytes.h"
+
 bool IsOwnFile(std::string_view path) {
   std::string lowered(path);
   for (char& c : lowered) {
@@ -18,7 +20,7 @@ std::string WhyNoPath(std::string_view path) {
   if (path.size() > kLongestProjectPath) return "the name is too long";
   if (path.find('\0') != std::string_view::npos) return "the name holds a zero byte";
   if (path.find('\\') != std::string_view::npos) return "the name holds a \"\\\"";
-  if (std::filesystem::path(path).has_root_path()) return "the name leads elsewhere";
+  if (PathOf(std::string(path)).has_root_path()) return "the name leads elsewhere";
   for (std::size_t begin = 0; begin <= path.size();) {
     const std::size_t end = std::min(path.find('/', begin), path.size());
     const std::string_view part = path.substr(begin, end - begin);

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "platform/PathBytes.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/Bandwidth.h"
 #include "transfer/Names.h"
@@ -18,7 +19,7 @@ namespace {
 SServerPlace WithLogDirectory(SServerPlace place) {
   std::string& directory = place.m_strLogDirectory;
   std::error_code error;
-  if (directory.empty()) directory = std::filesystem::temp_directory_path(error).string();
+  if (directory.empty()) directory = BytesOf(std::filesystem::temp_directory_path(error));
   if (!directory.empty() && directory.back() != '/' && directory.back() != '\\') directory += '/';
   return place;
 }

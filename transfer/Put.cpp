@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <set>
 
+#include "platform/PathBytes.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/CancelToken.h"
 #include "transfer/Insist.h"
@@ -25,8 +26,8 @@ constexpr std::size_t kLongestServerName = 1023;
 std::string ProjectOf(const std::string& path, const SPutRequest& request) {
   if (!request.m_strProject.empty()) return request.m_strProject;
   std::error_code error;
-  const fs::path top = fs::canonical(path, error);
-  return fs::is_directory(top, error) ? top.filename().string() : "";
+  const fs::path top = fs::canonical(PathOf(path), error);
+  return fs::is_directory(top, error) ? BytesOf(top.filename()) : "";
 }
 
 bool HasNames(const SPutRequest& request) {
@@ -79,8 +80,9 @@ void FindItems(const SPutRequest& request, const std::string& serverDirectory,
 
 bool AreDirectories(const std::vector<std::string>& paths) {
   std::error_code error;
-  return std::all_of(paths.begin(), paths.end(),
-                     [&](const std::string& path) { return fs::is_directory(path, error); });
+  return std::all_of(paths.begin(), paths.end(), [&](const std::string& path) {
+    return fs::is_directory(PathOf(path), error);
+  });
 }
 
 // What the server lists is asked only once a project: it walks over all.
@@ -223,12 +225,12 @@ STransferResult CProjectClient::Put(const SPutRequest& request) {
 
 std::string CProjectClient::WhyNoPut(const SPutRequest& request) {
   std::error_code error;
-  if (HasNames(request) &&
-      (request.m_vecPaths.size() != 1 || !fs::is_directory(request.m_vecPaths.front(), error))) {
+  if (HasNames(request) && (request.m_vecPaths.size() != 1 ||
+                            !fs::is_directory(PathOf(request.m_vecPaths.front()), error))) {
     return "names of files are those below one directory";
   }
   for (const std::string& path : request.m_vecPaths) {
-    if (!fs::exists(path, error)) return path + ": no such file or directory";
+    if (!fs::exists(PathOf(path), error)) return path + ": no such file or directory";
     const std::string project = ProjectOf(path, request);
     std::string problem = path;
     if (project.empty()) return problem.append(": a single file needs the name of a project");

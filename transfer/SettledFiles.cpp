@@ -7,6 +7,7 @@
 #include <iterator>
 #include <utility>
 
+#include "platform/PathBytes.h"
 #include "platform/System.h"
 #include "protocol/MeasurementFiles.h"
 
@@ -24,7 +25,7 @@ bool IsOpenForWriting(const std::string& path) {
 // Renamed or removed while it was looked at.
 bool IsGone(const std::string& path) {
   std::error_code error;
-  return std::filesystem::symlink_status(path, error).type() ==
+  return std::filesystem::symlink_status(PathOf(path), error).type() ==
          std::filesystem::file_type::not_found;
 }
 

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/Identity.h"
+#include "platform/PathBytes.h"
 #include "platform/UserDirectories.h"
 #include "transfer/Digest.h"
 #include "transfer/ProjectClient.h"
@@ -39,13 +40,13 @@ CTurn::CTurn(const SServerPlace& place)
   m_strName = DigestText(DigestOf(machine + "\n" + UserAtHost() + "\n" + place.Text() + "\n" +
                                   place.m_strBindAddress))
                   .substr(0, kNameDigits);
-  m_strPath = (std::filesystem::path(state) / "kqft" / ("turn-" + m_strName)).string();
+  m_strPath = BytesOf(PathOf(state) / "kqft" / ("turn-" + m_strName));
 }
 
 bool CTurn::Take() {
   if (m_pFile != nullptr || m_strPath.empty()) return true;
   std::error_code ignored;
-  std::filesystem::create_directories(std::filesystem::path(m_strPath).parent_path(), ignored);
+  std::filesystem::create_directories(PathOf(m_strPath).parent_path(), ignored);
   std::unique_ptr<ISystemFile> file;
   if (System().OpenFile(m_strPath, EOpenMode::kAppend, file) != ESystemError::kNone) return true;
   const ESystemError error = file->Lock();

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "platform/PathBytes.h"
 #include "protocol/MeasurementFiles.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/CancelToken.h"
@@ -30,7 +31,7 @@ const char* const kSizesDiffer = "the file on the server is not as long as this 
 
 std::int64_t LocalSize(const std::string& path) {
   std::error_code error;
-  const std::uintmax_t size = fs::file_size(path, error);
+  const std::uintmax_t size = fs::file_size(PathOf(path), error);
   return error ? -1 : static_cast<std::int64_t>(size);
 }
 

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "platform/PathBytes.h"
 #include "protocol/MeasurementFiles.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/CancelToken.h"
@@ -120,7 +121,7 @@ int CVerification::AskHeld() {
   for (SFile* file : recordings) {
     file->m_bSideFile = *size++ != 0;
     if (!file->m_bSideFile || IsChainHere(*file)) continue;
-    m_stems.insert(fs::path(file->m_strPath).replace_extension().string());
+    m_stems.insert(BytesOf(PathOf(file->m_strPath).replace_extension()));
   }
   m_progress.m_nFilesTotal = m_mapFiles.size();
   m_tools.m_observer.OnPlanned(m_progress.m_nFilesTotal, m_progress.m_llTotal);
@@ -171,7 +172,7 @@ SVerifyResult CProjectClient::Verify(const SVerifyRequest& request) {
 
 std::string CProjectClient::WhyNoVerify(const SVerifyRequest& request) {
   std::error_code error;
-  if (!request.m_strLocal.empty() && !fs::is_directory(request.m_strLocal, error)) {
+  if (!request.m_strLocal.empty() && !fs::is_directory(PathOf(request.m_strLocal), error)) {
     return request.m_strLocal + ": not a directory";
   }
   return WhyNoProject(request.m_strProject);

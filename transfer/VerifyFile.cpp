@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "platform/PathBytes.h"
 #include "protocol/MeasurementFiles.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/CancelToken.h"
@@ -76,7 +77,7 @@ bool CVerification::IsPieceOfMore(const SFile& file) const {
 // A chain that was fetched or is to be sent: each of its files is compared with
 // the one there.
 bool CVerification::IsChainHere(const SFile& file) const {
-  const std::string side = fs::path(file.m_strPath).replace_extension(kRangesExtension).string();
+  const std::string side = BytesOf(PathOf(file.m_strPath).replace_extension(kRangesExtension));
   const auto here = m_mapFiles.find(side);
   return here != m_mapFiles.end() && here->second.m_pLocal != nullptr;
 }

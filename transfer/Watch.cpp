@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <limits>
 
+#include "platform/PathBytes.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/ProjectClientState.h"
 #include "transfer/SettledFiles.h"
@@ -71,7 +72,7 @@ std::string CProjectClient::Watch(const SWatchRequest& request) {
 std::string CProjectClient::WhyNoWatch(const SWatchRequest& request) {
   const std::vector<std::string>& paths = request.m_put.m_vecPaths;
   std::error_code error;
-  if (paths.size() != 1 || !std::filesystem::is_directory(paths.front(), error)) {
+  if (paths.size() != 1 || !std::filesystem::is_directory(PathOf(paths.front()), error)) {
     return "one directory can be watched";
   }
   if (request.m_put.m_bPlanOnly || !request.m_put.m_bInventory) {

@@ -136,3 +136,7 @@ std::string ConfineProcess(const SConfinement& confinement) {
   if (syscall(kRestrictSelf, rules.Get(), 0U) != 0) return Why("Landlock refuses its rules");
   return "";
 }
+
+const char* ConfinementWord() {
+  return "confined";
+}

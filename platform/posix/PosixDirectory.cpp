@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/DirectoryOrder.h"
 #include "platform/posix/PosixDirectory.h"
 #include "platform/posix/PosixSystem.h"
 
@@ -81,19 +82,6 @@ void AppendDotEntry(int directory, const char* name, std::vector<SDirectoryEntry
   entry.m_nAttributes = kAttributeDirectory;
   entry.m_llCreateTime = status.m_llCreateTime;
   entries.push_back(std::move(entry));
-}
-
-unsigned char FoldCase(char c) {
-  return static_cast<unsigned char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
-}
-
-bool IsListedBefore(const SDirectoryEntry& a, const SDirectoryEntry& b) {
-  const auto [inA, inB] =
-      std::mismatch(a.m_strName.begin(), a.m_strName.end(), b.m_strName.begin(), b.m_strName.end(),
-                    [](char x, char y) { return FoldCase(x) == FoldCase(y); });
-  if (inA != a.m_strName.end() && inB != b.m_strName.end()) return FoldCase(*inA) < FoldCase(*inB);
-  if (inA != a.m_strName.end() || inB != b.m_strName.end()) return inA == a.m_strName.end();
-  return a.m_strName < b.m_strName;
 }
 
 // The path one component shorter, "." or "/" at its end.
@@ -178,7 +166,10 @@ ESystemError CPosixSystem::ListDirectory(const std::string& path,
     if (!IsDotName(found->d_name)) AppendEntry(directory, *found, entries);
   }
   if (errno != 0) return ToSystemError(errno);
-  std::sort(entries.begin() + 2, entries.end(), IsListedBefore);
+  std::sort(entries.begin() + 2, entries.end(),
+            [](const SDirectoryEntry& a, const SDirectoryEntry& b) {
+              return IsListedBefore(a.m_strName, b.m_strName);
+            });
   return ESystemError::kNone;
 }
 

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "net/NetWorkManageEx.h"
+#include "platform/PathBytes.h"
 #include "platform/System.h"
 #include "programs/Directories.h"
 #include "programs/kqft/Text.h"
@@ -51,7 +52,7 @@ std::int64_t CDataServer::FreeBytes() const {
   std::uint64_t free = 0;
   if (System().QueryFreeSpace(m_strDirectory, free) != ESystemError::kNone) return -1;
   std::error_code error;
-  const std::filesystem::space_info space = std::filesystem::space(m_strDirectory, error);
+  const std::filesystem::space_info space = std::filesystem::space(PathOf(m_strDirectory), error);
   const std::uint64_t kept = error ? 0 : space.free - space.available;
   return static_cast<std::int64_t>(free - std::min(free, kept));
 }

@@ -13,11 +13,13 @@
 #include <utility>
 
 #include "platform/Confinement.h"
+#include "platform/PathBytes.h"
 #include "platform/TimeConvert.h"
 #include "platform/UserDirectories.h"
 #include "programs/Directories.h"
 #include "programs/DirectoryLock.h"
 #include "programs/ExitStatus.h"
+#include "programs/ProgramStart.h"
 #include "programs/ServiceNotify.h"
 #include "programs/ServiceRequests.h"
 #include "programs/kqft-server/AccessLog.h"
@@ -68,8 +70,8 @@ std::string Confine(const SServerOptions& options, const std::string& logDirecto
   confinement.m_strDataDirectory = DirectoryForLibrary(options.m_strDirectory);
   if (!logDirectory.empty()) confinement.m_strLogDirectory = DirectoryForLibrary(logDirectory);
   if (IsFile(options.m_strAccessLog)) {
-    const std::filesystem::path place = std::filesystem::path(options.m_strAccessLog).parent_path();
-    confinement.m_strMoreLogDirectory = DirectoryForLibrary(place.empty() ? "." : place.string());
+    const std::filesystem::path place = PathOf(options.m_strAccessLog).parent_path();
+    confinement.m_strMoreLogDirectory = DirectoryForLibrary(place.empty() ? "." : BytesOf(place));
   }
   confinement.m_bRemoveDirectories = !options.m_bNoDelete;
   confinement.m_nListenPort = options.m_nPort;
@@ -129,14 +131,18 @@ int Serve(const SServerOptions& options, const std::string& logDirectory,
                 ": the port is in use, or the address or port is not to be had");
   }
   std::cerr << "listening on " + place + std::to_string(server->ListenPort()) +
-                   (options.m_bNoConfine ? " (not confined)\n" : " (confined)\n");
+                   (options.m_bNoConfine ? " (not confined)\n"
+                                         : std::string(" (") + ConfinementWord() + ")\n");
   NotifyServiceManager("READY=1");
   WaitForEnd(*server, access.get());
   NotifyServiceManager("STOPPING=1");
   const bool ended = EndServer(std::move(server), kStopBoundMs);
   if (access) access->CutOff(*traffic);  // what the server has not come to
   if (access) access->Lines().Close(kLastLinesMs);
-  if (!ended) std::_Exit(kExitDone);
+  if (!ended) {
+    LeaveService();
+    std::_Exit(kExitDone);
+  }
   return kExitDone;
 }
 
@@ -150,9 +156,7 @@ bool TakeDirectory(const std::string& directory) {
   return lock != EDirectoryLock::kTaken;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   SServerOptions options;
   int status = kExitDone;
   if (!ParseServerOptions(argc, argv, options, status)) return status;
@@ -174,4 +178,10 @@ int main(int argc, char** argv) {
     }
   }
   return Serve(options, ChooseLogDirectory(options), access);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return StartServiceProgram(argc, argv, &Run);
 }

@@ -10,6 +10,7 @@
 
 #include "programs/ConfigFile.h"
 #include "programs/ExitStatus.h"
+#include "programs/ProgramStart.h"
 
 namespace {
 
@@ -146,7 +147,8 @@ void AddOptions(CLI::App& app, SServerOptions& options, STexts& texts) {
 
 bool ParseServerOptions(int argc, char** argv, SServerOptions& options, int& status) {
   CLI::App app(kServerDescription, "kqft-server");
-  app.footer(kServerFooter);
+  app.allow_windows_style_options(false);  // "/a" is a path everywhere
+  app.footer(std::string(kServerFooter) + ServiceUsage());
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
     return std::string("kqft-server: ") + error.what() + "\nTry \"kqft-server --help\".\n";
   });

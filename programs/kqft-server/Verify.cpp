@@ -9,6 +9,7 @@
 #include <iostream>
 #include <thread>
 
+#include "platform/PathBytes.h"
 #include "programs/ExitStatus.h"
 #include "programs/Verdicts.h"
 #include "programs/kqft/Output.h"
@@ -34,19 +35,19 @@ class CVerification {
 
   // True when all of it is the same.
   bool Check(const fs::path& directory) {
-    m_strProject = directory.filename().string();
+    m_strProject = BytesOf(directory.filename());
     SCheckCalls calls;
     calls.m_onFile = [this](const SFileVerdict& file) { SayVerdict(m_output, m_strProject, file); };
     calls.m_onBytes = [this](std::int64_t done, std::int64_t total) { return Show(done, total); };
     const auto threads = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
-    const SProjectVerdict verdict = CheckProject(directory.string(), threads, calls);
+    const SProjectVerdict verdict = CheckProject(BytesOf(directory), threads, calls);
     m_output.Live("");
     Say(verdict);
     bool same = verdict.IsSame();
     if (same) ++m_nSame;
     ++m_nProjects;
     if (m_options.m_bNote && verdict.m_strWhy.empty() && !verdict.m_bMeanwhile) {
-      const std::string why = LeaveDamageNote(directory.string(), verdict.m_damage);
+      const std::string why = LeaveDamageNote(BytesOf(directory), verdict.m_damage);
       if (!why.empty()) {
         Complain(Printable(m_strProject) + ": no note: " + why);
         same = false;
@@ -100,10 +101,10 @@ class CVerification {
 // Every directory, but for the one that file systems make for themselves.
 std::vector<std::string> AllProjects(const std::string& directory, std::error_code& error) {
   std::vector<std::string> names;
-  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+  for (fs::directory_iterator entry(PathOf(directory), error), end; !error && entry != end;
        entry.increment(error)) {
     std::error_code ignored;
-    const std::string name = entry->path().filename().string();
+    const std::string name = BytesOf(entry->path().filename());
     if (entry->is_directory(ignored) && name != "lost+found") names.push_back(name);
   }
   std::sort(names.begin(), names.end());
@@ -129,7 +130,7 @@ int VerifyProjects(const std::string& directory, const SVerifyOptions& options) 
   CVerification verification(options);
   bool same = true;
   for (const std::string& name : names) {
-    const fs::path project = fs::path(directory) / name;
+    const fs::path project = PathOf(directory) / PathOf(name);
     if (fs::is_directory(project, error)) {
       same = verification.Check(project) && same;
     } else {

@@ -8,6 +8,7 @@
 #include <iostream>
 #include <map>
 
+#include "platform/PathBytes.h"
 #include "programs/ConfigFile.h"
 #include "programs/Directories.h"
 #include "programs/ExitStatus.h"
@@ -102,7 +103,7 @@ void AddCommands(CLI::App& app, SOptions& options) {
 void ApplyConfig(CLI::App& app, const std::string& named) {
   if (!named.empty()) return ApplyConfigFile(app, named);
   const std::string usual = UserConfigFile("kqft.conf");
-  if (std::error_code error; !usual.empty() && std::filesystem::exists(usual, error)) {
+  if (std::error_code error; !usual.empty() && std::filesystem::exists(PathOf(usual), error)) {
     ApplyConfigFile(app, usual);
   }
 }
@@ -157,6 +158,7 @@ void Check(const CLI::App& app, SOptions& options, const std::string& server) {
 
 bool ParseOptions(int argc, char** argv, SOptions& options, int& status) {
   CLI::App app(kDescription, "kqft");
+  app.allow_windows_style_options(false);  // "/a" is a path everywhere
   app.footer(kFooter);
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
     return std::string("kqft: ") + error.what() + "\nTry \"kqft --help\".\n";

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "platform/PathBytes.h"
 #include "programs/kqft/Commands.h"
 
 namespace {
@@ -11,7 +12,7 @@ namespace {
 template <typename TakeLine>
 void ReadLines(const std::string& path, const TakeLine& takeLine) {
   std::ifstream file;
-  if (path != "-") file.open(path, std::ios::binary);
+  if (path != "-") file.open(PathOf(path), std::ios::binary);
   std::istream& in = path == "-" ? std::cin : file;
   for (std::string line; std::getline(in, line);) {
     if (!line.empty() && line.back() == '\r') line.pop_back();

@@ -7,6 +7,7 @@
 #include "platform/UserDirectories.h"
 #include "programs/Directories.h"
 #include "programs/ExitStatus.h"
+#include "programs/ProgramStart.h"
 #include "programs/Termination.h"
 #include "programs/kqft/CommandLine.h"
 #include "programs/kqft/Commands.h"
@@ -74,9 +75,7 @@ int ConnectAndRun(SOptions& options) {
   return command.m_pRun(client, output, options);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   HoldTermination();
   HoldMoreRequests();
   StartInterrupts();
@@ -88,4 +87,10 @@ int main(int argc, char** argv) {
     std::cerr << std::string("kqft: ") + error.what() + "\n";
     return kExitFailed;
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return StartProgram(argc, argv, &Run);
 }

@@ -3,6 +3,8 @@
 
 #include "programs/Termination.h"
 
+#include <unistd.h>
+
 #include <csignal>
 
 static_assert(kInterruptSignal == SIGINT && kTerminateSignal == SIGTERM);
@@ -42,4 +44,8 @@ int WaitForTermination() {
   while (sigwait(&g_held, &received) != 0) {
   }
   return received;
+}
+
+void RequestTermination() {
+  kill(getpid(), SIGTERM);
 }

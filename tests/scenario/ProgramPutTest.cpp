@@ -58,7 +58,7 @@ TEST_F(ProgramPut, SendsWhatChangedAndSaysWhy) {
   WriteWholeFile(m_local / "P/empty", "");
   Put({}, ": 8 new\n");
   const std::string inventory = ReadWholeFile(There(kInventoryName));
-  Put({}, "sent 0 files, 0 bytes, in 0.");
+  Put({}, "sent 0 files, 0 bytes, in ");
   Put({"-n"}, "would send 0 files, 0 bytes: 8 unchanged\n");
   EXPECT_EQ(ReadWholeFile(There(kInventoryName)), inventory);
 
@@ -69,7 +69,7 @@ TEST_F(ProgramPut, SendsWhatChangedAndSaysWhy) {
   std::ofstream(m_local / "P/tail.tm", std::ios::app) << "more";
   WriteWholeFile(m_local / "P/a.txt", "A.TXT");
   WriteWholeFile(m_local / "P/b.txt", "new");
-  SetFileFacts(m_local / "P/same.txt", {0, 1772978711000000001, 0600});
+  SetFileFacts(m_local / "P/same.txt", {0, 1772978711000000100, 0600});
   fs::remove(m_local / "P/gone.txt");
   fs::remove(There("empty"));
   Put({"-n"},

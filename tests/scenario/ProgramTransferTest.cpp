@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "support/HostFiles.h"
 #include "support/Inventories.h"
 #include "support/Programs.h"
 #include "transfer/ProjectCheck.h"
@@ -34,17 +35,17 @@ class ProgramTransfer : public testing::Test {
 TEST_F(ProgramTransfer, TreeGoesUpAndComesDownByteForByte) {
   // Names with everything that a file system of this machine allows and the
   // protocol can carry.
-  const std::pair<const char*, std::string> files[] = {
+  const std::pair<std::string, std::string> files[] = {
       {"P/P.kqsln", "project\n"},
       {"P/empty", ""},
       {"P/with space/\xc3\xbc.txt", "utf-8"},
-      {"P/\xff\x80.bin", "no utf-8"},
-      {"P/-n 'quoted\" & <x>;*?$", PatternBytes(200000, 3)},
+      {"P/" + NameOr("\xff\x80.bin", "bin"), "no utf-8"},
+      {"P/" + NameOr("-n 'quoted\" & <x>;*?$", "-n 'quoted & %x;$"), PatternBytes(200000, 3)},
       {"P/Model/Run.TM", PatternBytes(3 * kMiB, 1)},
       {"P/.hidden", "x"},
       {"P/1/2/3/4/5/6/7/deep %41", "deep"}};
   for (const auto& [name, content] : files) WriteWholeFile(m_local / name, content);
-  SetFileFacts(m_local / "P/P.kqsln", {0, 1234567890987654321, 0440});
+  SetFileFacts(m_local / "P/P.kqsln", {0, 1234567890987654300, 0444});
   WriteWholeFile(m_local / "P/kqft.inventory", "none of ours");
   CTempDirectory fetched;
 
@@ -52,7 +53,8 @@ TEST_F(ProgramTransfer, TreeGoesUpAndComesDownByteForByte) {
   EXPECT_EQ(put->Wait(), 0) << put->Error();
   EXPECT_EQ(ReadTree(m_server.ProjectPath("P")), ReadTree(m_local / "P"));
   EXPECT_TRUE(Holds(put->Output(), "sent 8 files, 3.2 MiB (3,345,754 bytes), in")) << put->Output();
-  EXPECT_TRUE(Holds(put->Error(), "P/kqft.inventory: a file of this name")) << put->Error();
+  EXPECT_TRUE(Holds(Generic(put->Error()), "P/kqft.inventory: a file of this name"))
+      << put->Error();
   const std::string check = "cd " + m_server.ProjectPath("P") + " && xxhsum -c kqft.inventory";
   const bool canCheck = std::system("command -v xxhsum >/dev/null") == 0;
   EXPECT_EQ(canCheck ? std::system((check + " >/dev/null 2>&1").c_str()) : 0, 0);
@@ -69,7 +71,7 @@ TEST_F(ProgramTransfer, TreeGoesUpAndComesDownByteForByte) {
   EXPECT_TRUE(Holds(below, " 1/2/3/4/5/6/7/deep %41\n")) << below;
   EXPECT_EQ(std::count(below.begin(), below.end(), '\n'), 2) << below;
   EXPECT_EQ(m_station.Run({"ls", "P/1/2/9"})->Wait(), 1);
-  EXPECT_EQ(m_station.Run({"dir"})->Output(), m_server.ProjectPath("") + "\n");
+  EXPECT_EQ(Generic(m_station.Run({"dir"})->Output()), m_server.ProjectPath("") + "\n");
 
   const auto get = m_station.Run({"get", "P", "--into", fetched.Path()});
   EXPECT_EQ(get->Wait(), 0) << get->Error();
@@ -89,12 +91,12 @@ TEST_F(ProgramTransfer, TreeGoesUpAndComesDownByteForByte) {
 
   const Arguments quick = {"get",       "P", "P.kqsln", "empty",
                            "--retries", "1", "--into",  fetched.Path()};
-  fs::remove(fetched / "P/P.kqsln");
+  RemoveMarked(fetched / "P/P.kqsln");
   WriteWholeFile(fetched / "P/P.kqsln", "PROJECT\n");  // as long, and another time
   EXPECT_EQ(m_station.Run(quick)->Wait(), 0);
   EXPECT_EQ(ReadWholeFile(fetched / "P/P.kqsln") + ReadWholeFile(fetched / "P/P.kqsln~"),
             "project\nPROJECT\n");
-  fs::remove(fetched / "P/P.kqsln");
+  RemoveMarked(fetched / "P/P.kqsln");
   WriteWholeFile(m_server.ProjectPath("P/P.kqsln"), "damaged\n");
   const auto damaged = m_station.Run(quick);
   EXPECT_EQ(damaged->Wait(), 1);
@@ -103,9 +105,9 @@ TEST_F(ProgramTransfer, TreeGoesUpAndComesDownByteForByte) {
 
   EXPECT_EQ(m_station.Start({"rm", "P"})->Wait(), 2);
   EXPECT_TRUE(fs::exists(m_server.ProjectPath("P")));
-  const auto unknown = m_station.Run({"rm", "--yes", "p"});
+  const auto unknown = m_station.Run({"rm", "--yes", "Q"});
   EXPECT_EQ(unknown->Wait(), 1);
-  EXPECT_EQ(unknown->Error(), "kqft: p: the server knows no project of this name\n");
+  EXPECT_EQ(unknown->Error(), "kqft: Q: the server knows no project of this name\n");
   EXPECT_EQ(m_station.Start({"rm", "--yes", "P"})->Wait(), 0);
   EXPECT_FALSE(fs::exists(m_server.ProjectPath("P")));
 }
@@ -113,28 +115,31 @@ TEST_F(ProgramTransfer, TreeGoesUpAndComesDownByteForByte) {
 TEST_F(ProgramTransfer, EveryFileThatFailsIsNamedAndTheOthersArrive) {
   for (const char* name : {"a.txt", "taken", "z.txt"})
     WriteWholeFile(m_local / ("P/" + std::string(name)), name);
-  std::ofstream(m_local / "P/back\\slash") << "b";
+  const bool odd = NameOr("a\\b", "") != "";
+  if (odd) std::ofstream(m_local / "P/back\\slash") << "b";
   fs::create_directories(m_server.ProjectPath("P/taken"));  // no file can be made there
-  fs::create_symlink(m_local / "nowhere", m_local / "P/broken");
+  const bool linked = MakeLink(m_local / "nowhere", m_local / "P/broken");
 
   const auto put = m_station.Run({"put", m_local / "P", "--json", "--retries", "0"});
   EXPECT_EQ(put->Wait(), 1);
   EXPECT_EQ(ReadWholeFile(m_server.ProjectPath("P/a.txt")), "a.txt");
   EXPECT_EQ(ReadWholeFile(m_server.ProjectPath("P/z.txt")), "z.txt");
-  for (const char* told :
-       {"P/taken: the server cannot create the file (-8 ", "P/back/slash: ", "skipped "}) {
-    EXPECT_TRUE(Holds(put->Error(), told)) << put->Error();
-  }
+  EXPECT_TRUE(Holds(put->Error(), "P/taken: the server cannot create the file (-8 "));
+  EXPECT_EQ(Holds(put->Error(), "P/back/slash: "), odd) << put->Error();
+  EXPECT_EQ(Holds(put->Error(), "skipped "), linked) << put->Error();
   EXPECT_TRUE(Holds(put->Output(), "\"code\":-8,\"code_name\":\"CREATE_FILE_ERROR\""));
   EXPECT_TRUE(Holds(put->Output(), "\"result\":\"failed\",\"exit_status\":1,"));
-  EXPECT_TRUE(Holds(put->Output(),
-                    "\"files_total\":4,\"files_done\":2,\"bytes_total\":16,\"bytes_done\":10,"))
+  EXPECT_TRUE(
+      Holds(put->Output(),
+            odd ? "\"files_total\":4,\"files_done\":2,\"bytes_total\":16,\"bytes_done\":10,"
+                : "\"files_total\":3,\"files_done\":2,\"bytes_total\":15,\"bytes_done\":10,"))
       << put->Output();
   const auto plan =
       m_station.Run({"put", "-n", "--project", "P", m_local / "P", m_local / "P/a.txt"});
   EXPECT_EQ(plan->Wait(), 1);
   EXPECT_TRUE(Holds(plan->Error(), "P/a.txt: another file has the same name")) << plan->Error();
-  EXPECT_EQ(m_station.Run({"put", "--project", "Q", m_local / "P/a.txt", "/dev/null"})->Wait(), 1);
+  const char* const noFile = linked ? "/dev/null" : "NUL";
+  EXPECT_NE(m_station.Run({"put", "--project", "Q", m_local / "P/a.txt", noFile})->Wait(), 0);
 
   const auto get =
       m_station.Run({"get", "P", "a.txt", "nosuch", "a.txt", "--into", m_local / "in"});
@@ -218,11 +223,11 @@ TEST_F(ProgramTransfer, GetNeverMixesVersionsOrLeavesItsDirectory) {
   WriteWholeFile(m_local / "P/d.3.part", "longer");        // no part either
   WriteWholeFile(m_local / "P/a.tm.9.part", "stale");      // of an earlier version
   WriteWholeFile(m_local / "P/c.6.part", "ser");           // of this version
-  fs::create_directory_symlink(outside.Path(), m_local / "P/link");
+  const bool linked = MakeLink(outside.Path(), m_local / "P/link");
 
   const auto get = m_station.Run({"get", "P", "--retries", "0", "--into", m_local.Path()});
   EXPECT_EQ(get->Wait(), 1);
-  EXPECT_TRUE(Holds(get->Error(), "symbolic link")) << get->Error();
+  EXPECT_EQ(Holds(get->Error(), "symbolic link"), linked) << get->Error();
   EXPECT_TRUE(fs::is_empty(outside.Path()));
   EXPECT_EQ(ReadWholeFile(m_local / "P/a.tm"), "0123456789");
   EXPECT_EQ(ReadWholeFile(m_local / "P/c"), "server");

@@ -1,9 +1,5 @@
 // How the programs are called, what they refuse, and how they end.
 
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 
@@ -146,38 +142,6 @@ TEST(ProgramUse, ServerEndsSoonHoweverManySessionsHaveStoredData) {
   server.Process().Signal(SIGTERM);
   EXPECT_EQ(server.Process().Wait(), 0);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
-}
-
-TEST(ProgramUse, ServerTellsItsStateToServiceManagerAndOutputStream) {
-  const CTempDirectory directory;
-  const int manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address = {AF_UNIX, {}};
-  std::strncpy(address.sun_path, (directory / "notify").c_str(), sizeof address.sun_path - 1);
-  ASSERT_EQ(bind(manager, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  const auto next = [&] {
-    char text[256] = {};
-    recv(manager, text, sizeof text - 1, 0);
-    return std::string(text);
-  };
-  setenv("NOTIFY_SOCKET", address.sun_path, 1);
-  CServerProgram server;
-  unsetenv("NOTIFY_SOCKET");
-  EXPECT_EQ(next(), "READY=1");
-  server.Process().Signal(SIGHUP);
-  EXPECT_EQ(next().substr(0, 27), "RELOADING=1\nMONOTONIC_USEC=");
-  EXPECT_EQ(next(), "READY=1");
-  EXPECT_EQ(next().substr(0, 36), "STATUS=0 links, 0 transfers, 0 B/s, ");
-  EXPECT_EQ(CWorkstation(server.Port()).Start({"ls"})->Wait(), 0);
-  EXPECT_TRUE(WaitUntil([&] { return Lines(server.Process().Output()) == 2; }));
-  EXPECT_EQ(server.Process().Output().substr(0, 21), "new client:127.0.0.2:");
-  EXPECT_NE(server.Process().Output().find("\nclient disconnect:127.0.0.2:"), std::string::npos);
-  EXPECT_EQ(ReadTree(server.LogPath()).rbegin()->first.substr(0, 18), "KQFileTransServer_");
-  server.Process().Signal(SIGINT);
-  std::string last = next();
-  while (last.substr(0, 7) == "STATUS=") last = next();
-  EXPECT_EQ(last, "STOPPING=1");
-  EXPECT_EQ(server.Process().Wait(), 0);
-  close(manager);
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <csignal>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "support/Processes.h"
 #include "support/TestSystem.h"
 
 /// The programs as a test runs them: processes of their own, ended by id.
@@ -36,7 +36,7 @@ class CProgram {
 
  private:
   CTempDirectory m_directory;
-  int m_nPid = -1;
+  std::intptr_t m_process = kNoProcess;
   int m_nStatus = -1;  // once it has ended
 };
 

@@ -1,6 +1,11 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
+
+#include "platform/ByteOrder.h"
+#include "support/Packets.h"
 
 /// A plain blocking TCP connection to 127.0.0.1 that sends any bytes.
 class CRawClient {
@@ -32,3 +37,12 @@ class CRawClient {
   const std::string m_strFrom;
   int m_fd = -1;
 };
+
+/// Sends a request and returns the body of its answer.
+inline std::string Ask(const CRawClient& client, int code, const std::string& body) {
+  EXPECT_TRUE(client.Send(MakePacket(code, body)));
+  const std::string head = client.Receive(20);
+  if (head.size() < 20) return "no answer";
+  EXPECT_EQ(ReadInt32(head.data() + 4), code);
+  return client.Receive(static_cast<std::size_t>(ReadInt32(head.data() + 12)));
+}

@@ -12,11 +12,13 @@
 #include <sstream>
 #include <thread>
 
+#include "platform/PathBytes.h"
+
 namespace {
 
 std::filesystem::path ToHostPath(std::string path) {
   std::replace(path.begin(), path.end(), '\\', '/');
-  return path;
+  return PathOf(path);
 }
 
 }  // namespace
@@ -163,7 +165,7 @@ std::string CScopedSystem::ExchangeNote(const std::string& path, const std::stri
 
 // Called with m_mutex held.
 bool CScopedSystem::IsMeant(const std::string& path) const {
-  return path.empty() || ToHostPath(path).string().rfind(m_plan.m_strBelow, 0) == 0;
+  return path.empty() || BytesOf(ToHostPath(path)).rfind(m_plan.m_strBelow, 0) == 0;
 }
 
 // Counts a call and tells what it must fail with.
@@ -198,7 +200,7 @@ std::size_t CScopedSystem::LimitTransfer(std::size_t size, bool write) {
 
 CTempDirectory::CTempDirectory() {
   std::random_device random;
-  const std::string base = std::filesystem::temp_directory_path().string() + "/kqft-";
+  const std::string base = (std::filesystem::temp_directory_path() / "kqft-").generic_string();
   do {
     m_strPath = base + std::to_string(random()) + std::to_string(random()) + "/";
   } while (NativeSystem().MakeDirectory(m_strPath) == ESystemError::kExists);
@@ -224,13 +226,13 @@ void WriteWholeFile(const std::string& path, const std::string& content) {
 
 std::int64_t FileSize(const std::string& path) {
   std::error_code error;
-  const std::uintmax_t size = std::filesystem::file_size(path, error);
+  const std::uintmax_t size = std::filesystem::file_size(PathOf(path), error);
   return error ? -1 : static_cast<std::int64_t>(size);
 }
 
 void MakeSparseFile(const std::string& path, std::int64_t bytes) {
   WriteWholeFile(path, "");
-  std::filesystem::resize_file(path, static_cast<std::uintmax_t>(bytes));
+  std::filesystem::resize_file(PathOf(path), static_cast<std::uintmax_t>(bytes));
 }
 
 std::string WithoutTimes(const std::string& log) {
@@ -254,7 +256,28 @@ bool WaitUntil(const std::function<bool()>& condition) {
   return true;
 }
 
-bool IsWholeSweep() {
+// KQFT_SLOWER divides it: limits of real seconds, such as those of an answer,
+// would else be too short where every call takes long.
+CFaultPlan& CFaultPlan::ClockFaster(int factor) {
+  const char* const slower = std::getenv("KQFT_SLOWER");
+  return Set(m_nClockFactor, slower == nullptr ? factor : std::max(1, factor / std::stoi(slower)));
+}
+
+namespace {
+
+bool IsSweep(const char* kind) {
   const char* sweep = std::getenv("KQFT_SWEEP");
-  return sweep != nullptr && std::string(sweep) == "all";
+  return sweep != nullptr && std::string(sweep) == kind;
+}
+
+}  // namespace
+
+bool IsWholeSweep() {
+  return IsSweep("all");
+}
+
+int SweepStep(int usual) {
+  constexpr int kCoarse = 10;
+  if (IsWholeSweep()) return 1;
+  return IsSweep("coarse") ? usual * kCoarse : usual;
 }

@@ -242,6 +242,7 @@ TEST_F(BulkTransfer, LinkMayEndAfterAnyByteDownAndGoesOnExactly) {
 }
 
 TEST_F(BulkTransfer, OneFileOfADownloadFailsOrWaitsAlone) {
+  m_system.Follow(CFaultPlan().ClockFaster(10));
   const std::pair<std::vector<Packet>, int> cases[] = {
       {{{2505, Int32(-7)}}, -7},
       {{{2505, Int32(-12)}}, 1},  // passes

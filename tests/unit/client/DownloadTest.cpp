@@ -106,7 +106,7 @@ TEST_F(Download, EveryPacketStartsANewStallPeriod) {
 }
 
 TEST_F(Download, FreeSpaceMustHoldTheWholeRequest) {
-  const std::string drive = "D:/new/";  // on this system a directory like any other
+  const std::string drive = m_client.m_files / "new/";
   m_client.SetPrjDir(drive);
   const std::int64_t cases[][3] = {{5000000000, 5000000000, 1},
                                    {4999999999, 5000000000, -37},

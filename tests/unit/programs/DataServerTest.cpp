@@ -4,6 +4,7 @@
 
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
+#include "support/HostFiles.h"
 #include "support/Packets.h"
 #include "support/Sockets.h"
 #include "support/TestSystem.h"
@@ -87,13 +88,16 @@ TEST_F(DataServer, LinksBeyondTheLimitsAreClosedAtOnceAndLogged) {
   EXPECT_TRUE(connect("127.0.0.6")->WaitClosed());
   EXPECT_TRUE(WaitUntil([&] { return Logged("\"event\":\"connect\"") == 5; }));
   EXPECT_EQ(Logged("\"address\":\"127.0.0.6:"), 1);
-  EXPECT_EQ(Prepare(*fifth, "elsewhere \xff\n\""), Int32(RESULT_OK));
+  const bool odd = NameOr("\xff\n\"", "") != "";
+  EXPECT_EQ(Prepare(*fifth, odd ? "elsewhere \xff\n\"" : "elsewhere"), Int32(RESULT_OK));
   m_server->Stop();
   m_access->CutOff(*m_traffic);  // nothing that was not told already
   m_access->Lines().Close(60000);
   EXPECT_EQ(Logged("\"event\":\"disconnect\""), 5);
   EXPECT_EQ(Logged("\"result\":\"cut_off\",\"code\":-9,"), 1);
-  EXPECT_EQ(Logged("elsewhere \xEF\xBF\xBD\\u000A\\\"\",\"name_hex\":\""), 1);
+  const char* const name =
+      odd ? "elsewhere \xEF\xBF\xBD\\u000A\\\"\",\"name_hex\":\"" : "elsewhere\"";
+  EXPECT_EQ(Logged(name), 1);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <set>
 
+#include "support/HostFiles.h"
 #include "support/TestSystem.h"
 
 namespace fs = std::filesystem;
@@ -44,7 +45,7 @@ TEST(OldLogs, OnlyOldFilesWithTheNamesOfAProgramsLogsGo) {
   make(used, 29);
   make(usedThere, 29);
   fs::create_directory(logs / "ServiceClient_1500000002");
-  fs::create_symlink(logs / used, logs / "ServiceClient_1500000003");
+  MakeLink(logs / used, logs / "ServiceClient_1500000003");
   const std::size_t all = Names(logs.Path()).size();
   RemoveOldLogs(logs.Path(), ELogs::kClient, 0);
   RemoveOldLogs(logs / "nosuch", ELogs::kClient, 30);

@@ -1,6 +1,8 @@
 // What a durable server has on the disk when it confirms, and what it says
 // and leaves when the disk fails.
 
+#include <optional>
+
 #include "net/LayerThread.h"
 #include "platform/ByteOrder.h"
 #include "protocol/MessageCodes.h"
@@ -305,13 +307,16 @@ TEST_F(PowerLoss, LeavesWhateverWasConfirmed) {
 TEST_F(PowerLoss, LeavesTheWayToWhatWasConfirmed) {
   const SFile first = {"a/b/c/first", "1"};
   const SFile second = {"a/b/c/second", "2"};
+  std::optional<CSession> other(std::in_place, &m_net);
   const auto expectSecond = [&] {
     EXPECT_EQ(Receive({second}), std::vector<bool>{true});
+    other.reset();
     m_disk.LosePower(false);
     ExpectWhole(second, "");
     m_disk.Clear();
   };
-  AskUpload(true, first.m_strName);  // by another session, at the same time
+  Hand(*other, NET_CTS_PREPARETRAN_FILE, "\1" + (m_dir / first.m_strName));  // at the same time
+  other->m_bWriting = false;
   expectSecond();
   Receive({first}, false);  // by one whose link has gone
   expectSecond();

@@ -5,6 +5,7 @@
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "support/FakeTransNet.h"
+#include "support/HostFiles.h"
 
 namespace {
 
@@ -53,11 +54,12 @@ TEST_F(ProjectCatalogue, DeepFilesAreListedOnlyInNamedDirectories) {
           {"A/Sub/Model/f", 1},
           {"A/Sub/X/AnalysisTime/f", 1},
           {"A/Sub/X/Y/f", 1}});
-  const std::filesystem::path project(m_dir / "Prj/A");
-  std::filesystem::create_directory_symlink("..", project / "loop");
-  std::filesystem::create_directory(project / "..\\..\\victim");  // one name here
-  EXPECT_EQ(Files("A"), (Records{"A\\.hidden", "A\\loop", "A\\Sub\\Model\\f", "A\\Sub\\s",
-                                 "A\\AnalysisTime\\f"}));
+  Records expected = {"A\\.hidden", "A\\Sub\\Model\\f", "A\\Sub\\s", "A\\AnalysisTime\\f"};
+  if (MakeLink("..", m_dir / "Prj/A/loop")) {
+    std::filesystem::create_directory(m_dir / "Prj/A/..\\..\\victim");  // one name there
+    expected.insert(expected.begin() + 1, "A\\loop");
+  }
+  EXPECT_EQ(Files("A"), expected);
   m_net.m_strFileDir = m_dir / "Prj";  // names are appended as they stand
   EXPECT_EQ(Files("A"), Records{});
 }

@@ -64,12 +64,12 @@ TEST(FileDigest, IsTheSameInAnyOrderAndReadsOnlyWhatDidNotPassInItsTurn) {
   EXPECT_EQ(DigestText(digest.m_whole), "99aa06d3014798d86001c324468d497f");
 }
 
-TEST(FileFacts, TimesAndModesComeBackToTheNanosecondAndFarOnesDoNoHarm) {
+TEST(FileFacts, TimesAndModesComeBackAndFarOnesDoNoHarm) {
   const CTempDirectory directory;
   WriteWholeFile(directory / "f", "four");
   SFileFacts facts;
-  for (const SFileFacts& set : {SFileFacts{4, 1772978711000000001, 0640},
-                                SFileFacts{4, -1999999999, 0400}, SFileFacts{4, 0, 0777}}) {
+  for (const SFileFacts& set :
+       {SFileFacts{4, 1772978711000000100, 0644}, SFileFacts{4, -1999999900, 0444}}) {
     EXPECT_EQ(SetFileFacts(directory / "f", set), "");
     EXPECT_EQ(ReadFileFacts(directory / "f", facts), "");
     EXPECT_EQ(facts, set) << set.m_llTime << " " << facts.m_llTime << " " << facts.m_nMode;

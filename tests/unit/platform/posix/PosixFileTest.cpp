@@ -28,41 +28,6 @@ TEST(PosixFile, OnlyRegularFilesOpenAndNoOpenHangs) {
   }
 }
 
-TEST(PosixFile, ALockHoldsUntilTheFileIsClosed) {
-  const CTempDirectory temp;
-  std::unique_ptr<ISystemFile> first, second;
-  System().OpenFile(temp / "lock", EOpenMode::kAppend, first);
-  System().OpenFile(temp / "lock", EOpenMode::kAppend, second);
-  EXPECT_EQ(first->Lock(), ESystemError::kNone);
-  EXPECT_EQ(second->Lock(), ESystemError::kBusy);
-  first = nullptr;
-  EXPECT_EQ(second->Lock(), ESystemError::kNone);
-}
-
-TEST(PosixFile, EmptyPathsAndNulBytesAreRefusedByEveryCall) {
-  const CTempDirectory temp;
-  WriteWholeFile(temp / "canary", "alive");
-  const std::string cut = (temp / "canary") + std::string(1, '\0') + "x";
-  for (const std::string& path : {std::string(), cut, temp.Path() + std::string(1, '\0')}) {
-    std::unique_ptr<ISystemFile> file;
-    SFileStatus status;
-    std::vector<SDirectoryEntry> entries;
-    std::uint64_t bytes = 0;
-    for (const EOpenMode mode : kAllModes) {
-      EXPECT_EQ(System().OpenFile(path, mode, file), ESystemError::kBadPath);
-    }
-    for (const ESystemError result :
-         {System().QueryFile(path, status), System().QueryFreeSpace(path, bytes),
-          System().FlushDirectory(path), System().RemoveFile(path),
-          System().RenameFile(path, temp / "b"), System().RenameFile(temp / "canary", path),
-          System().MakeDirectory(path), System().RemoveEmptyDirectory(path),
-          System().ListDirectory(path, entries), System().ClearDirectory(path)}) {
-      EXPECT_EQ(result, ESystemError::kBadPath);
-    }
-  }
-  EXPECT_EQ(ReadWholeFile(temp / "canary"), "alive");
-}
-
 TEST(PosixFile, NeverTakesTheNumberOfAClosedStandardStream) {
   const CTempDirectory temp;
   const int saved = dup(STDIN_FILENO);

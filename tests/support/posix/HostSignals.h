@@ -1,0 +1,3 @@
+#pragma once
+
+// The signals of a POSIX system are those of <csignal>.
