@@ -32,6 +32,13 @@ done
 "$compiler" -std=c++17 -static -I"$there/include/KQFileTransService" \
   "$there/$doc/examples/projects.cpp" -o "$there/bin/app.exe" \
   "$there/lib/libkqft.dll.a" "$there/lib/libKQFileTransService.dll.a"
+# In C there are only the header and either import library.
+c=$(echo "$compiler" | sed 's/g++/gcc/')
+"${c%gcc*}dlltool" -d "$there/lib/kqft.def" -l "$work/listed.a"
+for library in "$there/lib/libkqft.dll.a" "$work/listed.a"; do
+  "$c" -std=c99 -Wall -Wextra -Wpedantic -Werror -I"$there/include" \
+    "$there/$doc/examples/roundtrip.c" -o "$there/bin/c-$(basename "$library" .a).exe" "$library"
+done
 # A program's folder comes first where libraries are looked for.
 "$source/tests/wine.sh" "$build/wine" "$there/bin/kqft-server.exe" --dir "$work/projects" \
   --log-dir "$work/log" --listen 127.0.0.1 --port 0 2>"$work/server.err" &
@@ -47,3 +54,8 @@ wine "$there/bin/kqft.exe" --server "127.0.0.1:$port" put "$work/P"
 cmp "$work/P/file" "$work/projects/P/file"
 wine "$there/bin/app.exe" 127.0.0.1 "$port" "$work/P" "$work/back"
 cmp "$work/P/file" "$work/back/Demo/file"
+for app in "$there"/bin/c-*.exe; do
+  rm -r "$work/projects/Demo" "$work/back"
+  wine "$app" 127.0.0.1 "$port" "$work/P" "$work/back"
+  cmp "$work/P/file" "$work/back/Demo/file"
+done
