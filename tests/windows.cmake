@@ -2,7 +2,7 @@
 set(required)
 if(CMAKE_CROSSCOMPILING)
   set(wine ${CMAKE_CURRENT_SOURCE_DIR}/wine.sh ${PROJECT_BINARY_DIR}/wine)
-  set_target_properties(kqft_tests PROPERTIES CROSSCOMPILING_EMULATOR "${wine}")
+  set_target_properties(kqft_tests PROPERTIES CROSSCOMPILING_EMULATOR "${wine};test")
   foreach(step start stop)
     add_test(NAME ${KQFT_TEST_PREFIX}Wine-${step} COMMAND ${wine} ${step})
   endforeach()

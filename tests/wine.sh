@@ -3,11 +3,13 @@
 #
 #   tests/wine.sh PREFIX start
 #   tests/wine.sh PREFIX PROGRAM.exe [ARGUMENT...]
+#   tests/wine.sh PREFIX test PROGRAM.exe [ARGUMENT...]
 #   tests/wine.sh PREFIX stop
 #
 # start makes the system that PREFIX names when it is missing, and leaves one
 # process there until stop: else each program would start and end Wine's own
-# processes, which keep the caller's streams open.
+# processes, which keep the caller's streams open. test gives them none to keep:
+# what the program prints comes at its end.
 set -eu
 export WINEPREFIX=$1 WINEDEBUG=-all LC_ALL=C.UTF-8
 shift
@@ -27,6 +29,15 @@ start)
 stop)
   /usr/lib/wine/wineserver64 -k || true
   kill -- "-$(cat "$WINEPREFIX/keeper")" && rm "$WINEPREFIX/keeper"
+  ;;
+test)
+  shift
+  printed=$(mktemp)
+  status=0
+  $wine "$@" </dev/null >"$printed" 2>&1 || status=$?
+  cat "$printed"
+  rm "$printed"
+  exit $status
   ;;
 *)
   exec $wine "$@"
