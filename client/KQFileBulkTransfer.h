@@ -17,7 +17,7 @@
 ///
 /// What differs from the base class:
 /// - Up, ordinary files follow one another without waiting for answers, up to
-///   32 of them at a time. Measurement files go one by one, as there.
+///   128 of them at a time. Measurement files go one by one, as there.
 /// - Down, the next file is asked for as soon as the end of one has come, while
 ///   what came with it is still being stored.
 ///   Targets are opened a few files ahead; those that were made for files

@@ -163,18 +163,18 @@ TEST_F(BulkTransfer, FilesFollowOneAnotherWithinAWindow) {
   m_server.On(2500, [&](const std::string&) { answer(2500, Int32(1) + Int64(0)); });
   m_server.On(2502, [&](const std::string&) {
     answer(2502, "");
-    if (++owed != 32) return;
+    if (++owed != 128) return;
     System().Sleep(25);
-    EXPECT_EQ(CountCarried(EDirection::kSent, 2500), 32);
+    EXPECT_EQ(CountCarried(EDirection::kSent, 2500), 128);
     silent = false;
-    for (int i = 0; i < 32; ++i) {
+    for (int i = 0; i < 128; ++i) {
       m_server.Send(2500, Int32(1) + Int64(0));
       m_server.Send(2502);
     }
   });
   CBulkClient client(m_server.Port());
-  MakeFiles(client, 40);
-  EXPECT_EQ(client.Move(true, 40), Statuses(40, 1));
+  MakeFiles(client, 140);
+  EXPECT_EQ(client.Move(true, 140), Statuses(140, 1));
   std::vector<int> codes;
   for (const auto& [code, body] : m_server.Packets()) codes.push_back(code);
   codes.erase(codes.begin());  // the link
