@@ -189,13 +189,6 @@ int CSession::AskSums(const std::vector<std::string>& bodies, std::vector<std::i
   return result;
 }
 
-int CSession::AskHeldSize(const std::string& name, std::int64_t& size) {
-  const int result = Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareFile(name, false); });
-  if (result != RESULT_OK) return result;
-  size = m_llServerFilePos;
-  return EndFile();
-}
-
 int CSession::ReportFilled(int index, const FILEDATAPOS& range) {
   const std::string body = EncodeBody(SChangedRange{index, range.llPos + range.llLen, 0});
   return Request(NET_CTS_CHANGELOSTINFO, [&] {

@@ -204,6 +204,9 @@ class CSession : public CKQFileBulkTransfer {
   std::string WordsFor(ELinkFailure why, bool atOnce) const;
   void OnFileRead(std::size_t record, std::int64_t position, const char* data, int bytes);
   int AskLostInfoOnce(const std::string& name, SLostInfo& info);
+  int Store(const std::string& name, bool whole, const std::function<int()>& send);
+  int StoreOnce(const std::string& name, bool whole, const std::function<int()>& send);
+  int SendOwn(std::int64_t position, const std::string& text);
   int PrepareFile(const std::string& name, bool whole);
   int EndParts(int result);
   int SendPart(std::int64_t begin, std::int64_t end, const DigestReader& reader);
