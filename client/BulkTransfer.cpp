@@ -19,7 +19,9 @@ constexpr int kLinkEndMs = 1000;  // so late the end of a link is told
 
 }  // namespace
 
-CKQFileBulkTransfer::CKQFileBulkTransfer() : m_pBulk(std::make_shared<SBulk>()) {}
+CKQFileBulkTransfer::CKQFileBulkTransfer() : m_pBulk(std::make_shared<SBulk>()) {
+  m_pState->m_bPrompt = true;
+}
 
 // The worker uses members of this class.
 CKQFileBulkTransfer::~CKQFileBulkTransfer() {

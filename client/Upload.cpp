@@ -176,7 +176,7 @@ int CKQFileTransServiceClient::SendSingleFileRange(Channel_Key_Value& rec, std::
 
   m_evFileEnd->ResetKQEvent();
   if (m_bConnect && SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0) &&
-      m_evFileEnd->Wait(kFileEndWaitMs) == kWaitTimeout) {
+      !m_pState->Await(*this, *m_evFileEnd, kFileEndWaitMs)) {
     return ERROR_CODE_WAIT_TRANSEND;
   }
   return m_nServerErrorCode;
