@@ -2,6 +2,7 @@
 // of what an upload reads.
 
 #include <algorithm>
+#include <optional>
 
 #include "net/LinkInfo.h"
 #include "platform/ByteOrder.h"
@@ -165,13 +166,14 @@ void CSession::EndData() {
 
 int CSession::WriteText(const std::string& name, const std::string& text) {
   const auto size = static_cast<std::int64_t>(text.size());
-  int result = Store(name, true, [&] { return SendOwn(0, text); });
+  const bool isAskable = IsAskable(name);
+  std::int64_t held = 0;
+  int result = Store(
+      name, true, [&] { return SendOwn(0, text); }, isAskable ? &held : nullptr);
   if (result == RESULT_OK) result = m_nServerErrorCode;
+  if (result == RESULT_OK && !isAskable) result = AskHeldSize(name, held);
   if (result != RESULT_OK) return result;
-  std::vector<std::int64_t> held(1);
-  result = IsAskable(name) ? AskSizes({name}, held) : AskHeldSize(name, held.front());
-  if (result != RESULT_OK) return result;
-  return held.front() == size ? RESULT_OK : static_cast<int>(ERROR_CODE_SERVER_WRITE);
+  return held == size ? RESULT_OK : static_cast<int>(ERROR_CODE_SERVER_WRITE);
 }
 
 int CSession::AskHeldSize(const std::string& name, std::int64_t& size) {
@@ -208,17 +210,20 @@ int CSession::SendOwn(std::int64_t position, const std::string& text) {
 
 // Announces a file, sends what is to go into it, and ends it, before the first
 // answer is waited for: the server gives them in order.
-int CSession::Store(const std::string& name, bool whole, const std::function<int()>& send) {
-  int result = StoreOnce(name, whole, send);
+// @param held where its size then goes, which is asked for with that; null: not wanted
+int CSession::Store(const std::string& name, bool whole, const std::function<int()>& send,
+                    std::int64_t* held) {
+  int result = StoreOnce(name, whole, send, held);
   for (int i = 0; i < kReadyTries && result == ERROR_CODE_SERVER_DOWNDATA; ++i) {
     System().Sleep(kReadyPauseMs);
-    result = StoreOnce(name, whole, send);
+    result = StoreOnce(name, whole, send, held);
   }
   if (result == RESULT_OK) m_bJustRead = false;
   return result;
 }
 
-int CSession::StoreOnce(const std::string& name, bool whole, const std::function<int()>& send) {
+int CSession::StoreOnce(const std::string& name, bool whole, const std::function<int()>& send,
+                        std::int64_t* held) {
   if (name.size() > kMostNameBytes) return ERROR_CODE_CLIENT_SENDCMD;
   m_llServerFilePos = 0;
   m_nServerErrorCode = RESULT_OK;
@@ -235,10 +240,31 @@ int CSession::StoreOnce(const std::string& name, bool whole, const std::function
   }
   const int sent = send ? send() : static_cast<int>(RESULT_OK);
   if (!SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0)) return ERROR_CODE_CLIENT_CONNECT;
+  return held == nullptr ? AwaitStored(sent) : AwaitStoredAndSize(name, sent, *held);
+}
+
+int CSession::AwaitStored(int sent) {
   if (!AwaitReply(kAnswerWaitMs)) return Checked(ERROR_CODE_WAIT_SERVERRESPOND);
   if (m_evFileEnd->Wait(kFileEndWaitMs) == kWaitTimeout) return Checked(ERROR_CODE_WAIT_TRANSEND);
   const int prepared = Checked(m_nErrorCode);
   return prepared == RESULT_OK ? sent : prepared;
+}
+
+// A refused file's size is answered as well, and waited for.
+int CSession::AwaitStoredAndSize(const std::string& name, int sent, std::int64_t& held) {
+  std::string body;
+  AddName(body, name);
+  std::vector<std::int64_t> sizes;
+  std::optional<int> stored;
+  const int asked = Request(NET_CTS_REQUEST_SERVERFILESIZE, [&] {
+    return AskSums({body}, sizes, [&] {
+      stored = AwaitStored(sent);
+      return *stored != ERROR_CODE_WAIT_SERVERRESPOND && *stored != ERROR_CODE_WAIT_TRANSEND;
+    });
+  });
+  if (!stored) stored = AwaitStored(sent);  // it does not know the question
+  if (!sizes.empty()) held = sizes.front();
+  return *stored == RESULT_OK ? asked : *stored;
 }
 
 int CSession::SendBlocks(const std::string& name, std::int64_t held,
