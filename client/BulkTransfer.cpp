@@ -15,11 +15,13 @@
 
 namespace {
 
-constexpr int kLinkEndMs = 1000;  // so late the end of a link is told
+constexpr int kLinkEndMs = 5000;  // so late the end of a link is told
 
 }  // namespace
 
-CKQFileBulkTransfer::CKQFileBulkTransfer() : m_pBulk(std::make_shared<SBulk>()) {}
+CKQFileBulkTransfer::CKQFileBulkTransfer() : m_pBulk(std::make_shared<SBulk>()) {
+  m_pState->m_bPrompt = true;
+}
 
 // The worker uses members of this class.
 CKQFileBulkTransfer::~CKQFileBulkTransfer() {
@@ -100,10 +102,12 @@ bool CKQFileBulkTransfer::BeginBulk(const CTransferRun& run) {
 // that a link brought before it was lost are waited for.
 void CKQFileBulkTransfer::EndBulk(const CTransferRun& run) {
   if (IsBroken()) m_pNetWork->CloseAllConnect();
+  bool lost = false;
   {
     std::unique_lock lock(m_pBulk->m_mutex);
     const ILinkInfo* const link = m_pLinkInfo;
-    if (link == nullptr || !link->IsLink()) {
+    lost = link == nullptr || !link->IsLink();
+    if (lost) {
       System().Wait(m_pBulk->m_changed, lock, kLinkEndMs, [this] { return !m_bConnect; });
     }
     for (SBulk::SOnWay& file : m_pBulk->m_onWay) file.m_ullRun = 0;
@@ -120,7 +124,7 @@ void CKQFileBulkTransfer::EndBulk(const CTransferRun& run) {
     m_pBulk->m_bWorks = false;
     m_pBulk->m_changed.notify_all();
   }
-  if (IsConnect()) return;
+  if (!lost && IsConnect()) return;
   const std::lock_guard lock(m_pState->m_mutex);
   if (run.m_ullNumber != m_pState->m_ullRun) return;
   for (Channel_Key_Value& record : m_vecKey) {

@@ -16,6 +16,7 @@
 #include "net/LinkInfo.h"
 #include "net/Pacing.h"
 #include "platform/HardWareCommon.h"
+#include "platform/KQEvent.h"
 #include "platform/KQFile.h"
 #include "platform/System.h"
 #include "protocol/MeasurementFiles.h"
@@ -46,7 +47,11 @@ bool CKQFileBulkTransfer::TakeUploadAnswer(int code, int length, const char* bod
   }
   const std::lock_guard lock(m_pBulk->m_mutex);
   std::deque<SBulk::SOnWay>& files = m_pBulk->m_onWay;
-  if (files.empty()) return false;
+  if (files.empty()) {
+    if (code != NET_CTS_TRANSFILEDATA_END) return false;
+    m_evFileEnd->SetKQEvent();  // under the mutex: SendRecording knows what is to come
+    return true;
+  }
   SBulk::SOnWay& oldest = files.front();
   if (code == NET_CTS_PREPARETRAN_FILE && oldest.m_bAnnounced) {
     EndOldest(ERROR_CODE_WAIT_TRANSEND);  // its end was not answered
@@ -191,7 +196,10 @@ int CKQFileBulkTransfer::SendRecording(CTransferRun& run, std::size_t record) {
     const std::lock_guard lock(m_pBulk->m_mutex);
     m_pBulk->m_bSilent = true;
   }
-  if (IsTransStopped() || !m_bConnect) return ERROR_CODE_SEND_STOPPED;
+  if (IsTransStopped() || !m_bConnect) {
+    LeaveUnanswered(record, result);
+    return ERROR_CODE_SEND_STOPPED;
+  }
   if (result == RESULT_OK) {
     StoreStatus(run.m_ullNumber, record, result);
     return result;
@@ -216,6 +224,18 @@ int CKQFileBulkTransfer::SendRecording(CTransferRun& run, std::size_t record) {
   }
   SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0);
   return result;
+}
+
+// The answer to the end of a file finds it when it comes; one to a question
+// would pass for that to the next.
+void CKQFileBulkTransfer::LeaveUnanswered(std::size_t record, int result) {
+  const std::lock_guard lock(m_pBulk->m_mutex);
+  if (!m_pBulk->m_bSilent) return;
+  if (result != ERROR_CODE_WAIT_TRANSEND) return Distrust();
+  if (m_evFileEnd->Wait(0) == kWaitTimeout) {
+    m_pBulk->m_onWay.push_back({0, record, true, true, RESULT_OK});
+  }
+  m_pBulk->m_bSilent = false;
 }
 
 int CKQFileBulkTransfer::SendOrdinary(CTransferRun& run, std::size_t record, bool pauses) {

@@ -4,6 +4,7 @@
 // everything that sends loads that word once and works on the local. The
 // destructor quiesces network and worker before anything is destroyed.
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -184,11 +185,28 @@ int CKQFileTransServiceClient::SendAndWaitPre(int nMsgType, const char* pData, i
 
 // Data that comes before the answer may take the limit long.
 bool CKQFileTransServiceClient::AwaitReply(int ms) {
-  for (std::int64_t heard = m_pNetWork->BytesReceived(); m_evReply->Wait(ms) == kWaitTimeout;) {
+  for (std::int64_t heard = m_pNetWork->BytesReceived(); !m_pState->Await(*this, *m_evReply, ms);) {
     const std::int64_t before = std::exchange(heard, m_pNetWork->BytesReceived());
-    if (m_pState->m_pRateLimit == nullptr || heard == before) return false;
+    const bool limited = m_pState->m_pRateLimit != nullptr;
+    if (!limited || heard == before || m_pState->IsToEnd(*this)) return false;
   }
   return true;
+}
+
+// An answer that comes at once is still taken after a stop.
+bool CKQFileTransServiceClient::SState::Await(const CKQFileTransServiceClient& client,
+                                              CKQEvent& event, int ms) const {
+  const int step = m_bPrompt ? kStopLookMs : ms;
+  for (; ms > 0; ms -= step) {
+    if (event.Wait(std::min(step, ms)) != kWaitTimeout) return true;
+    if (IsToEnd(client)) return false;
+  }
+  return false;
+}
+
+// The stop is of the worker's transfer only while that runs.
+bool CKQFileTransServiceClient::SState::IsToEnd(const CKQFileTransServiceClient& client) const {
+  return m_bPrompt && client.m_bStop && CTransferRun::OfThread() != nullptr;
 }
 
 std::string CKQFileTransServiceClient::GuardedCopy(const std::string& member) const {

@@ -14,6 +14,7 @@ constexpr int kPrepareWaitMs = 10000;        // for the answer to 2500
 constexpr int kFileEndWaitMs = 30000;        // for the answer to 2502
 constexpr std::size_t kMaxNameBytes = 1023;  // of a path that 2500 carries
 constexpr int kRequestWaitMs = 5000;         // for the answer to 2505
+constexpr int kStopLookMs = 50;              // how late a stop is seen where it ends a wait
 constexpr std::int64_t kStallSeconds = 10;   // without a byte of a file that is fetched
 
 inline std::int64_t FileBytes(const std::string& path) {
@@ -27,6 +28,13 @@ inline std::int64_t FileBytes(const std::string& path) {
 /// m_vecKey, and orders every change of the transfer flags against the begin
 /// of the next run. Never held across a wait.
 struct CKQFileTransServiceClient::SState {
+  /// Waits for an event; false after `ms`, or when a worker's transfer is stopped that must not
+  /// outlast a stop.
+  bool Await(const CKQFileTransServiceClient& client, CKQEvent& event, int ms) const;
+
+  bool IsToEnd(const CKQFileTransServiceClient& client) const;
+
+  bool m_bPrompt = false;                      // constant; a stop ends the worker's waits
   ReadHook m_readHook;                         // constant while a worker runs; may be empty
   CSharedWord<bool> m_bDeleteRefused = false;  // word; of the last answer to a deletion
   IRateLimit* m_pRateLimit = nullptr;          // constant from Init on; not owned

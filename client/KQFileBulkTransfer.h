@@ -17,7 +17,7 @@
 ///
 /// What differs from the base class:
 /// - Up, ordinary files follow one another without waiting for answers, up to
-///   32 of them at a time. Measurement files go one by one, as there.
+///   128 of them at a time. Measurement files go one by one, as there.
 /// - Down, the next file is asked for as soon as the end of one has come, while
 ///   what came with it is still being stored.
 ///   Targets are opened a few files ahead; those that were made for files
@@ -32,8 +32,10 @@
 ///   -20 when the link was lost.
 /// - A refusal that passes, since the session was not ready yet (-9, -11,
 ///   -12), is tried again for some seconds.
-/// - A stop takes effect within 100 ms. What a stopped download still receives
-///   is dropped; the next transfer waits for its end.
+/// - A stop takes effect within 100 ms, whether the server answers or not. What
+///   a stopped download still receives is dropped; the next transfer waits for
+///   its end. A question about a measurement file that has no answer by then
+///   cuts the link.
 /// - A transfer that takes over from a running one waits until that has left.
 /// - StopTrans is confirmed by the worker, also of a download.
 ///
@@ -78,6 +80,7 @@ class KQFT_API CKQFileBulkTransfer : public CKQFileTransServiceVisitor {
   void SendAll(CTransferRun& run);
   int SendOne(CTransferRun& run, std::size_t record, bool pauses);
   int SendRecording(CTransferRun& run, std::size_t record);
+  void LeaveUnanswered(std::size_t record, int result);
   int SendOrdinary(CTransferRun& run, std::size_t record, bool pauses);
   int SendFileData(CTransferRun& run, std::size_t record, std::int64_t size, bool pauses);
   bool SendInTurn(int code, const std::string& body);

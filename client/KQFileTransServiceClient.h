@@ -226,7 +226,7 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   int Prepare(int mode, const std::string& xml);
 
   /// The two operations that start a transfer, with records in the place of
-  /// their text; nothing is written to the error stream.
+  /// their text, and sizes where known; nothing is written to the error stream.
   int UploadRecords(std::vector<Channel_Key_Value> records);
   int DownloadRecords(std::vector<Channel_Key_Value> records);
 
@@ -366,7 +366,7 @@ class KQFT_API CKQFileTransServiceClient : public IDealNetData {
   void BeginRecord(std::uint64_t number, std::size_t index, std::int64_t size);
   int CheckIdle();
   int PrepareRecords(int mode, std::vector<Channel_Key_Value> records);
-  int StartUpload(int result);
+  int StartUpload(int result, std::int64_t total);
   int StartDownload(int result);
   bool StartWorker(void* (*entry)(void*));
   void EndWorker();

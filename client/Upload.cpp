@@ -39,20 +39,27 @@ void MakeReady(std::vector<Channel_Key_Value>& records) {
 // Any refusal, the busy codes included, also clears the state of a transfer
 // that runs. Kept on purpose: a caller that repeats its call gets through.
 int CKQFileTransServiceClient::UpdateFileToDataService(const std::string& xml) {
-  return StartUpload(Prepare(PROCESS_TYPE_CLIENT_UPDATA, xml));
+  return StartUpload(Prepare(PROCESS_TYPE_CLIENT_UPDATA, xml), -1);
 }
 
 int CKQFileTransServiceClient::UploadRecords(std::vector<Channel_Key_Value> records) {
-  return StartUpload(PrepareRecords(PROCESS_TYPE_CLIENT_UPDATA, std::move(records)));
+  std::int64_t total = 0;
+  for (const Channel_Key_Value& rec : records) {
+    total += rec.m_llSize > 0 ? rec.m_llSize : FileBytes(rec.m_strPath);
+  }
+  return StartUpload(PrepareRecords(PROCESS_TYPE_CLIENT_UPDATA, std::move(records)), total);
 }
 
-int CKQFileTransServiceClient::StartUpload(int result) {
+// @param total bytes of all files; -1: not known yet
+int CKQFileTransServiceClient::StartUpload(int result, std::int64_t total) {
   if (result != RESULT_OK) {
     m_nTransState = PROCESS_TYPE_NONE;
     return result;
   }
-  std::int64_t total = 0;
-  for (const Channel_Key_Value& rec : CopyRecords()) total += FileBytes(rec.m_strPath);
+  if (total < 0) {
+    total = 0;
+    for (const Channel_Key_Value& rec : CopyRecords()) total += FileBytes(rec.m_strPath);
+  }
   m_TotalTransBytes = total;
   if (StartWorker(&SendFile)) return RESULT_OK;
   FinishRun(m_pState->m_ullRun, true);
@@ -169,7 +176,7 @@ int CKQFileTransServiceClient::SendSingleFileRange(Channel_Key_Value& rec, std::
 
   m_evFileEnd->ResetKQEvent();
   if (m_bConnect && SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0) &&
-      m_evFileEnd->Wait(kFileEndWaitMs) == kWaitTimeout) {
+      !m_pState->Await(*this, *m_evFileEnd, kFileEndWaitMs)) {
     return ERROR_CODE_WAIT_TRANSEND;
   }
   return m_nServerErrorCode;

@@ -95,10 +95,12 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   return RESULT_OK;
 }
 
-// Makes the file, or empties it.
+// Makes the file, or empties it. Most lie where others do already.
 bool CTransClient::Replace(const std::string& path, bool isMissing, int* newEntries) {
+  const bool counts = isMissing && newEntries != nullptr;
+  if (!counts && m_pTransFile->KQOpen(path, "w+b")) return true;
   if (isMissing) MakeRoomFor(path, newEntries);
-  return m_pTransFile->KQOpen(path, "w+b");
+  return isMissing && m_pTransFile->KQOpen(path, "w+b");
 }
 
 void CTransClient::MakeRoomFor(const std::string& path, int* newEntries) {

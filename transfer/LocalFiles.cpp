@@ -42,13 +42,14 @@ void AddFile(const fs::path& path, const std::vector<std::string>& components, S
   found.m_vecFiles.push_back(std::move(file));
 }
 
-std::vector<fs::path> SortedEntries(const fs::path& directory, std::error_code& error) {
-  std::vector<fs::path> entries;
+// Each knows its kind without another call.
+std::map<std::string, fs::directory_entry> SortedEntries(const fs::path& directory,
+                                                         std::error_code& error) {
+  std::map<std::string, fs::directory_entry> entries;
   for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
        entry.increment(error)) {
-    entries.push_back(entry->path());
+    entries.emplace(BytesOf(entry->path().filename()), *entry);
   }
-  std::sort(entries.begin(), entries.end());
   return entries;
 }
 
@@ -61,10 +62,11 @@ std::string JoinForPeople(const std::vector<std::string>& components) {
 void Walk(const fs::path& directory, std::vector<std::string>& components, const CFilter& filter,
           SLocalFiles& found) {
   std::error_code error;
-  for (const fs::path& path : SortedEntries(directory, error)) {
-    components.push_back(BytesOf(path.filename()));
+  for (const auto& [name, entry] : SortedEntries(directory, error)) {
+    const fs::path& path = entry.path();
+    components.push_back(name);
     std::error_code ignored;
-    const fs::file_type own = fs::symlink_status(path, ignored).type();
+    const fs::file_type own = entry.symlink_status(ignored).type();
     const bool isDirectory = own == fs::file_type::directory;
     const bool isFile =
         own == fs::file_type::regular ||

@@ -17,6 +17,8 @@
 
 namespace {
 
+constexpr std::int64_t kUnknown = INT64_MIN;  // a size that was not asked for
+
 std::int64_t NowSeconds() {
   return std::chrono::duration_cast<std::chrono::seconds>(
              std::chrono::system_clock::now().time_since_epoch())
@@ -32,41 +34,41 @@ int CServerInventory::Read() {
   return Insist(m_tools, [this] { return ReadPlaces(); });
 }
 
+// All sizes are asked for at once, that of the note as well.
 int CServerInventory::ReadPlaces() {
+  const std::vector<std::string> names = {Place(kInventoryName), Place(kOtherInventoryName),
+                                          Place(kDamageNoteName)};
+  std::vector<std::int64_t> sizes(names.size(), kUnknown);
   std::string first, other;
-  int result = ReadPlace(kInventoryName, kMostInventoryBytes, first);
-  if (result == RESULT_OK) {
-    result = ReadPlace(kOtherInventoryName, kMostInventoryBytes, other);
-  }
-  if (result == RESULT_OK) m_choice = ChooseInventory(first, other);
-  return result;
+  int result = IsAskable(m_strProject) ? m_tools.m_session.AskSizes(names, sizes) : RESULT_OK;
+  if (result == RESULT_OK) result = ReadPlace(names[0], sizes[0], kMostInventoryBytes, first);
+  if (result == RESULT_OK) result = ReadPlace(names[1], sizes[1], kMostInventoryBytes, other);
+  if (result != RESULT_OK) return result;
+  m_choice = ChooseInventory(first, other);
+  m_llNoteBytes = sizes[2];
+  return RESULT_OK;
 }
 
 // A name that cannot be asked about is read right away; then none is none.
-int CServerInventory::ReadPlace(const std::string& own, std::size_t most, std::string& text) {
-  const std::string name = Place(own);
+int CServerInventory::ReadPlace(const std::string& name, std::int64_t size, std::size_t most,
+                                std::string& text) {
   text.clear();
-  if (IsAskable(name)) {
-    std::vector<std::int64_t> sizes;
-    const int result = m_tools.m_session.AskSizes({name}, sizes);
-    if (result != RESULT_OK || sizes.front() == 0) return result;
-    if (sizes.front() < 0 || sizes.front() > static_cast<std::int64_t>(most)) {
-      return RESULT_OK;  // none that could be whole
-    }
-  }
-  const int result = m_tools.m_session.ReadFile(name, [&](const char* data, std::size_t size) {
-    if (text.size() + size > most) return false;
-    text.append(data, size);
+  const bool canBeWhole = size > 0 && size <= static_cast<std::int64_t>(most);
+  if (size != kUnknown && !canBeWhole) return RESULT_OK;
+  const int result = m_tools.m_session.ReadFile(name, [&](const char* data, std::size_t bytes) {
+    if (text.size() + bytes > most) return false;
+    text.append(data, bytes);
     return true;
   });
-  return !IsAskable(name) && result == ERROR_CODE_SERVER_OPENFILE ? static_cast<int>(RESULT_OK)
+  return size == kUnknown && result == ERROR_CODE_SERVER_OPENFILE ? static_cast<int>(RESULT_OK)
                                                                   : result;
 }
 
 int CServerInventory::ReadNote(CDamageNote& note) {
   std::string text;
-  const int result =
-      Insist(m_tools, [&] { return ReadPlace(kDamageNoteName, kMostDamageBytes, text); });
+  const int result = Insist(m_tools, [&] {
+    return ReadPlace(Place(kDamageNoteName), m_llNoteBytes, kMostDamageBytes, text);
+  });
   if (result == RESULT_OK) note.Parse(text);
   return result;
 }

@@ -25,7 +25,8 @@ class CServerInventory {
   /// this one is whole.
   int Write(CInventory inventory);
 
-  /// Reads what the server noted of damage; none when it is not whole.
+  /// Reads what the server noted of damage, as it was when Read looked; none
+  /// when it is not whole.
   int ReadNote(CDamageNote& note);
 
   /// Leaves this note instead, or none.
@@ -36,13 +37,14 @@ class CServerInventory {
 
  private:
   int ReadPlaces();
-  int ReadPlace(const std::string& name, std::size_t most, std::string& text);
+  int ReadPlace(const std::string& name, std::int64_t size, std::size_t most, std::string& text);
   int WriteOnce(CInventory& inventory);
   std::string Place(const std::string& name) const { return m_strProject + "\\" + name; }
 
   const STransferTools m_tools;
   const std::string m_strProject;
   SInventoryChoice m_choice;
+  std::int64_t m_llNoteBytes = 0;  // of the note of damage, as Read found it
   std::string m_strLastWritten;
 };
 

@@ -154,7 +154,10 @@ int CSession::AskExpectedSizes(const std::vector<std::string>& names,
 }
 
 // One answer for each body; what those name is added up by the server.
-int CSession::AskSums(const std::vector<std::string>& bodies, std::vector<std::int64_t>& sums) {
+// @param awaitEarlier for a single one: waits for what is answered before it; false when
+//                     that does not come
+int CSession::AskSums(const std::vector<std::string>& bodies, std::vector<std::int64_t>& sums,
+                      const std::function<bool()>& awaitEarlier) {
   std::unique_lock lock(m_mutex);
   m_vecSizes.clear();
   m_nAsked = bodies.size();
@@ -173,12 +176,13 @@ int CSession::AskSums(const std::vector<std::string>& bodies, std::vector<std::i
       sent =
           SendMessage(NET_CTS_REQUEST_SERVERFILESIZE, body.data(), static_cast<int>(body.size()));
     }
+    const bool silent = sent && awaitEarlier && !awaitEarlier();
     lock.lock();
     const auto moved = [&] { return m_vecSizes.size() >= m_nWanted || !IsConnect(); };
     if (!sent || !IsConnect()) {
       result = ERROR_CODE_CLIENT_CONNECT;
-    } else if (!System().Wait(m_changed, lock, TimeoutMs(kSizeWaitMs), moved) &&
-               m_vecSizes.size() == before) {
+    } else if (silent || (!System().Wait(m_changed, lock, TimeoutMs(kSizeWaitMs), moved) &&
+                          m_vecSizes.size() == before)) {
       result = ERROR_CODE_WAIT_FILESIZE;
       m_evReply->ResetKQEvent();  // Leave is not to wait once more
     }
@@ -187,13 +191,6 @@ int CSession::AskSums(const std::vector<std::string>& bodies, std::vector<std::i
   m_nAsked = 0;
   sums = m_vecSizes;
   return result;
-}
-
-int CSession::AskHeldSize(const std::string& name, std::int64_t& size) {
-  const int result = Request(NET_CTS_PREPARETRAN_FILE, [&] { return PrepareFile(name, false); });
-  if (result != RESULT_OK) return result;
-  size = m_llServerFilePos;
-  return EndFile();
 }
 
 int CSession::ReportFilled(int index, const FILEDATAPOS& range) {

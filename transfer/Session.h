@@ -204,6 +204,13 @@ class CSession : public CKQFileBulkTransfer {
   std::string WordsFor(ELinkFailure why, bool atOnce) const;
   void OnFileRead(std::size_t record, std::int64_t position, const char* data, int bytes);
   int AskLostInfoOnce(const std::string& name, SLostInfo& info);
+  int Store(const std::string& name, bool whole, const std::function<int()>& send,
+            std::int64_t* held = nullptr);
+  int StoreOnce(const std::string& name, bool whole, const std::function<int()>& send,
+                std::int64_t* held);
+  int AwaitStored(int sent);
+  int AwaitStoredAndSize(const std::string& name, int sent, std::int64_t& held);
+  int SendOwn(std::int64_t position, const std::string& text);
   int PrepareFile(const std::string& name, bool whole);
   int EndParts(int result);
   int SendPart(std::int64_t begin, std::int64_t end, const DigestReader& reader);
@@ -213,7 +220,8 @@ class CSession : public CKQFileBulkTransfer {
   void TakeData(int length, const char* body);
   int Checked(int result) const;
   bool IsPassedOver(int code);
-  int AskSums(const std::vector<std::string>& bodies, std::vector<std::int64_t>& sums);
+  int AskSums(const std::vector<std::string>& bodies, std::vector<std::int64_t>& sums,
+              const std::function<bool()>& awaitEarlier = nullptr);
   bool StopConfirmed();
   bool TakeLostInfo(SLostRanges answer, std::string& body);
   bool KeepSize(int length, const char* body);

@@ -117,6 +117,7 @@ int CUpload::Start(const Batch& batch) {
   for (std::size_t i = 0; i < batch.size(); ++i) {
     records[i].m_strPath = batch[i]->m_strLocal;
     records[i].m_strName = batch[i]->m_strServer;
+    records[i].m_llSize = m_ways[batch[i]].m_facts.m_llSize;
   }
   m_strLastSent = batch.front()->m_strServer;
   m_started = batch;
@@ -134,19 +135,28 @@ bool CUpload::IsResumable(const STransferItem& item) const {
 }
 
 int CUpload::Verify(const Batch& ended) {
+  m_now.clear();
   const int result = VerifyItems(ended);
+  std::size_t record = 0;
   for (STransferItem* item : ended) {
-    if (item->m_bDone && m_bDigests) TakeEntry(*item);
+    while (record < m_started.size() && m_started[record] != item) ++record;
+    if (item->m_bDone && m_bDigests) TakeEntry(*item, record);
   }
   return result;
 }
 
+const CUpload::SNow& CUpload::Now(const STransferItem& item) {
+  const auto [now, isFirst] = m_now.try_emplace(&item);
+  if (isFirst) now->second.m_strWhyNot = ReadFileFacts(item.m_strLocal, now->second.m_facts);
+  return now->second;
+}
+
 // The server holds as many bytes as the file has; were they of one version?
-void CUpload::TakeEntry(STransferItem& item) {
-  const auto record = std::find(m_started.begin(), m_started.end(), &item) - m_started.begin();
-  CFileDigest digest = m_session.TakeDigest(static_cast<std::size_t>(record));
+void CUpload::TakeEntry(STransferItem& item, std::size_t record) {
+  CFileDigest digest = m_session.TakeDigest(record);
   SInventoryEntry entry;
-  const std::string why = ReadFileFacts(item.m_strLocal, entry.m_facts);
+  const std::string& why = Now(item).m_strWhyNot;
+  entry.m_facts = Now(item).m_facts;
   const SPutWay& way = m_ways[&item];
   if (!why.empty() || !(entry.m_facts == way.m_facts)) {
     Judge(item, -1, why.empty() ? kChangedMeanwhile : why);
@@ -176,7 +186,7 @@ int CUpload::VerifyItems(const Batch& ended) {
   std::vector<std::int64_t> here, sizes;
   for (const STransferItem* item : plain) {
     names.push_back(item->m_strServer);
-    here.push_back(LocalSize(item->m_strLocal));
+    here.push_back(Now(*item).m_strWhyNot.empty() ? Now(*item).m_facts.m_llSize : -1);
   }
   const int result = m_session.AskSizes(names, sizes);
   if (result != RESULT_OK) return result;

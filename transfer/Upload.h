@@ -43,6 +43,12 @@ class CUpload : public CTransfer {
   int AskKept(const STransferItem& item, std::int64_t& bytes) override;
 
  private:
+  /// What a file here is once it has been sent.
+  struct SNow {
+    SFileFacts m_facts;
+    std::string m_strWhyNot;  // it cannot be told
+  };
+
   bool HoldOpen(const STransferItem& item);
   void OpenFiles(Batch& batch);
   static void LeaveForLater(STransferItem& item, const std::string& why);
@@ -53,7 +59,8 @@ class CUpload : public CTransfer {
   void AskForRanges(Batch& batch);
   bool CanGoOn(STransferItem& item, bool isNext, SRecording& recording);
   int VerifyItems(const Batch& ended);
-  void TakeEntry(STransferItem& item);
+  void TakeEntry(STransferItem& item, std::size_t record);
+  const SNow& Now(const STransferItem& item);
   int VerifyAlone(STransferItem& item);
   int ReportFilled(const STransferItem& item, const SRecording& recording);
 
@@ -64,8 +71,9 @@ class CUpload : public CTransfer {
   std::vector<std::unique_ptr<CKQFile>> m_vecOpen;                  // those of the batch
   std::deque<SLostAnswer> m_answers;                                // of its recordings
   const bool m_bDigests;
-  Batch m_started;                  // as the session counts records
-  std::set<std::string> m_emptied;  // server names; sent whole in this run
-  std::set<std::string> m_stale;    // server names; hold what is not to be gone on with
+  Batch m_started;                             // as the session counts records
+  std::map<const STransferItem*, SNow> m_now;  // of those that are looked at
+  std::set<std::string> m_emptied;             // server names; sent whole in this run
+  std::set<std::string> m_stale;               // server names; hold what is not to be gone on with
   std::string m_strLastSent;
 };

@@ -43,7 +43,7 @@ class CFakeTransNet : public ITransNet, public ILinkInfo, public CPacketLog {
 /// its files.
 class CSessionTest : public testing::Test {
  protected:
-  class CSession : public CTransClient {
+  class CSession final : public CTransClient {
    public:
     explicit CSession(ITransNet* net) : CTransClient(net, kClientIp, kClientPort) {}
     using CTransClient::m_strLogFile;

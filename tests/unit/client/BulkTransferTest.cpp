@@ -54,6 +54,7 @@ class CBulkClient : public CKQFileBulkTransfer {
     return PatternBytes(static_cast<std::size_t>(name.back() - '0') * 3,
                         static_cast<unsigned>(name[2]));
   }
+  using CKQFileBulkTransfer::UploadRecords;
   std::string Local(int i) const { return m_files / NameOf(i); }
 
   CTempDirectory m_logs;
@@ -163,18 +164,18 @@ TEST_F(BulkTransfer, FilesFollowOneAnotherWithinAWindow) {
   m_server.On(2500, [&](const std::string&) { answer(2500, Int32(1) + Int64(0)); });
   m_server.On(2502, [&](const std::string&) {
     answer(2502, "");
-    if (++owed != 32) return;
+    if (++owed != 128) return;
     System().Sleep(25);
-    EXPECT_EQ(CountCarried(EDirection::kSent, 2500), 32);
+    EXPECT_EQ(CountCarried(EDirection::kSent, 2500), 128);
     silent = false;
-    for (int i = 0; i < 32; ++i) {
+    for (int i = 0; i < 128; ++i) {
       m_server.Send(2500, Int32(1) + Int64(0));
       m_server.Send(2502);
     }
   });
   CBulkClient client(m_server.Port());
-  MakeFiles(client, 40);
-  EXPECT_EQ(client.Move(true, 40), Statuses(40, 1));
+  MakeFiles(client, 140);
+  EXPECT_EQ(client.Move(true, 140), Statuses(140, 1));
   std::vector<int> codes;
   for (const auto& [code, body] : m_server.Packets()) codes.push_back(code);
   codes.erase(codes.begin());  // the link
@@ -294,12 +295,35 @@ TEST_F(BulkTransfer, StopEndsAtOnceAndTheLinkGoesOn) {
   m_server.Silent(2502);
   MakeFiles(client);
   ASSERT_EQ(client.Start(true, kFiles), 1);
-  EXPECT_TRUE(m_server.WaitFor(2502));
+  EXPECT_TRUE(WaitUntil([this] { return m_server.Count(2502) == kFiles; }));
   EXPECT_EQ(client.StopTrans(), 1);
   EXPECT_EQ(client.Finish(), Statuses(kFiles, -28));
-  for (std::size_t i = 0; i < m_server.Count(2502); ++i) {  // late
+  for (int i = 0; i < kFiles; ++i) {  // late
     m_server.Send(2500, Int32(1) + Int64(0));
     m_server.Send(2502);
+  }
+
+  // The end of a recording is answered late as well; its questions cut the link.
+  m_system.Follow(CFaultPlan().ClockFaster(1));
+  m_server.Answer(2500, Int32(1) + Int64(0));
+  for (const int silent : {2502, 2500, 2509}) {
+    m_server.Answer(2509, Int32(1));
+    if (silent != 2502) m_server.Silent(silent);
+    Channel_Key_Value record;
+    record.m_strName = "r.tm";
+    record.m_strPath = client.m_files / "r.tm";
+    WriteWholeFile(record.m_strPath, "recorded");
+    const std::size_t before = m_server.Count(silent);
+    ASSERT_EQ(client.UploadRecords({record}), 1);
+    EXPECT_TRUE(WaitUntil([&] { return m_server.Count(silent) > before; }));
+    const std::int64_t since = System().SteadyMilliseconds();
+    EXPECT_EQ(client.StopTrans(), 1);
+    EXPECT_LT(System().SteadyMilliseconds() - since, 5000);
+    EXPECT_EQ(client.Finish(), Statuses{silent == 2502 ? -28 : -20});
+    EXPECT_EQ(client.IsConnect(), silent == 2502);
+    if (silent == 2502) m_server.Send(2502);
+    EXPECT_TRUE(client.Connect("127.0.0.1", m_server.Port()));
+    m_server.Answer(2500, Int32(1) + Int64(0));
   }
 
   for (int i = 0; i < kFiles; ++i) System().RemoveFile(client.Local(i));
