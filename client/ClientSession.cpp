@@ -196,7 +196,7 @@ bool CKQFileTransServiceClient::AwaitReply(int ms) {
 // An answer that comes at once is still taken after a stop.
 bool CKQFileTransServiceClient::SState::Await(const CKQFileTransServiceClient& client,
                                               CKQEvent& event, int ms) const {
-  const int step = m_bPrompt ? kStopLookMs : ms;
+  const int step = m_bPrompt ? kPromptLookMs : ms;
   for (; ms > 0; ms -= step) {
     if (event.Wait(std::min(step, ms)) != kWaitTimeout) return true;
     if (IsToEnd(client)) return false;

@@ -14,13 +14,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr EOpenMode kAllModes[] = {EOpenMode::kRead, EOpenMode::kUpdate, EOpenMode::kCreate,
-                                   EOpenMode::kAppend};
+constexpr EOpenMode kEveryMode[] = {EOpenMode::kRead, EOpenMode::kUpdate, EOpenMode::kCreate,
+                                    EOpenMode::kAppend};
 
 TEST(PosixFile, OnlyRegularFilesOpenAndNoOpenHangs) {
   const CTempDirectory temp;
   ASSERT_EQ(mkfifo((temp / "pipe").c_str(), 0666), 0);
-  for (const EOpenMode mode : kAllModes) {
+  for (const EOpenMode mode : kEveryMode) {
     for (const std::string& path : {temp.Path(), temp / "pipe", std::string("/dev/null")}) {
       std::unique_ptr<ISystemFile> file;
       EXPECT_EQ(System().OpenFile(path, mode, file), ESystemError::kNotRegular) << path;
