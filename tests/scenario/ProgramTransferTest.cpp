@@ -115,7 +115,7 @@ TEST_F(ProgramTransfer, TreeGoesUpAndComesDownByteForByte) {
 TEST_F(ProgramTransfer, EveryFileThatFailsIsNamedAndTheOthersArrive) {
   for (const char* name : {"a.txt", "taken", "z.txt"})
     WriteWholeFile(m_local / ("P/" + std::string(name)), name);
-  const bool odd = NameOr("a\\b", "") != "";
+  const bool odd = !NameOr("a\\b", "").empty();
   if (odd) std::ofstream(m_local / "P/back\\slash") << "b";
   fs::create_directories(m_server.ProjectPath("P/taken"));  // no file can be made there
   const bool linked = MakeLink(m_local / "nowhere", m_local / "P/broken");

@@ -61,7 +61,7 @@ TEST(ProgramVerify, FindsAndNotesEveryDamageWithItsBlock) {
   project.FlipBit("sub/small", 3);
   std::filesystem::remove(project.m_strPath + "gone");
   WriteWholeFile(project.m_strPath + "short", "b");
-  const bool odd = NameOr("e\nxtra", "") != "";
+  const bool odd = !NameOr("e\nxtra", "").empty();
   WriteWholeFile(project.m_strPath + (odd ? "e\nxtra" : "extra"), "x");
   WriteWholeFile(project.m_strPath + "chain.li", "[Lost_Pos]\nlost_info_0 = 9,0\n");
   WriteWholeFile(project.m_strPath + "chain.fi", "[FileInfo]\nFileCount=1\nSize1=9\n");

@@ -88,7 +88,7 @@ TEST_F(DataServer, LinksBeyondTheLimitsAreClosedAtOnceAndLogged) {
   EXPECT_TRUE(connect("127.0.0.6")->WaitClosed());
   EXPECT_TRUE(WaitUntil([&] { return Logged("\"event\":\"connect\"") == 5; }));
   EXPECT_EQ(Logged("\"address\":\"127.0.0.6:"), 1);
-  const bool odd = NameOr("\xff\n\"", "") != "";
+  const bool odd = !NameOr("\xff\n\"", "").empty();
   EXPECT_EQ(Prepare(*fifth, odd ? "elsewhere \xff\n\"" : "elsewhere"), Int32(RESULT_OK));
   m_server->Stop();
   m_access->CutOff(*m_traffic);  // nothing that was not told already
