@@ -15,7 +15,6 @@ namespace {
 using Statuses = std::vector<int>;
 
 constexpr int kFiles = 20;
-
 constexpr int kStep = 13;  // bytes between two ends of a link
 
 class CBulkClient : public CKQFileBulkTransfer {
