@@ -12,8 +12,8 @@ as Windows keeps them. Without LINUX_BUILD there is one pairing.
 --kills N: instead, in the pairing of Windows with itself, N kills of the client
 and N of the server at any moment: no run that was cut may succeed, and the
 last one must have left the same bytes.
---rate: instead, how fast one file of --mib goes from and to a server on Linux,
-with a client of Windows and with one of Linux.
+--rate: instead, how fast one file of --mib goes from and to a server on Linux
+with a client of Windows, over one of Linux: by turns, medians of three.
 """
 import argparse
 import hashlib
@@ -21,6 +21,8 @@ import itertools
 import os
 import random
 import re
+import shutil
+import statistics
 import subprocess
 import sys
 import tempfile
@@ -181,19 +183,24 @@ def rate(windows, linux, work, mib):
         for _ in range(mib):
             file.write(random.randbytes(2**20))
     server = Server(linux, work)
-    seconds = {}
-    for side in (windows, linux):
-        for words in (["put", f"{work}/P", "--project", side.name],
-                      ["get", side.name, "--into", f"{work}/back"]):
-            os.sync()
-            start = time.time()
-            must(side, server.port, *words)
-            seconds[side.name, words[0]] = time.time() - start
+    ratios = {"put": [], "get": []}
+    for turn in range(3):
+        seconds = {}
+        for side in (windows, linux) if turn % 2 else (linux, windows):
+            for way, words in (("put", [f"{work}/P", "--project", side.name]),
+                               ("get", [side.name, "--into", f"{work}/back"])):
+                os.sync()
+                start = time.time()
+                must(side, server.port, way, *words)
+                seconds[side.name, way] = time.time() - start
+            shutil.rmtree(f"{work}/back")
+            shutil.rmtree(f"{work}/data/{side.name}")
+        for way, found in ratios.items():
+            found.append(seconds["linux", way] / seconds["windows", way])
     server.kill()
-    for way in ("put", "get"):
-        there, here = seconds["windows", way], seconds["linux", way]
-        print(f"{way}: Windows {mib / there:.0f} MiB/s, Linux {mib / here:.0f} MiB/s, "
-              f"ratio {here / there:.2f}")
+    for way, found in ratios.items():
+        print(f"{way} of {mib} MiB: Windows over Linux {statistics.median(found):.2f} "
+              f"({min(found):.2f} to {max(found):.2f})")
 
 
 def main():
