@@ -10,12 +10,11 @@
 #include "platform/ThreadGate.h"
 #include "protocol/TransferTypes.h"
 
-constexpr int kPrepareWaitMs = 10000;        // for the answer to 2500
-constexpr int kFileEndWaitMs = 30000;        // for the answer to 2502
-constexpr std::size_t kMaxNameBytes = 1023;  // of a path that 2500 carries
-constexpr int kRequestWaitMs = 5000;         // for the answer to 2505
-constexpr int kPromptLookMs = 50;            // how late a stop is seen where it ends a wait
-constexpr std::int64_t kStallSeconds = 10;   // without a byte of a file that is fetched
+constexpr int kPrepareWaitMs = 10000;       // for the answer to 2500
+constexpr int kFileEndWaitMs = 30000;       // for the answer to 2502
+constexpr int kRequestWaitMs = 5000;        // for the answer to 2505
+constexpr int kPromptLookMs = 50;           // how late a stop is seen where it ends a wait
+constexpr std::int64_t kStallSeconds = 10;  // without a byte of a file that is fetched
 
 inline std::int64_t FileBytes(const std::string& path) {
   return static_cast<std::int64_t>(CHardWareCommon::GetFileSize(path));

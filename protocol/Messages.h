@@ -16,6 +16,9 @@
 /// Texts and data are the rest of a body, and views: of the bytes that were
 /// decoded, or of what is to be encoded.
 
+/// Of a path that 2500 carries.
+constexpr std::size_t kMaxNameBytes = 1023;
+
 /// 2500: announces a file to receive.
 struct SUploadStart {
   bool m_bCreate = false;      ///< empty or create it, instead of keeping what it holds

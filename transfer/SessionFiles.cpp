@@ -23,7 +23,6 @@ constexpr int kFileEndWaitMs = 30000;
 constexpr int kDataStepMs = 1000;
 constexpr int kSilentSteps = 30;
 constexpr int kRoomWaitMs = 50;
-constexpr std::size_t kMostNameBytes = 1023;  // of a path that 2500 carries
 
 // A server that has sent the end of a file is a moment later ready for the
 // next one.
@@ -224,7 +223,7 @@ int CSession::Store(const std::string& name, bool whole, const std::function<int
 
 int CSession::StoreOnce(const std::string& name, bool whole, const std::function<int()>& send,
                         std::int64_t* held) {
-  if (name.size() > kMostNameBytes) return ERROR_CODE_CLIENT_SENDCMD;
+  if (name.size() > kMaxNameBytes) return ERROR_CODE_CLIENT_SENDCMD;
   m_llServerFilePos = 0;
   m_nServerErrorCode = RESULT_OK;
   m_nErrorCode = RESULT_OK;

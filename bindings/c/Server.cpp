@@ -8,6 +8,7 @@
 #include "bindings/c/EventQueue.h"
 #include "bindings/c/Face.h"
 #include "net/NetWorkManageEx.h"
+#include "platform/PathBytes.h"
 #include "server/EndServer.h"
 #include "server/KQFileTransServiceServer.h"
 
@@ -17,21 +18,15 @@ namespace {
 
 constexpr int kNewLinksMs = 1000;
 
-fs::path PathOfUtf8(const std::string& text) {
-  return std::u8string(text.begin(), text.end());
-}
-
 // As the library wants it: absolute, something that names can stand behind.
 std::string DirectoryForServer(const std::string& directory) {
   std::error_code error;
-  const fs::path absolute = fs::absolute(PathOfUtf8(directory), error).lexically_normal() / "";
-  const std::u8string text = absolute.u8string();
-  return {text.begin(), text.end()};
+  return BytesOf(fs::absolute(PathOf(directory), error).lexically_normal() / "");
 }
 
 bool IsDirectory(const std::string& directory) {
   std::error_code error;
-  return fs::is_directory(PathOfUtf8(directory), error);
+  return fs::is_directory(PathOf(directory), error);
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ int main(int argc, char** argv) {
   kqft_client_set_callbacks(client, &callbacks);
   code = kqft_client_put(client, argv[3], &options, NULL);
   if (code == KQFT_E_CANCELLED) code = kqft_client_put(client, argv[3], &options, NULL);
-  interrupted = 1; /* a put that was over before stays the only one to break */
+  interrupted = 1; /* nothing but the put */
   if (code == KQFT_OK) code = kqft_client_verify(client, "Demo", argv[3], NULL, NULL);
   if (code == KQFT_OK) code = kqft_client_get(client, "Demo", argv[4], NULL, NULL);
   if (code != KQFT_OK) fprintf(stderr, "%d: %s\n", code, kqft_client_words(client));
