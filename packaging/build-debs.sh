@@ -8,14 +8,14 @@
 set -eu
 cd "$(dirname "$0")/.."
 . tools/require-packages.sh
-require_packages build-essential debhelper dh-apparmor dh-python python3-all cmake ninja-build libcli11-dev git lintian
+require_packages build-essential debhelper dh-apparmor dh-python python3-all cmake ninja-build libcli11-dev libxxhash-dev git lintian
 to=${1:-build/debs}
 rm -rf "$to"
 mkdir -p "$to/source"
 git archive HEAD | tar -x -C "$to/source"
 mv "$to/source/packaging/debian" "$to/source/debian"
 (cd "$to/source" && dpkg-buildpackage -us -uc -b >../build.log 2>&1) || {
-  tail -30 "$to/build.log"
+  grep -v '^\[[0-9]*/' "$to/build.log" | tail -30 | cut -c1-300
   exit 1
 }
 rm -r "$to/source"
