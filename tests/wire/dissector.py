@@ -280,7 +280,7 @@ def main():
     with tempfile.TemporaryDirectory() as work:
         check_every_code(work)
         check_mangled(work, links, seed)
-        check_session(sys.argv[1], work)
+        check_session(os.path.abspath(sys.argv[1]), work)
 
 
 if __name__ == "__main__":
