@@ -33,7 +33,8 @@ trap clean_up EXIT
 trap 'exit 130' INT TERM
 
 say "1. Building"
-require_packages g++ cmake ninja-build libcli11-dev libxxhash-dev
+require_packages g++ cmake ninja-build pkg-config libcli11-dev libxxhash-dev libcpp-httplib-dev \
+  nlohmann-json3-dev
 mkdir -p build
 { cmake --preset release && cmake --build --preset release; } >build/release.log 2>&1 || {
   cat build/release.log

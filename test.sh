@@ -13,8 +13,8 @@ set -eu
 cd "$(dirname "$0")"
 . tools/require-packages.sh
 
-require_packages g++ make cmake ninja-build pkg-config libgtest-dev libcli11-dev libxxhash-dev \
-  clang libclang-rt-14-dev python3 xxhash tshark abigail-tools xz-utils
+require_packages g++ make cmake ninja-build pkg-config libgtest-dev libcli11-dev libxxhash-dev libcpp-httplib-dev \
+  nlohmann-json3-dev clang libclang-rt-14-dev python3 xxhash tshark abigail-tools xz-utils
 
 [ $# -gt 0 ] || set -- dev asan tsan windows
 case " $* " in

@@ -8,7 +8,8 @@
 set -eu
 cd "$(dirname "$0")/.."
 . tools/require-packages.sh
-require_packages build-essential debhelper dh-apparmor dh-python python3-all cmake ninja-build libcli11-dev libxxhash-dev git lintian
+require_packages build-essential debhelper dh-apparmor dh-python python3-all cmake ninja-build \
+  pkg-config libcli11-dev libxxhash-dev libcpp-httplib-dev nlohmann-json3-dev git lintian
 to=${1:-build/debs}
 rm -rf "$to"
 mkdir -p "$to/source"

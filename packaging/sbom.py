@@ -15,8 +15,9 @@ import time
 
 package, version, directory, seconds = sys.argv[1:]
 # What is compiled in, beside what the package depends on.
-COMPILED_IN = {"kqft": ["libcli11-dev"], "kqft-server": ["libcli11-dev"]}
-LICENSES = {"libcli11-dev": "BSD-3-Clause"}
+COMPILED_IN = {"kqft": ["libcli11-dev"], "kqft-server": ["libcli11-dev"],
+               "kqft-status": ["libcli11-dev", "nlohmann-json3-dev"]}
+LICENSES = {"libcli11-dev": "BSD-3-Clause", "nlohmann-json3-dev": "MIT"}
 
 
 def described(name, of_version, identifier, license_, purpose):

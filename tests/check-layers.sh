@@ -31,13 +31,13 @@ allow() {
 }
 
 # Standard headers have no suffix; anything else in angle brackets belongs to
-# an operating system, to the option parser of the programs, or is the hash
-# functions, which one file alone sees.
+# an operating system, to the option parser of the programs, or is what one
+# file alone sees: the hash functions, the web server, the reader of JSON.
 system_headers() {
   for file in $(sources $all); do
     case $file in */posix/* | */windows/* | bindings/c/kqft*) continue ;; esac
     grep -HnE '^[[:space:]]*#[[:space:]]*include[[:space:]]*<[^>]*[./]' "$file" |
-      grep -vE '^(programs/[^:]*:[0-9]+:.*<CLI/|transfer/Digest(Avx2)?\.cpp:[0-9]+:.*<xxhash\.h>)' | sed 's/$/   [system header]/'
+      grep -vE '^(programs/[^:]*:[0-9]+:.*<CLI/|transfer/Digest(Avx2)?\.cpp:[0-9]+:.*<xxhash\.h>|programs/kqft-status/(WebServer\.cpp:[0-9]+:.*<httplib\.h>|ServerFacts\.cpp:[0-9]+:.*<nlohmann/json\.hpp>))' | sed 's/$/   [system header]/'
     grep -HnE '^[[:space:]]*#[[:space:]]*(if|ifdef|ifndef|elif).*(_WIN32|_WIN64|_MSC_VER|__linux|__unix|__APPLE__|__FreeBSD)' \
       "$file" | sed 's/$/   [question about the operating system]/'
   done

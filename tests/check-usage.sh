@@ -1,5 +1,5 @@
 #!/bin/bash
-# Compares what is said of the commands and options of kqft and kqft-server:
+# Compares what is said of the commands and options of the programs:
 # by --help, by the manual pages and by the completion of bash.
 #
 #   tests/check-usage.sh ROOT BUILD
@@ -38,15 +38,20 @@ completed() { # PROGRAM WORD...
   printf '%s\n' "${COMPREPLY[@]}"
 }
 
-for program in kqft kqft-server; do
+programs='kqft kqft-server'
+[[ ! -x $bin/kqft-status ]] || programs+=' kqft-status'
+for program in $programs; do
   # shellcheck source=/dev/null
   . "$root/packaging/bash-completion/$program"
 done
 
-server=$(listed Options kqft-server)
-compare "kqft-server: --help (<) and manual (>)" "$server" "$(explained OPTIONS kqft-server.8 | options)"
-compare "kqft-server: --help (<) and completion (>)" "$(grep ^-- <<<"$server")" \
-  "$(completed kqft-server -)"
+for page in kqft-server.8 kqft-status.1; do
+  program=${page%.*}
+  [[ " $programs " == *" $program "* ]] || continue
+  own=$(listed Options "$program")
+  compare "$program: --help (<) and manual (>)" "$own" "$(explained OPTIONS "$page" | options)"
+  compare "$program: --help (<) and completion (>)" "$(grep ^-- <<<"$own")" "$(completed "$program" -)"
+done
 
 general=$(listed Options kqft)
 commands=$(listed Subcommands kqft)

@@ -37,7 +37,6 @@ class CAccessLog {
  private:
   void Write(const CJsonObject& object) { m_lines.Add(ToText(object)); }
   static std::string ToText(const CJsonObject& object);
-  void AddPath(CJsonObject& object, const std::string& path) const;
 
   const std::string m_strDirectory;  // "/" separating
   CLineLog m_lines;

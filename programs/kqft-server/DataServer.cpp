@@ -3,13 +3,12 @@
 #include "programs/kqft-server/DataServer.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <utility>
 
 #include "net/NetWorkManageEx.h"
-#include "platform/PathBytes.h"
 #include "platform/System.h"
 #include "programs/Directories.h"
+#include "programs/kqft-server/DiskRoom.h"
 #include "programs/kqft/Text.h"
 
 namespace {
@@ -47,16 +46,6 @@ int CDataServer::ListenPort() const {
   return m_pPrimaryNetWork->GetListenPort();
 }
 
-// What a file system keeps for its administrator is of no use here.
-std::int64_t CDataServer::FreeBytes() const {
-  std::uint64_t free = 0;
-  if (System().QueryFreeSpace(m_strDirectory, free) != ESystemError::kNone) return -1;
-  std::error_code error;
-  const std::filesystem::space_info space = std::filesystem::space(PathOf(m_strDirectory), error);
-  const std::uint64_t kept = error ? 0 : space.free - space.available;
-  return static_cast<std::int64_t>(free - std::min(free, kept));
-}
-
 std::string CDataServer::Status() {
   const std::int64_t now = System().SteadyMilliseconds();
   const CTraffic::SState state = m_pTraffic->State();
@@ -66,14 +55,15 @@ std::string CDataServer::Status() {
   m_llStatusBytes = state.m_llBytes;
   std::string text = Counted(state.m_nLinks, "link") + ", " +
                      Counted(state.m_nTransfers, "transfer") + ", " + FormatSize(rate) + "/s";
-  if (const std::int64_t free = FreeBytes(); free >= 0) text += ", " + FormatSize(free) + " free";
+  if (const std::int64_t free = RoomIn(m_strDirectory).m_llFree; free >= 0)
+    text += ", " + FormatSize(free) + " free";
   return text;
 }
 
 // A disk that does not tell its room is used until it is full.
 bool CDataServer::MayUpload(const STransferFacts&) {
   if (m_llMinFree == 0) return true;
-  const std::int64_t free = FreeBytes();
+  const std::int64_t free = RoomIn(m_strDirectory).m_llFree;
   return free < 0 || free >= m_llMinFree;
 }
 
@@ -110,6 +100,7 @@ void CDataServer::OnFilesListed(const STransferFacts& project) {
 }
 
 void CDataServer::OnDeleted(const STransferFacts& project) {
+  m_pTraffic->Deleted(project.m_nResult);
   if (m_pAccess) m_pAccess->Deleted(project);
 }
 
@@ -124,6 +115,7 @@ void CDataServer::OnDisconnected(const STransferFacts& link) {
 }
 
 void CDataServer::OnRefused(const STransferFacts& what, ERefusal refusal) {
+  m_pTraffic->Refused(refusal);
   if (m_pAccess) m_pAccess->Refused(what, refusal);
   if (refusal != ERefusal::kAddress) LogRefusal(what, refusal);
 }

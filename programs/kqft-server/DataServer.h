@@ -44,7 +44,6 @@ class CDataServer : public CKQFileTransServiceServer {
   void OnDisconnected(const STransferFacts& link) override;
 
  private:
-  std::int64_t FreeBytes() const;
   void LogRefusal(const STransferFacts& what, ERefusal refusal);
 
   const std::string m_strDirectory;

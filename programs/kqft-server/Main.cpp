@@ -25,6 +25,7 @@
 #include "programs/kqft-server/AccessLog.h"
 #include "programs/kqft-server/DataServer.h"
 #include "programs/kqft-server/ServerOptions.h"
+#include "programs/kqft-server/StatusFiles.h"
 #include "server/EndServer.h"
 
 namespace {
@@ -58,6 +59,18 @@ std::string ChooseLogDirectory(const SServerOptions& options) {
     std::cerr << "kqft-server: no log files: no directory for them; name one with --log-dir\n";
   }
   return found;
+}
+
+// Null when there are to be none, or cannot be: then it goes on and says so.
+std::unique_ptr<CStatusFiles> StartStatusFiles(const SServerOptions& options,
+                                               const std::shared_ptr<CTraffic>& traffic) {
+  const std::string& named = options.m_strStatusDirectory;
+  if (named.empty()) return nullptr;
+  auto files = std::make_unique<CStatusFiles>(options, traffic);
+  const std::string why = files->Start(!options.m_bNoConfine);
+  if (why.empty()) return files;
+  std::cerr << "kqft-server: no status files: status directory " + named + ": " + why + "\n";
+  return nullptr;
 }
 
 bool IsFile(const std::string& accessLog) {
@@ -117,6 +130,7 @@ int Serve(const SServerOptions& options, const std::string& logDirectory,
   server->SetLog(logs ? DirectoryForLibrary(logDirectory) : "", logs);
   CTimeConvert::ConvertCurTimeToString();  // reads the time zone
   if (logs) KeepServerLogsFresh(logDirectory, options.m_nLogDays, !options.m_bNoConfine);
+  const auto status = StartStatusFiles(options, traffic);
   if (!options.m_bNoConfine) {
     const std::string why = Confine(options, logDirectory);
     if (!why.empty()) {
@@ -134,11 +148,13 @@ int Serve(const SServerOptions& options, const std::string& logDirectory,
                    (options.m_bNoConfine ? " (not confined)\n"
                                          : std::string(" (") + ConfinementWord() + ")\n");
   NotifyServiceManager("READY=1");
+  if (status) status->Begin(server->ListenPort());
   WaitForEnd(*server, access.get());
   NotifyServiceManager("STOPPING=1");
   const bool ended = EndServer(std::move(server), kStopBoundMs);
   if (access) access->CutOff(*traffic);  // what the server has not come to
   if (access) access->Lines().Close(kLastLinesMs);
+  if (status) status->Close(kLastLinesMs);
   if (!ended) {
     LeaveService();
     std::_Exit(kExitDone);

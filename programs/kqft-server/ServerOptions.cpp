@@ -17,6 +17,7 @@ namespace {
 constexpr std::size_t kMostRateDigits = 6;
 constexpr int kSecondMs = 1000;
 constexpr int kMinuteMs = 60000;
+constexpr int kMostStatusSeconds = 3600;
 
 const char* const kServerDescription =
     "Keeps measurement projects for workstations: receives, lists, sends and deletes them.\n"
@@ -97,6 +98,16 @@ void AddLimits(CLI::App& app, SServerOptions& options, STexts& texts) {
       ->check(CLI::NonNegativeNumber);
 }
 
+void AddStatus(CLI::App& app, SServerOptions& options) {
+  app.add_option("--status-dir", options.m_strStatusDirectory,
+                 "directory for status.json and kqft.prom, which tell what goes on")
+      ->type_name("DIR");
+  app.add_option("--status-every", options.m_nStatusSeconds, "write them after so many seconds")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1, kMostStatusSeconds))
+      ->capture_default_str();
+}
+
 void AddOptions(CLI::App& app, SServerOptions& options, STexts& texts) {
   app.add_option("--dir", options.m_strDirectory, "directory that holds the projects (required)")
       ->type_name("DIR");
@@ -134,6 +145,7 @@ void AddOptions(CLI::App& app, SServerOptions& options, STexts& texts) {
                "confirm a file only once it lies on the disk (default), or do not wait for it");
   app.add_flag("--no-confine", options.m_bNoConfine,
                "leave the process free to reach more than the two directories");
+  AddStatus(app, options);
   AddLimits(app, options, texts);
   AddVerifyOptions(app, options.m_verify);
   app.add_option("--config", texts.m_strConfigFile, "read options from a file")

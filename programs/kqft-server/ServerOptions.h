@@ -18,8 +18,10 @@ struct SServerOptions {
   int m_nPort = 9999;                       ///< 0: any free one
   std::vector<CAddressRange> m_vecAllowed;  ///< who may connect; empty: everyone
   SLinkLimits m_limits;
-  std::string m_strAccessLog;    ///< "": none; "-": the output stream
-  std::int64_t m_llMinFree = 0;  ///< bytes that uploads leave free; 0: none
+  std::string m_strAccessLog;        ///< "": none; "-": the output stream
+  std::string m_strStatusDirectory;  ///< "": no status files
+  int m_nStatusSeconds = 5;          ///< between two of them
+  std::int64_t m_llMinFree = 0;      ///< bytes that uploads leave free; 0: none
   int m_nLogDays = kUsualLogDays;
   bool m_bNoConfine = false;
   bool m_bNoDelete = false;

@@ -17,6 +17,18 @@ struct SLinkTotals {
   std::int64_t m_llBytesDown = 0;
 };
 
+/// What clients asked for that has a result.
+enum class EWork { kUpload, kDownload, kDelete };
+
+/// What has happened since the server began.
+struct STrafficCounts {
+  std::int64_t m_llBytesUp = 0;
+  std::int64_t m_llBytesDown = 0;
+  std::int64_t m_llLinks = 0;                                  ///< that came
+  std::map<std::pair<EWork, int>, std::int64_t> m_mapResults;  ///< by work and code
+  std::map<ERefusal, std::int64_t> m_mapRefusals;
+};
+
 /// What a server's links are doing, counted from what its hooks hear.
 ///
 /// Threads: every operation from any thread.
@@ -30,6 +42,7 @@ class CTraffic {
   /// A link that is up, and its transfers as far as they have got.
   struct SLink {
     STransferFacts m_facts;
+    std::int64_t m_llSince = 0;  ///< as System().SteadyMilliseconds()
     SLinkTotals m_totals;
     std::map<std::pair<bool, std::string>, STransferFacts> m_mapRunning;  // up; by its path
   };
@@ -39,6 +52,17 @@ class CTraffic {
 
   /// A transfer is at it, or has ended.
   void Move(const STransferFacts& file, bool up, bool ended);
+
+  /// A deletion has ended so.
+  void Deleted(int result);
+  void Refused(ERefusal refusal);
+
+  /// All of it at one moment.
+  struct SSnapshot {
+    std::vector<SLink> m_vecLinks;
+    STrafficCounts m_counts;
+  };
+  SSnapshot Snapshot() const;
 
   struct SState {
     std::size_t m_nLinks = 0;
@@ -52,5 +76,5 @@ class CTraffic {
 
   mutable std::mutex m_mutex;
   std::map<Key, SLink> m_mapLinks;  // guarded by m_mutex
-  std::int64_t m_llBytes = 0;       // guarded by m_mutex
+  STrafficCounts m_counts;          // guarded by m_mutex
 };

@@ -69,6 +69,11 @@ CJsonObject& CJsonObject::Seconds(const std::string& key, double value) {
   return *this;
 }
 
+CJsonObject& CJsonObject::Object(const std::string& key, const CJsonObject& value) {
+  Member(key) += value.Line();
+  return *this;
+}
+
 CJsonObject& CJsonObject::List(const std::string& key, const std::vector<CJsonObject>& value) {
   std::string text = "[";
   for (const CJsonObject& object : value) text += (text.size() > 1 ? "," : "") + object.Line();

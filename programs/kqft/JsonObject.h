@@ -13,6 +13,7 @@ class CJsonObject {
   CJsonObject& Text(const std::string& key, const std::string& value);
   CJsonObject& Number(const std::string& key, std::int64_t value);
   CJsonObject& Seconds(const std::string& key, double value);
+  CJsonObject& Object(const std::string& key, const CJsonObject& value);
   CJsonObject& List(const std::string& key, const std::vector<CJsonObject>& value);
 
   /// A file name. Where it is not UTF-8, `key` holds it with U+FFFD in the

@@ -17,7 +17,8 @@ namespace {
 TEST(ProgramConfinement, ConfinedServerDoesAllItIsThereFor) {
   if (std::getenv("KQFT_NO_LANDLOCK") != nullptr) return;  // nothing starts then
   const CTempDirectory audit;
-  CServerProgram server(Arguments{"--no-delete", "--access-log", audit / "log"});
+  CServerProgram server(Arguments{"--no-delete", "--access-log", audit / "log", "--status-dir",
+                                  audit / "status", "--status-every", "1"});
   EXPECT_NE(server.Process().Error().find(std::string(" (") + ConfinementWord() + ")\n"),
             std::string::npos);
   const CWorkstation station(server.Port());
@@ -41,8 +42,19 @@ TEST(ProgramConfinement, ConfinedServerDoesAllItIsThereFor) {
   EXPECT_EQ(station.Start({"get", "P", "--into", local / "back"})->Wait(), 0);
   EXPECT_EQ(ReadWholeFile(local / "back/P/P.kqsln"), "1");
   EXPECT_TRUE(ReadWholeFile(local / "back/P/deep/Run.tm") == PatternBytes(200000));
+  EXPECT_TRUE(WaitUntil([&] {
+    return Holds(ReadWholeFile(audit / "status/kqft.prom"),
+                 "kqft_files_total{port=\"" + std::to_string(server.Port()) +
+                     "\",direction=\"down\",code=\"RESULT_OK\"}");
+  }));
   server.Process().Signal(SIGTERM);
   EXPECT_EQ(server.Process().Wait(), 0) << server.Process().Error();
+  const std::string status = ReadWholeFile(audit / "status/status.json");
+  for (const char* told :
+       {"\"state\":\"ended\"", "{\"event\":\"upload\",\"result\":\"done\",\"code\":1,",
+        "{\"what\":\"delete\",\"why\":\"forbidden\",\"count\":1,\"today\":1}"}) {
+    EXPECT_TRUE(Holds(status, told)) << status;
+  }
   const std::string log = ReadWholeFile(audit / "log");
   EXPECT_NE(log.find("\"project\":\"P\",\"name\":\"deep/Run.tm\",\"bytes\":200000,"),
             std::string::npos);
