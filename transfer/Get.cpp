@@ -160,6 +160,7 @@ STransferResult CProjectClient::Get(const SGetRequest& request) {
   std::string why = WhyNoGet(request);
   if (why.empty()) why = WhyNoProject(request.m_strProject);
   if (why.empty()) why = WhyNoLocalName(request.m_strProject);
+  m_pState->m_pSession->ChooseServer(request.m_strProject);
   CTransferScope scope(*m_pState, why, {request.m_nRetries, request.m_nRetrySeconds});
   if (!scope.HasBegun()) return scope.End();
   CSession& session = *m_pState->m_pSession;

@@ -21,7 +21,9 @@ int Insist(const STransferTools& tools, const std::function<int()>& act) {
       result = tools.m_session.Reopen();
     }
     if (result == RESULT_OK) result = act();
-    if (result == RESULT_OK || IsRefusal(result)) return result;
+    const bool mayBeHeld = result == CREATE_FILE_ERROR && tools.m_session.HasMovedOn();
+    if (result == RESULT_OK || (IsRefusal(result) && !mayBeHeld)) return result;
+    if (tools.m_session.IsOtherStorage()) return result;
     tools.m_session.Abort();
     const int pause = retry.Next(false);
     if (pause < 0 || tools.m_cancel.IsCancelled()) return result;

@@ -24,7 +24,11 @@ enum class ETurn {
 
 /// Where a server is and how to reach it.
 struct SServerPlace {
-  std::string m_strHost;  ///< dotted address or name
+  /// Dotted address or name; or several servers of one storage, "a,b:9998,c". Of
+  /// those one is used, which follows from the project; when it cannot be
+  /// reached, or says nothing, the next one, also in the middle of a transfer.
+  /// All must tell the same project directory: else it ends with kOtherStorage.
+  std::string m_strHost;
   int m_nPort = 9999;
   std::string m_strBindAddress;   ///< local address to connect from; "" for any
   std::string m_strLogDirectory;  ///< where the logs go; "" for that of temporary files
@@ -43,8 +47,12 @@ struct SServerPlace {
 
   std::string m_strPurpose = "another program";  ///< what others who wait are told
 
-  /// "HOST:PORT", or "[HOST]:PORT" of IPv6
+  /// For which project the server is chosen; "": that of the first request.
+  std::string m_strProject = {};
+
+  /// "HOST:PORT", or "[HOST]:PORT" of IPv6; several as they were named
   std::string Text() const {
+    if (m_strHost.find(',') != std::string::npos) return m_strHost;
     const bool isIPv6 = m_strHost.find(':') != std::string::npos;
     return (isIPv6 ? "[" + m_strHost + "]" : m_strHost) + ":" + std::to_string(m_nPort);
   }
@@ -81,6 +89,10 @@ constexpr int kRequestUnknown = -100;
 
 /// Another program of this user is busy with the server.
 constexpr int kServerTaken = -101;
+
+/// Two servers that were named as those of one storage have other project
+/// directories.
+constexpr int kOtherStorage = -102;
 
 /// Result of DeleteProject: the server does not want to delete it.
 constexpr int kDeleteRefused = -110;

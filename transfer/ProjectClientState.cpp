@@ -35,7 +35,8 @@ int CProjectClient::SState::EnsureConnected(CRetry retry) {
     result = m_pSession->Reopen();
     if (result == RESULT_OK) return result;
     if (m_pSession->IsHopeless()) retry.ForgoTries();
-    const int pause = m_cancel.IsCancelled() ? -1 : retry.Next(false);
+    const bool isOver = m_cancel.IsCancelled() || m_pSession->IsOtherStorage();
+    const int pause = isOver ? -1 : retry.Next(false);
     if (pause < 0) break;
     m_observer.OnRetrying(0, pause, m_pSession->Describe(result));
     m_cancel.Sleep(pause);

@@ -71,6 +71,7 @@ std::string DescribeResult(int result) {
   }
   if (result == kDeleteRefused) return "refused: the server deletes no projects (-110)";
   if (result == kServerTaken) return "another program of this user is busy with it (-101)";
+  if (result == kOtherStorage) return "the servers do not serve one storage (-102)";
   const std::string name = ResultName(result);
   std::string meaning = ResultMeaning(result);
   if (result == CREATE_FILE_ERROR) meaning += "; another workstation may be writing it";

@@ -212,6 +212,9 @@ class CPut {
 }  // namespace
 
 STransferResult CProjectClient::Put(const SPutRequest& request) {
+  if (!request.m_vecPaths.empty()) {
+    m_pState->m_pSession->ChooseServer(ProjectOf(request.m_vecPaths.front(), request));
+  }
   CTransferScope scope(*m_pState, WhyNoPut(request), {request.m_nRetries, request.m_nRetrySeconds});
   STransferResult& put = scope.Result();
   if (!scope.HasBegun()) return scope.End();

@@ -52,7 +52,8 @@ class CSession::CAnswerWait {
 };
 
 CSession::CSession(const SServerPlace& place, ITransferObserver& observer)
-    : m_place(place), m_observer(observer) {
+    : m_place(place), m_servers(place.m_strHost, place.m_nPort), m_observer(observer) {
+  m_servers.Choose(place.m_strProject);
   m_pNetWork->SetLocalAddress(place.m_strBindAddress);
   m_pNetWork->JudgeFirstBytes();
   std::vector<SBandwidthStep> steps;

@@ -16,6 +16,7 @@
 #include "transfer/Bandwidth.h"
 #include "transfer/Digest.h"
 #include "transfer/ProjectClient.h"
+#include "transfer/Servers.h"
 
 struct SLostRanges;
 
@@ -49,8 +50,13 @@ class CSession : public CKQFileBulkTransfer {
   CSession(const SServerPlace& place, ITransferObserver& observer);
   ~CSession() override;
 
-  /// Connects and waits until the server answers.
-  /// Blocks: 10 s for a connection, then as long as the server finishes what
+  /// Of several servers, those for a project, unless a connection stands.
+  void ChooseServer(const std::string& project);
+
+  /// Connects and waits until the server answers; of several to the next one
+  /// that does, beginning with the one that was used last.
+  /// @return also kOtherStorage
+  /// Blocks: for each server 10 s for a connection, then as long as the server finishes what
   ///         earlier links of this address have left, up to 30 s; or the times
   ///         that the place says.
   int Open();
@@ -61,6 +67,13 @@ class CSession : public CKQFileBulkTransfer {
 
   /// Of the last Open, when it failed: trying again soon is of no use.
   bool IsHopeless() const { return m_bHopeless; }
+
+  /// The servers are not those of one storage: nothing may go on.
+  bool IsOtherStorage() const { return m_bOtherStorage; }
+
+  /// Another server was taken than at the beginning. What its storage refuses may
+  /// be held by the former one, until that is known to be dead.
+  bool HasMovedOn() const { return m_bMovedOn; }
 
   /// Moves with every sign that the connection lives: something came, left, or
   /// was read to be sent.
@@ -200,6 +213,8 @@ class CSession : public CKQFileBulkTransfer {
 
  private:
   class CAnswerWait;
+  int OpenOne();
+  int CheckDirectory();
   void Explain(int result, int patienceMs, bool atOnce);
   std::string WordsFor(ELinkFailure why, bool atOnce) const;
   void OnFileRead(std::size_t record, std::int64_t position, const char* data, int bytes);
@@ -228,6 +243,7 @@ class CSession : public CKQFileBulkTransfer {
   void ReleaseWaiting();
 
   const SServerPlace m_place;
+  CServers m_servers;                        // the using thread's
   std::unique_ptr<CBandwidth> m_pBandwidth;  // constant after construction; null: no limit
   ITransferObserver& m_observer;
   bool m_bStarted = false;                  // the using thread's; a worker was started
@@ -235,9 +251,13 @@ class CSession : public CKQFileBulkTransfer {
   CSharedWord<std::int64_t> m_llSigns = 0;  // word; signs of life, of all threads
 
   // The using thread's, or the notice's that it waits for.
-  std::string m_strNoLink;   // why there is none; "" when there is one, or for no reason here
-  bool m_bHopeless = false;  // the using thread's
-  bool m_bServed = false;    // the using thread's; a link was answered on
+  std::string m_strNoLink;       // why there is none; "" when there is one, or for no reason here
+  bool m_bHopeless = false;      // the using thread's
+  bool m_bServed = false;        // the using thread's; a link was answered on
+  bool m_bMovedOn = false;       // the using thread's
+  bool m_bOtherStorage = false;  // the using thread's
+  std::string m_strDirectory;    // the using thread's; of the first server of several
+  std::string m_strDirectoryOf;  // the using thread's; that one
 
   std::int64_t m_llOwn = 0;               // the using thread's; sent, but no file data
   bool m_bDigests = false;                // the using thread's

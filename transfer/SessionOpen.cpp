@@ -33,10 +33,51 @@ std::string Seconds(int ms) {
 }  // namespace
 
 int CSession::TimeoutMs(int usual) const {
+  if (usual == 0 && m_servers.Count() > 1) usual = kFirstAnswerMs;  // others may answer
   return m_place.m_nTimeoutSeconds > 0 ? m_place.m_nTimeoutSeconds * kSecondMs : usual;
 }
 
+void CSession::ChooseServer(const std::string& project) {
+  if (!IsConnect()) m_servers.Choose(project);
+}
+
 int CSession::Open() {
+  bool isHopeless = true;
+  for (std::size_t left = m_servers.Count();; --left) {
+    int result = OpenOne();
+    if (result == RESULT_OK && m_servers.Count() > 1) result = CheckDirectory();
+    isHopeless = isHopeless && m_bHopeless;
+    if (result == RESULT_OK || left == 1 || m_bOtherStorage) {
+      m_bHopeless = isHopeless || m_bOtherStorage;
+      return result;
+    }
+    Abort();
+    const std::string silent = m_servers.Text();
+    m_servers.Next();
+    m_bMovedOn = true;
+    m_observer.OnNotConnected(result, "server " + silent + " does not answer (" + Describe(result) +
+                                          "); going on with " + m_servers.Text());
+  }
+}
+
+// What was begun at one goes on at another one: both must mean the same files.
+int CSession::CheckDirectory() {
+  std::string directory;
+  const int result = AskDirectory(directory);
+  if (result != RESULT_OK) return result;
+  if (m_strDirectoryOf.empty()) {
+    m_strDirectory = directory;
+    m_strDirectoryOf = m_servers.Text();
+  }
+  if (directory == m_strDirectory) return RESULT_OK;
+  m_bOtherStorage = true;
+  m_strNoLink = "server " + m_servers.Text() + " keeps its projects in " + directory + ", server " +
+                m_strDirectoryOf + " in " + m_strDirectory + ": they do not serve one storage";
+  Abort();
+  return kOtherStorage;
+}
+
+int CSession::OpenOne() {
   {
     const std::lock_guard guard(m_mutex);
     m_setAnswered.clear();
@@ -50,16 +91,16 @@ int CSession::Open() {
   m_pNetWork->SetConnectTimeout(TimeoutMs(kConnectMs));
   bool connected = false;
   {
-    const CWaitNotice notice(m_observer, "waiting for a connection to " + m_place.Text());
+    const CWaitNotice notice(m_observer, "waiting for a connection to " + m_servers.Text());
     if (!Init(m_place.m_bLogs ? m_place.m_strLogDirectory : kNoDirectory))
       return ERROR_CODE_CLIENT_CONNECT;
-    connected = Connect(m_place.m_strHost, m_place.m_nPort);
+    connected = Connect(m_servers.Host(), m_servers.Port());
   }
   const std::int64_t since = System().SteadyMilliseconds();
   int result = ERROR_CODE_CLIENT_CONNECT;
   if (connected) {
     const CWaitNotice notice(m_observer,
-                             "waiting for " + m_place.Text() +
+                             "waiting for " + m_servers.Text() +
                                  ": it has not answered yet; what an earlier connection left "
                                  "may take it up to 10 s");
     result = WaitUntilServed(patience);
@@ -87,11 +128,11 @@ void CSession::Explain(int result, int patienceMs, bool atOnce) {
 std::string CSession::WordsFor(ELinkFailure why, bool atOnce) const {
   switch (why) {
     case ELinkFailure::kNoSuchName:
-      return "the name " + m_place.m_strHost + " stands for no machine";
+      return "the name " + m_servers.Host() + " stands for no machine";
     case ELinkFailure::kNoNameService:
-      return "the name " + m_place.m_strHost + " cannot be looked up: no name server answers";
+      return "the name " + m_servers.Host() + " cannot be looked up: no name server answers";
     case ELinkFailure::kOnlyIPv6:
-      return m_place.m_strHost +
+      return m_servers.Host() +
              " has only IPv6 addresses; kqft connects by IPv4: name an IPv4 address";
     case ELinkFailure::kLocalAddress:
       return m_place.m_strBindAddress + " is no address of this machine";
@@ -116,7 +157,8 @@ std::string CSession::WordsFor(ELinkFailure why, bool atOnce) const {
 }
 
 std::string CSession::Describe(int result) const {
-  const bool isLink = result == ERROR_CODE_CLIENT_CONNECT || result == ERROR_CODE_TIMEOUT;
+  const bool isLink = result == ERROR_CODE_CLIENT_CONNECT || result == ERROR_CODE_TIMEOUT ||
+                      result == kOtherStorage;
   return isLink && !m_strNoLink.empty() ? m_strNoLink : DescribeResult(result);
 }
 

@@ -108,7 +108,7 @@ void CTransfer::Run(std::vector<STransferItem>& items) {
 }
 
 bool CTransfer::IsOver() const {
-  return m_bStopped || m_cancel.IsCancelled();
+  return m_bStopped || m_cancel.IsCancelled() || m_session.IsOtherStorage();
 }
 
 int CTransfer::AskKept(const STransferItem&, std::int64_t& bytes) {
@@ -256,6 +256,7 @@ void CTransfer::Fail(STransferItem& item, int code) {
     code = m_session.LastAnswer();
   }
   Blame(item, code);
+  if (code == CREATE_FILE_ERROR && m_session.HasMovedOn()) item.m_bFinal = false;
   if (!LeavesLinkClean(code)) m_bRenewLink = true;
 }
 

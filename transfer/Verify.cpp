@@ -152,6 +152,7 @@ SVerifyResult CProjectClient::Verify(const SVerifyRequest& request) {
   if (!verify.m_strWhy.empty()) return verify;
   std::string directory;
   CSession& session = *m_pState->m_pSession;
+  session.ChooseServer(request.m_strProject);
   verify.m_nCode = m_pState->EnsureConnected({request.m_nRetries, request.m_nRetrySeconds});
   if (verify.m_nCode == RESULT_OK) verify.m_nCode = session.AskDirectory(directory);
   if (verify.m_nCode == RESULT_OK) {

@@ -272,6 +272,7 @@ int CVerification::Read(const std::string& name, std::int64_t most, CFileDigest&
     if (result == RESULT_OK || result == ERROR_CODE_SERVER_OPENFILE) return result;
     session.Abort();
     if (m_tools.m_cancel.IsCancelled()) return RESULT_OK;
+    if (session.IsOtherStorage()) return result;
     const int pause = retry.Next(digest.Counted() > before);
     if (pause < 0) return result;
     m_tools.m_observer.OnRetrying(0, pause, DescribeResult(result));

@@ -19,11 +19,14 @@
 #include "programs/Directories.h"
 #include "programs/DirectoryLock.h"
 #include "programs/ExitStatus.h"
+#include "programs/MountPlace.h"
 #include "programs/ProgramStart.h"
 #include "programs/ServiceNotify.h"
 #include "programs/ServiceRequests.h"
+#include "programs/Termination.h"
 #include "programs/kqft-server/AccessLog.h"
 #include "programs/kqft-server/DataServer.h"
+#include "programs/kqft-server/DirectoryProbe.h"
 #include "programs/kqft-server/ServerOptions.h"
 #include "programs/kqft-server/StatusFiles.h"
 #include "server/EndServer.h"
@@ -38,9 +41,16 @@ constexpr int kStatusMs = 5000;
 
 const char kOutputStream[] = "-";
 
-int Fail(const std::string& message) {
+int Fail(const std::string& message, int status = kExitFailed) {
   std::cerr << "kqft-server: " + message + "\n";
-  return kExitFailed;
+  return status;
+}
+
+// The journal of a service keeps what goes to the error stream.
+int FailWithoutDirectory(const SServerOptions& options, const CDirectoryProbe& probe) {
+  return Fail("cannot open its project directory " + options.m_strDirectory + ": " +
+                  probe.LastResult().m_strWords + "; it ends, to be started again",
+              kExitLostDirectory);
 }
 
 // "" when there is none: then it goes on without logs, and says so.
@@ -130,14 +140,21 @@ int Serve(const SServerOptions& options, const std::string& logDirectory,
   server->SetLog(logs ? DirectoryForLibrary(logDirectory) : "", logs);
   CTimeConvert::ConvertCurTimeToString();  // reads the time zone
   if (logs) KeepServerLogsFresh(logDirectory, options.m_nLogDays, !options.m_bNoConfine);
-  const auto status = StartStatusFiles(options, traffic);
+  const auto files = StartStatusFiles(options, traffic);
   if (!options.m_bNoConfine) {
+    if (IsBelowUserMount(options.m_strDirectory)) {
+      std::cerr << "kqft-server: " + options.m_strDirectory +
+                       " is no root of its mount: when the file system is loaded anew the server "
+                       "loses its right to it, and ends\n";
+    }
     const std::string why = Confine(options, logDirectory);
     if (!why.empty()) {
       return Fail("cannot confine itself to its directories: " + why +
                   "; --no-confine starts it unconfined");
     }
   }
+  CDirectoryProbe probe(options.m_strDirectory);
+  if (!probe.LastResult().m_bOk) return FailWithoutDirectory(options, probe);
   if (access && !access->Lines().Start()) return Fail("no thread for the access log");
   const std::string place = options.m_strListenAddress + ":";
   if (!server->Init(options.m_nPort)) {
@@ -148,21 +165,25 @@ int Serve(const SServerOptions& options, const std::string& logDirectory,
                    (options.m_bNoConfine ? " (not confined)\n"
                                          : std::string(" (") + ConfinementWord() + ")\n");
   NotifyServiceManager("READY=1");
-  if (status) status->Begin(server->ListenPort());
+  if (!probe.Start(RequestTermination)) return Fail("no thread to look at the directory");
+  if (files) files->Begin(server->ListenPort(), [probe] { return probe.LastResult().m_strWords; });
   WaitForEnd(*server, access.get());
   NotifyServiceManager("STOPPING=1");
   const bool ended = EndServer(std::move(server), kStopBoundMs);
   if (access) access->CutOff(*traffic);  // what the server has not come to
   if (access) access->Lines().Close(kLastLinesMs);
-  if (status) status->Close(kLastLinesMs);
+  if (files) files->Close(kLastLinesMs);
+  const bool isLost = !probe.LastResult().m_bOk;
+  const int status = isLost ? FailWithoutDirectory(options, probe) : kExitDone;
   if (!ended) {
     LeaveService();
-    std::_Exit(kExitDone);
+    std::_Exit(status);
   }
-  return kExitDone;
+  return status;
 }
 
-// Two servers would each take the other's uploads for their own.
+// As a rule a second server is a mistake. Files are locked while they are
+// received, so that those that are meant to share a directory may.
 bool TakeDirectory(const std::string& directory) {
   const EDirectoryLock lock = LockDirectory(directory);
   if (lock == EDirectoryLock::kUnlocked) {
@@ -182,8 +203,9 @@ int Run(int argc, char** argv) {
   if (const std::string why = WhyUnusable(options.m_strDirectory); !why.empty()) {
     return Fail("project directory " + options.m_strDirectory + ": " + why);
   }
-  if (!TakeDirectory(options.m_strDirectory)) {
-    return Fail("project directory " + options.m_strDirectory + ": another server serves it");
+  if (!options.m_bShared && !TakeDirectory(options.m_strDirectory)) {
+    return Fail("project directory " + options.m_strDirectory +
+                ": another server serves it; --shared lets both");
   }
   std::shared_ptr<CAccessLog> access;
   if (!options.m_strAccessLog.empty()) {

@@ -143,6 +143,8 @@ void AddOptions(CLI::App& app, SServerOptions& options, STexts& texts) {
   app.add_flag("--no-delete", options.m_bNoDelete, "delete no project, whoever asks for it");
   app.add_flag("--durable,!--no-durable", options.m_bDurable,
                "confirm a file only once it lies on the disk (default), or do not wait for it");
+  app.add_flag("--shared", options.m_bShared,
+               "serve the directory though another server of this machine does, too");
   app.add_flag("--no-confine", options.m_bNoConfine,
                "leave the process free to reach more than the two directories");
   AddStatus(app, options);

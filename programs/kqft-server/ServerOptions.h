@@ -25,6 +25,7 @@ struct SServerOptions {
   int m_nLogDays = kUsualLogDays;
   bool m_bNoConfine = false;
   bool m_bNoDelete = false;
+  bool m_bShared = false;  ///< other servers use the directory as well
   bool m_bDurable = true;
   SVerifyOptions m_verify;
 };

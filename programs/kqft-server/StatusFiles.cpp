@@ -96,11 +96,8 @@ class CStatusFiles::CRates {
 };
 
 struct CStatusFiles::SState {
-  SState(const SServerOptions& options, std::shared_ptr<const CTraffic> traffic,
-         std::function<std::string()> probe)
-      : m_strDirectory(options.m_strStatusDirectory),
-        m_pTraffic(std::move(traffic)),
-        m_probe(std::move(probe)) {
+  SState(const SServerOptions& options, std::shared_ptr<const CTraffic> traffic)
+      : m_strDirectory(options.m_strStatusDirectory), m_pTraffic(std::move(traffic)) {
     m_status.m_strHost = Host();
     m_status.m_strAddress = options.m_strListenAddress;
     m_status.m_strDirectory = DirectoryForLibrary(options.m_strDirectory);
@@ -114,7 +111,6 @@ struct CStatusFiles::SState {
 
   const std::string m_strDirectory;
   const std::shared_ptr<const CTraffic> m_pTraffic;
-  const std::function<std::string()> m_probe;
   const std::int64_t m_llStarted = System().SteadyMilliseconds();
 
   // Used by the thread, once it runs.
@@ -129,6 +125,8 @@ struct CStatusFiles::SState {
   bool m_bReady = false;    // guarded by m_mutex; it can do no more than it is to
   bool m_bEnding = false;   // guarded by m_mutex
   int m_nPort = 0;          // guarded by m_mutex; 0: the server has not begun
+
+  std::function<std::string()> m_probe;  // constant once there is a port
 };
 
 void CStatusFiles::SState::Run(bool confined) {
@@ -175,7 +173,7 @@ void CStatusFiles::SState::Write(int port, bool ended) {
   status.m_llRanMs = status.m_llNowMs - m_llStarted;
   status.m_traffic = m_pTraffic->Snapshot();
   status.m_room = RoomIn(status.m_strDirectory);
-  if (m_probe) status.m_probe = m_probe();
+  status.m_strProbe = m_probe();
   status.m_vecRates.clear();
   m_rates.Look(status);
 
@@ -188,9 +186,8 @@ void CStatusFiles::SState::Write(int port, bool ended) {
                                    (m_bFailing ? why : "is written again") + "\n");
 }
 
-CStatusFiles::CStatusFiles(const SServerOptions& options, std::shared_ptr<const CTraffic> traffic,
-                           std::function<std::string()> probe)
-    : m_pState(std::make_shared<SState>(options, std::move(traffic), std::move(probe))) {}
+CStatusFiles::CStatusFiles(const SServerOptions& options, std::shared_ptr<const CTraffic> traffic)
+    : m_pState(std::make_shared<SState>(options, std::move(traffic))) {}
 
 CStatusFiles::~CStatusFiles() {
   Close(kLastWriteMs);
@@ -217,8 +214,9 @@ std::string CStatusFiles::Start(bool confined) {
   return state.m_strWhyNot;
 }
 
-void CStatusFiles::Begin(int port) {
+void CStatusFiles::Begin(int port, std::function<std::string()> probe) {
   const std::lock_guard<std::mutex> lock(m_pState->m_mutex);
+  m_pState->m_probe = std::move(probe);
   m_pState->m_nPort = port;
   m_pState->m_changed.notify_all();
 }

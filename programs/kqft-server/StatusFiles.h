@@ -17,10 +17,7 @@
 class CStatusFiles {
  public:
   /// @param traffic what to tell of
-  /// @param probe   "" while the project directory can be used, else why not;
-  ///                null: not known. Called on the thread
-  CStatusFiles(const SServerOptions& options, std::shared_ptr<const CTraffic> traffic,
-               std::function<std::string()> probe = nullptr);
+  CStatusFiles(const SServerOptions& options, std::shared_ptr<const CTraffic> traffic);
   CStatusFiles(const CStatusFiles&) = delete;
   CStatusFiles& operator=(const CStatusFiles&) = delete;
 
@@ -33,7 +30,9 @@ class CStatusFiles {
   std::string Start(bool confined);
 
   /// The server accepts connections on this port: writes from now on.
-  void Begin(int port);
+  /// @param probe "" while the project directory can be used, else why not.
+  ///              Called on the thread
+  void Begin(int port, std::function<std::string()> probe);
 
   /// Tells that the server has ended.
   /// Blocks: until that is written, or for as long as it was told.

@@ -142,12 +142,10 @@ std::string StatusJson(const SServerStatus& status) {
       .Number("every_seconds", status.m_nEverySeconds);
   if (status.m_room.m_llFree >= 0) object.Number("free_bytes", status.m_room.m_llFree);
   if (status.m_room.m_llTotal >= 0) object.Number("total_bytes", status.m_room.m_llTotal);
-  if (status.m_probe) {
-    CJsonObject probe;
-    probe.Text("result", status.m_probe->empty() ? "done" : "failed");
-    if (!status.m_probe->empty()) probe.Text("message", *status.m_probe);
-    object.Object("probe", probe);
-  }
+  CJsonObject probe;
+  probe.Text("result", status.m_strProbe.empty() ? "done" : "failed");
+  if (!status.m_strProbe.empty()) probe.Text("message", status.m_strProbe);
+  object.Object("probe", probe);
   object.Number("bytes_up", counts.m_llBytesUp)
       .Number("bytes_down", counts.m_llBytesDown)
       .Number("bytes_per_second_up", status.m_llRateUp)
@@ -197,9 +195,7 @@ std::string StatusMetrics(const SServerStatus& status) {
     metric("kqft_size_bytes", "gauge", "Room for projects, used and free.")
         .Sample(status.m_room.m_llTotal);
   }
-  if (status.m_probe) {
-    metric("kqft_directory_usable", "gauge", "Whether the project directory can be used.")
-        .Sample(std::int64_t{status.m_probe->empty() ? 1 : 0});
-  }
+  metric("kqft_directory_usable", "gauge", "Whether the project directory can be used.")
+      .Sample(std::int64_t{status.m_strProbe.empty() ? 1 : 0});
   return text;
 }

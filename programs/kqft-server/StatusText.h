@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,7 +29,7 @@ struct SServerStatus {
   std::int64_t m_llNowMs = 0;  ///< as a link's m_llSince
 
   SDiskRoom m_room;
-  std::optional<std::string> m_probe;  ///< "": the directory can be used; else why not
+  std::string m_strProbe;  ///< "": the directory can be used; else why not
 };
 
 /// One JSON object on a line; docs/json.md has its members.

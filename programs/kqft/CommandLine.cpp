@@ -40,8 +40,10 @@ const char* const kFooter =
 const std::map<std::string, int> kTimeUnits = {{"s", 1}, {"m", kMinute}, {"h", kHour}};
 
 void AddConnectionOptions(CLI::App& app, SOptions& options, std::string& server) {
-  app.add_option("--server", server, "the server; the port is 9999 unless given")
-      ->type_name("HOST[:PORT]")
+  app.add_option("--server", server,
+                 "the server; the port is 9999 unless given. Of several servers of one storage, "
+                 "a,b,c, one that answers")
+      ->type_name("HOST[:PORT][,...]")
       ->envname("KQFT_SERVER");
   app.add_option("--bind", options.m_place.m_strBindAddress, "local address to connect from")
       ->type_name("ADDRESS")
@@ -134,12 +136,28 @@ std::string WhatWasMeant(const CLI::App& app) {
          (near.empty() ? "" : "; did you mean '" + near + "'?");
 }
 
+// Several stay as they are; each must make sense.
+bool TakeServers(const std::string& text, SServerPlace& place) {
+  if (text.find(',') == std::string::npos) {
+    return ParseServer(text, place.m_strHost, place.m_nPort);
+  }
+  for (std::size_t begin = 0; begin <= text.size();) {
+    const std::size_t end = std::min(text.find(',', begin), text.size());
+    std::string host;
+    int port = place.m_nPort;
+    if (!ParseServer(text.substr(begin, end - begin), host, port)) return false;
+    begin = end + 1;
+  }
+  place.m_strHost = text;
+  return true;
+}
+
 void Check(const CLI::App& app, SOptions& options, const std::string& server) {
   options.m_strCommand = app.get_subcommands().front()->get_name();
   if (server.empty()) {
     throw CLI::ValidationError("no server: name one with --server or KQFT_SERVER");
   }
-  if (!ParseServer(server, options.m_place.m_strHost, options.m_place.m_nPort)) {
+  if (!TakeServers(server, options.m_place)) {
     throw CLI::ValidationError("--server: " + server + " is no HOST or HOST:PORT");
   }
   const std::string& bandwidth = options.m_place.m_strBandwidth;

@@ -1,9 +1,11 @@
 // kqft: the workstation's command line.
 
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <string>
 
+#include "platform/PathBytes.h"
 #include "platform/UserDirectories.h"
 #include "programs/Directories.h"
 #include "programs/ExitStatus.h"
@@ -48,6 +50,16 @@ std::string Purpose(const SOptions& options) {
   return text.size() <= kLongestPurpose ? text : text.substr(0, kLongestPurpose) + "...";
 }
 
+// The one that a server is chosen for, where there are several.
+std::string ProjectMeant(const SOptions& options) {
+  if (!options.m_strProject.empty()) return options.m_strProject;
+  if (options.m_strCommand != "put" || options.m_vecPaths.empty()) {
+    return options.m_strBelow.substr(0, options.m_strBelow.find('/'));
+  }
+  std::error_code error;
+  return BytesOf(std::filesystem::canonical(PathOf(options.m_vecPaths.front()), error).filename());
+}
+
 int ConnectAndRun(SOptions& options) {
   COutput output(options.m_bJson, options.m_bQuiet);
   const SCommand& command = FindCommand(options.m_strCommand);
@@ -57,6 +69,7 @@ int ConnectAndRun(SOptions& options) {
   }
   ChooseLogDirectory(options, output);
   options.m_place.m_strPurpose = Purpose(options);
+  options.m_place.m_strProject = ProjectMeant(options);
   if (options.m_bWatch) return RunWatch(output, options);
   CConsoleObserver observer(output, options.m_strCommand);
   const CShowScope show([&observer] { observer.ShowNow(); });

@@ -51,8 +51,9 @@ int CProgram::Wait() {
 }
 
 void CServerProgram::Start() {
-  Arguments arguments = {"--dir",    m_projects.Path(), "--log-dir", m_logs.Path(),
-                         "--listen", "127.0.0.1",       "--port",    std::to_string(m_nPort)};
+  const std::string projects = m_strShared.empty() ? m_projects.Path() : m_strShared;
+  Arguments arguments = {"--dir",    projects,    "--log-dir", m_logs.Path(),
+                         "--listen", "127.0.0.1", "--port",    std::to_string(m_nPort)};
   arguments.insert(arguments.end(), m_more.begin(), m_more.end());
   m_pProcess = std::make_unique<CProgram>(KQFT_SERVER_PROGRAM, arguments);
   const std::string ready = "listening on 127.0.0.1:";

@@ -50,6 +50,12 @@ class CServerProgram {
     Start();
   }
 
+  /// One more over the directory of another one, which outlives it.
+  explicit CServerProgram(const CServerProgram& other)
+      : m_strShared(other.m_projects.Path()), m_more({"--no-confine", "--shared"}) {
+    Start();
+  }
+
   /// The same server again, on the same port, after the process ended.
   void Start();
 
@@ -61,6 +67,7 @@ class CServerProgram {
  private:
   CTempDirectory m_projects;
   CTempDirectory m_logs;
+  const std::string m_strShared;  // "": a directory of its own
   const Arguments m_more;
   std::unique_ptr<CProgram> m_pProcess;
   int m_nPort = 0;

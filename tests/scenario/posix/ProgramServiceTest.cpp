@@ -48,4 +48,12 @@ TEST(ProgramService, ServerTellsItsStateToServiceManagerAndOutputStream) {
   close(manager);
 }
 
+TEST(ProgramService, ServerWithoutItsDirectoryEndsWithAStatusOfItsOwn) {
+  CServerProgram server;
+  const CTempDirectory elsewhere;
+  ASSERT_EQ(rename(server.ProjectPath("").c_str(), (elsewhere / "moved").c_str()), 0);
+  EXPECT_EQ(server.Process().Wait(), 75);
+  EXPECT_TRUE(Holds(server.Process().Error(), ": No such file or directory; it ends, "));
+}
+
 }  // namespace
