@@ -73,8 +73,9 @@ int RewriteRange(const std::string& path, int index, KQLonglong a, KQLonglong b)
   if (CKQPlatForm::IsFileMissing(path)) return ERROR_CODE_LOSTINFO_NOFILE;
   QFileConfig lost;
   lost.SetFileName(path);
-  if (!lost.TakeTurn()) return ERROR_CODE_LOSTINFO_ACCESS;
+  const bool isOurTurn = lost.TakeTurn();
   if (!lost.ReadConfig()) return ERROR_CODE_LOSTINFO_RECORD;
+  if (!isOurTurn) return ERROR_CODE_LOSTINFO_ACCESS;
   // Not compared with the record count: beyond it, a record that no reader visits.
   lost.WriteString(kRangeSection, kRangeKey + std::to_string(index),
                    std::to_string(a) + "," + std::to_string(b), "", true);

@@ -24,10 +24,10 @@ int PortOf(const std::string& text, std::size_t colon) {
 }
 
 std::uint64_t WeightOf(const std::string& project, const std::string& server) {
+  std::string both = project;
+  both.append("\n").append(server);
   std::uint64_t hash = 0xcbf29ce484222325U;  // FNV-1a
-  for (const char c : project + "\n" + server) {
-    hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
-  }
+  for (const char c : both) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
   // The last letters alone would leave the upper bits alone.
   hash ^= hash >> 33;
   hash *= 0xff51afd7ed558ccdU;

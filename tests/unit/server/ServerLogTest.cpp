@@ -53,7 +53,7 @@ TEST_F(ServerLog, HooksHearOfEveryLinkAndOfItsEndAtTheLatestWhenTheServerStops) 
     const auto ip = static_cast<unsigned int>(port);
     server.CreateNetBuffer(ip, port, 0, 0);
     server.DealNetMsg(ip, port, NET_COMMAND_CONNECT, 0, nullptr, 0);
-    const std::string body = '\1' + (m_dir / "file");
+    const std::string body = '\1' + (m_dir / ("file" + std::to_string(port)));
     server.DealNetMsg(ip, port, NET_CTS_PREPARETRAN_FILE, static_cast<int>(body.size()),
                       body.data(), 0);
   }
