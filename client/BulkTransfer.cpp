@@ -78,6 +78,14 @@ std::uint64_t CKQFileBulkTransfer::CountEvents() const {
          (limited ? static_cast<std::uint64_t>(m_pNetWork->BytesReceived()) : 0);
 }
 
+std::vector<int> CKQFileBulkTransfer::GetStatuses() const {
+  const std::lock_guard guard(m_pState->m_mutex);
+  std::vector<int> statuses;
+  statuses.reserve(m_vecKey.size());
+  for (const Channel_Key_Value& record : m_vecKey) statuses.push_back(record.m_nStatus);
+  return statuses;
+}
+
 // The worker before shares what is on its way, and may have to end a file. False
 // when this one was stopped meanwhile.
 bool CKQFileBulkTransfer::BeginBulk(const CTransferRun& run) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "client/KQFileTransServiceVisitor.h"
 
@@ -56,6 +57,10 @@ class KQFT_API CKQFileBulkTransfer : public CKQFileTransServiceVisitor {
   bool DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, const char* pData,
                   int extra) override;
   CNetBuffer* CreateNetBuffer(unsigned int ip, int port, int, int) override;
+
+  /// m_nStatus of each record of the last transfer, also while it runs: what
+  /// GetAllTransFileStatus tells, for less.
+  std::vector<int> GetStatuses() const;
 
  protected:
   void SendFileToServer() override;

@@ -35,10 +35,8 @@ void AddFile(const fs::path& path, const std::vector<std::string>& components, S
   file.m_strPath = BytesOf(path);
   file.m_vecComponents = components;
   file.m_strWhyNot = WhyUnsendable(file.m_strPath);
-  std::error_code error;
-  const std::uintmax_t size = fs::file_size(path, error);
-  if (error) file.m_strWhyNot = error.message();
-  if (!error) file.m_llSize = static_cast<std::int64_t>(size);
+  const std::string unknown = ReadFileFacts(file.m_strPath, file.m_facts);
+  if (!unknown.empty()) file.m_strWhyNot = unknown;
   found.m_vecFiles.push_back(std::move(file));
 }
 
@@ -63,6 +61,7 @@ void Walk(const fs::path& directory, std::vector<std::string>& components, const
           SLocalFiles& found) {
   std::error_code error;
   for (const auto& [name, entry] : SortedEntries(directory, error)) {
+    if (found.m_pStop != nullptr && *found.m_pStop) return;
     const fs::path& path = entry.path();
     components.push_back(name);
     std::error_code ignored;

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/SharedWord.h"
+#include "transfer/FileFacts.h"
 #include "transfer/Filter.h"
 #include "transfer/TransferObserver.h"
 
@@ -11,7 +13,7 @@
 struct SLocalFile {
   std::string m_strPath;                     ///< how to open it
   std::vector<std::string> m_vecComponents;  ///< its place below the project
-  std::int64_t m_llSize = 0;
+  SFileFacts m_facts;
   std::string m_strWhyNot;  ///< "" when it can be sent
 };
 
@@ -19,7 +21,8 @@ struct SLocalFile {
 struct SLocalFiles {
   std::vector<SLocalFile> m_vecFiles;  ///< in the order of their names
   std::vector<SLeftOut> m_vecLeftOut;
-  std::size_t m_nFiltered = 0;  ///< files, and directories that were not gone into
+  std::size_t m_nFiltered = 0;                 ///< files, and directories that were not gone into
+  const CSharedWord<bool>* m_pStop = nullptr;  ///< not owned; once set, the walk ends early
 };
 
 /// Adds a file, or every file below a directory. Links to files count as the

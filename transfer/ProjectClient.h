@@ -265,6 +265,11 @@ class KQFT_TRANSFER_API CProjectClient {
   /// Blocks: up to 2 minutes.
   int DeleteProject(const std::string& project, std::size_t& left);
 
+  /// Begins to look for the files of the Put that follows, on a thread of its own, so
+  /// that they are known once the connection stands. What it finds counts for a
+  /// second; what a filter or names choose is looked for by Put alone.
+  void LookAhead(const SPutRequest& request);
+
   /// Sends, and leaves the server free. What was interrupted goes on with the
   /// next call. Ends the connection.
   /// Blocks: until all is done or given up, or Cancel.

@@ -7,6 +7,7 @@
 
 #include "platform/System.h"
 #include "transfer/CancelToken.h"
+#include "transfer/EarlyLook.h"
 #include "transfer/ProjectClient.h"
 #include "transfer/Retry.h"
 #include "transfer/Session.h"
@@ -27,6 +28,7 @@ struct CProjectClient::SState {
   const SServerPlace m_place;
   ITransferObserver& m_observer;
   CCancelToken m_cancel;
+  CEarlyLook m_early;
   CTurn m_turn;  // given back behind the session's end
   std::unique_ptr<CSession> m_pSession;
 

@@ -42,7 +42,7 @@ STransferItem MakeItem(const SLocalFile& file, const std::string& serverDirector
   item.m_strServer = serverDirectory + project + "\\" + below;
   item.m_strShown = project + "\\" + below;
   std::replace(item.m_strShown.begin(), item.m_strShown.end(), '\\', '/');
-  item.m_llSize = file.m_llSize;
+  item.m_llSize = file.m_facts.m_llSize;
   item.m_strWhy = file.m_strWhyNot;
   if (item.m_strServer.size() > kLongestServerName) item.m_strWhy = "the name is too long";
   if (!taken.insert(item.m_strServer).second) item.m_strWhy = "another file has the same name";
@@ -50,15 +50,18 @@ STransferItem MakeItem(const SLocalFile& file, const std::string& serverDirector
   return item;
 }
 
-void FindItems(const SPutRequest& request, const std::string& serverDirectory,
-               ITransferObserver& observer, STransferResult& put) {
+// @return the facts of each item, as they were when it was found
+std::vector<SFileFacts> FindItems(const SPutRequest& request, const std::string& serverDirectory,
+                                  CEarlyLook& early, ITransferObserver& observer,
+                                  STransferResult& put) {
+  std::vector<SFileFacts> facts;
   std::set<std::string> taken;
   for (const std::string& path : request.m_vecPaths) {
     SLocalFiles found;
     if (HasNames(request)) {
       CollectNamedFiles(path, request.m_vecFiles, request.m_filter, found);
     } else {
-      CollectFiles(path, request.m_filter, found);
+      found = early.Take(path, request.m_filter);
     }
     put.m_nFiltered += found.m_nFiltered;
     const auto isLater = [&request](const std::string& file) {
@@ -74,8 +77,10 @@ void FindItems(const SPutRequest& request, const std::string& serverDirectory,
     for (const SLocalFile& file : found.m_vecFiles) {
       if (isLater(file.m_strPath)) continue;
       put.m_vecItems.push_back(MakeItem(file, serverDirectory, project, taken));
+      facts.push_back(file.m_facts);
     }
   }
+  return facts;
 }
 
 bool AreDirectories(const std::vector<std::string>& paths) {
@@ -112,12 +117,13 @@ class CPut {
                m_inventories) {}
 
   // Returns why nothing was sent, "" when it was tried.
-  std::string Run() {
+  // @param facts of the items, as they were when they were found
+  std::string Run(const std::vector<SFileFacts>& facts) {
     std::string why;
     if (IsNoted()) why = m_sending.Begin(m_request.m_bTakeOver);
     if (why.empty() && m_request.m_bInventory) why = m_inventories.Read();
     if (why.empty()) {
-      const int result = m_plan.Make(m_put.m_vecItems);
+      const int result = m_plan.Make(m_put.m_vecItems, facts);
       if (result != RESULT_OK) why = "cannot ask what the server has: " + DescribeResult(result);
     }
     if (m_request.m_bInventory && !HasNames(m_request) && AreDirectories(m_request.m_vecPaths)) {
@@ -211,6 +217,12 @@ class CPut {
 
 }  // namespace
 
+void CProjectClient::LookAhead(const SPutRequest& request) {
+  if (!HasNames(request) && request.m_filter.IsEmpty()) {
+    m_pState->m_early.Begin(request.m_vecPaths);
+  }
+}
+
 STransferResult CProjectClient::Put(const SPutRequest& request) {
   if (!request.m_vecPaths.empty()) {
     m_pState->m_pSession->ChooseServer(ProjectOf(request.m_vecPaths.front(), request));
@@ -221,8 +233,9 @@ STransferResult CProjectClient::Put(const SPutRequest& request) {
   std::string directory;
   if (!scope.Check(m_pState->m_pSession->AskDirectory(directory))) return scope.End();
   if (directory.empty()) return scope.Refuse("the server has no project directory");
-  FindItems(request, directory, m_pState->m_observer, put);
-  const std::string why = CPut(*m_pState, request, directory, put).Run();
+  const std::vector<SFileFacts> facts =
+      FindItems(request, directory, m_pState->m_early, m_pState->m_observer, put);
+  const std::string why = CPut(*m_pState, request, directory, put).Run(facts);
   return why.empty() ? scope.End() : scope.Refuse(why);
 }
 

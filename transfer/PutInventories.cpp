@@ -143,7 +143,6 @@ std::string CPutInventories::WritePlanned(const PutWays& ways) {
 std::string CPutInventories::WriteSending() {
   for (auto& [name, project] : m_mapProjects) {
     if (!project.m_bSends) continue;
-    if (project.m_mine.Text().size() > kMostInventoryBytes) return kTooLong;
     if (std::string why = Written(project, project.m_server.Write(project.m_mine)); !why.empty()) {
       return why;
     }
@@ -185,7 +184,6 @@ std::string CPutInventories::WriteComplete() {
     if (newest.m_head.m_bComplete == all && AreSameFiles(newest, project.m_mine)) continue;
     const int result = WriteEnd(name, project, all);
     if (std::string why = Written(project, result); !why.empty()) return why;
-    if (project.m_mine.Text().size() > kMostInventoryBytes) return kTooLong;
   }
   return "";
 }
@@ -206,7 +204,6 @@ int CPutInventories::WriteEnd(const std::string& name, SProject& project, bool a
     });
   }
   project.m_mine.m_head.m_bComplete = all;
-  if (project.m_mine.Text().size() > kMostInventoryBytes) return RESULT_OK;
   return project.m_server.Write(project.m_mine);
 }
 
@@ -231,5 +228,6 @@ void CPutInventories::EndHealing(STransferResult& put) {
 
 std::string CPutInventories::Written(SProject& project, int result) {
   if (!project.m_server.LastWritten().empty()) m_strLastWritten = project.m_server.LastWritten();
+  if (result == 0) return kTooLong;
   return result == RESULT_OK ? "" : "cannot write the inventory: " + DescribeResult(result);
 }

@@ -59,23 +59,25 @@ CPutPlan::CPutPlan(const STransferTools& tools, const SChoice& choice,
                    const CPutInventories& inventories)
     : m_tools(tools), m_choice(choice), m_inventories(inventories) {}
 
-int CPutPlan::Make(std::vector<STransferItem>& items) {
+int CPutPlan::Make(std::vector<STransferItem>& items, const std::vector<SFileFacts>& facts) {
   std::vector<SHeld> held(items.size());
   int result = AskHeld(items, held);
   for (std::size_t i = 0; i < items.size() && result == RESULT_OK; ++i) {
     if (m_tools.m_cancel.IsCancelled()) return RESULT_OK;
-    if (!items[i].m_bFinal) result = Decide(items[i], held[i]);
+    if (!items[i].m_bFinal) result = Decide(items[i], held[i], facts[i]);
   }
   if (result == RESULT_OK) DecideSideFiles(items);
   return result;
 }
 
-int CPutPlan::Decide(STransferItem& item, const SHeld& held) {
+int CPutPlan::Decide(STransferItem& item, const SHeld& held, const SFileFacts& found) {
   SPutWay way;
   item.m_llMissing = item.m_llSize;
   const SInventoryEntry* const entry = m_inventories.Find(item);
   int result = RESULT_OK;
-  if (!ReadFileFacts(item.m_strLocal, way.m_facts).empty()) {
+  const bool isNew = entry == nullptr && held.m_llSize == 0 && !held.m_bSides;
+  if (isNew) way.m_facts = found;
+  if (!isNew && !ReadFileFacts(item.m_strLocal, way.m_facts).empty()) {
     // It is told when it is opened.
   } else if (m_choice.m_bWhole) {
     item.m_eReason = held.m_llSize == 0 ? EReason::kNew : EReason::kChanged;

@@ -25,9 +25,11 @@ class CPutPlan {
 
   CPutPlan(const STransferTools& tools, const SChoice& choice, const CPutInventories& inventories);
 
+  /// @param facts of each item, as they were when it was found: they do for one that the
+  ///              server has nothing of, which is looked at once more before it is sent
   /// @return 1, or why the server could not be asked
   /// Blocks:  for as long as files are read here; Cancel ends it
-  int Make(std::vector<STransferItem>& items);
+  int Make(std::vector<STransferItem>& items, const std::vector<SFileFacts>& facts);
 
   PutWays& Ways() { return m_ways; }
 
@@ -38,7 +40,7 @@ class CPutPlan {
   };
   static bool IsRecording(const STransferItem& item);
   int AskHeld(std::vector<STransferItem>& items, std::vector<SHeld>& held);
-  int Decide(STransferItem& item, const SHeld& held);
+  int Decide(STransferItem& item, const SHeld& held, const SFileFacts& found);
   int DecideUnknown(STransferItem& item, const SHeld& held, SPutWay& way);
   int DecideKnown(STransferItem& item, const SHeld& held, const SInventoryEntry& entry,
                   SPutWay& way);

@@ -83,7 +83,7 @@ int CServerInventory::WriteNote(const CDamageNote& note) {
 int CServerInventory::Write(CInventory inventory) {
   for (bool first = false; !first;) {
     first = !inventory.m_head.m_bComplete || m_choice.m_strNextPlace == kInventoryName;
-    const int result = Insist(m_tools, [&] { return WriteOnce(inventory); });
+    const int result = WriteNext(inventory);
     if (result != RESULT_OK) return result;
   }
   if (inventory.m_head.m_bComplete) {
@@ -92,12 +92,15 @@ int CServerInventory::Write(CInventory inventory) {
   return RESULT_OK;
 }
 
-int CServerInventory::WriteOnce(CInventory& inventory) {
+int CServerInventory::WriteNext(CInventory& inventory) {
   inventory.m_head.m_llGeneration = m_choice.m_inventory.m_head.m_llGeneration + 1;
   inventory.m_head.m_llAlive = NowSeconds();
+  const std::string text = inventory.Text();
+  if (text.size() > kMostInventoryBytes) return 0;
   const std::string place = m_choice.m_strNextPlace;
   m_strLastWritten = Place(place);
-  const int result = m_tools.m_session.WriteText(m_strLastWritten, inventory.Text());
+  const int result =
+      Insist(m_tools, [&] { return m_tools.m_session.WriteText(m_strLastWritten, text); });
   if (result != RESULT_OK) return result;
   m_choice.m_bFound = true;
   m_choice.m_inventory = inventory;

@@ -23,6 +23,7 @@ class CServerInventory {
 
   /// Writes the next generation; the newest one that was read stays until
   /// this one is whole.
+  /// @return also 0: it could not be read again, and was not written
   int Write(CInventory inventory);
 
   /// Reads what the server noted of damage, as it was when Read looked; none
@@ -38,7 +39,7 @@ class CServerInventory {
  private:
   int ReadPlaces();
   int ReadPlace(const std::string& name, std::int64_t size, std::size_t most, std::string& text);
-  int WriteOnce(CInventory& inventory);
+  int WriteNext(CInventory& inventory);
   std::string Place(const std::string& name) const { return m_strProject + "\\" + name; }
 
   const STransferTools m_tools;

@@ -270,17 +270,6 @@ void CSession::Abort() {
   while (IsMoving()) System().Sleep(1);
 }
 
-std::vector<int> CSession::Statuses() {
-  std::string xml;
-  GetAllTransFileStatus(xml);
-  std::vector<Channel_Key_Value> records;
-  Channel_Key_Value::ConvertXMLToValue(xml, records);
-  std::vector<int> statuses;
-  statuses.reserve(records.size());
-  for (const Channel_Key_Value& record : records) statuses.push_back(record.m_nStatus);
-  return statuses;
-}
-
 bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, const char* pData,
                           int extra) {
   if (nMsgType != NET_STC_TRANSFILEDATA) {

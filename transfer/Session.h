@@ -106,7 +106,8 @@ class CSession : public CKQFileBulkTransfer {
 
   /// As AskSizes, for less where the sizes are as expected: the server is asked
   /// for the sums of some files each, and only for single files where a sum is
-  /// another one. So those of 0 are certain, others may make up for each other.
+  /// another one. So those of 0 are certain, and those that cannot be longer than expected;
+  /// others may make up for each other.
   int AskExpectedSizes(const std::vector<std::string>& names,
                        const std::vector<std::int64_t>& expected, std::vector<std::int64_t>& sizes);
 
@@ -190,9 +191,6 @@ class CSession : public CKQFileBulkTransfer {
 
   /// Cuts the connection, and waits for the worker.
   void Abort();
-
-  /// Result of every record of the last request.
-  std::vector<int> Statuses();
 
   /// File data received, and sent: what the network has let go of, which is
   /// all of it after Stop.

@@ -223,7 +223,7 @@ void CTransfer::MoveBatch(const Batch& batch) {
   }
   Watch(batch);
   const bool cut = !m_session.IsConnect() || m_cancel.IsCancelled();
-  const std::vector<int> statuses = m_session.Statuses();
+  const std::vector<int> statuses = m_session.GetStatuses();
   bool ended = cut;  // before it came to all of them
   STransferItem* first = nullptr;
   for (std::size_t i = 0; i < batch.size(); ++i) {
@@ -273,6 +273,7 @@ void CTransfer::Watch(const Batch& batch) {
   for (bool moving = true; moving;) {
     moving = m_session.IsMoving();
     ShowProgress(batch);
+    if (moving) LookAhead(batch);
     if (moving && !stopping && m_cancel.IsCancelled()) {
       stopping = true;
       m_session.StopMoving();

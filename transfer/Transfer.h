@@ -78,6 +78,10 @@ class CTransfer {
   /// What a code means that Start returned.
   virtual std::string WhyNotStarted(const Batch& batch, int code);
 
+  /// Called again and again while a batch is on its way: what can be looked at
+  /// here already of the files that have ended. Asks the server nothing.
+  virtual void LookAhead(const Batch&) {}
+
   /// Looks at files whose transfer has ended: m_bDone for those that are
   /// whole, a reason for the others.
   /// @return 1, or why that could not be found out.

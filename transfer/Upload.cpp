@@ -102,6 +102,8 @@ std::string CUpload::Prepare(const STransferItem& item) {
 
 void CUpload::Ready(Batch& batch) {
   m_answers.clear();
+  m_now.clear();
+  m_nLookedAt = 0;
   OpenFiles(batch);
   // A file of which blocks are sent goes alone.
   const auto blocks = std::find_if(batch.begin(), batch.end(), [this](const STransferItem* item) {
@@ -134,14 +136,21 @@ bool CUpload::IsResumable(const STransferItem& item) const {
   return IsMeasurementFile(item.m_strLocal);
 }
 
+// What a file is once its last byte was read need not be asked when all have ended.
+void CUpload::LookAhead(const Batch& batch) {
+  const std::vector<int> statuses = m_session.GetStatuses();
+  const std::size_t count = std::min(batch.size(), statuses.size());
+  while (m_nLookedAt < count && statuses[m_nLookedAt] == RESULT_OK) Now(*batch[m_nLookedAt++]);
+}
+
 int CUpload::Verify(const Batch& ended) {
-  m_now.clear();
   const int result = VerifyItems(ended);
   std::size_t record = 0;
   for (STransferItem* item : ended) {
     while (record < m_started.size() && m_started[record] != item) ++record;
     if (item->m_bDone && m_bDigests) TakeEntry(*item, record);
   }
+  m_now.clear();
   return result;
 }
 
@@ -174,23 +183,33 @@ void CUpload::TakeEntry(STransferItem& item, std::size_t record) {
 }
 
 int CUpload::VerifyItems(const Batch& ended) {
-  Batch plain;
+  Batch same, others;
   for (STransferItem* item : ended) {
-    if (!IsResumable(*item) && IsAskable(item->m_strServer)) {
-      plain.push_back(item);
-    } else if (const int result = VerifyAlone(*item); result != RESULT_OK) {
-      return result;
+    if (IsResumable(*item) || !IsAskable(item->m_strServer)) {
+      if (const int result = VerifyAlone(*item); result != RESULT_OK) return result;
+    } else {
+      const bool isSame = m_bDigests && Now(*item).m_strWhyNot.empty() &&
+                          Now(*item).m_facts == m_ways[item].m_facts;
+      (isSame ? same : others).push_back(item);
     }
   }
+  const int result = VerifySizes(same, true);
+  return result == RESULT_OK ? VerifySizes(others, false) : result;
+}
+
+// @param areSame as they were before they were sent. None is longer at the server then,
+//                which emptied it first: a sum that is as it should be leaves none shorter.
+int CUpload::VerifySizes(const Batch& items, bool areSame) {
   std::vector<std::string> names;
   std::vector<std::int64_t> here, sizes;
-  for (const STransferItem* item : plain) {
+  for (const STransferItem* item : items) {
     names.push_back(item->m_strServer);
     here.push_back(Now(*item).m_strWhyNot.empty() ? Now(*item).m_facts.m_llSize : -1);
   }
-  const int result = m_session.AskSizes(names, sizes);
+  const int result =
+      areSame ? m_session.AskExpectedSizes(names, here, sizes) : m_session.AskSizes(names, sizes);
   if (result != RESULT_OK) return result;
-  for (std::size_t i = 0; i < plain.size(); ++i) JudgeBySize(*plain[i], sizes[i], here[i]);
+  for (std::size_t i = 0; i < items.size(); ++i) JudgeBySize(*items[i], sizes[i], here[i]);
   return RESULT_OK;
 }
 

@@ -38,6 +38,7 @@ class CUpload : public CTransfer {
   void Between() override { m_between(false); }
   void Ready(Batch& batch) override;
   int Start(const Batch& batch) override;
+  void LookAhead(const Batch& batch) override;
   bool IsResumable(const STransferItem& item) const override;
   int Verify(const Batch& ended) override;
   int AskKept(const STransferItem& item, std::int64_t& bytes) override;
@@ -59,6 +60,7 @@ class CUpload : public CTransfer {
   void AskForRanges(Batch& batch);
   bool CanGoOn(STransferItem& item, bool isNext, SRecording& recording);
   int VerifyItems(const Batch& ended);
+  int VerifySizes(const Batch& items, bool areSame);
   void TakeEntry(STransferItem& item, std::size_t record);
   const SNow& Now(const STransferItem& item);
   int VerifyAlone(STransferItem& item);
@@ -72,6 +74,7 @@ class CUpload : public CTransfer {
   std::deque<SLostAnswer> m_answers;                                // of its recordings
   const bool m_bDigests;
   Batch m_started;                             // as the session counts records
+  std::size_t m_nLookedAt = 0;                 // so many of them, from the first one on
   std::map<const STransferItem*, SNow> m_now;  // of those that are looked at
   std::set<std::string> m_emptied;             // server names; sent whole in this run
   std::set<std::string> m_stale;               // server names; hold what is not to be gone on with

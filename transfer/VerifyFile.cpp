@@ -115,7 +115,7 @@ int CVerification::CompareRecording(const SFile& file, bool& done) {
 
 // Segment i holds what lies here between two bounds.
 int CVerification::CompareSegments(const SFile& file, const std::vector<std::int64_t>& bounds) {
-  const std::int64_t size = file.m_pLocal->m_llSize;
+  const std::int64_t size = file.m_pLocal->m_facts.m_llSize;
   SFileVerdict verdict{file.m_strPath, EVerdict::kUnknown, size, kOtherSegments, {}};
   if (bounds.size() > kMostSegments || bounds.front() < 0 || bounds.back() > size ||
       !std::is_sorted(bounds.begin(), bounds.end())) {
@@ -179,7 +179,7 @@ CVerification::SSide CVerification::LookHere(const SFile& file) const {
   side.m_eVerdict = EVerdict::kMissing;
   if (file.m_pLocal == nullptr) return side;
   const bool told = file.m_pEntry != nullptr && file.m_pEntry->m_bDigest;
-  side.m_llSize = file.m_pLocal->m_llSize;
+  side.m_llSize = file.m_pLocal->m_facts.m_llSize;
   if (told && side.m_llSize != file.m_pEntry->m_facts.m_llSize) {
     side.JudgeSize(file.m_pEntry->m_facts.m_llSize);
     return side;

@@ -74,6 +74,7 @@ int ConnectAndRun(SOptions& options) {
   CConsoleObserver observer(output, options.m_strCommand);
   const CShowScope show([&observer] { observer.ShowNow(); });
   CProjectClient client(options.m_place, &observer);
+  if (options.m_strCommand == "put") client.LookAhead(MakePutRequest(options));
   const int result = client.Connect(options.m_nRetries, options.m_nRetrySeconds);
   if (result == kServerTaken) {
     output.Error(Printable(client.TakenBy()) + " is busy with " + options.m_place.Text(), result);

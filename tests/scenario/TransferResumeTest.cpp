@@ -1,6 +1,8 @@
 // What becomes of an upload that goes on: the bytes that travel, counted on the
 // wire, and those that lie on the server in the end.
 
+#include <atomic>
+#include <filesystem>
 #include <functional>
 #include <string_view>
 #include <thread>
@@ -13,6 +15,8 @@
 #include "support/TestServer.h"
 #include "support/TestSockets.h"
 #include "transfer/ProjectClient.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -44,6 +48,32 @@ class TransferResume : public CServerTest {
   int m_nRuns = 0;
   int m_nPort = 0;  // of another server
 };
+
+// Cuts one file off behind its confirmed end, once.
+class CLosingServer : public CTestServer {
+ public:
+  using CTestServer::CTestServer;
+  void OnUploaded(const STransferFacts& file) override {
+    if (file.m_strPath.ends_with("b.txt") && m_nStored++ == 0) fs::resize_file(m_strFile, 1);
+  }
+  std::string m_strFile;
+  std::atomic<int> m_nStored = 0;
+};
+
+TEST_F(TransferResume, AFileThatIsShorterThanItWasSentIsNotWhole) {
+  const CTempDirectory dir;
+  CLosingServer server(dir);
+  server.m_strFile = dir / "P/b.txt";
+  ASSERT_TRUE(server.Init(0));
+  m_nPort = server.Port();
+  for (const char* name : {"a.txt", "b.txt", "c.txt"})
+    WriteWholeFile(m_local / ("P/" + std::string(name)), name);
+  EXPECT_FALSE(Put(m_local / "P", "P"));
+  EXPECT_TRUE(Put(m_local / "P", "P"));
+  for (const char* name : {"a.txt", "b.txt", "c.txt"}) {
+    EXPECT_EQ(ReadWholeFile(dir / ("P/" + std::string(name))), name);
+  }
+}
 
 TEST_F(TransferResume, FortyLostRangesOverThreeSegmentsCostTheirOwnBytes) {
   constexpr std::size_t kRanges = 40;
