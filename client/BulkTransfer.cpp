@@ -21,6 +21,7 @@ constexpr int kLinkEndMs = 5000;  // so late the end of a link is told
 
 CKQFileBulkTransfer::CKQFileBulkTransfer() : m_pBulk(std::make_shared<SBulk>()) {
   m_pState->m_bPrompt = true;
+  m_pState->m_nFirstStatus = ERROR_CODE_SEND_STOPPED;
 }
 
 // The worker uses members of this class.
@@ -89,9 +90,6 @@ std::vector<int> CKQFileBulkTransfer::GetStatuses() const {
 // The worker before shares what is on its way, and may have to end a file. False
 // when this one was stopped meanwhile.
 bool CKQFileBulkTransfer::BeginBulk(const CTransferRun& run) {
-  for (std::size_t i = 0; i < run.m_vecKey.size(); ++i) {
-    StoreStatus(run.m_ullNumber, i, ERROR_CODE_SEND_STOPPED);
-  }
   std::unique_lock lock(m_pBulk->m_mutex);
   const auto isFree = [this] { return !m_pBulk->m_bWorks; };
   while (!System().Wait(m_pBulk->m_changed, lock, kBulkStepMs, isFree)) {

@@ -8,6 +8,7 @@
 #include "platform/HardWareCommon.h"
 #include "platform/SharedWord.h"
 #include "platform/ThreadGate.h"
+#include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
 
 constexpr int kPrepareWaitMs = 10000;       // for the answer to 2500
@@ -34,6 +35,7 @@ struct CKQFileTransServiceClient::SState {
   bool IsToEnd(const CKQFileTransServiceClient& client) const;
 
   bool m_bPrompt = false;                      // constant; a stop ends the worker's waits
+  int m_nFirstStatus = RESULT_OK;              // constant; of files that are not over
   ReadHook m_readHook;                         // constant while a worker runs; may be empty
   CSharedWord<bool> m_bDeleteRefused = false;  // word; of the last answer to a deletion
   IRateLimit* m_pRateLimit = nullptr;          // constant from Init on; not owned

@@ -27,9 +27,9 @@
 
 namespace {
 
-void MakeReady(std::vector<Channel_Key_Value>& records) {
+void MakeReady(std::vector<Channel_Key_Value>& records, int status) {
   for (Channel_Key_Value& rec : records) {
-    rec.m_nStatus = RESULT_OK;
+    rec.m_nStatus = status;
     EU::CExpertUtils::RelaceString(rec.m_strPath, "/", "\\");
   }
 }
@@ -71,7 +71,7 @@ int CKQFileTransServiceClient::Prepare(int mode, const std::string& xml) {
   if (result != RESULT_OK) return result;
   std::vector<Channel_Key_Value> records;
   Channel_Key_Value::ConvertXMLToValue(xml, records);
-  MakeReady(records);
+  MakeReady(records, m_pState->m_nFirstStatus);
   std::string shown;
   for (const Channel_Key_Value& rec : records) {
     shown += "m_vecKey[i].m_strPath " + rec.m_strPath + "\n";
@@ -84,7 +84,7 @@ int CKQFileTransServiceClient::Prepare(int mode, const std::string& xml) {
 int CKQFileTransServiceClient::PrepareRecords(int mode, std::vector<Channel_Key_Value> records) {
   const int result = CheckIdle();
   if (result != RESULT_OK) return result;
-  MakeReady(records);
+  MakeReady(records, m_pState->m_nFirstStatus);
   BeginRun(mode, std::move(records));
   return RESULT_OK;
 }
