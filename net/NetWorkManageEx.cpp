@@ -11,6 +11,7 @@
 #include "net/IOCPBuffer.h"
 #include "net/Link.h"
 #include "net/NetWorkCore.h"
+#include "net/Sockets.h"
 
 struct CNetWorkManageEx::SState {
   SNetWorkSettings m_settings;  // set before Init
@@ -175,4 +176,8 @@ void CNetWorkManageEx::Stop() {
 
 std::string CNetWorkManageEx::TransIP(unsigned int ip) {
   return AddressText(ip);
+}
+
+std::vector<std::string> CNetWorkManageEx::AddressesOf(const std::string& host) {
+  return Sockets().AddressesOf(host);
 }

@@ -126,6 +126,12 @@ class KQFT_API CNetWorkManageEx {
   /// An address as dotted text, host byte order.
   static std::string TransIP(unsigned int ip);
 
+  /// @param host dotted address or name
+  /// @return the dotted IPv4 addresses that it stands for, each once; none when
+  ///         it stands for none, or cannot be looked up
+  /// Blocks: as name services do, some seconds at worst.
+  static std::vector<std::string> AddressesOf(const std::string& host);
+
   /// A manager that only connects out: Init opens no listening socket.
   /// Constant once Init was called.
   bool m_bConnectOnly = false;

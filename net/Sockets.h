@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "net/LinkFailure.h"
 
@@ -102,6 +103,11 @@ class ISocketSystem {
                                                  const IWakeHandle& wake, ELinkFailure& why) = 0;
 
   virtual std::unique_ptr<IWakeHandle> MakeWake() = 0;
+
+  /// @param host dotted address or name
+  /// @return the dotted IPv4 addresses that it stands for, each once; none when
+  ///         it stands for none, or cannot be looked up
+  virtual std::vector<std::string> AddressesOf(const std::string& host) = 0;
 };
 
 /// The implementation in force, never null.

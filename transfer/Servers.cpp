@@ -52,23 +52,43 @@ CServers::CServers(const std::string& hosts, int port) {
     const std::size_t colon = text.rfind(':');
     const int own = colon == std::string::npos ? 0 : PortOf(text, colon);
     SServer server{own > 0 ? text.substr(0, colon) : text, own > 0 ? own : port};
-    const bool isKnown =
-        std::any_of(m_vecServers.begin(), m_vecServers.end(),
-                    [&](const SServer& known) { return known.Text() == server.Text(); });
-    if (!server.m_strHost.empty() && !isKnown) m_vecServers.push_back(std::move(server));
+    if (!server.m_strHost.empty()) m_vecServers.push_back(std::move(server));
   }
   if (m_vecServers.empty()) m_vecServers.push_back({hosts, port});
-  m_strProject = "\n";  // none of this name
-  Choose("");
+  Sort();
+}
+
+void CServers::LookUp(
+    const std::function<std::vector<std::string>(const std::string& host)>& addressesOf) {
+  if (m_bLookedUp) return;
+  m_bLookedUp = true;
+  std::vector<SServer> servers;
+  for (const SServer& named : m_vecServers) {
+    const std::vector<std::string> addresses = addressesOf(named.m_strHost);
+    if (addresses.size() <= 1) {
+      servers.push_back(named);  // words tell of it by its name
+      continue;
+    }
+    for (const std::string& address : addresses) servers.push_back({address, named.m_nPort});
+  }
+  m_vecServers = std::move(servers);
+  Sort();
 }
 
 void CServers::Choose(const std::string& project) {
   if (project == m_strProject) return;
   m_strProject = project;
+  Sort();
+}
+
+void CServers::Sort() {
   m_nCurrent = 0;
   const auto weight = [&](const SServer& server) {
-    return std::pair(WeightOf(project, server.Text()), server.Text());
+    return std::pair(WeightOf(m_strProject, server.Text()), server.Text());
   };
-  std::sort(m_vecServers.begin(), m_vecServers.end(),
-            [&](const SServer& a, const SServer& b) { return weight(a) > weight(b); });
+  const auto isBefore = [&](const SServer& a, const SServer& b) { return weight(a) > weight(b); };
+  const auto isSame = [](const SServer& a, const SServer& b) { return a.Text() == b.Text(); };
+  std::sort(m_vecServers.begin(), m_vecServers.end(), isBefore);
+  m_vecServers.erase(std::unique(m_vecServers.begin(), m_vecServers.end(), isSame),
+                     m_vecServers.end());
 }

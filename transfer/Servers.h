@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -9,16 +10,20 @@ inline bool NamesSeveralServers(const std::string& hosts) {
   return hosts.find(',') != std::string::npos;
 }
 
-/// The servers that a host's text names: "a,b:9998,c". They serve one storage,
-/// so that any of them will do; which one comes first follows from the project,
-/// such that a project meets one server while that lives, in whatever order
-/// they are named and wherever it is sent from.
+/// The servers that a host's text names: "a,b:9998,c", or one name that has several
+/// addresses. They serve one storage, so that any of them will do; which one comes first follows
+/// from the project, such that a project meets one server while that lives, in whatever order they
+/// are named and wherever it is sent from.
 ///
 /// Threads: one thread uses it.
 class CServers {
  public:
   /// @param port of those that name none
   CServers(const std::string& hosts, int port);
+
+  /// Has a server for each address in the place of a name that stands for
+  /// several; the first call alone does something.
+  void LookUp(const std::function<std::vector<std::string>(const std::string& host)>& addressesOf);
 
   /// Puts them in the order for a project; nothing when it is the same as last.
   void Choose(const std::string& project);
@@ -39,7 +44,10 @@ class CServers {
     int m_nPort = 0;
   };
 
-  std::vector<SServer> m_vecServers;  // at least one
+  void Sort();
+
+  std::vector<SServer> m_vecServers;  // at least one, each once
+  bool m_bLookedUp = false;
   std::size_t m_nCurrent = 0;
   std::string m_strProject;
 };

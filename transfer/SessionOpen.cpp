@@ -42,6 +42,10 @@ void CSession::ChooseServer(const std::string& project) {
 }
 
 int CSession::Open() {
+  {
+    const CWaitNotice notice(m_observer, "looking up " + m_servers.Text());
+    m_servers.LookUp(CNetWorkManageEx::AddressesOf);
+  }
   bool isHopeless = true;
   for (std::size_t left = m_servers.Count();; --left) {
     int result = OpenOne();

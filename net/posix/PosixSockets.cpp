@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "net/Sockets.h"
 #include "platform/BriefWait.h"
@@ -128,6 +129,24 @@ int LookUp(const std::string& host, int family, in_addr& ip) {
   if (family == AF_INET) ip = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr;
   freeaddrinfo(found);
   return 0;
+}
+
+std::vector<std::string> LookUpAll(const std::string& host) {
+  std::vector<std::string> addresses;
+  addrinfo hints{};
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0) return addresses;
+  for (const addrinfo* each = found; each != nullptr; each = each->ai_next) {
+    const in_addr ip = reinterpret_cast<const sockaddr_in*>(each->ai_addr)->sin_addr;
+    char text[INET_ADDRSTRLEN] = {};
+    if (inet_ntop(AF_INET, &ip, text, sizeof text) != nullptr) addresses.emplace_back(text);
+  }
+  freeaddrinfo(found);
+  std::sort(addresses.begin(), addresses.end());
+  addresses.erase(std::unique(addresses.begin(), addresses.end()), addresses.end());
+  return addresses;
 }
 
 ELinkFailure Resolve(const std::string& host, in_addr& ip) {
@@ -331,6 +350,8 @@ class CPosixSockets : public ISocketSystem {
     if (why != ELinkFailure::kNone) return nullptr;
     return std::make_unique<CPosixStream>(fd.Release(), remote, std::move(streamWake));
   }
+
+  std::vector<std::string> AddressesOf(const std::string& host) override { return LookUpAll(host); }
 
   std::unique_ptr<IWakeHandle> MakeWake() override { return std::make_unique<CPosixWake>(); }
 

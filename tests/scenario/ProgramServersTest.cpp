@@ -1,6 +1,7 @@
 // Several servers of one storage.
 
 #include <map>
+#include <set>
 
 #include "support/Programs.h"
 #include "support/TestServer.h"
@@ -50,6 +51,20 @@ TEST(Servers, AProjectMeetsOneOfThemInWhateverOrderTheyAreNamed) {
     ++met[servers.Text()];
   }
   for (const char* const each : {"a:9999", "b:7000", "c:9999"}) EXPECT_GT(met[each], 60) << each;
+}
+
+TEST(Servers, ANameStandsForEachOfItsAddresses) {
+  const auto lookUp = [](const std::string& host) -> std::vector<std::string> {
+    if (host == "data") return {"10.0.0.1", "10.0.0.2"};
+    return host == "one" ? std::vector<std::string>{"10.0.0.9"} : std::vector<std::string>{};
+  };
+  CServers servers("data,one:7000,10.0.0.2,unknown", 9999);
+  servers.Choose("P");
+  for (int twice = 0; twice < 2; ++twice) servers.LookUp(lookUp);
+  std::set<std::string> met;
+  for (std::size_t i = 0; i < servers.Count(); ++i, servers.Next()) met.insert(servers.Text());
+  EXPECT_EQ(met,
+            (std::set<std::string>{"10.0.0.1:9999", "10.0.0.2:9999", "one:7000", "unknown:9999"}));
 }
 
 TEST_F(ProgramServers, APutGoesOnWithTheNextWhenItsServerIsKilled) {

@@ -105,6 +105,9 @@ class CScopedSockets::CPlanned final : public ISocketSystem {
     return std::make_unique<CPlannedSocket>(m_pState, std::move(socket));
   }
   std::unique_ptr<IWakeHandle> MakeWake() override { return NativeSockets().MakeWake(); }
+  std::vector<std::string> AddressesOf(const std::string& host) override {
+    return NativeSockets().AddressesOf(host);
+  }
 
  private:
   const std::shared_ptr<SState> m_pState;
