@@ -8,16 +8,15 @@
 #include "platform/FileConfig.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <iterator>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <string_view>
 #include <utility>
 
 #include "platform/ExpertUtils.h"
+#include "platform/FileTurn.h"
 #include "platform/GBKUTF8Transfer.h"
 #include "platform/KQPlatForm.h"
 #include "platform/System.h"
@@ -106,40 +105,13 @@ bool WriteAll(ISystemFile& file, const std::string& content) {
   return true;
 }
 
-// The name of the new file follows from that of the old one, so that an update
-// which a crash cut off leaves nothing that the next one does not take away.
-std::uint64_t HashOf(const std::string& text) {
-  std::uint64_t hash = 0xcbf29ce484222325U;  // FNV-1a
-  for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
-  return hash;
-}
-
-// Creates the file. One that is there belongs to an update of another process,
-// which ends in a moment, or was left by a crash.
-std::unique_ptr<ISystemFile> CreateTemporary(const std::string& path) {
-  constexpr int kAttempts = 20;
-  constexpr int kPauseMs = 10;
-  std::unique_ptr<ISystemFile> file;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    if (System().OpenFile(path, EOpenMode::kCreateNew, file) != ESystemError::kExists) return file;
-    System().Sleep(kPauseMs);
-  }
-  System().RemoveFile(path);
-  System().OpenFile(path, EOpenMode::kCreateNew, file);
-  return file;
-}
-
-// Updates of one file by this process take turns.
-std::mutex& UpdateLock(std::uint64_t hash) {
-  static std::array<std::mutex, 16> locks;
-  return locks[hash % locks.size()];
-}
-
 }  // namespace
 
 QFileConfig::QFileConfig() {
   Clear();
 }
+
+QFileConfig::~QFileConfig() = default;
 
 void QFileConfig::SetFileName(const std::string& path) {
   m_strPath = path;
@@ -272,18 +244,25 @@ std::string QFileConfig::Content() const {
                                                             : content;
 }
 
+bool QFileConfig::TakeTurn() {
+  std::string path;
+  if (System().FollowLinks(m_strPath, path) != ESystemError::kNone) return false;
+  m_pTurn = std::make_unique<CFileTurn>();
+  if (!m_pTurn->Take(path)) m_pTurn = nullptr;
+  return m_pTurn != nullptr;
+}
+
 bool QFileConfig::UpdateFile(bool) {
   const std::string content = Content();
   if (m_nEntries > kMostEntries || content.size() > kLargestFileBytes) return false;
   // What a link leads to is replaced, and lies perhaps on another file system.
   std::string path;
   if (System().FollowLinks(m_strPath, path) != ESystemError::kNone) return false;
-  const std::string directory = EU::CExpertUtils::PickDirectory(path);
-  const std::uint64_t hash = HashOf(EU::CExpertUtils::PickFileName(path));
-  const std::lock_guard<std::mutex> lock(UpdateLock(hash));
-  const std::string temporary = directory + ".kqft-" + std::to_string(hash) + ".tmp";
-  auto file = CreateTemporary(temporary);
-  if (file == nullptr) return false;
+  if (m_pTurn == nullptr && !TakeTurn()) return false;
+  const std::unique_ptr<CFileTurn> turn = std::move(m_pTurn);
+  const std::string& temporary = turn->Temporary();
+  std::unique_ptr<ISystemFile> file;
+  if (System().OpenFile(temporary, EOpenMode::kCreate, file) != ESystemError::kNone) return false;
   // A file system without permissions of its own refuses to copy them; the
   // content matters more.
   if (!CKQPlatForm::IsFileMissing(path)) System().CopyPermissions(path, temporary);
@@ -295,6 +274,7 @@ bool QFileConfig::UpdateFile(bool) {
   }
   // Every reader sees the new content from here on; a directory that cannot
   // be flushed only leaves open which of the two a power failure keeps.
+  const std::string directory = EU::CExpertUtils::PickDirectory(path);
   System().FlushDirectory(directory.empty() ? "." : directory);
   return true;
 }

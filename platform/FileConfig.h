@@ -2,8 +2,11 @@
 
 #include <cstddef>
 #include <list>
+#include <memory>
 #include <string>
 #include <unordered_map>
+
+class CFileTurn;
 
 /// A configuration file: `[Section]` lines and `key=value` lines under them.
 ///
@@ -15,10 +18,18 @@
 class QFileConfig {
  public:
   QFileConfig();
+  ~QFileConfig();
   QFileConfig(const QFileConfig&) = delete;
   QFileConfig& operator=(const QFileConfig&) = delete;
 
   void SetFileName(const std::string& path);
+
+  /// Until UpdateFile nobody else changes the file who asks in this way. Call
+  /// before ReadConfig, since who reads, changes and writes later than another
+  /// one began would undo what that one wrote.
+  /// @return false when it cannot be had
+  /// Blocks: while others change it, up to 5 s.
+  bool TakeTurn();
 
   /// Loads the file in place of what was in memory.
   /// @return false when it cannot be read, or holds more than 64 MiB or
@@ -66,6 +77,7 @@ class QFileConfig {
   std::string Content() const;
 
   // Used by one thread.
+  std::unique_ptr<CFileTurn> m_pTurn;
   std::string m_strPath;
   std::string m_strLineEnd = "\n";
   Lines m_lstLines;                                         // the first: byte order mark or empty

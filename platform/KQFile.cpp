@@ -21,6 +21,8 @@ bool ToOpenMode(const std::string& text, EOpenMode& mode) {
     mode = EOpenMode::kRead;
   } else if (text == "r+b") {
     mode = EOpenMode::kUpdate;
+  } else if (text == "r+bc") {
+    mode = EOpenMode::kKeep;
   } else if (text == "w+b") {
     mode = EOpenMode::kCreate;
   } else if (text == "w+bx") {
@@ -56,11 +58,13 @@ struct CFileHandle::SState {
   std::int64_t m_llPosition = 0;               // guarded by m_mutex
 };
 
-std::shared_ptr<CFileHandle> CFileHandle::Open(const std::string& path, const std::string& mode) {
+std::shared_ptr<CFileHandle> CFileHandle::Open(const std::string& path, const std::string& mode,
+                                               ESystemError* error) {
   EOpenMode openMode = EOpenMode::kRead;
   if (!ToOpenMode(mode, openMode)) return nullptr;
   std::unique_ptr<ISystemFile> file;
-  System().OpenFile(path, openMode, file);
+  const ESystemError why = System().OpenFile(path, openMode, file);
+  if (error != nullptr) *error = why;
   return file == nullptr ? nullptr : std::make_shared<CFileHandle>(std::move(file));
 }
 
@@ -114,6 +118,10 @@ bool CFileHandle::StartFlush() {
 
 bool CFileHandle::Resize(std::int64_t bytes) {
   return !IsClosed() && m_pState->m_pFile->Resize(bytes) == ESystemError::kNone;
+}
+
+ESystemError CFileHandle::Lock() {
+  return m_pState->m_pFile->Lock();
 }
 
 std::string CFileHandle::Note() {

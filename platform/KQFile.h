@@ -8,6 +8,7 @@
 #include "KQFileTransServiceExport.h"
 
 class ISystemFile;
+enum class ESystemError;
 struct SReadPart;
 
 /// One open file with a position of its own.
@@ -20,9 +21,11 @@ struct SReadPart;
 /// each other.
 class CFileHandle {
  public:
-  /// @param mode "rb", "r+b", "w+b", "w+bx" or "a+".
+  /// @param mode "rb", "r+b", "r+bc", "w+b", "w+bx" or "a+".
+  /// @param error why it is null; may be null itself
   /// @return null when the file cannot be opened, or is no regular file.
-  static std::shared_ptr<CFileHandle> Open(const std::string& path, const std::string& mode);
+  static std::shared_ptr<CFileHandle> Open(const std::string& path, const std::string& mode,
+                                           ESystemError* error = nullptr);
 
   explicit CFileHandle(std::unique_ptr<ISystemFile> file);
   CFileHandle(const CFileHandle&) = delete;
@@ -48,6 +51,9 @@ class CFileHandle {
 
   /// Cuts the file off behind `bytes`. All three: false after MarkClosed.
   bool Resize(std::int64_t bytes);
+
+  /// Holds the file for one writer until the handle is gone, see ISystemFile.
+  ESystemError Lock();
 
   /// The text that stands beside the content, see ISystemFile.
   std::string Note();
@@ -97,8 +103,8 @@ class KQFT_API CKQFile : public IKQFile {
 
   /// Closes what is open, then opens `path`.
   /// @param mode "rb" read, must exist; "r+b" read and write, must exist;
-  ///             "w+b" create or empty; "w+bx" create, must not exist;
-  ///             "a+" append, create when missing.
+  ///             "r+bc" as that, made when missing; "w+b" create or empty; "w+bx" create, must not
+  ///             exist; "a+" append, create when missing.
   /// @return false when it cannot be opened or names no regular file; the
   ///         object is then closed.
   bool KQOpen(const std::string& path, std::string mode) override;

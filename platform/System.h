@@ -61,6 +61,7 @@
   X(kStartFlush, "start flush")                 \
   X(kResize, "resize")                          \
   X(kLock, "lock")                              \
+  X(kIsNamed, "look whose name it is")          \
   X(kReadNote, "read note")                     \
   X(kWriteNote, "write note")
 
@@ -98,10 +99,17 @@ class ISystemFile {
   /// Cuts the file off behind `bytes`, or fills it up with zeros.
   virtual ESystemError Resize(std::int64_t bytes) = 0;
 
-  /// Holds the file until it is closed, as it is by the end of the process.
-  /// Only those who ask find out: it stays readable and writable.
-  /// @return kBusy while another opening of it holds it, of any process
+  /// Holds the whole file until it is closed, as it is by the end of the
+  /// process. Only those who ask find out: it stays readable and writable.
+  /// @return kBusy while another opening of it holds it, of any process and, on
+  ///         a distributed file system, of any machine; kUnsupported where the
+  ///         file system keeps no locks
+  /// Once for each opening.
   virtual ESystemError Lock() = 0;
+
+  /// Whether `path` still leads to this file: it may have been removed or
+  /// replaced since it was opened. A path that leads nowhere is no failure.
+  virtual ESystemError IsNamed(const std::string& path, bool& is) = 0;
 
   /// A short text that stands beside the content; "" when there is none. A
   /// file system that loses power keeps it in step with what was written out
@@ -354,6 +362,10 @@ class CForwardingFile : public ISystemFile {
   }
   ESystemError Lock() override {
     return Call(kLock, [&] { return m_pTarget->Lock(); });
+  }
+  ESystemError IsNamed(const std::string& path, bool& is) override {
+    is = false;
+    return Call(kIsNamed, [&] { return m_pTarget->IsNamed(path, is); });
   }
   ESystemError Note(std::string& text) override {
     text.clear();

@@ -9,14 +9,15 @@
 /// Why a call failed, as far as a caller tells cases apart.
 enum class ESystemError {
   kNone,
-  kNotFound,    ///< no such file or directory
-  kExists,      ///< the name is taken
-  kAccess,      ///< permission denied, or a read-only file system
-  kNoSpace,     ///< disk or quota full
-  kTooMany,     ///< no descriptor or thread left
-  kNotRegular,  ///< a directory, pipe or device where a file was asked for
-  kBadPath,     ///< empty, with a NUL byte, too long, or the root where that is refused
-  kBusy,        ///< somebody else holds it
+  kNotFound,     ///< no such file or directory
+  kExists,       ///< the name is taken
+  kAccess,       ///< permission denied, or a read-only file system
+  kNoSpace,      ///< disk or quota full
+  kTooMany,      ///< no descriptor or thread left
+  kNotRegular,   ///< a directory, pipe or device where a file was asked for
+  kBadPath,      ///< empty, with a NUL byte, too long, or the root where that is refused
+  kBusy,         ///< somebody else holds it
+  kUnsupported,  ///< the file system does not offer it
   kOther,
 };
 
@@ -26,6 +27,7 @@ enum class EOpenMode {
   kRead,       ///< must exist
   kUpdate,     ///< must exist; read and write, content kept
   kCreate,     ///< created, or emptied when it exists; read and write
+  kKeep,       ///< created when missing; read and write, content kept
   kCreateNew,  ///< created; kExists when the name is taken; read and write
   kAppend,     ///< created when missing; every write goes to the end
 };

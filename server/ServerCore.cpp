@@ -204,6 +204,8 @@ void CKQFileTransServiceServer::EndLink(unsigned int ip, int port) {
 void CKQFileTransServiceServer::TellEnd(unsigned int ip, int port) {
   if (CTransClient* const session = GetClientManage(ip, port)) {
     session->TellCutOff();
+    // Others may go on with it; the session is stopped with patience.
+    if (session->m_nTransType == PROCESS_TYPE_CLIENT_UPDATA) session->m_pTransFile->Close();
     for (int i = 0; i < kMostPasses && session->m_nTransType == PROCESS_TYPE_CLIENT_DOWNDATA; ++i)
       CKQPlatForm::KQSleep(kPassMs);
   }

@@ -12,6 +12,7 @@
 
 #include "platform/ExpertUtils.h"
 #include "platform/HardWareCommon.h"
+#include "platform/Identity.h"
 #include "platform/KQPlatForm.h"
 #include "platform/System.h"
 #include "session/DirectoryEntries.h"
@@ -25,11 +26,12 @@ constexpr char kNoteSeparator = ' ';
 
 // What stands beside a file that is not whole, each but the last followed by a
 // separator. Several servers may use one storage, so the run of a system says
-// nothing without its machine.
+// nothing without its machine. The process is for people to read.
 struct SNote {
   std::string m_strBoot;            // the run of the system that wrote the note
   std::int64_t m_llSafeBytes = 0;   // this much lay on the disk by then
   std::int64_t m_llWholeBytes = 0;  // the length from which the file was cut; 0: it was not
+  std::string m_strProcess;         // its number there
   std::string m_strMachine;         // whose system it was
 };
 
@@ -50,6 +52,7 @@ bool ReadNote(CFileHandle& file, SNote& note) {
   note.m_strBoot = TakeWord(text);
   note.m_llSafeBytes = TakeBytes(text);
   note.m_llWholeBytes = TakeBytes(text);
+  note.m_strProcess = TakeWord(text);
   note.m_strMachine = text;
   return true;
 }
@@ -74,15 +77,18 @@ void WriteNote(CFileHandle& file, std::int64_t safeBytes, std::int64_t wholeByte
   const std::string machine = MachineName();
   if (boot.empty() || machine.empty()) return;
   file.SetNote(boot + kNoteSeparator + std::to_string(safeBytes) + kNoteSeparator +
-               std::to_string(wholeBytes) + kNoteSeparator + machine);
+               std::to_string(wholeBytes) + kNoteSeparator + std::to_string(ProcessId()) +
+               kNoteSeparator + machine);
 }
 
-// Whether this machine wrote the note before its system started again. Of
-// another machine nobody here knows whether it still runs.
-bool IsOfAnEarlierRun(const SNote& note) {
+// Whether bytes may have been lost with the system that wrote the note. Of
+// another machine nobody here knows whether it still runs, but who holds the
+// file knows that it does not receive it any more.
+bool WasLeftByACrash(const SNote& note, bool locked) {
   const std::string boot = BootName();
   if (boot.empty() || note.m_strBoot.empty() || note.m_strMachine.empty()) return false;
-  return note.m_strMachine == MachineName() && note.m_strBoot != boot;
+  if (note.m_strMachine != MachineName()) return locked;
+  return note.m_strBoot != boot;
 }
 
 std::int64_t SizeOf(const std::string& path) {
@@ -107,14 +113,18 @@ int CDurableUpload::CountNewEntries(const std::string& path) {
 
 CDurableUpload::SFlushed::SFlushed() : m_ullMoment(CDirectoryEntries::OfProcess().Moment()) {}
 
-void CDurableUpload::Recover(const std::string& path) {
-  const std::shared_ptr<CFileHandle> file = CFileHandle::Open(path, "r+b");
+std::string CDurableUpload::WriterOf(CFileHandle& file) {
   SNote note;
-  if (file == nullptr || !ReadNote(*file, note) || !IsOfAnEarlierRun(note)) return;
+  return ReadNote(file, note) ? note.m_strMachine + " process " + note.m_strProcess : "";
+}
+
+void CDurableUpload::Recover(CFileHandle& file, const std::string& path, bool locked) {
+  SNote note;
+  if (!ReadNote(file, note) || !WasLeftByACrash(note, locked)) return;
   const std::int64_t size = SizeOf(path);
   if (size == 0) return;  // or not to be told
-  if (size > note.m_llSafeBytes && !file->Resize(note.m_llSafeBytes)) return;
-  SetNoteFor(*file, std::min(size, note.m_llSafeBytes), std::max(size, note.m_llWholeBytes));
+  if (size > note.m_llSafeBytes && !file.Resize(note.m_llSafeBytes)) return;
+  SetNoteFor(file, std::min(size, note.m_llSafeBytes), std::max(size, note.m_llWholeBytes));
 }
 
 // A file that was cut keeps its note until it is as long again as it was.
@@ -236,8 +246,14 @@ bool CDurableUpload::EndPending() {
   if (m_strPath.empty()) return true;
   if (m_bFailed) return false;
   const std::shared_ptr<CFileHandle> file = CFileHandle::Open(m_strPath, "r+b");
+  if (file == nullptr) return false;
+  if (file->Lock() == ESystemError::kBusy) {  // somebody else goes on with it: theirs to note
+    m_bFailed = !file->Flush();
+    if (!m_bFailed) m_strPath.clear();
+    return !m_bFailed;
+  }
   SFlushed flushed;
-  return file != nullptr && End(*file, flushed);
+  return End(*file, flushed);
 }
 
 bool CDurableUpload::Fail(CFileHandle& file) {

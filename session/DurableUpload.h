@@ -33,9 +33,18 @@ class CDurableUpload {
   /// all that are missing. Call before they are made.
   static int CountNewEntries(const std::string& path);
 
-  /// Cuts a file whose reception this machine did not survive. Call before its
+  /// Cuts a file whose reception its machine did not survive: an earlier run of
+  /// this machine's system; or another machine, of which nobody can tell, and
+  /// whose server would hold the file if it still received it. Call before its
   /// length is looked at, on a durable server.
-  static void Recover(const std::string& path);
+  /// @param locked whether the caller holds the file. On a file system without
+  ///               locks nothing is known of other machines, and what they left
+  ///               stays.
+  static void Recover(CFileHandle& file, const std::string& path, bool locked);
+
+  /// Who receives a file, or has left it unfinished: "machine process 12"; ""
+  /// when it does not say.
+  static std::string WriterOf(CFileHandle& file);
 
   /// A file was opened to be received.
   /// @param root       the server's own directory

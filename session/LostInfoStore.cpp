@@ -6,6 +6,7 @@
 // rewritten. Runs on the link's delivery thread, while no transfer runs.
 
 #include "platform/FileConfig.h"
+#include "platform/KQFile.h"
 #include "platform/KQPlatForm.h"
 #include "protocol/LostInfoBounds.h"
 #include "protocol/MeasurementFiles.h"
@@ -72,6 +73,7 @@ int RewriteRange(const std::string& path, int index, KQLonglong a, KQLonglong b)
   if (CKQPlatForm::IsFileMissing(path)) return ERROR_CODE_LOSTINFO_NOFILE;
   QFileConfig lost;
   lost.SetFileName(path);
+  if (!lost.TakeTurn()) return ERROR_CODE_LOSTINFO_ACCESS;
   if (!lost.ReadConfig()) return ERROR_CODE_LOSTINFO_RECORD;
   // Not compared with the record count: beyond it, a record that no reader visits.
   lost.WriteString(kRangeSection, kRangeKey + std::to_string(index),
@@ -148,6 +150,7 @@ int CTransClient::DealUpdateLostInfo(unsigned int nLength, const char* data) {
 
 int CTransClient::UpdateLostInfo(int index, KQLonglong a, KQLonglong b) {
   try {
+    m_pTransFile->Close();  // where a link broke it may still be held
     // What was resent must lie on the disk before the record of it shrinks.
     if (!m_pState->m_durable.EndPending()) return ERROR_CODE_LOSTINFO_ACCESS;
     return RewriteRange(m_strLostInfoPath, index, a, b);

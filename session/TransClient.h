@@ -18,6 +18,7 @@ class CThreadLock;
 class CDataBlock;
 class ILinkInfo;
 class ITransNet;
+struct SHeldFile;
 struct SUploadReport;
 
 /// One client's session on the server: carries out every request of its link,
@@ -230,9 +231,8 @@ class KQFT_API CTransClient {
   int SendFrame(int port, int msgType, const void* body, int nLength);
   std::string LogFilePath() const;
   void Dispatch(int msgType, int nLength, const char* data);
-  bool OpenTarget(const std::string& path, int* newEntries);
-  bool Replace(const std::string& path, bool isMissing, int* newEntries);
-  void MakeRoomFor(const std::string& path, int* newEntries);
+  SHeldFile OpenTarget(const std::string& path, int* newEntries);
+  int RefuseTarget(const SHeldFile& target);
   int CheckReceiving();
   bool StoreChunk(KQLonglong position, const char* data, int nLength);
   bool WriteDurably(KQLonglong position, const char* data, int nLength);

@@ -1,7 +1,7 @@
 // Upload reception: stores what one client sends in one target file.
 //
-// Prepare opens the file, every chunk is written straight from the received
-// packet at the position it carries, the end message closes it. Runs on the
+// Prepare opens the file and holds it against every other receiver, every chunk is written straight
+// from the received packet at the position it carries, the end message closes it. Runs on the
 // link's delivery thread; shares m_bStopService, m_nTransType and m_bWriting
 // with StopService.
 
@@ -18,12 +18,17 @@
 #include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "protocol/TransferTypes.h"
+#include "session/HeldFile.h"
 #include "session/SessionState.h"
 #include "session/TransClient.h"
 
 namespace {
 
 constexpr std::int64_t kWriteErrorLogSeconds = 3;
+
+// A receiver whose link has just gone lets go in a moment.
+constexpr int kHolderLooks = 10;
+constexpr int kHolderPauseMs = 50;
 
 }  // namespace
 
@@ -68,24 +73,26 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   const bool create = start->m_bCreate;
   const std::string path(start->m_strPath);
   const bool durable = m_pTransNet != nullptr && m_pTransNet->IsDurable();
-  if (durable && !create) CDurableUpload::Recover(path);
-
   SFileStatus status;
-  const bool isMissing = System().QueryFile(path, status) != ESystemError::kNone;
+  System().QueryFile(path, status);
+  int newEntries = 0;
+  const SHeldFile target = OpenTarget(path, durable ? &newEntries : nullptr);
+  const std::shared_ptr<CFileHandle>& file = target.m_pFile;
+  bool isEmpty = false;
+  if (file != nullptr) {
+    if (durable && !create) CDurableUpload::Recover(*file, path, target.m_bLocked);
+    // Another receiver may have had it until now.
+    isEmpty = System().QueryFile(path, status) == ESystemError::kNone && status.m_llSize == 0;
+  }
   *llFileLen = status.m_llSize;
   // The low 32 bits only, kept on purpose; the answer carries all of them.
   WriteLog("CTransClient::PrepareReceiveData llFileLen = " +
            std::to_string(static_cast<std::int32_t>(*llFileLen)) + " \n");
   m_nLastDataError = RESULT_OK;
   m_pState->m_llLostPos = INT64_MAX;
-
-  int newEntries = 0;
-  int* const entries = durable ? &newEntries : nullptr;
-  if (!(create ? Replace(path, isMissing, entries) : OpenTarget(path, entries))) {
-    WriteLog("CTransClient::PrepareReceiveData open file fales CREATE_FILE_ERROR \n");
-    return CREATE_FILE_ERROR;
-  }
-  if (const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle(); durable && file) {
+  if (file == nullptr || (create && !isEmpty && !file->Resize(0))) return RefuseTarget(target);
+  m_pTransFile->Attach(file, path);
+  if (durable) {
     if (*llFileLen == 0) newEntries = std::max(newEntries, 1);
     m_pState->m_durable.Begin(*file, path, ProjectDir(), newEntries, create ? -1 : *llFileLen);
     if (m_pState->m_durable.IsShortened()) m_pState->m_llLostPos = *llFileLen;
@@ -95,32 +102,35 @@ int CTransClient::PrepareReceiveData(unsigned int nLength, const char* data,
   return RESULT_OK;
 }
 
-// Makes the file, or empties it. Most lie where others do already.
-bool CTransClient::Replace(const std::string& path, bool isMissing, int* newEntries) {
-  const bool counts = isMissing && newEntries != nullptr;
-  if (!counts && m_pTransFile->KQOpen(path, "w+b")) return true;
-  if (isMissing) MakeRoomFor(path, newEntries);
-  return isMissing && m_pTransFile->KQOpen(path, "w+b");
+// Opens or makes the file, and empties nothing: one that another session is
+// about to write must keep what it holds. Most lie where others do already.
+SHeldFile CTransClient::OpenTarget(const std::string& path, int* newEntries) {
+  m_pTransFile->Attach(nullptr, path);  // which may be the same file
+  SHeldFile target = HoldFile(path);
+  if (target.m_eError == ESystemError::kNotFound) {
+    if (newEntries != nullptr) *newEntries = CDurableUpload::CountNewEntries(path);
+    EU::CExpertUtils::CreateAllDir(path);
+    target = HoldFile(path);
+  }
+  // Perhaps by this session, which has yet to confirm it, under another name.
+  if (target.m_eError == ESystemError::kBusy && !m_pState->m_group.IsEmpty()) {
+    ConfirmGroup();
+    target = HoldFile(path);
+  }
+  for (int look = 0; target.m_eError == ESystemError::kBusy && look < kHolderLooks; ++look) {
+    System().Sleep(kHolderPauseMs);
+    target = HoldFile(path);
+  }
+  return target;
 }
 
-void CTransClient::MakeRoomFor(const std::string& path, int* newEntries) {
-  if (newEntries != nullptr) *newEntries = CDurableUpload::CountNewEntries(path);
-  EU::CExpertUtils::CreateAllDir(path);
-}
-
-// A file that is to be kept is opened without a look before: one that cannot
-// be looked at now must not pass for a missing one and be emptied, nor one that
-// another session has begun meanwhile.
-bool CTransClient::OpenTarget(const std::string& path, int* newEntries) {
-  if (m_pTransFile->KQOpen(path, "r+b")) return true;
-  SFileStatus status;
-  const ESystemError found = System().QueryFile(path, status);
-  if (found == ESystemError::kNone) return m_pTransFile->KQOpen(path, "r+b");
-  if (found != ESystemError::kNotFound) return false;
-  MakeRoomFor(path, newEntries);
-  if (m_pTransFile->KQOpen(path, "w+bx") || m_pTransFile->KQOpen(path, "r+b")) return true;
-  const bool leadsNowhere = System().QueryFile(path, status) == ESystemError::kNotFound;
-  return leadsNowhere && m_pTransFile->KQOpen(path, "w+b");  // a link
+int CTransClient::RefuseTarget(const SHeldFile& target) {
+  if (target.m_eError == ESystemError::kBusy) {
+    WriteLog("CTransClient::PrepareReceiveData another receiver has the file " +
+             target.m_strHolder + " \n");
+  }
+  WriteLog("CTransClient::PrepareReceiveData open file fales CREATE_FILE_ERROR \n");
+  return CREATE_FILE_ERROR;
 }
 
 void CTransClient::StoreFileData(int nLength, const char* data) {

@@ -72,8 +72,9 @@ std::string DescribeResult(int result) {
   if (result == kDeleteRefused) return "refused: the server deletes no projects (-110)";
   if (result == kServerTaken) return "another program of this user is busy with it (-101)";
   const std::string name = ResultName(result);
-  return std::string(ResultMeaning(result)) + " (" + std::to_string(result) +
-         (name.empty() ? "" : " " + name) + ")";
+  std::string meaning = ResultMeaning(result);
+  if (result == CREATE_FILE_ERROR) meaning += "; another workstation may be writing it";
+  return meaning + " (" + std::to_string(result) + (name.empty() ? "" : " " + name) + ")";
 }
 
 bool STransferResult::IsDone() const {

@@ -1,10 +1,9 @@
 // Files on a POSIX system. Only regular files open; no open can hang. Linux
-// alone has the notes (extended attributes), the early start of a flush and
-// leases.
+// alone has the notes (extended attributes), the early start of a flush,
+// leases, and locks that belong to an opening of a file.
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <sys/xattr.h>
@@ -34,6 +33,12 @@ ESystemError LastError(bool failed) {
 class CPosixFile final : public ISystemFile {
  public:
   CPosixFile(CDescriptor fd, bool append) : m_fd(std::move(fd)), m_bAppend(append) {}
+
+  // Not left to the closing: a copy that a process just being started has of
+  // the descriptor would keep the lock, and so may a file system in user space.
+  ~CPosixFile() override {
+    if (m_bLocked) AskForLock(F_UNLCK);
+  }
 
   ESystemError ReadAt(const SReadPart* parts, int count, std::int64_t position,
                       std::int64_t& bytes) override {
@@ -85,12 +90,26 @@ class CPosixFile final : public ISystemFile {
   }
 
   ESystemError Lock() override {
-    int result = -1;
-    do {
-      result = flock(m_fd.Get(), LOCK_EX | LOCK_NB);
-    } while (result < 0 && errno == EINTR);
-    if (result < 0 && errno == EWOULDBLOCK) return ESystemError::kBusy;
-    return LastError(result < 0);
+    if (AskForLock(F_WRLCK)) {
+      m_bLocked = true;
+      return ESystemError::kNone;
+    }
+    if (errno == EAGAIN || errno == EACCES) return ESystemError::kBusy;
+    const bool isUnknown = errno == EOPNOTSUPP || errno == ENOLCK || errno == ENOSYS ||
+                           errno == EINVAL;  // the last one of old file systems in user space
+    return isUnknown ? ESystemError::kUnsupported : ToSystemError(errno);
+  }
+
+  ESystemError IsNamed(const std::string& path, bool& is) override {
+    is = false;
+    std::string native;
+    struct stat own = {};
+    struct stat found = {};
+    if (!ToNativePath(path, native)) return ESystemError::kBadPath;
+    if (stat(native.c_str(), &found) != 0) return LastError(errno != ENOENT);
+    if (fstat(m_fd.Get(), &own) != 0) return LastError(errno != ENOENT && errno != ESTALE);
+    is = own.st_dev == found.st_dev && own.st_ino == found.st_ino;
+    return ESystemError::kNone;
   }
 
   ESystemError Note(std::string& text) override {
@@ -108,9 +127,22 @@ class CPosixFile final : public ISystemFile {
   }
 
  private:
+  bool AskForLock(short kind) const {
+    struct flock whole = {};
+    whole.l_type = kind;
+    whole.l_whence = SEEK_SET;
+    int result = -1;
+    do {
+      result = fcntl(m_fd.Get(), F_OFD_SETLK, &whole);
+    } while (result < 0 && errno == EINTR);
+    return result == 0;
+  }
+
   // Constant after construction.
   const CDescriptor m_fd;
   const bool m_bAppend;
+
+  bool m_bLocked = false;  // used by whoever opened it
 };
 
 static_assert(sizeof(off_t) == sizeof(std::int64_t), "files beyond 2 GiB");
@@ -121,6 +153,7 @@ int OpenFlags(EOpenMode mode) {
       return O_RDONLY;
     case EOpenMode::kUpdate:
       return O_RDWR;
+    case EOpenMode::kKeep:
     case EOpenMode::kCreate:
       return O_RDWR | O_CREAT;
     case EOpenMode::kCreateNew:

@@ -47,6 +47,12 @@ class CWindowsFile final : public ISystemFile {
   CWindowsFile(CHandle handle, std::wstring path, bool append)
       : m_handle(std::move(handle)), m_strPath(std::move(path)), m_bAppend(append) {}
 
+  // The system takes its time with what is left locked.
+  ~CWindowsFile() override {
+    OVERLAPPED at = FarByte();
+    if (m_bLocked) UnlockFileEx(m_handle.Get(), 0, 1, 0, &at);
+  }
+
   ESystemError ReadAt(const SReadPart* parts, int count, std::int64_t position,
                       std::int64_t& bytes) override {
     bytes = 0;
@@ -94,15 +100,35 @@ class CWindowsFile final : public ISystemFile {
   }
 
   ESystemError Lock() override {
-    OVERLAPPED at = {};
-    at.OffsetHigh = kLockHigh;
+    OVERLAPPED at = FarByte();
     if (LockFileEx(m_handle.Get(), LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0,
                    &at) != 0) {
+      m_bLocked = true;
       return ESystemError::kNone;
     }
     const DWORD code = GetLastError();
-    return code == ERROR_LOCK_VIOLATION || code == ERROR_IO_PENDING ? ESystemError::kBusy
-                                                                    : ToSystemError(code);
+    if (code == ERROR_LOCK_VIOLATION || code == ERROR_IO_PENDING) return ESystemError::kBusy;
+    const bool isUnknown = code == ERROR_INVALID_FUNCTION || code == ERROR_NOT_SUPPORTED;
+    return isUnknown ? ESystemError::kUnsupported : ToSystemError(code);
+  }
+
+  // What is about to be removed can be opened no more, and is then nobody's.
+  ESystemError IsNamed(const std::string& path, bool& is) override {
+    is = false;
+    CPlace place;
+    CHandle handle;
+    const ESystemError error = place.Find(path);
+    if (error != ESystemError::kNone) return error;
+    BY_HANDLE_FILE_INFORMATION own = {};
+    BY_HANDLE_FILE_INFORMATION found = {};
+    if (place.Open(FILE_READ_ATTRIBUTES, OPEN_EXISTING, true, handle) != ESystemError::kNone) {
+      return ESystemError::kNone;
+    }
+    const bool isKnown = GetFileInformationByHandle(m_handle.Get(), &own) != 0 &&
+                         GetFileInformationByHandle(handle.Get(), &found) != 0;
+    is = isKnown && own.dwVolumeSerialNumber == found.dwVolumeSerialNumber &&
+         own.nFileIndexHigh == found.nFileIndexHigh && own.nFileIndexLow == found.nFileIndexLow;
+    return LastError(!isKnown);
   }
 
   ESystemError Note(std::string& text) override {
@@ -138,6 +164,12 @@ class CWindowsFile final : public ISystemFile {
   }
 
  private:
+  static OVERLAPPED FarByte() {
+    OVERLAPPED at = {};
+    at.OffsetHigh = kLockHigh;
+    return at;
+  }
+
   bool KeepsStreams() const {
     DWORD flags = 0;
     return GetVolumeInformationByHandleW(m_handle.Get(), nullptr, 0, nullptr, nullptr, &flags,
@@ -170,6 +202,8 @@ class CWindowsFile final : public ISystemFile {
   const CHandle m_handle;
   const std::wstring m_strPath;
   const bool m_bAppend;
+
+  bool m_bLocked = false;  // used by whoever opened it
 
   // The farthest position that was written to; a guess is enough.
   std::atomic<std::int64_t> m_llReached{0};

@@ -124,7 +124,9 @@ TEST_F(ProgramTransfer, EveryFileThatFailsIsNamedAndTheOthersArrive) {
   EXPECT_EQ(put->Wait(), 1);
   EXPECT_EQ(ReadWholeFile(m_server.ProjectPath("P/a.txt")), "a.txt");
   EXPECT_EQ(ReadWholeFile(m_server.ProjectPath("P/z.txt")), "z.txt");
-  EXPECT_TRUE(Holds(put->Error(), "P/taken: the server cannot create the file (-8 "));
+  EXPECT_TRUE(Holds(
+      put->Error(),
+      "P/taken: the server cannot create the file; another workstation may be writing it (-8 "));
   EXPECT_EQ(Holds(put->Error(), "P/back/slash: "), odd) << put->Error();
   EXPECT_EQ(Holds(put->Error(), "skipped "), linked) << put->Error();
   EXPECT_TRUE(Holds(put->Output(), "\"code\":-8,\"code_name\":\"CREATE_FILE_ERROR\""));

@@ -16,7 +16,9 @@ std::map<std::string, std::string> ReadTree(const std::string& directory) {
   std::map<std::string, std::string> tree;
   if (!fs::exists(directory)) return tree;
   for (const fs::path& path : fs::recursive_directory_iterator(PathOf(directory))) {
-    if (!fs::is_regular_file(path) || IsOwnFile(BytesOf(path.filename()))) continue;
+    const std::string own = BytesOf(path.filename());
+    const bool isLeft = own.starts_with(".kqft-");  // of an update, where nothing can be removed
+    if (!fs::is_regular_file(path) || IsOwnFile(own) || isLeft) continue;
     std::string name = BytesOf(path.lexically_relative(PathOf(directory)));
     std::replace(name.begin(), name.end(), static_cast<char>(fs::path::preferred_separator), '/');
     tree[name] = ReadWholeFile(BytesOf(path));

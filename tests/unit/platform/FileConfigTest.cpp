@@ -25,8 +25,9 @@ TEST(FileConfig, AFileOfAnotherProgramIsReadAndOnlyTheChangedValueDiffers) {
       "lost_info_0=second\r\nno key here\r\n=no key\r\nempty=\r\n\r\n[broken\r\n[Next]\r\nk=v=w";
   WriteWholeFile(temp / "a.li", before);
   const std::string left =
-      temp / ".kqft-7688082729940726133.tmp";  // by an update that a crash cut off
-  WriteWholeFile(left, "");
+      ".kqft-7688082729940726133-1-2.tmp";  // by an update that a crash cut off
+  WriteWholeFile(temp / left, "");
+  WriteWholeFile(temp / ".kqft-7688082729940726133.lock", left);
   std::filesystem::permissions(temp / "a.li", std::filesystem::perms(0640));
   const auto mode = std::filesystem::status(temp / "a.li").permissions();
   QFileConfig config;
@@ -59,7 +60,8 @@ TEST(FileConfig, AFileOfAnotherProgramIsReadAndOnlyTheChangedValueDiffers) {
       "lost_info_0=second\r\nno key here\r\n=no key\r\nempty=full\r\n; why\r\nnew=1 [x]\r\n\r\n"
       "[broken\r\n[Next]\r\nk=v=w\r\n[Fresh]\r\na=b\r\n");
   EXPECT_EQ(Value(config, "lost_pos", "NEW"), "1 [x]");
-  EXPECT_FALSE(std::filesystem::exists(left));
+  const std::filesystem::directory_iterator files(temp.Path());
+  EXPECT_EQ(std::distance(begin(files), end(files)), 1);
   EXPECT_EQ(std::filesystem::status(temp / "a.li").permissions(), mode);
 }
 

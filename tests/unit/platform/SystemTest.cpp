@@ -7,7 +7,7 @@
 namespace {
 
 constexpr EOpenMode kAllModes[] = {EOpenMode::kRead, EOpenMode::kUpdate, EOpenMode::kCreate,
-                                   EOpenMode::kAppend};
+                                   EOpenMode::kKeep, EOpenMode::kAppend};
 
 TEST(SystemFile, ALockHoldsUntilTheFileIsClosed) {
   const CTempDirectory temp;
@@ -18,6 +18,16 @@ TEST(SystemFile, ALockHoldsUntilTheFileIsClosed) {
   EXPECT_EQ(second->Lock(), ESystemError::kBusy);
   first = nullptr;
   EXPECT_EQ(second->Lock(), ESystemError::kNone);
+
+  bool isNamed = false;
+  EXPECT_EQ(second->IsNamed(temp / "lock", isNamed), ESystemError::kNone);
+  EXPECT_TRUE(isNamed);
+  System().RemoveFile(temp / "lock");
+  EXPECT_EQ(second->IsNamed(temp / "lock", isNamed), ESystemError::kNone);
+  EXPECT_FALSE(isNamed);
+  System().OpenFile(temp / "lock", EOpenMode::kKeep, first);
+  EXPECT_EQ(second->IsNamed(temp / "lock", isNamed), ESystemError::kNone);
+  EXPECT_FALSE(isNamed);
 }
 
 TEST(SystemFile, EmptyPathsAndNulBytesAreRefusedByEveryCall) {

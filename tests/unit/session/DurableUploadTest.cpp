@@ -92,7 +92,7 @@ TEST_F(DurableUpload, LongFileIsCutToWhatLiesOnTheDiskAfterAnAccident) {
   EXPECT_EQ(held(), kStep + 4);
 }
 
-TEST_F(DurableUpload, OnlyADurableServerCutsAndOnlyWhatItsOwnMachineLeft) {
+TEST_F(DurableUpload, OnlyADurableServerCutsAndOnlyWhatACrashLeft) {
   LeaveUnfinished("plain.tm");
   m_system.Reboot();
   m_net.m_bDurable = false;
@@ -104,18 +104,50 @@ TEST_F(DurableUpload, OnlyADurableServerCutsAndOnlyWhatItsOwnMachineLeft) {
   EXPECT_TRUE(ReadWholeFile(m_dir / "plain.tm") == m_strWhole + "end");
 
   LeaveUnfinished("run.tm");
-  for (const std::string& machine : {std::string("other"), std::string()}) {
-    m_system.Move(machine);
-    EXPECT_EQ(Held("run.tm"), 1000);
-  }
+  m_system.Move("");
+  EXPECT_EQ(Held("run.tm"), 1000);
+  m_system.Move("other");
+  m_system.Follow(CFaultPlan().FailFrom(EOperation::kLock, 1, ESystemError::kUnsupported));
+  EXPECT_EQ(Held("run.tm"), 1000) << "nobody knows whether that machine still receives it";
   EXPECT_TRUE(ReadWholeFile(m_dir / "run.tm") == m_strWhole);
-  m_system.Move("here");
-  EXPECT_EQ(Held("run.tm"), 600);
+  m_system.Heal();
+  EXPECT_EQ(Held("run.tm"), 600) << "nobody holds it";
 
   AskUpload(true, "new.tm");  // one that was begun anew may be gone on with as well
   SendChunk(0, "zeros after the accident");
   m_system.Reboot();
   EXPECT_EQ(Held("new.tm"), 0);
+}
+
+TEST_F(DurableUpload, WhatSomebodyReceivesIsNeitherCutNorEmptied) {
+  CFakeTransNet net;
+  net.m_bDurable = true;
+  std::optional<CSession> receiver(std::in_place, &net);
+  const auto store = [&](std::int64_t position, const std::string& bytes) {
+    Hand(*receiver, NET_CTS_TRANSFILEDATA, Int64(position) + bytes);
+  };
+  Hand(*receiver, NET_CTS_PREPARETRAN_FILE, std::string(1, '\0') + (m_dir / "run.tm"));
+  store(0, m_strWhole.substr(0, 700));
+  m_session.SetLog(m_dir / "log_");
+  for (const char* const machine : {"here", "other"}) {
+    m_system.Move(machine);  // from which the note is of another run, or machine
+    for (const bool create : {false, true}) {
+      EXPECT_EQ(AskUpload(create, "run.tm"), Int32(CREATE_FILE_ERROR) + Int64(700));
+    }
+  }
+  EXPECT_TRUE(Holds(Log(), " another receiver has the file here process "));
+  store(700, m_strWhole.substr(700));
+  Hand(*receiver, NET_CTS_TRANSFILEDATA_END, "");
+  EXPECT_EQ(Held("run.tm"), 1000);
+  EXPECT_TRUE(ReadWholeFile(m_dir / "run.tm") == m_strWhole);
+  Ask(NET_CTS_TRANSFILEDATA_END);
+
+  Hand(*receiver, NET_CTS_PREPARETRAN_FILE, std::string(1, '\0') + (m_dir / "left.tm"));
+  store(0, "lost with its machine");
+  receiver->m_bWriting = false;
+  receiver.reset();
+  m_system.Move("here");
+  EXPECT_EQ(Held("left.tm"), 0);
 }
 
 TEST_F(DurableUpload, CutFileTakesNothingBehindItsEndUntilItIsWholeAgain) {

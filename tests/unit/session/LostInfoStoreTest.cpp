@@ -1,6 +1,7 @@
 // The text made of the side files, and what resent ranges leave in them.
 
 #include <filesystem>
+#include <thread>
 
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
@@ -40,6 +41,27 @@ TEST_F(LostInfoStore, TextHoldsHeadRangesAndSizes) {
   EXPECT_EQ(Change(0, 3, 0), ok);
   EXPECT_TRUE(std::filesystem::is_symlink(m_dir / "link.li"));
   EXPECT_EQ(ReadWholeFile(m_dir / "deep/stored.li"), "[Lost_Pos]\nlost_info_0=3,0\n");
+}
+
+TEST_F(LostInfoStore, TwoStoresLoseNothingOfEachOther) {
+  constexpr int kChanges = 20;
+  WriteWholeFile(m_dir / "run.li", "[Lost_Pos]\n");
+  const auto change = [this](int store) {
+    CFakeTransNet net;
+    CSession session(&net);
+    Hand(session, NET_CTS_GETLOSTINFO, m_dir / "run.tm");
+    for (int i = 0; i < kChanges; ++i) {
+      Hand(session, NET_CTS_CHANGELOSTINFO, Int32(2 * i + store) + Int64(i) + Int64(store));
+      EXPECT_EQ(net.LastBody(NET_CTS_CHANGELOSTINFO), Int32(RESULT_OK));
+    }
+  };
+  std::thread other([&] { change(1); });
+  change(0);
+  other.join();
+  const std::string records = ReadWholeFile(m_dir / "run.li");
+  for (int i = 0; i < 2 * kChanges; ++i) {
+    EXPECT_TRUE(Holds(records, "lost_info_" + std::to_string(i) + "=")) << i;
+  }
 }
 
 TEST_F(LostInfoStore, MissingAndUnusableFilesAreReportedWithoutText) {
