@@ -8,9 +8,10 @@ docs/operating.md.
 import json
 import os
 import subprocess
+import time
 import uuid
 
-from hosts import run, say, wait_until
+from hosts import run, wait_until
 
 PACKAGES = "ceph-mon ceph-mgr ceph-mds ceph-osd ceph-fuse ceph-common"
 OSD_BYTES = 6 << 30  # a sparse file for each
@@ -46,6 +47,8 @@ osd crush update on start = true
 # How long it takes until somebody who is gone counts as gone. Monitors that
 # look more seldom than the metadata servers' grace find everybody alive.
 mon tick interval = 1
+mon lease = 2
+mon election timeout = 2
 osd heartbeat interval = 1
 osd heartbeat grace = 5
 mon osd adjust heartbeat grace = false
@@ -126,6 +129,23 @@ class Cluster:
         host.start("mount", f"{self.work}/log/fuse.{host.name}.out", "ceph-fuse", "-c", self.conf,
                    "-f", "-n", "client.admin", place)
         wait_until(lambda: f" {place} fuse" in run("cat", "/proc/mounts"), f"{place} is mounted", 90)
+
+    def fence(self, host):
+        """Has the metadata server forget the mounts of a host that is known to be
+        down, with their locks; by itself it waits for session_timeout."""
+        tell = ["ceph", "-c", self.conf, "--connect-timeout", "5", "tell", "mds.0", "client"]
+        for _ in range(30):
+            try:
+                said = subprocess.run([*tell, "ls"], stdout=subprocess.PIPE, timeout=5, text=True,
+                                      stderr=subprocess.DEVNULL, check=True).stdout
+                for session in json.loads(said):
+                    if session["client_metadata"].get("hostname") == host.name:
+                        subprocess.run([*tell, "evict", f"id={session['id']}"], timeout=20,
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                       check=True)
+                return
+            except (subprocess.SubprocessError, ValueError):
+                time.sleep(1)  # metadata servers are changing places
 
     def wait_healthy(self, patience=120):
         """Until nothing is missing: all daemons, all copies."""

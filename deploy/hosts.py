@@ -56,8 +56,9 @@ def set_up_bridge():
     """The machine itself is NETWORK.254, from where everything can be asked."""
     os.makedirs(PLACES, exist_ok=True)
     run("mount", "-t", "tmpfs", "-o", "size=1m", "none", PLACES)
+    run("mount", "-t", "tmpfs", "none", "/dev/shm")  # what is measured there goes with us
     run("ip", "link", "set", "lo", "up")
-    run("ip", "link", "add", "bridge", "type", "bridge")
+    run("ip", "link", "add", "name", "bridge", "type", "bridge")
     run("ip", "address", "add", f"{NETWORK}.254/{BITS}", "dev", "bridge")
     run("ip", "link", "set", "bridge", "up")
 

@@ -128,8 +128,8 @@ class Call:
         self.began = time.monotonic()
         bind = ["--bind", address] if address else []
         self.process = host.popen(f"{build}/bin/kqft", "--json", "--quiet", "--timeout", "10",
-                                  "--server", servers, *bind, "--log-dir", state, *arguments,
-                                  stdout=self.out, stderr=self.errors,
+                                  "--retries", "1", "--server", servers, *bind, "--log-dir", state,
+                                  *arguments, stdout=self.out, stderr=self.errors,
                                   env={**os.environ, "XDG_STATE_HOME": state})
 
     def wait(self, patience):

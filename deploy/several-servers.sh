@@ -43,7 +43,7 @@ for tool in ip unshare nsenter setpriv python3; do
   command -v $tool >/dev/null || skip "$tool is not installed"
 done
 unshare --mount --pid --net --uts --fork true 2>/dev/null || skip "namespaces are not allowed"
-unshare --net sh -c 'ip link add b type bridge && ip link add v type veth peer name w' 2>/dev/null ||
+unshare --net sh -c 'ip link add name b0 type bridge && ip link add v0 type veth peer name w0' 2>/dev/null ||
   skip "the kernel has no bridges or no pairs of virtual links"
 for program in kqft kqft-server; do
   [ -x "$build/bin/$program" ] || { echo "$build/bin/$program is missing: build first" >&2; exit 2; }

@@ -7,9 +7,11 @@ import random
 import shutil
 import signal
 import sys
+import threading
 import time
 
 import measure
+import notes
 from cephfs import Cluster
 from hosts import Host, apart, say, set_up_bridge
 from service import MIB, NOBODY, Call, Project, Servers
@@ -65,19 +67,7 @@ class Trial:
             if self.kind == "server":
                 return lambda: None  # the servers' keeper does
             return lambda: victim.again(self.kind)
-        self.bench.servers.hold(victim)
-        victim.link(False)
-        victim.kill(*list(victim.processes))
-
-        def back():
-            victim.link(True)
-            for name in ("mon", "osd", "mds", "mgr"):
-                if name in victim.commands:
-                    victim.again(name)
-            cluster.mount(victim)
-            self.bench.servers.start(victim)
-
-        return back
+        return self.bench.kill_host(victim)
 
     def check_sent(self, project, host, when):
         different = apart(lambda: project.differences(self.seen(host, project)), PATIENCE)
@@ -114,7 +104,8 @@ class Trial:
             if call.ok:
                 self.check_sent(project, hosts[-1], "the put that went on ended with 0")
                 return
-            self.notes.append(f"again: {call.said.splitlines()[-1] if call.said else call.process.returncode}")
+            why = call.said.splitlines()[-1] if call.said else call.process.returncode
+            self.notes.append(f"again: {why}")
             time.sleep(1)
         self.lose(f"the put of {project.name} does not go on: {call.said}")
 
@@ -201,6 +192,23 @@ class Bench:
         for host in self.hosts:
             self.servers.start(host)
 
+    def kill_host(self, victim):
+        """All of its processes, and its cable; returns what brings it back."""
+        self.servers.hold(victim)
+        victim.link(False)
+        victim.kill(*list(victim.processes))
+        threading.Thread(target=self.cluster.fence, args=(victim,), daemon=True).start()
+
+        def back():
+            victim.link(True)
+            for name in ("mon", "osd", "mds", "mgr"):
+                if name in victim.commands:
+                    victim.again(name)
+            self.cluster.mount(victim)
+            self.servers.start(victim)
+
+        return back
+
     def call(self, station, host, *arguments, address=None):
         return Call(self.build, self.work, station, host.address, *arguments, address=address)
 
@@ -240,7 +248,8 @@ def main():
     well = True
     bench.set_up_cluster()
     if args.rounds:
-        well = bench.rounds(args.first, args.rounds, args.mib)
+        well = notes.what_a_dead_host_leaves(bench)
+        well &= bench.rounds(args.first, args.rounds, args.mib)
     if args.measure:
         measure.over_cephfs(bench, args.turns, args.measured_mib)
         measure.scaling(bench, args.turns, args.measured_mib)
