@@ -80,7 +80,7 @@ compare "functions: bindings/c/kqft (<) and bindings/c/kqft.def (>)" \
   "$(sed -n 's/^  //p' bindings/c/kqft.def)"
 
 # Whole paths from the root on.
-for path in $(grep -hoE "\`(${rooms// /|}|tests|tools|bench|docs|cmake|packaging)/[A-Za-z0-9_./-]+\`" \
+for path in $(grep -hoE "\`(${rooms// /|}|tests|tools|bench|deploy|docs|cmake|packaging)/[A-Za-z0-9_./-]+\`" \
   README.md docs/*.md | tr -d '`' | sort -u); do
   [[ -e $path ]] || { echo "a document names $path, which is not there"; offences=1; }
 done

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/uio.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -72,7 +73,10 @@ class CPosixFile final : public ISystemFile {
     return LastError(result < 0);
   }
 
+  // A file system in user space may keep what was written to itself: then the
+  // kernel has nothing to begin with, and only a flush says that it is written.
   ESystemError StartFlush() override {
+    if (IsInUserSpace()) return Flush();
     constexpr unsigned kWaitThenBegin = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE;
     int result = -1;
     do {
@@ -127,6 +131,12 @@ class CPosixFile final : public ISystemFile {
   }
 
  private:
+  bool IsInUserSpace() const {
+    constexpr auto kFuse = static_cast<decltype(statfs::f_type)>(0x65735546);
+    struct statfs system = {};
+    return fstatfs(m_fd.Get(), &system) == 0 && system.f_type == kFuse;
+  }
+
   bool AskForLock(short kind) const {
     struct flock whole = {};
     whole.l_type = kind;

@@ -1,0 +1,156 @@
+"""What is lost between a file system and a workstation: kqft beside dd onto the
+same mount, and three servers with nine workstations beside the machine's limit."""
+import os
+import shutil
+import subprocess
+import sys
+import time
+from statistics import median
+
+from hosts import run, say
+from service import MIB
+
+MEMORY = "/dev/shm"
+BAR = 0.9
+
+
+def judge(name, value):
+    say(f"{'[holds]      ' if value >= BAR else '[falls short]'} {name}: {value:.2f}, at least {BAR}")
+
+
+def made(directory, mib):
+    os.makedirs(directory)
+    with open(f"{directory}/Run.tm", "wb") as out:
+        for _ in range(mib):
+            out.write(os.urandom(MIB))
+    return f"{directory}/Run.tm"
+
+
+def took(action):
+    start = time.monotonic()
+    action()
+    return time.monotonic() - start
+
+
+def ask(call):
+    call.wait(300)
+    if not call.ok:
+        sys.exit(f"kqft failed: {call.said}")
+
+
+def over_cephfs(bench, rounds, mib):
+    """By turns, each onto new names, read by a host that has none of it yet."""
+    root = f"{MEMORY}/{os.path.basename(bench.work)}"
+    source = made(f"{root}/source", mib)
+    first, second = (bench.cluster.mount_of(host) for host in bench.hosts[:2])
+    station = bench.stations[0]
+    times = {name: [] for name in ("dd up", "kqft up", "dd down", "kqft down")}
+
+    def dd_up(name):
+        os_run("dd", f"if={source}", f"of={first}/{name}", "bs=1M", "conv=fsync")
+
+    def dd_down(name):
+        os_run("dd", f"if={second}/{name}", f"of={root}/back", "bs=1M")
+
+    def kqft_up(name):
+        ask(bench.call(station, bench.hosts[0], "put", os.path.dirname(source), "--project", name))
+
+    def kqft_down(name):
+        ask(bench.call(station, bench.hosts[1], "get", name, "--into", f"{root}/got"))
+
+    for number in range(rounds + 1):  # the first only warms up
+        turns = [("dd", dd_up, dd_down), ("kqft", kqft_up, kqft_down)]
+        for way in (0, 1):
+            for name, *move in turns if number % 2 else turns[::-1]:
+                seconds = took(lambda: move[way](f"{name}{number}"))
+                if number:
+                    times[f"{name} {('up', 'down')[way]}"].append(seconds)
+        shutil.rmtree(f"{root}/got")
+        os.remove(f"{root}/back")
+        os_run("rm", "-rf", *(f"{first}/{name}{number}" for name in ("dd", "kqft")))
+    for way in ("up", "down"):
+        say(f"over CephFS {way}, {mib} MiB, {rounds} rounds: " + ", ".join(
+            f"{name} {mib * MIB / 1e6 / median(times[f'{name} {way}']):.0f} MB/s "
+            f"({' '.join(f'{one:.2f}' for one in times[f'{name} {way}'])} s)" for name in ("dd", "kqft")))
+        judge(f"{way}, throughput over dd's", median(times[f"dd {way}"]) / median(times[f"kqft {way}"]))
+    shutil.rmtree(root)
+
+
+def os_run(*command):
+    run(*command, patience=300)
+
+
+class Crowd:
+    """Nine senders at a time over loopback onto the memory file system."""
+
+    def __init__(self, bench, mib):
+        self.bench, self.mib = bench, mib
+        self.root = f"{MEMORY}/{os.path.basename(bench.work)}"
+        self.source = os.path.dirname(made(f"{self.root}/source", mib))
+
+    def servers(self, count):
+        """Nine workstations of so many servers; megabytes a second of all."""
+        processes = []
+        for number in range(count):
+            directory = f"{self.root}/server{number}"
+            os.makedirs(f"{directory}.log")
+            os.makedirs(directory)
+            processes.append(subprocess.Popen(
+                [f"{self.bench.build}/bin/kqft-server", "--dir", directory, "--log-dir",
+                 f"{directory}.log", "--listen", f"127.0.1.{number + 1}"],
+                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True))
+            processes[-1].stderr.readline()
+        start = time.monotonic()
+        senders = [subprocess.Popen(
+            [f"{self.bench.build}/bin/kqft", "--quiet", "--server", f"127.0.1.{number % count + 1}",
+             "--bind", f"127.0.2.{number + 1}", "--log-dir", f"{self.root}/log", "put", self.source,
+             "--project", f"P{number}"], env={**os.environ, "XDG_STATE_HOME": f"{self.root}/state"})
+            for number in range(9)]
+        rate = self.rate(senders, start)
+        for process in processes:
+            process.terminate()
+            process.wait()
+        for number in range(count):
+            shutil.rmtree(f"{self.root}/server{number}")
+            shutil.rmtree(f"{self.root}/server{number}.log")
+        return rate
+
+    def floors(self):
+        """Nine of the least that any program must do for the same bytes."""
+        floor = f"{self.bench.build}/bin/kqft-floor"
+        receivers = []
+        for number in range(9):
+            os.makedirs(f"{self.root}/floor{number}")
+            receivers.append(subprocess.Popen([floor, "receive", f"{self.root}/floor{number}"],
+                                              stdout=subprocess.PIPE, text=True))
+        ports = [receiver.stdout.readline().strip() for receiver in receivers]
+        start = time.monotonic()
+        rate = self.rate([subprocess.Popen([floor, "send", self.source, port]) for port in ports], start)
+        for number, receiver in enumerate(receivers):
+            receiver.wait()
+            shutil.rmtree(f"{self.root}/floor{number}")
+        return rate
+
+    def rate(self, senders, start):
+        if any([sender.wait() for sender in senders]):
+            sys.exit("a sender failed")
+        return 9 * self.mib * MIB / 1e6 / (time.monotonic() - start)
+
+
+def scaling(bench, rounds, mib):
+    """The limit is what nine floors reach at once; one server beside it shows
+    whether it is the number of servers that costs."""
+    crowd = Crowd(bench, mib)
+    kinds = {"nine floors": crowd.floors, "one server": lambda: crowd.servers(1),
+             "three servers": lambda: crowd.servers(3)}
+    rates = {name: [] for name in kinds}
+    for number in range(rounds + 1):
+        for name, action in kinds.items():
+            rate = action()
+            if number:
+                rates[name].append(rate)
+    shutil.rmtree(crowd.root)
+    say(f"nine workstations, {mib} MiB each, {rounds} rounds, local file system (memory): "
+        + ", ".join(f"{name} {median(values):.0f} MB/s" for name, values in rates.items()))
+    judge("three servers over nine floors", median(rates["three servers"]) / median(rates["nine floors"]))
+    judge("three servers over one server", median(rates["three servers"]) / median(rates["one server"]))
