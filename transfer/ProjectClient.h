@@ -24,11 +24,11 @@ enum class ETurn {
 
 /// Where a server is and how to reach it.
 struct SServerPlace {
-  /// Dotted address or name; or several servers of one storage, "a,b:9998,c", or a
-  /// name with several addresses. Of
-  /// those one is used, which follows from the project; when it cannot be
-  /// reached, or says nothing, the next one, also in the middle of a transfer.
-  /// All must tell the same project directory: else it ends with kOtherStorage.
+  /// Dotted address or name; or several servers of one storage, "a,b:9998,c", or
+  /// a name with several addresses. Of those one is used, which follows from the
+  /// project; when it cannot be reached, or says nothing, the next one, also in
+  /// the middle of a transfer. All must tell the same project directory: else it
+  /// ends with kOtherStorage.
   std::string m_strHost;
   int m_nPort = 9999;
   std::string m_strBindAddress;   ///< local address to connect from; "" for any

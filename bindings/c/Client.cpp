@@ -55,6 +55,7 @@ std::int32_t Run(kqft_client* client, const Operation& operation) {
 std::string WhyNot(const kqft_client& client, std::int32_t code) {
   switch (code) {
     case ERROR_CODE_CLIENT_CONNECT:
+    case kOtherStorage:
       return client.m_client.WhyNotConnected();
     case kServerTaken:
       return client.m_client.TakenBy() + " is busy with the server";

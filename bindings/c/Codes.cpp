@@ -28,6 +28,8 @@ const char* kqft_describe(std::int32_t code) {
       return "the server does not know this request: it may be older";
     case KQFT_E_SERVER_TAKEN:
       return "another program of this user is busy with the server";
+    case KQFT_E_OTHER_STORAGE:
+      return "servers that are named as those of one storage have other project directories";
     case KQFT_E_DELETE_REFUSED:
       return "refused: the server deletes no projects";
     case KQFT_E_CANCELLED:

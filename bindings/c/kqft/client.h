@@ -15,7 +15,7 @@ enum { KQFT_TURN_WAIT = 0, KQFT_TURN_REFUSE = 1, KQFT_TURN_NONE = 2 };
 typedef struct kqft_client_options {
   uint32_t size;
   int32_t port;               ///< 0: 9999
-  const char* host;           ///< dotted address or name
+  const char* host;           ///< dotted address or name; "a,b:9998" of several for one storage
   const char* bind_address;   ///< local address to connect from
   const char* log_directory;  ///< NULL: no logs
   const char* bandwidth;      ///< most data a second, "10M" or "08:00,512k 19:00,off"

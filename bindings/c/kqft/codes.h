@@ -55,6 +55,7 @@ enum {
   KQFT_E_CLIENT_DISKSPACE = -37,         ///< not enough free disk space
   KQFT_E_REQUEST_UNKNOWN = -100,         ///< the server passed the request over: it may be older
   KQFT_E_SERVER_TAKEN = -101,            ///< another program of this user is busy with the server
+  KQFT_E_OTHER_STORAGE = -102,           ///< servers of one name have other project directories
   KQFT_E_DELETE_REFUSED = -110,          ///< refused: the server deletes no projects
   // Of this face alone.
   KQFT_E_CANCELLED = -120,   ///< cancelled; what has arrived is kept
