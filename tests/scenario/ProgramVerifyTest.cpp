@@ -13,12 +13,12 @@ namespace {
 constexpr std::int64_t kTwoSegments = 100LL << 20;
 
 // A server's project with one file of each fate, and how it is checked.
-struct SProject {
+struct SCheckedProject {
   CServerProgram m_server;
   const std::string m_strPath = m_server.ProjectPath("Run") + "/";
   const std::string m_strDir = m_server.ProjectPath("");
 
-  SProject() {
+  SCheckedProject() {
     for (const std::string name : {"long.tm", "gone", "sub/small", "short", "chain.tm", "new"}) {
       WriteWholeFile(m_strPath + name, "bytes of " + name);
     }
@@ -50,7 +50,7 @@ void CopyTree(const std::string& from, const std::string& to) {
 }
 
 TEST(ProgramVerify, FindsAndNotesEveryDamageWithItsBlock) {
-  const SProject project;
+  const SCheckedProject project;
   const auto says = [](const std::string& output, const std::string& line) {
     EXPECT_NE(output.find(line), std::string::npos) << line << "\nin\n" << output;
   };
@@ -95,7 +95,7 @@ TEST(ProgramVerify, FindsAndNotesEveryDamageWithItsBlock) {
 }
 
 TEST(ProgramVerify, WorkstationComparesBothSides) {
-  const SProject project;
+  const SCheckedProject project;
   const CWorkstation station(project.m_server.Port());
   CTempDirectory local;
   const auto verify = [&](Arguments more, int status) {
@@ -187,7 +187,7 @@ TEST(ProgramVerify, SegmentsAreComparedWithTheirPartsOfTheFileHere) {
 }
 
 TEST(ProgramVerify, ProjectsWithoutInventoryAreUnknownAndWrongUseIsTold) {
-  const SProject project;
+  const SCheckedProject project;
   WriteWholeFile(project.m_strDir + "Old/run.tm", "x");
   EXPECT_EQ(project.Verify({"--all"}, 1), "Old: unknown: it has no whole inventory\nRun: 5 same\n");
   const auto asked = CWorkstation(project.m_server.Port()).Run({"verify", "Old"});
