@@ -82,6 +82,7 @@ class CJail : public CForwardingSystem {
         return IsInside(path) ? ESystemError::kNone : ESystemError::kNotFound;
       case EOperation::kFreeSpace:
       case EOperation::kBootName:
+      case EOperation::kMachineName:
       case EOperation::kLocalTime:
       case EOperation::kStartThread:
         return ESystemError::kNone;
