@@ -53,6 +53,7 @@ class TransferResume : public CServerTest {
 class CLosingServer : public CTestServer {
  public:
   using CTestServer::CTestServer;
+  ~CLosingServer() override { Stop(); }
   void OnUploaded(const STransferFacts& file) override {
     if (file.m_strPath.ends_with("b.txt") && m_nStored++ == 0) fs::resize_file(m_strFile, 1);
   }

@@ -22,7 +22,7 @@ TEST(SystemFile, ALockHoldsUntilTheFileIsClosed) {
   bool isNamed = false;
   EXPECT_EQ(second->IsNamed(temp / "lock", isNamed), ESystemError::kNone);
   EXPECT_TRUE(isNamed);
-  System().RemoveFile(temp / "lock");
+  EXPECT_EQ(System().RenameFile(temp / "lock", temp / "away"), ESystemError::kNone);
   EXPECT_EQ(second->IsNamed(temp / "lock", isNamed), ESystemError::kNone);
   EXPECT_FALSE(isNamed);
   System().OpenFile(temp / "lock", EOpenMode::kKeep, first);
