@@ -206,7 +206,8 @@ CHtml Transfers(const std::vector<SServerView>& views) {
   return CHtml::Fill(kTransfersHtml, {{"rows", rows}, {"more", more}});
 }
 
-CHtml Failure(const SServerView& view, const SEndFact& end, const char* result, const char* kind) {
+CHtml Failure(const SServerView& view, const SEndFact& end, const std::string& result,
+              const char* kind) {
   return CHtml::Fill(kFailureHtml, {{"kind", kind},
                                     {"server", ServerName(view)},
                                     {"what", end.m_strEvent},
@@ -223,8 +224,7 @@ CHtml Failures(const std::vector<SServerView>& views) {
     for (const SEndFact& end : view.m_facts.m_vecEnds) {
       if (end.m_llToday == 0) continue;
       if (end.m_strResult == "cut_off") cutOff += Failure(view, end, "cut off", "");
-      if (end.m_strResult == "failed") rows += Failure(view, end, "failed", "failed");
-      if (end.m_strResult == "refused") rows += Failure(view, end, "refused", "failed");
+      if (IsFailure(end)) rows += Failure(view, end, end.m_strResult, "failed");
     }
   }
   rows += cutOff;

@@ -88,10 +88,16 @@ bool IsServing(const SServerView& view) {
   return view.m_state == EServerState::kUp || view.m_state == EServerState::kLate;
 }
 
+bool IsFailure(const SEndFact& end) {
+  const bool isQuestion =
+      end.m_strEvent == "download" && end.m_strWhy == "ERROR_CODE_SERVER_OPENFILE";
+  return (end.m_strResult == "failed" && !isQuestion) || end.m_strResult == "refused";
+}
+
 std::int64_t FailuresToday(const SServerFacts& facts) {
   std::int64_t failures = 0;
   for (const SEndFact& end : facts.m_vecEnds) {
-    if (end.m_strResult == "failed" || end.m_strResult == "refused") failures += end.m_llToday;
+    if (IsFailure(end)) failures += end.m_llToday;
   }
   return failures;
 }

@@ -16,7 +16,9 @@ std::string ServerName(const SServerView& view);
 /// Whether its figures mean something now.
 bool IsServing(const SServerView& view);
 
-/// What failed or was refused; what was cut off counts as neither.
+/// What failed or was refused. What was cut off is neither; nor is a download of a
+/// file that is not there, by which clients ask whether it is.
+bool IsFailure(const SEndFact& end);
 std::int64_t FailuresToday(const SServerFacts& facts);
 
 /// One JSON object; docs/json.md has its members.

@@ -49,7 +49,8 @@ TEST(ProgramStatus, PageShowsServersAndBelievesNoFile) {
   const std::string hostile =
       R"({"format":1,"host":"<script>alert(1)</script>","listen":"\"'&\u0001:1","every_seconds":1e300,
           "free_bytes":1e300,"total_bytes":-1,"seconds":"x",
-          "results":[{"result":"failed","today":1e300},{"result":"failed","today":1e300}],
+          "results":[{"result":"failed","today":1e300},{"result":"failed","today":1e300},
+          {"event":"download","result":"failed","code_name":"ERROR_CODE_SERVER_OPENFILE","today":7}],
           "refusals":[[],7,{"today":1}],
           "links":[7,{"address":null,"bytes_per_second":-5,"transfers":[{"name":"</bdi><img src=x>",
           "bytes":99999999999999999999}]}]})";
