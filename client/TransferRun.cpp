@@ -106,9 +106,9 @@ bool CKQFileTransServiceClient::StartWorker(void* (*entry)(void*)) {
 void CKQFileTransServiceClient::FinishRun(std::uint64_t number, bool signalEnd) {
   const std::lock_guard guard(m_pState->m_mutex);
   if (number != m_pState->m_ullRun) return;
-  m_bFinished = true;
   m_bStop = true;
   m_nTransState = PROCESS_TYPE_NONE;
+  m_bFinished = true;  // whoever sees it may start the next transfer
   if (signalEnd) m_evTransEnd->SetKQEvent();
 }
 
@@ -119,8 +119,8 @@ bool CKQFileTransServiceClient::FinishUnlessStopped(std::uint64_t number) {
   if (number != m_pState->m_ullRun) return true;
   if (m_bStop) return false;
   m_bStop = true;
-  m_bFinished = true;
   m_nTransState = PROCESS_TYPE_NONE;
+  m_bFinished = true;
   return true;
 }
 
