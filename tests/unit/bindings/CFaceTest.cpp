@@ -38,6 +38,7 @@ class CFace : public testing::Test {
     place.host = "127.0.0.1";
     place.bind_address = "127.0.0.4";
     place.port = kqft_server_port(m_server);
+    place.bandwidth = "4M";  // a put takes long enough to be cancelled
     ASSERT_EQ(kqft_client_create(&place, &m_client), KQFT_OK);
     auto callbacks = Made<kqft_callbacks>();
     callbacks.user = this;
