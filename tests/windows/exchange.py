@@ -16,6 +16,7 @@ last one must have left the same bytes.
 with a client of Windows, over one of Linux: by turns, medians of three.
 """
 import argparse
+import glob
 import hashlib
 import itertools
 import os
@@ -46,6 +47,7 @@ class Side:
 
 class Server:
     def __init__(self, side, work, port=0):
+        self.side, self.work = side, work
         with open(f"{work}/server.err", "w+") as log:
             self.process = side.start("kqft-server", "--dir", f"{work}/data", "--log-dir",
                                       f"{work}/log", "--listen", "127.0.0.1", "--port", str(port),
@@ -63,6 +65,20 @@ class Server:
     def kill(self):
         self.process.kill()
         self.process.communicate()
+
+    def forget(self):
+        """Returns once no client that was killed has a link left, which would hold its file.
+        Wine keeps the socket of a killed program now and then: then the server starts anew."""
+        logs = f"{self.work}/log/KQFileTransServer_*"
+        for _ in range(200):
+            text = "".join(open(name, encoding="utf-8").read() for name in glob.glob(logs))
+            if text.count("new client:") == text.count("client disconnect:"):
+                return
+            time.sleep(0.01)
+        self.kill()
+        for name in glob.glob(logs):
+            os.remove(name)
+        self.__init__(self.side, self.work, self.port)
 
 
 def make_project(directory, files, mib):
@@ -135,6 +151,7 @@ def pairing(server_side, client, work, files, mib):
         first.communicate()
         if first.returncode == 0:
             sys.exit("the put was over before it was killed")
+        server.forget()
         must(client, server.port, "put", "--take-over", f"{work}/P")
         must(client, server.port, "verify", "P", f"{work}/P")
         must(client, server.port, "get", "P", "--into", f"{work}/back")
@@ -169,6 +186,8 @@ def kills(side, work, files, mib, count):
                 sys.exit(f"a put whose {whom} was killed succeeded on other bytes")
             if whom == "server":
                 server = Server(side, work, server.port)
+            else:
+                server.forget()
         must(side, server.port, "put", "--take-over", f"{work}/P")
         if contents(f"{work}/P") != contents(f"{work}/data/P"):
             sys.exit(f"other bytes after kills of the {whom}")
