@@ -3,6 +3,7 @@
 
 #include "net/NetWorkManageEx.h"
 
+#include <algorithm>
 #include <mutex>
 #include <utility>
 
@@ -179,5 +180,8 @@ std::string CNetWorkManageEx::TransIP(unsigned int ip) {
 }
 
 std::vector<std::string> CNetWorkManageEx::AddressesOf(const std::string& host) {
-  return Sockets().AddressesOf(host);
+  std::vector<std::string> addresses = Sockets().AddressesOf(host);
+  std::sort(addresses.begin(), addresses.end());
+  addresses.erase(std::unique(addresses.begin(), addresses.end()), addresses.end());
+  return addresses;
 }

@@ -105,8 +105,8 @@ class ISocketSystem {
   virtual std::unique_ptr<IWakeHandle> MakeWake() = 0;
 
   /// @param host dotted address or name
-  /// @return the dotted IPv4 addresses that it stands for, each once; none when
-  ///         it stands for none, or cannot be looked up
+  /// @return the dotted IPv4 addresses that it stands for; none when it stands
+  ///         for none, or cannot be looked up
   virtual std::vector<std::string> AddressesOf(const std::string& host) = 0;
 };
 

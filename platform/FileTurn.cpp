@@ -10,18 +10,13 @@
 #include "platform/ExpertUtils.h"
 #include "platform/Identity.h"
 #include "platform/System.h"
+#include "platform/TextHash.h"
 
 namespace {
 
 constexpr int kLooks = 500;
 constexpr int kPauseMs = 10;
 constexpr std::size_t kLongestName = 200;
-
-std::uint64_t HashOf(const std::string& text) {
-  std::uint64_t hash = 0xcbf29ce484222325U;  // FNV-1a
-  for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
-  return hash;
-}
 
 std::mutex& ProcessTurn(std::uint64_t hash) {
   static std::array<std::mutex, 16> turns;
@@ -53,12 +48,12 @@ CFileTurn::~CFileTurn() {
 
 bool CFileTurn::Take(const std::string& path) {
   const std::string directory = EU::CExpertUtils::PickDirectory(path);
-  const std::uint64_t hash = HashOf(EU::CExpertUtils::PickFileName(path));
+  const std::uint64_t hash = TextHash(EU::CExpertUtils::PickFileName(path));
   const std::string stem = ".kqft-" + std::to_string(hash);
   std::string machine;
   System().QueryMachineName(machine);
   m_strLock = directory + stem + ".lock";
-  m_strTemporary = directory + stem + "-" + std::to_string(HashOf(machine)) + "-" +
+  m_strTemporary = directory + stem + "-" + std::to_string(TextHash(machine)) + "-" +
                    std::to_string(ProcessId()) + ".tmp";
   m_process = std::unique_lock(ProcessTurn(hash));
   for (int look = 0; look < kLooks; ++look) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "platform/LocalNames.h"
+#include "platform/TextHash.h"
 #include "protocol/Messages.h"
 
 namespace {
@@ -14,15 +15,6 @@ constexpr std::size_t kKeptOfLongName = 180;
 
 bool IsSeparator(char c) {
   return c == '\\' || c == '/';
-}
-
-// FNV-1a, to tell long names apart that begin alike.
-std::string HashText(const std::string& name) {
-  std::uint64_t hash = 14695981039346656037U;
-  for (const char c : name) {
-    hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211U;
-  }
-  return std::to_string(hash);
 }
 
 // The first `limit` bytes, without a part of a UTF-8 character at the end.
@@ -76,7 +68,7 @@ std::string JoinForServer(const std::vector<std::string>& components) {
 std::string PartName(const std::string& fileName, std::int64_t wholeSize) {
   const std::string ending = "." + std::to_string(wholeSize) + ".part";
   if (fileName.size() + ending.size() <= kLongestFileName) return fileName + ending;
-  return CutName(fileName, kKeptOfLongName) + "~" + HashText(fileName) + ending;
+  return CutName(fileName, kKeptOfLongName) + "~" + std::to_string(TextHash(fileName)) + ending;
 }
 
 bool IsAskable(const std::string& name) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "platform/TextHash.h"
 #include "transfer/ProjectClient.h"
 
 namespace {
@@ -24,10 +25,7 @@ int PortOf(const std::string& text, std::size_t colon) {
 }
 
 std::uint64_t WeightOf(const std::string& project, const std::string& server) {
-  std::string both = project;
-  both.append("\n").append(server);
-  std::uint64_t hash = 0xcbf29ce484222325U;  // FNV-1a
-  for (const char c : both) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
+  std::uint64_t hash = TextHash(project + "\n" + server);
   // The last letters alone would leave the upper bits alone.
   hash ^= hash >> 33;
   hash *= 0xff51afd7ed558ccdU;

@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "net/AddressText.h"
 #include "net/Sockets.h"
 #include "platform/BriefWait.h"
 #include "platform/System.h"
@@ -118,43 +119,31 @@ bool ParseLocal(const std::string& text, in_addr& ip) {
   return text.empty() || inet_pton(AF_INET, text.c_str(), &ip) == 1;
 }
 
-// Returns what getaddrinfo does.
-int LookUp(const std::string& host, int family, in_addr& ip) {
+// Returns what getaddrinfo does; only IPv4 addresses are given back.
+int LookUp(const std::string& host, int family, std::vector<in_addr>& addresses) {
   addrinfo hints{};
   hints.ai_family = family;
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
   const int result = getaddrinfo(host.c_str(), nullptr, &hints, &found);
   if (result != 0) return result;
-  if (family == AF_INET) ip = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr;
+  for (const addrinfo* each = found; each != nullptr && family == AF_INET; each = each->ai_next) {
+    addresses.push_back(reinterpret_cast<const sockaddr_in*>(each->ai_addr)->sin_addr);
+  }
   freeaddrinfo(found);
   return 0;
 }
 
-std::vector<std::string> LookUpAll(const std::string& host) {
-  std::vector<std::string> addresses;
-  addrinfo hints{};
-  hints.ai_family = AF_INET;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* found = nullptr;
-  if (getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0) return addresses;
-  for (const addrinfo* each = found; each != nullptr; each = each->ai_next) {
-    const in_addr ip = reinterpret_cast<const sockaddr_in*>(each->ai_addr)->sin_addr;
-    char text[INET_ADDRSTRLEN] = {};
-    if (inet_ntop(AF_INET, &ip, text, sizeof text) != nullptr) addresses.emplace_back(text);
-  }
-  freeaddrinfo(found);
-  std::sort(addresses.begin(), addresses.end());
-  addresses.erase(std::unique(addresses.begin(), addresses.end()), addresses.end());
-  return addresses;
-}
-
 ELinkFailure Resolve(const std::string& host, in_addr& ip) {
   if (inet_pton(AF_INET, host.c_str(), &ip) == 1) return ELinkFailure::kNone;
-  const int result = LookUp(host, AF_INET, ip);
-  if (result == 0) return ELinkFailure::kNone;
+  std::vector<in_addr> found;
+  const int result = LookUp(host, AF_INET, found);
+  if (!found.empty()) {
+    ip = found.front();
+    return ELinkFailure::kNone;
+  }
   if (result == EAI_AGAIN) return ELinkFailure::kNoNameService;
-  return LookUp(host, AF_INET6, ip) == 0 ? ELinkFailure::kOnlyIPv6 : ELinkFailure::kNoSuchName;
+  return LookUp(host, AF_INET6, found) == 0 ? ELinkFailure::kOnlyIPv6 : ELinkFailure::kNoSuchName;
 }
 
 ELinkFailure FailureOf(int error) {
@@ -351,7 +340,13 @@ class CPosixSockets : public ISocketSystem {
     return std::make_unique<CPosixStream>(fd.Release(), remote, std::move(streamWake));
   }
 
-  std::vector<std::string> AddressesOf(const std::string& host) override { return LookUpAll(host); }
+  std::vector<std::string> AddressesOf(const std::string& host) override {
+    std::vector<in_addr> found;
+    LookUp(host, AF_INET, found);
+    std::vector<std::string> texts;
+    for (const in_addr& ip : found) texts.push_back(AddressText(ntohl(ip.s_addr)));
+    return texts;
+  }
 
   std::unique_ptr<IWakeHandle> MakeWake() override { return std::make_unique<CPosixWake>(); }
 
