@@ -19,7 +19,7 @@ struct SReadPart;
 ///
 /// Threads: every operation from any thread; positional ones do not wait for
 /// each other.
-class CFileHandle {
+class KQFT_API CFileHandle {
  public:
   /// @param mode "rb", "r+b", "r+bc", "w+b", "w+bx" or "a+".
   /// @param error why it is null; may be null itself
@@ -48,6 +48,9 @@ class CFileHandle {
   /// Begins to write it there; what the call before began is there on return.
   /// @return false when something could not be written
   bool StartFlush();
+
+  /// As ISystemFile's.
+  void ReadAhead(std::int64_t bytes);
 
   /// Cuts the file off behind `bytes`. All three: false after MarkClosed.
   bool Resize(std::int64_t bytes);
