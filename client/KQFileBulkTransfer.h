@@ -2,12 +2,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "client/KQFileTransServiceVisitor.h"
+
+class CFileHandle;
 
 /// The visitor that moves many files over its link without a pause between
 /// two: the same operations, the same messages, other workers.
@@ -62,7 +65,19 @@ class KQFT_API CKQFileBulkTransfer : public CKQFileTransServiceVisitor {
   /// GetAllTransFileStatus tells, for less.
   std::vector<int> GetStatuses() const;
 
+  /// What a fetched file is stored in.
+  struct STargetFile {
+    std::shared_ptr<CFileHandle> m_pFile;  ///< null: it cannot be opened
+    std::int64_t m_llHave = 0;             ///< bytes of it that are here already
+    std::function<void()> m_remove;        ///< removes what was made for it; empty: nothing was
+  };
+
  protected:
+  /// Opens what a record of a download is stored in; made where it is missing.
+  /// @param path here, as the request names it
+  /// Threads: the worker, some files ahead.
+  virtual STargetFile OpenTarget(std::size_t record, const std::string& path);
+
   void SendFileToServer() override;
   void ReceiveFileFromServer() override;
 
