@@ -11,6 +11,7 @@
 #include "client/KQFileTransServiceVisitor.h"
 
 class CFileHandle;
+class CReadAhead;
 
 /// The visitor that moves many files over its link without a pause between
 /// two: the same operations, the same messages, other workers.
@@ -98,10 +99,10 @@ class KQFT_API CKQFileBulkTransfer : public CKQFileTransServiceVisitor {
   std::size_t CountOnWay();
   int WaitOnWay(std::size_t most);
   void SendAll(CTransferRun& run);
-  int SendOne(CTransferRun& run, std::size_t record, bool pauses);
+  int SendOne(CTransferRun& run, CReadAhead& ahead, std::size_t record, bool pauses);
   int SendRecording(CTransferRun& run, std::size_t record);
   void LeaveUnanswered(std::size_t record, int result);
-  int SendOrdinary(CTransferRun& run, std::size_t record, bool pauses);
+  int SendOrdinary(CTransferRun& run, CReadAhead& ahead, std::size_t record, bool pauses);
   int SendFileData(CTransferRun& run, std::size_t record, std::int64_t size, bool pauses);
   bool SendInTurn(int code, const std::string& body);
 
