@@ -42,15 +42,15 @@ class KQFT_API CFileHandle {
   ///         length, and when position + len does not fit in 64 bits.
   bool WriteAt(std::int64_t position, const char* data, int len);
 
+  /// As ISystemFile's.
+  void ReadAhead(std::int64_t bytes);
+
   /// Waits until what was written lies on the disk.
   bool Flush();
 
   /// Begins to write it there; what the call before began is there on return.
   /// @return false when something could not be written
   bool StartFlush();
-
-  /// As ISystemFile's.
-  void ReadAhead(std::int64_t bytes);
 
   /// Cuts the file off behind `bytes`. All three: false after MarkClosed.
   bool Resize(std::int64_t bytes);

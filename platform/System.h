@@ -30,8 +30,8 @@ struct SFileLook;
 ///
 /// Threads: every operation may be called from any thread.
 ///
-/// A new operation is declared here, in ISystem or ISystemFile, gets a name in
-/// the list of operations and is handed on by the forwarding class below; each
+/// A new operation is declared here, gets a name in the list of operations and is
+/// handed on by the forwarding class, below or in platform/ForwardingFile.h; each
 /// system then implements it. Those who only replace the system need no line,
 /// and every fault plan knows it.
 

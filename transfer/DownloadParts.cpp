@@ -80,6 +80,7 @@ CSession::STargetFile CDownload::OpenPart(const STransferItem& item) {
     SFileLook look;
     if (error == ESystemError::kExists) {
       error = directory->QueryFile(place.m_strPart, look);
+      if (error != ESystemError::kNone) continue;
       if (look.m_bRegular && look.m_llSize <= item.m_llSize) {
         target.m_llHave = look.m_llSize;
         directory->OpenFile(place.m_strPart, EOpenMode::kUpdate, file);

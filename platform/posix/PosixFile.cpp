@@ -27,10 +27,6 @@ constexpr int kMaxParts = 32;
 const char kNoteName[] = "user.kqft.receiving";
 constexpr std::size_t kLongestNote = 256;
 
-ESystemError LastError(bool failed) {
-  return failed ? ToSystemError(errno) : ESystemError::kNone;
-}
-
 class CPosixFile final : public ISystemFile {
  public:
   CPosixFile(CDescriptor fd, bool append) : m_fd(std::move(fd)), m_bAppend(append) {}

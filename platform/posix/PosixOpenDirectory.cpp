@@ -15,10 +15,6 @@
 
 namespace {
 
-ESystemError LastError(bool failed) {
-  return failed ? ToSystemError(errno) : ESystemError::kNone;
-}
-
 class CPosixDirectory final : public ISystemDirectory {
  public:
   explicit CPosixDirectory(CDescriptor fd) : m_fd(std::move(fd)) {}

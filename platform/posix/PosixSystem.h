@@ -37,6 +37,9 @@ bool ToNativePath(const std::string& path, std::string& native);
 /// The error that an errno value stands for.
 ESystemError ToSystemError(int number);
 
+/// What errno says, or kNone.
+ESystemError LastError(bool failed);
+
 /// Opens a file as ISystem::OpenFile does.
 /// @param directory what a relative path starts from
 /// @param flags     more of them for the call, O_NOFOLLOW or none
