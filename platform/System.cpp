@@ -4,8 +4,6 @@
 
 #include <atomic>
 
-#include "platform/ForwardingFile.h"
-
 namespace {
 
 std::atomic<ISystem*> systemInForce{nullptr};
@@ -18,24 +16,6 @@ std::atomic<ISystem*> systemInForce{nullptr};
 ISystem& System() {
   ISystem* const replaced = systemInForce.load(std::memory_order_acquire);
   return replaced != nullptr ? *replaced : NativeSystem();
-}
-
-std::unique_ptr<ISystemFile> CForwardingSystem::Wrap(const std::string& path,
-                                                     std::unique_ptr<ISystemFile> file) {
-  return std::make_unique<CForwardingFile>(*this, path, std::move(file));
-}
-
-ESystemError CForwardingSystem::OpenDirectory(const std::string& top, const std::string& below,
-                                              bool make,
-                                              std::unique_ptr<ISystemDirectory>& directory) {
-  directory = nullptr;
-  const std::string path = below.empty() ? top : top + "/" + below;
-  const ESystemError error = Call(
-      kOpenDirectory, path, [&] { return m_target.OpenDirectory(top, below, make, directory); });
-  if (directory != nullptr) {
-    directory = std::make_unique<CForwardingDirectory>(*this, path, std::move(directory));
-  }
-  return error;
 }
 
 ISystem* ReplaceSystem(ISystem* system) {
