@@ -19,8 +19,8 @@ TEST(ReadAhead, GivesOutEachFileInWhateverOrderAndLooksAgainForWhatWasMissing) {
     for (const std::size_t record : wanted) {
       char text[8] = {};
       const std::shared_ptr<CFileHandle> file = ahead.Take(record);
-      if (file != nullptr) all += std::string(text, file->ReadAt(0, text, sizeof text));
-      all += ' ';
+      if (file != nullptr) file->ReadAt(0, text, sizeof text - 1);
+      all += std::string(text) + " ";
     }
     return all;
   };
