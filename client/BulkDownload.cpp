@@ -14,7 +14,6 @@
 #include "net/LayerThread.h"
 #include "net/NetWorkPackHead.h"
 #include "platform/ExpertUtils.h"
-#include "platform/HardWareCommon.h"
 #include "platform/KQFile.h"
 #include "platform/System.h"
 #include "protocol/MessageCodes.h"
@@ -182,7 +181,8 @@ void CKQFileBulkTransfer::AskNext(std::unique_lock<std::mutex>& lock) {
   m_pBulk->m_bAnswered = false;
   m_pBulk->m_bDropped = asked && m_pBulk->m_bDropped;
   m_pBulk->m_nResult = RESULT_OK;
-  const STarget& target = *m_pBulk->m_current;
+  STarget& target = *m_pBulk->m_current;
+  target.m_remove = nullptr;
   m_pBulk->m_llNext = target.m_llHave;
   BeginRecord(m_pBulk->m_ullRun, target.m_nRecord, target.m_llSize);
   if (target.m_nRefusals == 0) m_llTransBytes += target.m_llHave;
@@ -260,19 +260,30 @@ void CKQFileBulkTransfer::OpenNext(const CTransferRun& run, std::size_t record) 
   target.m_nRecord = record;
   target.m_strName = rec.m_strName;
   target.m_llSize = rec.m_llSize;
-  target.m_strLocal = GuardedCopy(m_strPrjDir) + rec.m_strPath;
-  std::unique_ptr<ISystemFile> file = OpenOrMake(target.m_strLocal, target.m_bMade);
-  if (file == nullptr) {
+  const std::string local = GuardedCopy(m_strPrjDir) + rec.m_strPath;
+  static_cast<STargetFile&>(target) = OpenTarget(record, local);
+  if (target.m_pFile == nullptr) {
     StoreStatus(run.m_ullNumber, record, ERROR_CODE_CLIENT_CREATEFILE);
-    WriteLog("ERROR_CODE_CLIENT_CREATEFILE " + target.m_strLocal + " \n");
+    WriteLog("ERROR_CODE_CLIENT_CREATEFILE " + local + " \n");
     return;
-  }
-  target.m_pFile = std::make_shared<CFileHandle>(std::move(file));
-  if (!target.m_bMade) {
-    target.m_llHave = static_cast<std::int64_t>(CHardWareCommon::GetFileSize(target.m_strLocal));
   }
   const std::lock_guard lock(m_pBulk->m_mutex);
   m_pBulk->m_ready.push_back(std::move(target));
+}
+
+CKQFileBulkTransfer::STargetFile CKQFileBulkTransfer::OpenTarget(std::size_t,
+                                                                 const std::string& path) {
+  STargetFile target;
+  bool made = false;
+  std::unique_ptr<ISystemFile> file = OpenOrMake(path, made);
+  if (file == nullptr) return target;
+  target.m_pFile = std::make_shared<CFileHandle>(std::move(file));
+  if (made) {
+    target.m_remove = [path] { System().RemoveFile(path); };
+  } else {
+    target.m_llHave = FileBytes(path);
+  }
+  return target;
 }
 
 // Waits until there is something to do. Returns -25 or -26 when the server is
@@ -325,6 +336,6 @@ void CKQFileBulkTransfer::EndReceiving() {
   }
   for (STarget& target : unused) {
     target.m_pFile.reset();
-    if (target.m_bMade) System().RemoveFile(target.m_strLocal);
+    if (target.m_remove) target.m_remove();
   }
 }

@@ -19,14 +19,10 @@ constexpr int kReadyPauseMs = 1;     // before a file is tried again that was re
 constexpr int kMostRefusals = 3000;  // of one kind that passes, in a row
 
 /// A file that is fetched, from when it is opened until it is closed.
-struct CKQFileBulkTransfer::STarget {
+struct CKQFileBulkTransfer::STarget : STargetFile {
   std::size_t m_nRecord = 0;
-  std::string m_strName;   // on the server
-  std::string m_strLocal;  // the path here
-  std::shared_ptr<CFileHandle> m_pFile;
-  std::int64_t m_llHave = 0;  // bytes of it that were here
+  std::string m_strName;      // on the server
   std::int64_t m_llSize = 0;  // as the record says
-  bool m_bMade = false;       // for this transfer
   bool m_bAsked = false;      // while the end of the one before was not dealt with
   int m_nRefusals = 0;
 };

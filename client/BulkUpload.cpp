@@ -12,6 +12,7 @@
 #include "client/BulkState.h"
 #include "client/ClientState.h"
 #include "client/KQFileBulkTransfer.h"
+#include "client/ReadAhead.h"
 #include "client/TransferRun.h"
 #include "net/LinkInfo.h"
 #include "net/Pacing.h"
@@ -143,6 +144,7 @@ void CKQFileBulkTransfer::SendFileToServer() {
 }
 
 void CKQFileBulkTransfer::SendAll(CTransferRun& run) {
+  CReadAhead ahead(run.m_vecKey);
   std::vector<std::size_t> records(run.m_vecKey.size());
   std::iota(records.begin(), records.end(), std::size_t{0});
   for (int refusals = 0; !records.empty(); ++refusals) {
@@ -150,7 +152,7 @@ void CKQFileBulkTransfer::SendAll(CTransferRun& run) {
       const bool pauses =
           i + 1 == records.size() || IsMeasurementFile(run.m_vecKey[records[i + 1]].m_strPath);
       if (IsTransStopped() || IsBroken()) return;
-      if (SendOne(run, records[i], pauses) != RESULT_OK) return;
+      if (SendOne(run, ahead, records[i], pauses) != RESULT_OK) return;
     }
     if (WaitOnWay(0) != RESULT_OK) return;
     {
@@ -168,11 +170,12 @@ void CKQFileBulkTransfer::SendAll(CTransferRun& run) {
 
 // @param pauses nothing follows it at once
 // @return another result than 1 ends the transfer
-int CKQFileBulkTransfer::SendOne(CTransferRun& run, std::size_t record, bool pauses) {
+int CKQFileBulkTransfer::SendOne(CTransferRun& run, CReadAhead& ahead, std::size_t record,
+                                 bool pauses) {
   run.m_nRecord = record;
   const int result = IsMeasurementFile(run.m_vecKey[record].m_strPath)
                          ? SendRecording(run, record)
-                         : SendOrdinary(run, record, pauses);
+                         : SendOrdinary(run, ahead, record, pauses);
   // An overdue answer is that of an older file.
   const bool isOwn = result != ERROR_CODE_WAIT_SERVERRESPOND && result != ERROR_CODE_WAIT_TRANSEND;
   if (result == RESULT_OK || result == ERROR_CODE_SEND_STOPPED || !isOwn) return result;
@@ -238,10 +241,11 @@ void CKQFileBulkTransfer::LeaveUnanswered(std::size_t record, int result) {
   m_pBulk->m_bSilent = false;
 }
 
-int CKQFileBulkTransfer::SendOrdinary(CTransferRun& run, std::size_t record, bool pauses) {
+int CKQFileBulkTransfer::SendOrdinary(CTransferRun& run, CReadAhead& ahead, std::size_t record,
+                                      bool pauses) {
   const Channel_Key_Value& rec = run.m_vecKey[record];
   if (rec.m_strName.size() > kMaxNameBytes) return ERROR_CODE_CLIENT_SENDCMD;
-  if (!UseFile(CFileHandle::Open(rec.m_strPath, "rb"), rec.m_strPath)) {
+  if (!UseFile(ahead.Take(record), rec.m_strPath)) {
     return ERROR_CODE_CLIENT_OPENFILE;
   }
   const std::int64_t size = FileBytes(rec.m_strPath);

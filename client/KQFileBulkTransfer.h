@@ -2,12 +2,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "client/KQFileTransServiceVisitor.h"
+
+class CFileHandle;
+class CReadAhead;
 
 /// The visitor that moves many files over its link without a pause between
 /// two: the same operations, the same messages, other workers.
@@ -62,7 +66,19 @@ class KQFT_API CKQFileBulkTransfer : public CKQFileTransServiceVisitor {
   /// GetAllTransFileStatus tells, for less.
   std::vector<int> GetStatuses() const;
 
+  /// What a fetched file is stored in.
+  struct STargetFile {
+    std::shared_ptr<CFileHandle> m_pFile;  ///< null: it cannot be opened
+    std::int64_t m_llHave = 0;             ///< bytes of it that are here already
+    std::function<void()> m_remove;        ///< removes what was made for it; empty: nothing was
+  };
+
  protected:
+  /// Opens what a record of a download is stored in; made where it is missing.
+  /// @param path here, as the request names it
+  /// Threads: the worker, some files ahead.
+  virtual STargetFile OpenTarget(std::size_t record, const std::string& path);
+
   void SendFileToServer() override;
   void ReceiveFileFromServer() override;
 
@@ -83,10 +99,10 @@ class KQFT_API CKQFileBulkTransfer : public CKQFileTransServiceVisitor {
   std::size_t CountOnWay();
   int WaitOnWay(std::size_t most);
   void SendAll(CTransferRun& run);
-  int SendOne(CTransferRun& run, std::size_t record, bool pauses);
+  int SendOne(CTransferRun& run, CReadAhead& ahead, std::size_t record, bool pauses);
   int SendRecording(CTransferRun& run, std::size_t record);
   void LeaveUnanswered(std::size_t record, int result);
-  int SendOrdinary(CTransferRun& run, std::size_t record, bool pauses);
+  int SendOrdinary(CTransferRun& run, CReadAhead& ahead, std::size_t record, bool pauses);
   int SendFileData(CTransferRun& run, std::size_t record, std::int64_t size, bool pauses);
   bool SendInTurn(int code, const std::string& body);
 

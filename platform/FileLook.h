@@ -14,7 +14,7 @@ struct SFileLook {
   unsigned m_nMode = 0;       ///< permission bits, 0777 at most
 };
 
-/// Asks the operating system once for all of it; links are followed. Windows
-/// keeps no modes: 0644 stands for a file there, 0444 for one that is marked as
-/// not to be written.
-KQFT_API SFileLook LookAtFile(const std::string& path, std::error_code& error);
+/// Asks the operating system once for all of it. Windows keeps no modes: 0644
+/// stands for a file there, 0444 for one that is marked as not to be written.
+/// @param follow symbolic links; one that is not followed is no regular file
+KQFT_API SFileLook LookAtFile(const std::string& path, std::error_code& error, bool follow = true);

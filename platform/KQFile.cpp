@@ -116,6 +116,10 @@ bool CFileHandle::StartFlush() {
   return !IsClosed() && m_pState->m_pFile->StartFlush() == ESystemError::kNone;
 }
 
+void CFileHandle::ReadAhead(std::int64_t bytes) {
+  m_pState->m_pFile->ReadAhead(bytes);
+}
+
 bool CFileHandle::Resize(std::int64_t bytes) {
   return !IsClosed() && m_pState->m_pFile->Resize(bytes) == ESystemError::kNone;
 }

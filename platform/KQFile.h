@@ -19,7 +19,7 @@ struct SReadPart;
 ///
 /// Threads: every operation from any thread; positional ones do not wait for
 /// each other.
-class CFileHandle {
+class KQFT_API CFileHandle {
  public:
   /// @param mode "rb", "r+b", "r+bc", "w+b", "w+bx" or "a+".
   /// @param error why it is null; may be null itself
@@ -41,6 +41,9 @@ class CFileHandle {
   /// @return false on an error, after MarkClosed, for a negative position or
   ///         length, and when position + len does not fit in 64 bits.
   bool WriteAt(std::int64_t position, const char* data, int len);
+
+  /// As ISystemFile's.
+  void ReadAhead(std::int64_t bytes);
 
   /// Waits until what was written lies on the disk.
   bool Flush();

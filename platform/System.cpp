@@ -18,11 +18,6 @@ ISystem& System() {
   return replaced != nullptr ? *replaced : NativeSystem();
 }
 
-std::unique_ptr<ISystemFile> CForwardingSystem::Wrap(const std::string& path,
-                                                     std::unique_ptr<ISystemFile> file) {
-  return std::make_unique<CForwardingFile>(*this, path, std::move(file));
-}
-
 ISystem* ReplaceSystem(ISystem* system) {
   ISystem* const before = systemInForce.exchange(system);
   return before != nullptr ? before : &NativeSystem();

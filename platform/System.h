@@ -13,6 +13,8 @@
 #include "KQFileTransServiceExport.h"
 #include "platform/SystemTypes.h"
 
+struct SFileLook;
+
 /// The one contract for every file, directory, clock, wait, thread and
 /// free-space call of the library. The build chooses the implementation
 /// (`platform/posix`, `platform/windows`); tests put one of their own in its
@@ -28,8 +30,8 @@
 ///
 /// Threads: every operation may be called from any thread.
 ///
-/// A new operation is declared here, in ISystem or ISystemFile, gets a name in
-/// the list of operations and is handed on by the forwarding class below; each
+/// A new operation is declared here, gets a name in the list of operations and is
+/// handed on by the forwarding class, below or in platform/ForwardingFile.h; each
 /// system then implements it. Those who only replace the system need no line,
 /// and every fault plan knows it.
 
@@ -42,12 +44,15 @@
   X(kQueryWriters, "query writers")             \
   X(kRemove, "remove")                          \
   X(kRename, "rename")                          \
+  X(kSetTime, "set time")                       \
+  X(kSetMode, "set mode")                       \
   X(kFollowLinks, "follow links")               \
   X(kCopyPermissions, "copy permissions")       \
   X(kMakeDirectory, "make directory")           \
   X(kRemoveDirectory, "remove directory")       \
   X(kFlushDirectory, "flush directory")         \
   X(kListDirectory, "list directory")           \
+  X(kOpenDirectory, "open directory")           \
   X(kClearDirectory, "clear directory")         \
   X(kFreeSpace, "query free space")             \
   X(kBootName, "query boot name")               \
@@ -96,6 +101,10 @@ class ISystemFile {
   /// again.
   virtual ESystemError StartFlush() = 0;
 
+  /// Has the first bytes read from the disk already, where the system can. Does
+  /// not wait for them, and promises nothing.
+  virtual void ReadAhead(std::int64_t bytes) = 0;
+
   /// Cuts the file off behind `bytes`, or fills it up with zeros.
   virtual ESystemError Resize(std::int64_t bytes) = 0;
 
@@ -119,6 +128,29 @@ class ISystemFile {
 
   /// Puts it in the place of the one before; "" removes that.
   virtual ESystemError SetNote(const std::string& text) = 0;
+};
+
+/// An open directory. What its operations reach lies in it, also where its path
+/// leads elsewhere by now: names are plain ones of entries, and no symbolic
+/// link is followed; one counts as no regular file.
+class ISystemDirectory {
+ public:
+  virtual ~ISystemDirectory() = default;
+
+  virtual ESystemError OpenFile(const std::string& name, EOpenMode mode,
+                                std::unique_ptr<ISystemFile>& file) = 0;
+  virtual ESystemError QueryFile(const std::string& name, SFileLook& look) = 0;
+  virtual ESystemError RemoveFile(const std::string& name) = 0;
+
+  /// As ISystem::RenameFile within the directory.
+  /// @param replace false: kExists where `to` names anything
+  virtual ESystemError RenameFile(const std::string& from, const std::string& to, bool replace) = 0;
+
+  /// @param time of the last change, nanoseconds since 1970
+  virtual ESystemError SetTime(const std::string& name, std::int64_t time) = 0;
+
+  /// As SetFileMode.
+  virtual ESystemError SetMode(const std::string& name, unsigned mode) = 0;
 };
 
 class ISystem {
@@ -164,6 +196,13 @@ class ISystem {
   /// Refuses a path that resolves to the root directory.
   virtual ESystemError ListDirectory(const std::string& path,
                                      std::vector<SDirectoryEntry>& entries) = 0;
+
+  /// Opens the directory `below`, with "/" between its parts, or "", that lies
+  /// below `top`. None of its parts may be a symbolic link (kNotRegular); those of
+  /// `top` are followed.
+  /// @param make what is missing of both
+  virtual ESystemError OpenDirectory(const std::string& top, const std::string& below, bool make,
+                                     std::unique_ptr<ISystemDirectory>& directory) = 0;
 
   /// Deletes everything inside `path` and keeps `path`. Never follows a
   /// symbolic link, never leaves the directory, goes on past what it cannot
@@ -274,6 +313,8 @@ class CForwardingSystem : public ISystem {
     entries.clear();
     return Call(kListDirectory, path, [&] { return m_target.ListDirectory(path, entries); });
   }
+  ESystemError OpenDirectory(const std::string& top, const std::string& below, bool make,
+                             std::unique_ptr<ISystemDirectory>& directory) override;
   ESystemError ClearDirectory(const std::string& path) override {
     return Call(kClearDirectory, path, [&] { return m_target.ClearDirectory(path); });
   }
@@ -309,6 +350,7 @@ class CForwardingSystem : public ISystem {
 
  protected:
   friend class CForwardingFile;
+  friend class CForwardingDirectory;
 
   /// Comes before every operation that can fail, also before those of the
   /// files that were opened here. Whatever it returns but kNone is the result,
@@ -319,7 +361,7 @@ class CForwardingSystem : public ISystem {
     return ESystemError::kNone;
   }
 
-  /// What OpenFile gives out for a file that was opened.
+  /// What OpenFile gives out for a file that was opened, also in a directory.
   virtual std::unique_ptr<ISystemFile> Wrap(const std::string& path,
                                             std::unique_ptr<ISystemFile> file);
 
@@ -330,58 +372,4 @@ class CForwardingSystem : public ISystem {
   }
 
   ISystem& m_target;
-};
-
-/// Hands every call on to the file of another system. Must not outlive the
-/// system that opened it.
-class CForwardingFile : public ISystemFile {
-  using enum EOperation;
-
- public:
-  CForwardingFile(CForwardingSystem& system, std::string path, std::unique_ptr<ISystemFile> target)
-      : m_system(system), m_strPath(std::move(path)), m_pTarget(std::move(target)) {}
-
-  ESystemError ReadAt(const SReadPart* parts, int count, std::int64_t position,
-                      std::int64_t& bytes) override {
-    bytes = 0;
-    return Call(kRead, [&] { return m_pTarget->ReadAt(parts, count, position, bytes); });
-  }
-  ESystemError WriteAt(const char* data, std::size_t size, std::int64_t position,
-                       std::int64_t& bytes) override {
-    bytes = 0;
-    return Call(kWrite, [&] { return m_pTarget->WriteAt(data, size, position, bytes); });
-  }
-  ESystemError Flush() override {
-    return Call(kFlush, [&] { return m_pTarget->Flush(); });
-  }
-  ESystemError StartFlush() override {
-    return Call(kStartFlush, [&] { return m_pTarget->StartFlush(); });
-  }
-  ESystemError Resize(std::int64_t bytes) override {
-    return Call(kResize, [&] { return m_pTarget->Resize(bytes); });
-  }
-  ESystemError Lock() override {
-    return Call(kLock, [&] { return m_pTarget->Lock(); });
-  }
-  ESystemError IsNamed(const std::string& path, bool& is) override {
-    is = false;
-    return Call(kIsNamed, [&] { return m_pTarget->IsNamed(path, is); });
-  }
-  ESystemError Note(std::string& text) override {
-    text.clear();
-    return Call(kReadNote, [&] { return m_pTarget->Note(text); });
-  }
-  ESystemError SetNote(const std::string& text) override {
-    return Call(kWriteNote, [&] { return m_pTarget->SetNote(text); });
-  }
-
- protected:
-  template <typename Forward>
-  ESystemError Call(EOperation operation, const Forward& forward) {
-    return m_system.Call(operation, m_strPath, forward);
-  }
-
-  CForwardingSystem& m_system;
-  const std::string m_strPath;
-  const std::unique_ptr<ISystemFile> m_pTarget;
 };

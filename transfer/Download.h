@@ -4,7 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "platform/FileLook.h"
 #include "transfer/Digest.h"
+#include "transfer/Session.h"
+#include "transfer/TargetDirectories.h"
 #include "transfer/Transfer.h"
 
 /// Fetches files into one directory. A file on its way lies beside its final
@@ -19,10 +22,11 @@ class CDownload : public CTransfer {
 
   /// Looks at what is here already: files that are whole are done, and get the
   /// time and mode that an inventory tells; what is left of other versions is
-  /// removed. Sets m_llMissing and m_bDone.
+  /// removed. Sets m_llMissing and m_bDone; what a directory stands in the place
+  /// of is final.
   /// @param checksum compare the bytes also where size and time agree
   /// @param change   false: nothing here is touched
-  void Compare(std::vector<STransferItem>& items, bool checksum, bool change) const;
+  void Compare(std::vector<STransferItem>& items, bool checksum, bool change);
 
  protected:
   std::string Prepare(const STransferItem& item) override;
@@ -34,29 +38,40 @@ class CDownload : public CTransfer {
   int AskKept(const STransferItem& item, std::int64_t& bytes) override;
 
  private:
-  std::string BelowInto(const STransferItem& item) const;
-  void ChangeSize(STransferItem& item, std::int64_t size) const;
-  bool IsWhole(const STransferItem& item, bool checksum) const;
+  /// What lies in an item's place while it is not whole.
+  struct SPart {
+    STargetPlace m_place;
+    CTargetDirectories::Directory m_pDirectory;  // null: it cannot be reached
+    SFileLook m_look;
+    bool m_bWhole = false;  // as long as it is to be
+  };
+
+  void ChangeSize(STransferItem& item, std::int64_t size);
+  bool IsWhole(STransferItem& item, bool checksum, bool change) const;
   bool HasDigest(const STransferItem& item, const std::string& path, CFileDigest digest) const;
-  CFileDigest CountPart(const STransferItem& item) const;
+  std::int64_t PartSize(const STransferItem& item) const;
+  SPart LookAtPart(const STransferItem& item);
+  void RemovePart(const STransferItem& item);
+  CFileDigest CountPart(const STransferItem& item);
   int CheckPart(const STransferItem& item);
-  int Finish(STransferItem& item);
-  int JudgeBytes(STransferItem& item, const std::string& part, bool& same);
-  int FetchBlocks(const STransferItem& item, const std::string& part,
+  CSession::STargetFile OpenPart(const STransferItem& item);
+  int Finish(STransferItem& item, const SPart& part);
+  int JudgeBytes(STransferItem& item, const SPart& part, bool& same);
+  int FetchBlocks(const STransferItem& item, const SPart& part,
                   const std::vector<std::int64_t>& blocks);
-  bool PutAside(STransferItem& item) const;
+  void GiveName(STransferItem& item, const SPart& part) const;
+  static bool PutAside(STransferItem& item, const SPart& part);
 
   const std::string m_strInto;
   const std::vector<STransferItem>& m_items;
   const bool m_bOverwrite;
   Batch m_started;                             // as the session counts records
   std::set<const STransferItem*> m_differing;  // arrived once with other bytes
-  std::set<std::string> m_made;                // directories that are there, and no links
+  std::set<const STransferItem*> m_begun;      // of these a part may be here
+  CTargetDirectories m_directories;            // the using thread's
+  CTargetDirectories m_targets;                // the worker's while one runs
 };
 
 /// Takes over the size of an item that the server tells, if it can be.
 /// @param total of all items; grows by it
 void TakeSize(STransferItem& item, std::int64_t size, std::int64_t& total);
-
-/// Where an item lies until it is whole.
-std::string PartPath(const STransferItem& item);

@@ -65,11 +65,8 @@ void Walk(const fs::path& directory, std::vector<std::string>& components, const
     const fs::path& path = entry.path();
     components.push_back(name);
     std::error_code ignored;
-    const fs::file_type own = entry.symlink_status(ignored).type();
-    const bool isDirectory = own == fs::file_type::directory;
-    const bool isFile =
-        own == fs::file_type::regular ||
-        (own == fs::file_type::symlink && fs::is_regular_file(fs::status(path, ignored)));
+    const bool isDirectory = !entry.is_symlink(ignored) && entry.is_directory(ignored);
+    const bool isFile = entry.is_regular_file(ignored);
     // Files are chosen together.
     if (!isFile && !filter.IsEmpty() && !filter.Allows(JoinForPeople(components), isDirectory)) {
       ++found.m_nFiltered;

@@ -220,8 +220,10 @@ int CSession::StartUpload(const std::vector<Channel_Key_Value>& records,
 }
 
 int CSession::StartDownload(const std::vector<Channel_Key_Value>& records,
-                            const std::string& directory, std::vector<CFileDigest> digests) {
+                            const std::string& directory, std::vector<CFileDigest> digests,
+                            TargetOpener opener) {
   m_vecDigests.clear();
+  m_openTarget = std::move(opener);
   {
     const std::lock_guard guard(m_mutex);
     m_vecArrived = std::move(digests);
@@ -232,6 +234,10 @@ int CSession::StartDownload(const std::vector<Channel_Key_Value>& records,
   // The library stays "downloading" when the disk is too small.
   if (result != RESULT_OK) m_nTransState = 0;
   return result;
+}
+
+CSession::STargetFile CSession::OpenTarget(std::size_t record, const std::string&) {
+  return m_openTarget(record);
 }
 
 // Others than the worker set the event too: then it says nothing.

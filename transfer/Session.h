@@ -173,10 +173,13 @@ class CSession : public CKQFileBulkTransfer {
   int StartUpload(const std::vector<Channel_Key_Value>& records, std::deque<SLostAnswer> answers,
                   std::vector<CFileDigest> digests);
 
+  /// Opens what a record is stored in; called on the worker.
+  using TargetOpener = std::function<STargetFile(std::size_t record)>;
+
   /// @param digests one for each record, of what is here already; or none at
   ///                all. What arrives is added.
   int StartDownload(const std::vector<Channel_Key_Value>& records, const std::string& directory,
-                    std::vector<CFileDigest> digests);
+                    std::vector<CFileDigest> digests, TargetOpener opener);
 
   /// True while the worker of a started transfer runs.
   bool IsMoving() const { return m_bStarted && !IsTransFinished(); }
@@ -208,6 +211,9 @@ class CSession : public CKQFileBulkTransfer {
   bool DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, const char* pData,
                   int extra) override;
   bool ReleaseIOCPBuffer(CIOCPBuffer* p) override;
+
+ protected:
+  STargetFile OpenTarget(std::size_t record, const std::string& path) override;
 
  private:
   class CAnswerWait;
@@ -261,6 +267,7 @@ class CSession : public CKQFileBulkTransfer {
   bool m_bDigests = false;                // the using thread's
   bool m_bJustRead = false;               // the using thread's; the server may be sending still
   std::vector<CFileDigest> m_vecDigests;  // the worker's while one runs, else the using thread's
+  TargetOpener m_openTarget;              // as they
   std::vector<std::string> m_vecSent;     // as they; the local files of the request
 
   std::mutex m_mutex;

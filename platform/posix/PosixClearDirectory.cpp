@@ -148,7 +148,7 @@ class CDirectoryClearer {
 
 ESystemError CPosixSystem::ClearDirectory(const std::string& path) {
   CDescriptor fd;
-  const ESystemError error = OpenDirectory(path, O_NOFOLLOW, fd);
+  const ESystemError error = OpenBelowRoot(path, O_NOFOLLOW, fd);
   if (error != ESystemError::kNone) return error;
   return CDirectoryClearer(std::move(fd)).Run();
 }

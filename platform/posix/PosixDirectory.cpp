@@ -107,7 +107,7 @@ bool IsRootDirectory(int directory) {
   return own.st_dev == root.st_dev && own.st_ino == root.st_ino;
 }
 
-ESystemError OpenDirectory(const std::string& path, int flags, CDescriptor& fd) {
+ESystemError OpenBelowRoot(const std::string& path, int flags, CDescriptor& fd) {
   std::string native;
   if (!ToNativePath(path, native)) return ESystemError::kBadPath;
   // With a separator at its end a symbolic link would be followed whatever
@@ -151,7 +151,7 @@ ESystemError CPosixSystem::ListDirectory(const std::string& path,
                                          std::vector<SDirectoryEntry>& entries) {
   entries.clear();
   CDescriptor fd;
-  const ESystemError error = OpenDirectory(path, 0, fd);
+  const ESystemError error = OpenBelowRoot(path, 0, fd);
   if (error != ESystemError::kNone) return error;
   const std::unique_ptr<DIR, int (*)(DIR*)> stream(fdopendir(fd.Get()), closedir);
   if (stream == nullptr) return ToSystemError(errno);

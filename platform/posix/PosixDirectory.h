@@ -1,10 +1,13 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <string>
 
+#include "platform/FileLook.h"
 #include "platform/posix/PosixSystem.h"
 
-/// What listing and clearing a directory share. For the sources of this
+/// What the work with directories shares. For the sources of this
 /// folder only.
 
 /// True for "." and "..".
@@ -16,4 +19,7 @@ bool IsRootDirectory(int directory);
 /// Opens a directory other than the root. With O_NOFOLLOW among `flags` the
 /// last component must not be a symbolic link.
 /// @return kBadPath for an unusable path and for the root.
-ESystemError OpenDirectory(const std::string& path, int flags, CDescriptor& fd);
+ESystemError OpenBelowRoot(const std::string& path, int flags, CDescriptor& fd);
+
+/// What a status says of a file.
+SFileLook ToLook(const struct stat& status);

@@ -27,10 +27,6 @@ constexpr int kMaxParts = 32;
 const char kNoteName[] = "user.kqft.receiving";
 constexpr std::size_t kLongestNote = 256;
 
-ESystemError LastError(bool failed) {
-  return failed ? ToSystemError(errno) : ESystemError::kNone;
-}
-
 class CPosixFile final : public ISystemFile {
  public:
   CPosixFile(CDescriptor fd, bool append) : m_fd(std::move(fd)), m_bAppend(append) {}
@@ -83,6 +79,10 @@ class CPosixFile final : public ISystemFile {
       result = sync_file_range(m_fd.Get(), 0, 0, kWaitThenBegin);  // to the end
     } while (result < 0 && errno == EINTR);
     return LastError(result < 0 && errno != ENOSYS);
+  }
+
+  void ReadAhead(std::int64_t bytes) override {
+    posix_fadvise(m_fd.Get(), 0, static_cast<off_t>(bytes), POSIX_FADV_WILLNEED);
   }
 
   ESystemError Resize(std::int64_t bytes) override {
@@ -181,9 +181,15 @@ ESystemError CPosixSystem::OpenFile(const std::string& path, EOpenMode mode,
   file = nullptr;
   std::string native;
   if (!ToNativePath(path, native)) return ESystemError::kBadPath;
+  return OpenFileAt(AT_FDCWD, native.c_str(), mode, 0, file);
+}
+
+ESystemError OpenFileAt(int directory, const char* path, EOpenMode mode, int flags,
+                        std::unique_ptr<ISystemFile>& file) {
+  file = nullptr;
   // O_NONBLOCK: a pipe must be refused below, not waited for. The file is
   // emptied only once it is known to be one.
-  CDescriptor fd = OpenDescriptor(AT_FDCWD, native.c_str(), OpenFlags(mode) | O_NONBLOCK);
+  CDescriptor fd = OpenDescriptor(directory, path, OpenFlags(mode) | O_NONBLOCK | flags);
   struct stat status = {};
   if (!fd.IsOpen() || fstat(fd.Get(), &status) != 0) return ToSystemError(errno);
   if (!S_ISREG(status.st_mode)) return ESystemError::kNotRegular;

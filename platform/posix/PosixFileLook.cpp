@@ -8,8 +8,8 @@
 #include <chrono>
 #include <limits>
 
-#include "platform/FileLook.h"
 #include "platform/FileTimes.h"
+#include "platform/posix/PosixDirectory.h"
 
 namespace fs = std::filesystem;
 
@@ -43,14 +43,16 @@ fs::file_time_type ToFileTime(std::int64_t time) {
 
 }  // namespace
 
-SFileLook LookAtFile(const std::string& path, std::error_code& error) {
+SFileLook LookAtFile(const std::string& path, std::error_code& error, bool follow) {
   struct stat status {};
   error.clear();
+  if ((follow ? stat : lstat)(path.c_str(), &status) == 0) return ToLook(status);
+  error.assign(errno, std::generic_category());
+  return SFileLook();
+}
+
+SFileLook ToLook(const struct stat& status) {
   SFileLook look;
-  if (stat(path.c_str(), &status) != 0) {
-    error.assign(errno, std::generic_category());
-    return look;
-  }
   look.m_bRegular = S_ISREG(status.st_mode);
   look.m_llSize = status.st_size;
   look.m_llTime = Join(status.st_mtim.tv_sec, status.st_mtim.tv_nsec);

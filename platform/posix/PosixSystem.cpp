@@ -159,6 +159,10 @@ ESystemError ToSystemError(int number) {
   }
 }
 
+ESystemError LastError(bool failed) {
+  return failed ? ToSystemError(errno) : ESystemError::kNone;
+}
+
 CPosixSystem::CPosixSystem()
     : m_strBootName(ReadBootName()),
       m_strMachineName(ReadMachineName()),

@@ -37,6 +37,15 @@ bool ToNativePath(const std::string& path, std::string& native);
 /// The error that an errno value stands for.
 ESystemError ToSystemError(int number);
 
+/// What errno says, or kNone.
+ESystemError LastError(bool failed);
+
+/// Opens a file as ISystem::OpenFile does.
+/// @param directory what a relative path starts from
+/// @param flags     more of them for the call, O_NOFOLLOW or none
+ESystemError OpenFileAt(int directory, const char* path, EOpenMode mode, int flags,
+                        std::unique_ptr<ISystemFile>& file);
+
 class CPosixSystem final : public ISystem {
  public:
   CPosixSystem();
@@ -54,6 +63,8 @@ class CPosixSystem final : public ISystem {
   ESystemError FlushDirectory(const std::string& path) override;
   ESystemError ListDirectory(const std::string& path,
                              std::vector<SDirectoryEntry>& entries) override;
+  ESystemError OpenDirectory(const std::string& top, const std::string& below, bool make,
+                             std::unique_ptr<ISystemDirectory>& directory) override;
   ESystemError ClearDirectory(const std::string& path) override;
   ESystemError QueryFreeSpace(const std::string& path, std::uint64_t& bytes) override;
   ESystemError QueryBootName(std::string& name) override;

@@ -91,6 +91,9 @@ class CWindowsFile final : public ISystemFile {
   // steps in which this is called.
   ESystemError StartFlush() override { return Flush(); }
 
+  // There is no call that does not wait.
+  void ReadAhead(std::int64_t) override {}
+
   ESystemError Resize(std::int64_t bytes) override {
     AllowGap(bytes);
     FILE_END_OF_FILE_INFO end = {};

@@ -7,7 +7,7 @@
 #include "platform/FileTimes.h"
 #include "platform/PathBytes.h"
 #include "platform/windows/WindowsPath.h"
-#include "platform/windows/WindowsSystem.h"
+#include "platform/windows/WindowsPlace.h"
 
 namespace {
 
@@ -31,7 +31,8 @@ std::int64_t FromFileTime(const FILETIME& time) {
   return since < INT64_MIN / kStep ? INT64_MIN : since * kStep;
 }
 
-CHandle OpenFacts(const std::filesystem::path& path, DWORD access, std::error_code& error) {
+CHandle OpenFacts(const std::filesystem::path& path, DWORD access, std::error_code& error,
+                  DWORD flags = 0) {
   std::wstring native;
   error.clear();
   if (!ToNativePath(ToUtf8(std::filesystem::absolute(path, error).wstring()), native)) {
@@ -42,7 +43,7 @@ CHandle OpenFacts(const std::filesystem::path& path, DWORD access, std::error_co
   if (!native.empty()) {
     handle = CHandle(CreateFileW(native.c_str(), access,
                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                 OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+                                 OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr));
   }
   if (!handle.IsOpen()) error.assign(static_cast<int>(GetLastError()), std::system_category());
   return handle;
@@ -54,13 +55,15 @@ void Judge(BOOL done, std::error_code& error) {
 
 }  // namespace
 
-SFileLook LookAtFile(const std::string& path, std::error_code& error) {
+SFileLook LookAtFile(const std::string& path, std::error_code& error, bool follow) {
   SFileLook look;
-  const CHandle file = OpenFacts(PathOf(path), FILE_READ_ATTRIBUTES, error);
+  const CHandle file = OpenFacts(PathOf(path), FILE_READ_ATTRIBUTES, error,
+                                 follow ? 0 : FILE_FLAG_OPEN_REPARSE_POINT);
   BY_HANDLE_FILE_INFORMATION found = {};
   if (!error) Judge(GetFileInformationByHandle(file.Get(), &found), error);
   if (error) return look;
-  look.m_bRegular = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+  look.m_bRegular =
+      (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0 && (follow || !IsLink(file.Get()));
   look.m_llSize = static_cast<std::int64_t>(Join(found.nFileSizeHigh, found.nFileSizeLow));
   look.m_llTime = FromFileTime(found.ftLastWriteTime);
   const bool isReadOnly = (found.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;

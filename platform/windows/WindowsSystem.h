@@ -57,6 +57,8 @@ class CWindowsSystem final : public ISystem {
   ESystemError FlushDirectory(const std::string& path) override;
   ESystemError ListDirectory(const std::string& path,
                              std::vector<SDirectoryEntry>& entries) override;
+  ESystemError OpenDirectory(const std::string& top, const std::string& below, bool make,
+                             std::unique_ptr<ISystemDirectory>& directory) override;
   ESystemError ClearDirectory(const std::string& path) override;
   ESystemError QueryFreeSpace(const std::string& path, std::uint64_t& bytes) override;
   ESystemError QueryBootName(std::string& name) override;

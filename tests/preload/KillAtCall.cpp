@@ -53,4 +53,9 @@ int rename(const char* from, const char* to) noexcept {
   if (IsChosen("rename:", g_renames)) std::raise(SIGKILL);
   return real(from, to);
 }
+int renameat2(int one, const char* from, int other, const char* to, unsigned flags) noexcept {
+  static auto* const real = Real<int(int, const char*, int, const char*, unsigned)>("renameat2");
+  if (IsChosen("rename:", g_renames)) std::raise(SIGKILL);
+  return real(one, from, other, to, flags);
+}
 }

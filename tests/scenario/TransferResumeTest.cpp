@@ -10,6 +10,7 @@
 #include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "support/FakeServer.h"
+#include "support/HostFiles.h"
 #include "support/Packets.h"
 #include "support/Programs.h"
 #include "support/TestServer.h"
@@ -57,8 +58,12 @@ class CLosingServer : public CTestServer {
   void OnUploaded(const STransferFacts& file) override {
     if (file.m_strPath.ends_with("b.txt") && m_nStored++ == 0) fs::resize_file(m_strFile, 1);
   }
+  void OnDownloaded(const STransferFacts&) override {
+    if (m_nSent++ == 0 && m_onFirstSent) m_onFirstSent();
+  }
   std::string m_strFile;
-  std::atomic<int> m_nStored = 0;
+  std::atomic<int> m_nStored = 0, m_nSent = 0;
+  std::function<void()> m_onFirstSent;
 };
 
 TEST_F(TransferResume, AFileThatIsShorterThanItWasSentIsNotWhole) {
@@ -190,6 +195,37 @@ TEST_F(TransferResume, SideFilesNeverMakeAHoleInARecording) {
       }
     }
   }
+}
+
+TEST_F(TransferResume, AGetLooksAtEachFileOnceAndStaysInItsDirectories) {
+  constexpr int kFiles = 60;  // more than are opened ahead
+  const CTempDirectory dir, outside;
+  CLosingServer server(dir);
+  for (int i = 0; i < kFiles; ++i) WriteWholeFile(dir / ("P/sub/" + std::to_string(i)), "x");
+  ASSERT_TRUE(server.Init(0));
+  m_nPort = server.Port();
+  SGetRequest request;
+  request.m_strProject = "P";
+  request.m_nRetries = 0;
+  request.m_strInto = m_local / "once";
+  m_system.Follow(CFaultPlan().Below(request.m_strInto));
+  EXPECT_TRUE(Client().Get(request).IsDone());
+  EXPECT_EQ(ReadTree(m_local / "once/P"), ReadTree(dir / "P"));
+  for (const EOperation each : {EOperation::kOpen, EOperation::kQuery, EOperation::kRename}) {
+    EXPECT_LT(m_system.Calls(each), kFiles + kFiles / 10);
+  }
+  EXPECT_LT(m_system.Calls(EOperation::kOpenDirectory), kFiles / 10);
+
+  if (!MakeLink(outside.Path(), m_local / "link")) return;
+  server.m_nSent = 0;
+  server.m_onFirstSent = [&] {
+    fs::rename(m_local / "P/sub", m_local / "away");
+    fs::rename(m_local / "link", m_local / "P/sub");
+  };
+  request.m_strInto = m_local.Path();
+  EXPECT_FALSE(Client().Get(request).IsDone());
+  EXPECT_TRUE(fs::is_empty(outside.Path()));
+  EXPECT_FALSE(fs::is_empty(m_local / "away"));
 }
 
 TEST_F(TransferResume, WhatIsMissingOfARecordingThatFailedStaysKnown) {

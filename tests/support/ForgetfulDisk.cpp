@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "platform/ForwardingFile.h"
+
 namespace {
 
 std::string Plain(std::string path) {

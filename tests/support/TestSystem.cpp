@@ -12,6 +12,7 @@
 #include <sstream>
 #include <thread>
 
+#include "platform/ForwardingFile.h"
 #include "platform/PathBytes.h"
 
 namespace {

@@ -2,7 +2,13 @@
 
 #include "platform/System.h"
 
+#include <filesystem>
+
+#include "platform/FileLook.h"
+#include "support/HostFiles.h"
 #include "support/TestSystem.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -52,6 +58,44 @@ TEST(SystemFile, EmptyPathsAndNulBytesAreRefusedByEveryCall) {
     }
   }
   EXPECT_EQ(ReadWholeFile(temp / "canary"), "alive");
+}
+
+TEST(SystemDirectory, ReachesWhatLiesInItAndNothingElse) {
+  constexpr std::int64_t kTime = 1234567890987654300;
+  const CTempDirectory temp, outside;
+  std::unique_ptr<ISystemDirectory> directory, other;
+  std::unique_ptr<ISystemFile> file;
+  SFileLook look;
+  const auto open = [&](const std::string& below, bool make, auto& opened) {
+    return System().OpenDirectory(temp.Path(), below, make, opened);
+  };
+  EXPECT_EQ(open("a/b", false, directory), ESystemError::kNotFound);
+  ASSERT_EQ(open("a/b", true, directory), ESystemError::kNone);
+  EXPECT_EQ(directory->OpenFile("x", EOpenMode::kCreateNew, file), ESystemError::kNone);
+  file = nullptr;
+  WriteWholeFile(temp / "a/b/y", "other");
+  EXPECT_EQ(directory->SetTime("x", kTime), ESystemError::kNone);
+  EXPECT_EQ(directory->RenameFile("x", "y", false), ESystemError::kExists);
+  EXPECT_EQ(directory->RenameFile("x", "y", true), ESystemError::kNone);
+  EXPECT_EQ(directory->QueryFile("x", look), ESystemError::kNotFound);
+  EXPECT_EQ(directory->QueryFile("y", look), ESystemError::kNone);
+  EXPECT_TRUE(look.m_bRegular && look.m_llSize == 0 && look.m_llTime == kTime);
+  EXPECT_EQ(directory->RenameFile("y", "z", false), ESystemError::kNone);
+  EXPECT_EQ(directory->SetMode("z", 0444), ESystemError::kNone);
+  EXPECT_EQ(directory->QueryFile("z", look), ESystemError::kNone);
+  EXPECT_EQ(look.m_nMode, 0444U);
+  EXPECT_EQ(directory->RemoveFile("z"), ESystemError::kNone);
+
+  if (!MakeLink(outside.Path(), temp / "a/link")) return;
+  EXPECT_EQ(open("a/link/c", true, other), ESystemError::kNotRegular);
+  MakeLink(outside / "target", temp / "a/b/link");
+  EXPECT_EQ(directory->QueryFile("link", look), ESystemError::kNone);
+  EXPECT_FALSE(look.m_bRegular);
+  EXPECT_NE(directory->OpenFile("link", EOpenMode::kKeep, file), ESystemError::kNone);
+  fs::rename(temp / "a", temp / "away");
+  MakeLink(outside.Path(), temp / "a");
+  EXPECT_EQ(directory->OpenFile("n", EOpenMode::kCreateNew, file), ESystemError::kNone);
+  EXPECT_TRUE(fs::exists(temp / "away/b/n") && fs::is_empty(outside.Path()));
 }
 
 // Few at once: a thread that has run takes up room until the system has seen to it.
