@@ -109,14 +109,22 @@ int CSendingNote::Read(Records& records) {
   return result;
 }
 
-// Writes what this run is, and empties slots of others.
-int CSendingNote::Write(const std::vector<int>& dead) {
-  std::map<std::int64_t, std::string> parts;
+// What this run is, and empty slots for others.
+CSession::Parts CSendingNote::Record(const std::vector<int>& dead) {
+  CSession::Parts parts;
   const auto position = [](int slot) { return std::int64_t{kSendingSlotBytes} * slot; };
   for (const int slot : dead) parts[position(slot)] = std::string(kSendingSlotBytes, '\0');
   m_mine.m_llAlive = System().WallSeconds();
   parts[position(m_nSlot)] = SendingSlot(m_mine);
-  return m_tools.m_session.WriteParts(m_strPlace, parts);
+  return parts;
+}
+
+int CSendingNote::WriteAndRead(const std::vector<int>& dead, Records& records) {
+  std::string text;
+  const int result = m_tools.m_session.WritePartsAndRead(m_strPlace, Record(dead), text,
+                                                         kSendingSlots * kSendingSlotBytes);
+  records = ParseSendingSlots(text);
+  return result;
 }
 
 void CSendingNote::ChooseSlot(const Records& records) {
@@ -148,7 +156,7 @@ std::string CSendingNote::GiveWay(const SSendingRecord& other, const char* why) 
   return why + other.m_strBy + alive;
 }
 
-std::string CSendingNote::Begin(bool takeOver) {
+std::string CSendingNote::Begin(bool takeOver, const std::function<void()>& ahead) {
   Records records;
   const int result = Insist(m_tools, [&] { return Read(records); });
   if (result != RESULT_OK && result != ERROR_CODE_SERVER_OPENFILE) return WhyFailed(result);
@@ -164,16 +172,19 @@ std::string CSendingNote::Begin(bool takeOver) {
   }
   ++m_mine.m_llCount;
   ChooseSlot(records);
-  return Enter(std::move(dead), takeOver);
+  return Enter(std::move(dead), takeOver, ahead);
 }
 
 // Goes on until the record stands there as written, and nobody else who counts.
-std::string CSendingNote::Enter(std::vector<int> dead, bool takeOver) {
+std::string CSendingNote::Enter(std::vector<int> dead, bool takeOver,
+                                const std::function<void()>& ahead) {
   for (int waited = 0;; waited += kRestMs) {
     Records records;
     m_bIn = true;
-    int result = Insist(m_tools, [&] { return Write(dead); });
-    if (result == RESULT_OK) result = Insist(m_tools, [&] { return Read(records); });
+    const int result = Insist(m_tools, [&] {
+      if (m_mine.m_bSending) ahead();
+      return WriteAndRead(dead, records);
+    });
     if (result != RESULT_OK && result != ERROR_CODE_SERVER_OPENFILE) return WhyFailed(result);
     dead.clear();
     bool isMine = false;
@@ -231,7 +242,7 @@ std::string CSendingNote::Look(bool last) {
   m_bAlone = isMine && other == nullptr;
   if (other != nullptr) return GiveWay(*other, kTakenOver);
   if (!isMine) return kGone;
-  if (!last) result = Write(dead);
+  if (!last) result = m_tools.m_session.WriteParts(m_strPlace, Record(dead));
   if (result != RESULT_OK && !IsRefusal(result)) m_tools.m_session.Abort();
   return "";
 }
@@ -241,11 +252,10 @@ std::string CSendingNote::Look(bool last) {
 void CSendingNote::End() {
   if (!m_bIn || !m_tools.m_session.IsConnect()) return;
   m_bIn = false;
+  if (m_bAlone) return m_tools.m_session.WriteLater(m_strPlace, true, {});
   const std::int64_t position = std::int64_t{kSendingSlotBytes} * m_nSlot;
-  const int result = m_bAlone ? m_tools.m_session.WriteText(m_strPlace, "")
-                              : m_tools.m_session.WriteParts(
-                                    m_strPlace, {{position, std::string(kSendingSlotBytes, '\0')}});
-  if (result != RESULT_OK && !IsRefusal(result)) m_tools.m_session.Abort();
+  m_tools.m_session.WriteLater(m_strPlace, false,
+                               {{position, std::string(kSendingSlotBytes, '\0')}});
 }
 
 CPutSending::CPutSending(const STransferTools& tools, const std::string& directory,
@@ -265,11 +275,11 @@ std::string CPutSending::Note(const std::string& project, const CSendingNote& no
   return m_strWhyNot;
 }
 
-std::string CPutSending::Begin(bool takeOver) {
+std::string CPutSending::Begin(bool takeOver, const std::function<void()>& ahead) {
   m_llLookedMs = System().SteadyMilliseconds();
   for (auto& [project, note] : m_mapNotes) {
     m_strLastUsed = note.Place();
-    if (!Note(project, note, note.Begin(takeOver)).empty()) break;
+    if (!Note(project, note, note.Begin(takeOver, ahead)).empty()) break;
   }
   return m_strWhyNot;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -54,16 +54,18 @@ class CSendingNote {
   /// Enters the run. Gives way to whoever is sending, but not to what an
   /// earlier run of this workstation has left.
   /// @param takeOver give way to nobody who was there before
+  /// @param ahead    called when nothing but one more reading may be left to do: what
+  ///                 may be asked behind that (CSession::AskAhead)
   /// @return "" or why it must not send
   /// Blocks: for some answers, up to 3 s more when others come at the same time.
-  std::string Begin(bool takeOver);
+  std::string Begin(bool takeOver, const std::function<void()>& ahead);
 
   /// Looks whether the run may still send, and renews its sign of life.
   /// @param last it has to be certain: try again until there is an answer
   /// @return "" or why not
   std::string Look(bool last);
 
-  /// Takes the run out, if it is in.
+  /// Takes the run out, if it is in; does not wait for the answer.
   void End();
 
   /// Who is sending instead, "user@host"; "" when that is not why.
@@ -78,9 +80,10 @@ class CSendingNote {
  private:
   using Records = std::map<int, SSendingRecord>;
   int Read(Records& records);
-  int Write(const std::vector<int>& dead);
+  std::map<std::int64_t, std::string> Record(const std::vector<int>& dead);
+  int WriteAndRead(const std::vector<int>& dead, Records& records);
   void ChooseSlot(const Records& records);
-  std::string Enter(std::vector<int> dead, bool takeOver);
+  std::string Enter(std::vector<int> dead, bool takeOver, const std::function<void()>& ahead);
   bool GivesWayTo(const SSendingRecord& other) const;
   bool IsOurs(const SSendingRecord& other) const;
   std::string GiveWay(const SSendingRecord& other, const char* why);
@@ -102,7 +105,7 @@ class CPutSending {
   CPutSending(const STransferTools& tools, const std::string& directory,
               const std::vector<STransferItem>& items, const std::string& workstation);
 
-  std::string Begin(bool takeOver);
+  std::string Begin(bool takeOver, const std::function<void()>& ahead);
 
   /// Looks every 10 s; what it found once stays.
   std::string Look();
