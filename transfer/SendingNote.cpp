@@ -48,6 +48,10 @@ bool ParseRecord(std::string_view text, SSendingRecord& record) {
   return (record.m_bSending || state == kWanting) && UnescapeName(line, record.m_strBy);
 }
 
+std::int64_t Position(int slot) {
+  return std::int64_t{kSendingSlotBytes} * slot;
+}
+
 std::string WhyFailed(int result) {
   return "cannot note who is sending it: " + DescribeResult(result);
 }
@@ -112,10 +116,9 @@ int CSendingNote::Read(Records& records) {
 // What this run is, and empty slots for others.
 CSession::Parts CSendingNote::Record(const std::vector<int>& dead) {
   CSession::Parts parts;
-  const auto position = [](int slot) { return std::int64_t{kSendingSlotBytes} * slot; };
-  for (const int slot : dead) parts[position(slot)] = std::string(kSendingSlotBytes, '\0');
+  for (const int slot : dead) parts[Position(slot)] = std::string(kSendingSlotBytes, '\0');
   m_mine.m_llAlive = System().WallSeconds();
-  parts[position(m_nSlot)] = SendingSlot(m_mine);
+  for (const int slot : m_slots) parts[Position(slot)] = SendingSlot(m_mine);
   return parts;
 }
 
@@ -127,11 +130,17 @@ int CSendingNote::WriteAndRead(const std::vector<int>& dead, Records& records) {
   return result;
 }
 
-void CSendingNote::ChooseSlot(const Records& records) {
+void CSendingNote::ChooseSlots(const Records& records) {
   std::random_device random;
-  do {
-    m_nSlot = static_cast<int>(random() % kSendingSlots);
-  } while (records.contains(m_nSlot) && records.size() < kSendingSlots);
+  for (int& slot : m_slots) {
+    do {
+      slot = static_cast<int>(random() % kSendingSlots);
+    } while (records.contains(slot) && records.size() < kSendingSlots);
+  }
+}
+
+bool CSendingNote::IsMySlot(int slot) const {
+  return std::find(m_slots.begin(), m_slots.end(), slot) != m_slots.end();
 }
 
 // An earlier one of this workstation: it would have the turn that we have.
@@ -171,7 +180,7 @@ std::string CSendingNote::Begin(bool takeOver, const std::function<void()>& ahea
     }
   }
   ++m_mine.m_llCount;
-  ChooseSlot(records);
+  ChooseSlots(records);
   return Enter(std::move(dead), takeOver, ahead);
 }
 
@@ -191,7 +200,7 @@ std::string CSendingNote::Enter(std::vector<int> dead, bool takeOver,
     const SSendingRecord* other = nullptr;
     for (const auto& [slot, record] : records) {
       if (record.m_strRun == m_mine.m_strRun) {
-        isMine = slot == m_nSlot && record.m_bSending == m_mine.m_bSending;
+        isMine = isMine || (IsMySlot(slot) && record.m_bSending == m_mine.m_bSending);
       } else if (IsOurs(record) || (takeOver && record.m_llCount < m_mine.m_llCount)) {
         dead.push_back(slot);
       } else if (other == nullptr || GivesWayTo(record)) {
@@ -211,7 +220,7 @@ std::string CSendingNote::Enter(std::vector<int> dead, bool takeOver,
       return GiveWay(*other, kIsSent);
     }
     if (waited > kPatienceMs) break;
-    if (!isMine && !m_mine.m_bSending) ChooseSlot(records);
+    if (!isMine && !m_mine.m_bSending) ChooseSlots(records);
     if (!isAlone) m_tools.m_cancel.Sleep(kRestMs);
   }
   End();
@@ -253,9 +262,9 @@ void CSendingNote::End() {
   if (!m_bIn || !m_tools.m_session.IsConnect()) return;
   m_bIn = false;
   if (m_bAlone) return m_tools.m_session.WriteLater(m_strPlace, true, {});
-  const std::int64_t position = std::int64_t{kSendingSlotBytes} * m_nSlot;
-  m_tools.m_session.WriteLater(m_strPlace, false,
-                               {{position, std::string(kSendingSlotBytes, '\0')}});
+  CSession::Parts parts;
+  for (const int slot : m_slots) parts[Position(slot)] = std::string(kSendingSlotBytes, '\0');
+  m_tools.m_session.WriteLater(m_strPlace, false, parts);
 }
 
 CPutSending::CPutSending(const STransferTools& tools, const std::string& directory,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -13,8 +14,9 @@
 /// record of each run. Two runs at once cannot both pass: a run writes its
 /// record before it reads the others'.
 ///
-/// A record is a line in a slot of its own, zeros behind it, sealed like the
-/// other small files:
+/// A record is a line in each of two slots, zeros behind it, sealed like the
+/// other small files. Who comes at the same time may take one of them as well,
+/// hardly ever both:
 ///
 ///     RUN WORKSTATION COUNT SECONDS sending user@host     or wanting
 ///     # end 00112233445566778899aabbccddeeff
@@ -82,7 +84,8 @@ class CSendingNote {
   int Read(Records& records);
   std::map<std::int64_t, std::string> Record(const std::vector<int>& dead);
   int WriteAndRead(const std::vector<int>& dead, Records& records);
-  void ChooseSlot(const Records& records);
+  void ChooseSlots(const Records& records);
+  bool IsMySlot(int slot) const;
   std::string Enter(std::vector<int> dead, bool takeOver, const std::function<void()>& ahead);
   bool GivesWayTo(const SSendingRecord& other) const;
   bool IsOurs(const SSendingRecord& other) const;
@@ -91,7 +94,7 @@ class CSendingNote {
   const STransferTools m_tools;
   const std::string m_strPlace;
   SSendingRecord m_mine;
-  int m_nSlot = 0;
+  std::array<int, 2> m_slots{};
   bool m_bNew = false;
   bool m_bIn = false;     // the record may stand there
   bool m_bAlone = false;  // Begin has succeeded, and nobody has taken over
