@@ -125,7 +125,7 @@ int CSession::Store(const std::string& name, bool whole, const Parts& parts, std
 std::shared_ptr<CSession::SStored> CSession::Send(const std::string& name, bool whole,
                                                   const Parts& parts) {
   ForgetAhead();
-  const auto stored = std::make_shared<SStored>();
+  auto stored = std::make_shared<SStored>();
   m_nServerErrorCode = RESULT_OK;
   m_nBufTaken = 0;
   m_nBufReleased = 0;
