@@ -82,6 +82,10 @@ class KQFT_API CKQFileBulkTransfer : public CKQFileTransServiceVisitor {
   void SendFileToServer() override;
   void ReceiveFileFromServer() override;
 
+  /// Uploads whose end was not answered yet, also those that nobody waits for
+  /// any more: the next answers of that kind are theirs.
+  std::size_t CountOnWay();
+
  private:
   struct SBulk;
 
@@ -96,7 +100,6 @@ class KQFT_API CKQFileBulkTransfer : public CKQFileTransServiceVisitor {
   // BulkUpload.cpp
   bool TakeUploadAnswer(int code, int length, const char* body);
   void EndOldest(int result);
-  std::size_t CountOnWay();
   int WaitOnWay(std::size_t most);
   void SendAll(CTransferRun& run);
   int SendOne(CTransferRun& run, CReadAhead& ahead, std::size_t record, bool pauses);

@@ -54,4 +54,8 @@ class KQFT_API CKQFileTransServiceVisitor : public CKQFileTransServiceClient {
   /// @param name of a file that the server holds, as in m_strName
   /// Blocks: not noticeably; up to 15 s when the server falls silent just now.
   void Leave(const std::string& name);
+
+ protected:
+  /// WaitUntilServed by a question of the caller's, which sets m_evReply.
+  int WaitUntilAnswered(int code, const std::string& body, int patienceMs);
 };

@@ -35,13 +35,17 @@ int CKQFileTransServiceVisitor::ConnectAndWait(const std::string& ip, int port) 
   return Connect(ip, port) ? WaitUntilServed() : ERROR_CODE_CLIENT_CONNECT;
 }
 
+int CKQFileTransServiceVisitor::WaitUntilServed(int patienceMs) {
+  return WaitUntilAnswered(NET_CTS_GETPRJFILELIST, kNoSuchProject, patienceMs);
+}
+
 // A repeated question goes out on the same link: a new one would start the
 // server's wait again. The pause lets the answers to the earlier ones pass by.
-int CKQFileTransServiceVisitor::WaitUntilServed(int patienceMs) {
+int CKQFileTransServiceVisitor::WaitUntilAnswered(int code, const std::string& body,
+                                                  int patienceMs) {
   for (int left = patienceMs; left > 0; left -= kQuestionWaitMs) {
     m_evReply->ResetKQEvent();
-    const bool sent = SendMessage(NET_CTS_GETPRJFILELIST, kNoSuchProject.data(),
-                                  static_cast<int>(kNoSuchProject.size()));
+    const bool sent = SendMessage(code, body.data(), static_cast<int>(body.size()));
     const bool silent = sent && m_evReply->Wait(std::min(left, kQuestionWaitMs)) == kWaitTimeout;
     if (!sent || !IsConnect()) return ERROR_CODE_CLIENT_CONNECT;
     if (silent) continue;

@@ -21,7 +21,7 @@ class KQFT_API ILinkInfo {
   virtual int GetPort() const = 0;
 
   /// For a thread that is about to send one of many packets: waits until
-  /// fewer than 16 buffers are queued on the link, sending them meanwhile.
+  /// fewer than 16 buffers (48 small ones) are queued, sending them meanwhile.
   /// The thread is expected back: its next packet may be kept until it asks
   /// again, 20 ms at most, so that several leave in one call.
   /// @return true when there is room, and also when waiting is of no use: the

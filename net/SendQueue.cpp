@@ -13,13 +13,16 @@
 
 namespace {
 
-// A caller that comes back for room leaves its packets until this many, about
-// what one block of a file makes, can go in one call. More than those wait for
-// nobody: a slow link keeps no more memory than a fast one.
-constexpr std::size_t kRoomBuffers = 16;
+// A caller that comes back for room leaves its packets until 16 full ones, about
+// what one block of a file makes, or so many small ones can go in one call. More
+// than those wait for nobody: a slow link keeps no more memory than a fast one.
+constexpr std::size_t kPacketBytes = std::size_t{64} << 10;
+constexpr std::size_t kRoomBytes = 15 * kPacketBytes;
+constexpr std::size_t kRoomItems = 48;
 
 // Queued, and sent but not given back.
-constexpr std::size_t kHeldBuffers = 32;
+constexpr std::size_t kHeldBytes = 32 * kPacketBytes;
+constexpr std::size_t kHeldItems = 2 * kRoomItems;
 
 constexpr std::size_t kMaxQueuedTextBytes = std::size_t{64} << 20;
 
@@ -27,11 +30,7 @@ constexpr std::size_t kMaxQueuedTextBytes = std::size_t{64} << 20;
 constexpr std::size_t kRoomTextBytes = std::size_t{256} << 10;
 constexpr std::size_t kRoomTexts = 1024;
 
-constexpr int kSlicesPerSend = 32;
-
-// Sent buffers go back this many at a time, so that the sender thread is not
-// woken for each.
-constexpr std::size_t kDoneTogether = 16;
+constexpr int kSlicesPerSend = kRoomItems;
 
 // How often the sender thread looks after a link that is in use: buffers that
 // were sent, and packets that nobody came back for, wait this long at most.
@@ -69,9 +68,11 @@ CSendQueue::EPush CSendQueue::PushText(const char* data, std::size_t bytes) {
 // thread is sending: that one sees to it.
 CSendQueue::EPush CSendQueue::Push(Lock& lock, SItem item) {
   const bool attended = std::exchange(m_bAttended, false);
-  if (m_bSending || (attended && m_items.size() + 1 < kRoomBuffers)) {
+  m_nBytes += item.m_nBytes;
+  if (m_bSending || (attended && !IsFullWith(1))) {
     if (!KeepText(item)) {
       m_nTextBytes -= item.m_nBytes;
+      m_nBytes -= item.m_nBytes;
       return EPush::kRefused;
     }
     m_items.push_back(std::move(item));
@@ -87,6 +88,7 @@ CSendQueue::EPush CSendQueue::Push(Lock& lock, SItem item) {
     const auto rest = m_items.begin() + static_cast<std::ptrdiff_t>(own - m_ullTaken - 1);
     if (!KeepText(*rest)) {  // out of memory: what has begun cannot be ended
       m_nTextBytes -= rest->m_nBytes;
+      m_nBytes -= rest->m_nBytes;
       m_items.erase(rest);
       sound = false;
     }
@@ -114,9 +116,9 @@ bool CSendQueue::WaitRoom(int ms) {
   Lock lock(m_mutex);
   m_bAttended = true;
   if (HasRoom()) return true;
-  if (m_bSending || !IsFull()) {
+  if (m_bSending || !IsFullWith(0)) {
     ++m_nRoomWaiters;
-    System().Wait(m_room, lock, ms, [this] { return HasRoom() || (!m_bSending && IsFull()); });
+    System().Wait(m_room, lock, ms, [this] { return HasRoom() || (!m_bSending && IsFullWith(0)); });
     --m_nRoomWaiters;
   } else if (!SendSome(lock, ms)) {
     lock.unlock();
@@ -128,14 +130,22 @@ bool CSendQueue::WaitRoom(int ms) {
   return HasRoom();
 }
 
-bool CSendQueue::IsFull() const {
-  return m_items.size() >= kRoomBuffers;
+// @param more items that are about to come, counted in the bytes already
+bool CSendQueue::IsFullWith(std::size_t more) const {
+  return m_items.size() + more >= kRoomItems || m_nBytes > kRoomBytes;
 }
 
 // Sent buffers that were not given back yet count, too: where many links are
 // busy their threads may be late.
 bool CSendQueue::HasRoom() const {
-  return m_bClosed || (!IsFull() && m_items.size() + m_vecDone.size() < kHeldBuffers);
+  return m_bClosed || (!IsFullWith(0) && m_items.size() + m_vecDone.size() < kHeldItems &&
+                       m_nBytes + m_nDoneBytes < kHeldBytes);
+}
+
+// Sent buffers go back so many at a time, so that the sender thread is not woken
+// for each.
+bool CSendQueue::HasManyDone() const {
+  return m_vecDone.size() >= kRoomItems || m_nDoneBytes > kRoomBytes;
 }
 
 void CSendQueue::Gather() {
@@ -183,7 +193,7 @@ void CSendQueue::Run() {
     }
     const std::uint64_t taken = m_ullTaken;
     const bool called = System().Wait(m_work, lock, kLookAfterMs, [this] {
-      return m_bClosed || (m_bWanted && !m_bSending) || m_vecDone.size() >= kDoneTogether;
+      return m_bClosed || (m_bWanted && !m_bSending) || HasManyDone();
     });
     active = called || !m_items.empty() || !m_vecDone.empty();
     GiveBack(lock);
@@ -196,6 +206,7 @@ void CSendQueue::Run() {
   }
   m_items.clear();
   m_nTextBytes = 0;
+  m_nBytes = 0;
   GiveBack(lock);
 }
 
@@ -243,11 +254,15 @@ void CSendQueue::Advance(std::size_t bytes) {
     SItem& item = m_items.front();
     const std::size_t part = bytes < item.m_nBytes ? bytes : item.m_nBytes;
     bytes -= part;
+    m_nBytes -= part;
     item.m_pData += part;
     item.m_nBytes -= part;
     if (item.m_pBuffer == nullptr) m_nTextBytes -= part;
     if (item.m_nBytes > 0) break;
-    if (item.m_pBuffer != nullptr) m_vecDone.push_back(item.m_pBuffer);
+    if (item.m_pBuffer != nullptr) {
+      m_vecDone.push_back(item.m_pBuffer);
+      m_nDoneBytes += static_cast<std::size_t>(item.m_pBuffer->m_nDataLen);
+    }
     m_items.pop_front();
     ++m_ullTaken;
   }
@@ -255,7 +270,7 @@ void CSendQueue::Advance(std::size_t bytes) {
 
 // Only when there is something to do that it will not see by itself in time.
 void CSendQueue::WakeSenderThread() {
-  const bool work = m_bWanted || m_vecDone.size() >= kDoneTogether;
+  const bool work = m_bWanted || HasManyDone();
   if (work || (m_bIdle && (!m_items.empty() || !m_vecDone.empty()))) m_work.notify_one();
 }
 
@@ -264,6 +279,7 @@ void CSendQueue::GiveBack(Lock& lock) {
   while (!m_vecDone.empty()) {
     std::vector<CIOCPBuffer*> done;
     done.swap(m_vecDone);
+    m_nDoneBytes = 0;
     if (m_nRoomWaiters > 0) m_room.notify_all();
     lock.unlock();
     for (CIOCPBuffer* buffer : done) {

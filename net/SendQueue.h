@@ -41,8 +41,8 @@ class CSendQueue {
   EPush PushText(const char* data, std::size_t bytes);
 
   /// Waits for about `ms` milliseconds at most, sending meanwhile.
-  /// @return true when fewer than kRoomBuffers items are queued and not many
-  ///         more are on their way back, or Close was called; false: ask again.
+  /// @return true when less than a block is queued and not much more is on its
+  ///         way back, or Close was called; false: ask again.
   bool WaitRoom(int ms);
 
   /// The next packet may wait for those behind it: the caller pushes more
@@ -73,8 +73,9 @@ class CSendQueue {
 
   EPush Push(Lock& lock, SItem item);
   static bool KeepText(SItem& item);
-  bool IsFull() const;
+  bool IsFullWith(std::size_t more) const;
   bool HasRoom() const;
+  bool HasManyDone() const;
   bool SendSome(Lock& lock, int waitMs);
   void SendWhatIsLeft(Lock& lock);
   void Advance(std::size_t bytes);
@@ -91,6 +92,8 @@ class CSendQueue {
   std::condition_variable m_textRoom;   // for the one who waits for texts to go
   std::deque<SItem> m_items;            // guarded by m_mutex
   std::vector<CIOCPBuffer*> m_vecDone;  // guarded by m_mutex; to give back
+  std::size_t m_nDoneBytes = 0;         // guarded by m_mutex; of those
+  std::size_t m_nBytes = 0;             // guarded by m_mutex; queued
   std::size_t m_nTextBytes = 0;         // guarded by m_mutex; of queued texts
   std::uint64_t m_ullTaken = 0;         // guarded by m_mutex; items that left m_items
   bool m_bTexts = false;                // guarded by m_mutex; since the last WaitTextRoom

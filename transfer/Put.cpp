@@ -90,11 +90,10 @@ bool AreDirectories(const std::vector<std::string>& paths) {
   });
 }
 
-// What the server lists is asked only once a project: it walks over all.
 void FindUnlisted(CSession& session, const std::vector<std::string>& projects,
                   STransferResult& put) {
   std::vector<Channel_Key_Value> listed;
-  if (projects.empty() || session.AskProjects(listed) != RESULT_OK) return;
+  if (session.AwaitProjects(listed) != RESULT_OK) return;
   for (const std::string& project : projects) {
     if (std::none_of(listed.begin(), listed.end(),
                      [&](const Channel_Key_Value& record) { return record.m_strPath == project; }))
@@ -120,7 +119,8 @@ class CPut {
   // @param facts of the items, as they were when they were found
   std::string Run(const std::vector<SFileFacts>& facts) {
     std::string why;
-    if (IsNoted()) why = m_sending.Begin(m_request.m_bTakeOver);
+    const auto ahead = [this] { AskAhead(CPutPlan::Asked(m_put.m_vecItems)); };
+    if (IsNoted()) why = m_sending.Begin(m_request.m_bTakeOver, ahead);
     if (why.empty() && m_request.m_bInventory) why = m_inventories.Read();
     if (why.empty()) {
       const int result = m_plan.Make(m_put.m_vecItems, facts);
@@ -130,16 +130,30 @@ class CPut {
       m_put.m_nOnlyThere = m_inventories.CountOnlyThere(m_request.m_filter);
     }
     if (why.empty() && !m_request.m_bPlanOnly) why = Send();
-    m_sending.End();
-    m_put.m_strOther = m_sending.Other();
-    const std::string& last = m_sending.LastUsed().empty() ? m_strLastSent : m_sending.LastUsed();
-    CSession& session = *m_state.m_pSession;
-    if (!last.empty() && session.IsConnect()) session.Leave(last);
-    session.Stop();
+    End();
     return why;
   }
 
  private:
+  // All that is left goes out at once; then nothing is waited for but the answers.
+  void End() {
+    CSession& session = *m_state.m_pSession;
+    const std::vector<std::string> newProjects = m_sending.NewProjects();
+    // The server walks over all of them: it is asked only once a project.
+    const bool asks = m_bEndWritten && m_put.IsDone() && !newProjects.empty();
+    if (asks) session.AskProjectsLater();
+    m_sending.End();
+    m_put.m_strOther = m_sending.Other();
+    session.LeaveLater(m_sending.LastUsed().empty() ? m_strLastSent : m_sending.LastUsed());
+    if (asks) FindUnlisted(session, newProjects, m_put);
+    session.AwaitAllStored();
+    session.Stop();
+  }
+
+  void AskAhead(const std::vector<std::string>& expected) {
+    m_state.m_pSession->AskAhead(m_inventories.Asked(), expected);
+  }
+
   // Others are to know who is sending.
   bool IsNoted() const { return m_request.m_bInventory && !m_request.m_bPlanOnly; }
 
@@ -158,6 +172,7 @@ class CPut {
       const bool canWrite = upload.IsLinkClean() && m_state.m_pSession->IsConnect();
       if (!canWrite) m_state.m_pSession->Abort();
       if (m_request.m_bInventory && (canWrite || !m_state.m_cancel.IsCancelled())) {
+        AskAhead({});
         why = m_sending.LookLast();
         if (why.empty()) WriteEnd();
       }
@@ -199,13 +214,14 @@ class CPut {
   void WriteEnd() {
     m_put.m_strInventory = m_inventories.WriteComplete();
     if (m_put.m_strInventory.empty()) m_inventories.EndHealing(m_put);
-    if (m_put.IsDone()) FindUnlisted(*m_state.m_pSession, m_sending.NewProjects(), m_put);
+    m_bEndWritten = true;
   }
 
   CProjectClient::SState& m_state;
   const SPutRequest& m_request;
   STransferResult& m_put;
   std::string m_strLastSent;
+  bool m_bEndWritten = false;  // what was sent is in the inventories
   const STransferTools m_tools{
       *m_state.m_pSession,       m_state.m_observer,
       m_state.m_cancel,          m_request.m_nRetries,

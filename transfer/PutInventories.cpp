@@ -51,6 +51,11 @@ std::string CPutInventories::Read() {
   return "";
 }
 
+std::vector<std::string> CPutInventories::Asked() const {
+  if (m_mapProjects.size() != 1) return {};
+  return m_mapProjects.begin()->second.m_server.Asked();
+}
+
 const SInventoryEntry* CPutInventories::Find(const STransferItem& item) const {
   const CInventory& newest = m_mapProjects.at(ProjectOfItem(item)).m_server.Newest();
   const SInventoryEntry* const entry = newest.Find(PathOfItem(item));

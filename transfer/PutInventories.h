@@ -27,6 +27,10 @@ class CPutInventories {
   /// is known. @return "" or why not, in words
   std::string Read();
 
+  /// What Read is going to ask for the sizes of; nothing where that takes more
+  /// than one question for it.
+  std::vector<std::string> Asked() const;
+
   /// What is known of an item at the server; null when nothing is.
   const SInventoryEntry* Find(const STransferItem& item) const;
 

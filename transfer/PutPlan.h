@@ -31,6 +31,9 @@ class CPutPlan {
   /// Blocks:  for as long as files are read here; Cancel ends it
   int Make(std::vector<STransferItem>& items, const std::vector<SFileFacts>& facts);
 
+  /// Names whose sizes Make asks for first, expecting 0.
+  static std::vector<std::string> Asked(const std::vector<STransferItem>& items);
+
   PutWays& Ways() { return m_ways; }
 
  private:

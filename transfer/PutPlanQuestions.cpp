@@ -18,13 +18,18 @@ constexpr std::int64_t kEndBytes = 64 << 10;
 
 }  // namespace
 
-int CPutPlan::AskHeld(std::vector<STransferItem>& items, std::vector<SHeld>& held) {
+std::vector<std::string> CPutPlan::Asked(const std::vector<STransferItem>& items) {
   std::vector<std::string> names;
   for (const STransferItem& item : items) {
     if (item.m_bFinal || !IsAskable(item.m_strServer)) continue;
     names.push_back(item.m_strServer);
     if (IsRecording(item)) names.push_back(SideFileName(item.m_strServer, kRangesExtension));
   }
+  return names;
+}
+
+int CPutPlan::AskHeld(std::vector<STransferItem>& items, std::vector<SHeld>& held) {
+  const std::vector<std::string> names = Asked(items);
   const std::vector<std::int64_t> expected(names.size(), 0);
   // Nothing is there, as a rule, that the inventory does not tell.
   std::vector<std::int64_t> sizes;

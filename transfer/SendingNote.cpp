@@ -48,6 +48,10 @@ bool ParseRecord(std::string_view text, SSendingRecord& record) {
   return (record.m_bSending || state == kWanting) && UnescapeName(line, record.m_strBy);
 }
 
+std::int64_t Position(int slot) {
+  return std::int64_t{kSendingSlotBytes} * slot;
+}
+
 std::string WhyFailed(int result) {
   return "cannot note who is sending it: " + DescribeResult(result);
 }
@@ -109,21 +113,34 @@ int CSendingNote::Read(Records& records) {
   return result;
 }
 
-// Writes what this run is, and empties slots of others.
-int CSendingNote::Write(const std::vector<int>& dead) {
-  std::map<std::int64_t, std::string> parts;
-  const auto position = [](int slot) { return std::int64_t{kSendingSlotBytes} * slot; };
-  for (const int slot : dead) parts[position(slot)] = std::string(kSendingSlotBytes, '\0');
+// What this run is, and empty slots for others.
+CSession::Parts CSendingNote::Record(const std::vector<int>& dead) {
+  CSession::Parts parts;
+  for (const int slot : dead) parts[Position(slot)] = std::string(kSendingSlotBytes, '\0');
   m_mine.m_llAlive = System().WallSeconds();
-  parts[position(m_nSlot)] = SendingSlot(m_mine);
-  return m_tools.m_session.WriteParts(m_strPlace, parts);
+  for (const int slot : m_slots) parts[Position(slot)] = SendingSlot(m_mine);
+  return parts;
 }
 
-void CSendingNote::ChooseSlot(const Records& records) {
+int CSendingNote::WriteAndRead(const std::vector<int>& dead, Records& records) {
+  std::string text;
+  const int result = m_tools.m_session.WritePartsAndRead(m_strPlace, Record(dead), text,
+                                                         kSendingSlots * kSendingSlotBytes);
+  records = ParseSendingSlots(text);
+  return result;
+}
+
+void CSendingNote::ChooseSlots(const Records& records) {
   std::random_device random;
-  do {
-    m_nSlot = static_cast<int>(random() % kSendingSlots);
-  } while (records.contains(m_nSlot) && records.size() < kSendingSlots);
+  for (int& slot : m_slots) {
+    do {
+      slot = static_cast<int>(random() % kSendingSlots);
+    } while (records.contains(slot) && records.size() < kSendingSlots);
+  }
+}
+
+bool CSendingNote::IsMySlot(int slot) const {
+  return std::find(m_slots.begin(), m_slots.end(), slot) != m_slots.end();
 }
 
 // An earlier one of this workstation: it would have the turn that we have.
@@ -148,7 +165,7 @@ std::string CSendingNote::GiveWay(const SSendingRecord& other, const char* why) 
   return why + other.m_strBy + alive;
 }
 
-std::string CSendingNote::Begin(bool takeOver) {
+std::string CSendingNote::Begin(bool takeOver, const std::function<void()>& ahead) {
   Records records;
   const int result = Insist(m_tools, [&] { return Read(records); });
   if (result != RESULT_OK && result != ERROR_CODE_SERVER_OPENFILE) return WhyFailed(result);
@@ -163,24 +180,27 @@ std::string CSendingNote::Begin(bool takeOver) {
     }
   }
   ++m_mine.m_llCount;
-  ChooseSlot(records);
-  return Enter(std::move(dead), takeOver);
+  ChooseSlots(records);
+  return Enter(std::move(dead), takeOver, ahead);
 }
 
 // Goes on until the record stands there as written, and nobody else who counts.
-std::string CSendingNote::Enter(std::vector<int> dead, bool takeOver) {
+std::string CSendingNote::Enter(std::vector<int> dead, bool takeOver,
+                                const std::function<void()>& ahead) {
   for (int waited = 0;; waited += kRestMs) {
     Records records;
     m_bIn = true;
-    int result = Insist(m_tools, [&] { return Write(dead); });
-    if (result == RESULT_OK) result = Insist(m_tools, [&] { return Read(records); });
+    const int result = Insist(m_tools, [&] {
+      if (m_mine.m_bSending) ahead();
+      return WriteAndRead(dead, records);
+    });
     if (result != RESULT_OK && result != ERROR_CODE_SERVER_OPENFILE) return WhyFailed(result);
     dead.clear();
     bool isMine = false;
     const SSendingRecord* other = nullptr;
     for (const auto& [slot, record] : records) {
       if (record.m_strRun == m_mine.m_strRun) {
-        isMine = slot == m_nSlot && record.m_bSending == m_mine.m_bSending;
+        isMine = isMine || (IsMySlot(slot) && record.m_bSending == m_mine.m_bSending);
       } else if (IsOurs(record) || (takeOver && record.m_llCount < m_mine.m_llCount)) {
         dead.push_back(slot);
       } else if (other == nullptr || GivesWayTo(record)) {
@@ -200,7 +220,7 @@ std::string CSendingNote::Enter(std::vector<int> dead, bool takeOver) {
       return GiveWay(*other, kIsSent);
     }
     if (waited > kPatienceMs) break;
-    if (!isMine && !m_mine.m_bSending) ChooseSlot(records);
+    if (!isMine && !m_mine.m_bSending) ChooseSlots(records);
     if (!isAlone) m_tools.m_cancel.Sleep(kRestMs);
   }
   End();
@@ -231,7 +251,7 @@ std::string CSendingNote::Look(bool last) {
   m_bAlone = isMine && other == nullptr;
   if (other != nullptr) return GiveWay(*other, kTakenOver);
   if (!isMine) return kGone;
-  if (!last) result = Write(dead);
+  if (!last) result = m_tools.m_session.WriteParts(m_strPlace, Record(dead));
   if (result != RESULT_OK && !IsRefusal(result)) m_tools.m_session.Abort();
   return "";
 }
@@ -241,11 +261,10 @@ std::string CSendingNote::Look(bool last) {
 void CSendingNote::End() {
   if (!m_bIn || !m_tools.m_session.IsConnect()) return;
   m_bIn = false;
-  const std::int64_t position = std::int64_t{kSendingSlotBytes} * m_nSlot;
-  const int result = m_bAlone ? m_tools.m_session.WriteText(m_strPlace, "")
-                              : m_tools.m_session.WriteParts(
-                                    m_strPlace, {{position, std::string(kSendingSlotBytes, '\0')}});
-  if (result != RESULT_OK && !IsRefusal(result)) m_tools.m_session.Abort();
+  if (m_bAlone) return m_tools.m_session.WriteLater(m_strPlace, true, {});
+  CSession::Parts parts;
+  for (const int slot : m_slots) parts[Position(slot)] = std::string(kSendingSlotBytes, '\0');
+  m_tools.m_session.WriteLater(m_strPlace, false, parts);
 }
 
 CPutSending::CPutSending(const STransferTools& tools, const std::string& directory,
@@ -265,11 +284,11 @@ std::string CPutSending::Note(const std::string& project, const CSendingNote& no
   return m_strWhyNot;
 }
 
-std::string CPutSending::Begin(bool takeOver) {
+std::string CPutSending::Begin(bool takeOver, const std::function<void()>& ahead) {
   m_llLookedMs = System().SteadyMilliseconds();
   for (auto& [project, note] : m_mapNotes) {
     m_strLastUsed = note.Place();
-    if (!Note(project, note, note.Begin(takeOver)).empty()) break;
+    if (!Note(project, note, note.Begin(takeOver, ahead)).empty()) break;
   }
   return m_strWhyNot;
 }

@@ -1,7 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
-#include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -13,8 +14,9 @@
 /// record of each run. Two runs at once cannot both pass: a run writes its
 /// record before it reads the others'.
 ///
-/// A record is a line in a slot of its own, zeros behind it, sealed like the
-/// other small files:
+/// A record is a line in each of two slots, zeros behind it, sealed like the
+/// other small files. Who comes at the same time may take one of them as well,
+/// hardly ever both:
 ///
 ///     RUN WORKSTATION COUNT SECONDS sending user@host     or wanting
 ///     # end 00112233445566778899aabbccddeeff
@@ -54,16 +56,18 @@ class CSendingNote {
   /// Enters the run. Gives way to whoever is sending, but not to what an
   /// earlier run of this workstation has left.
   /// @param takeOver give way to nobody who was there before
+  /// @param ahead    called when nothing but one more reading may be left to do: what
+  ///                 may be asked behind that (CSession::AskAhead)
   /// @return "" or why it must not send
   /// Blocks: for some answers, up to 3 s more when others come at the same time.
-  std::string Begin(bool takeOver);
+  std::string Begin(bool takeOver, const std::function<void()>& ahead);
 
   /// Looks whether the run may still send, and renews its sign of life.
   /// @param last it has to be certain: try again until there is an answer
   /// @return "" or why not
   std::string Look(bool last);
 
-  /// Takes the run out, if it is in.
+  /// Takes the run out, if it is in; does not wait for the answer.
   void End();
 
   /// Who is sending instead, "user@host"; "" when that is not why.
@@ -78,9 +82,11 @@ class CSendingNote {
  private:
   using Records = std::map<int, SSendingRecord>;
   int Read(Records& records);
-  int Write(const std::vector<int>& dead);
-  void ChooseSlot(const Records& records);
-  std::string Enter(std::vector<int> dead, bool takeOver);
+  std::map<std::int64_t, std::string> Record(const std::vector<int>& dead);
+  int WriteAndRead(const std::vector<int>& dead, Records& records);
+  void ChooseSlots(const Records& records);
+  bool IsMySlot(int slot) const;
+  std::string Enter(std::vector<int> dead, bool takeOver, const std::function<void()>& ahead);
   bool GivesWayTo(const SSendingRecord& other) const;
   bool IsOurs(const SSendingRecord& other) const;
   std::string GiveWay(const SSendingRecord& other, const char* why);
@@ -88,7 +94,7 @@ class CSendingNote {
   const STransferTools m_tools;
   const std::string m_strPlace;
   SSendingRecord m_mine;
-  int m_nSlot = 0;
+  std::array<int, 2> m_slots{};
   bool m_bNew = false;
   bool m_bIn = false;     // the record may stand there
   bool m_bAlone = false;  // Begin has succeeded, and nobody has taken over
@@ -102,7 +108,7 @@ class CPutSending {
   CPutSending(const STransferTools& tools, const std::string& directory,
               const std::vector<STransferItem>& items, const std::string& workstation);
 
-  std::string Begin(bool takeOver);
+  std::string Begin(bool takeOver, const std::function<void()>& ahead);
 
   /// Looks every 10 s; what it found once stays.
   std::string Look();

@@ -36,8 +36,7 @@ int CServerInventory::Read() {
 
 // All sizes are asked for at once, that of the note as well.
 int CServerInventory::ReadPlaces() {
-  const std::vector<std::string> names = {Place(kInventoryName), Place(kOtherInventoryName),
-                                          Place(kDamageNoteName)};
+  const std::vector<std::string> names = Places();
   std::vector<std::int64_t> sizes(names.size(), kUnknown);
   std::string first, other;
   int result = IsAskable(m_strProject) ? m_tools.m_session.AskSizes(names, sizes) : RESULT_OK;
@@ -47,6 +46,14 @@ int CServerInventory::ReadPlaces() {
   m_choice = ChooseInventory(first, other);
   m_llNoteBytes = sizes[2];
   return RESULT_OK;
+}
+
+std::vector<std::string> CServerInventory::Places() const {
+  return {Place(kInventoryName), Place(kOtherInventoryName), Place(kDamageNoteName)};
+}
+
+std::vector<std::string> CServerInventory::Asked() const {
+  return IsAskable(m_strProject) ? Places() : std::vector<std::string>();
 }
 
 // A name that cannot be asked about is read right away; then none is none.
@@ -79,7 +86,8 @@ int CServerInventory::WriteNote(const CDamageNote& note) {
 }
 
 // A complete one ends in the first place, where others look for it. The other
-// place is emptied then: whoever asks for the sizes need not read it.
+// place is emptied then: whoever asks for the sizes need not read it. Where that
+// fails it holds an older one, so nobody waits for it.
 int CServerInventory::Write(CInventory inventory) {
   for (bool first = false; !first;) {
     first = !inventory.m_head.m_bComplete || m_choice.m_strNextPlace == kInventoryName;
@@ -87,7 +95,7 @@ int CServerInventory::Write(CInventory inventory) {
     if (result != RESULT_OK) return result;
   }
   if (inventory.m_head.m_bComplete) {
-    Insist(m_tools, [&] { return m_tools.m_session.EmptyFile(Place(kOtherInventoryName)); });
+    m_tools.m_session.WriteLater(Place(kOtherInventoryName), true, {});
   }
   return RESULT_OK;
 }

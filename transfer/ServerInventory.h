@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "transfer/DamageNote.h"
 #include "transfer/Inventory.h"
@@ -17,6 +18,9 @@ class CServerInventory {
   /// nothing must be written then.
   /// @return 1 also when there is none
   int Read();
+
+  /// What Read asks for the sizes of.
+  std::vector<std::string> Asked() const;
 
   bool IsFound() const { return m_choice.m_bFound; }
   const CInventory& Newest() const { return m_choice.m_inventory; }
@@ -37,6 +41,7 @@ class CServerInventory {
   const std::string& LastWritten() const { return m_strLastWritten; }
 
  private:
+  std::vector<std::string> Places() const;
   int ReadPlaces();
   int ReadPlace(const std::string& name, std::int64_t size, std::size_t most, std::string& text);
   int WriteNext(CInventory& inventory);

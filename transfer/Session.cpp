@@ -14,6 +14,7 @@
 #include "platform/KQEvent.h"
 #include "platform/KQFile.h"
 #include "platform/System.h"
+#include "platform/ThreadLock.h"
 #include "protocol/DataPacket.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/Messages.h"
@@ -25,8 +26,7 @@ namespace {
 
 constexpr int kMomentMs = 5;
 constexpr std::chrono::milliseconds kConfirmation(200);
-constexpr int kSizeWaitMs = 30000;
-constexpr std::size_t kNamesPerQuestion = 32;  // each at most 1,023 bytes
+constexpr int kListWaitMs = 30000;
 
 // The second of three fields is not empty.
 bool NamesRanges(const std::string& text) {
@@ -90,6 +90,11 @@ int CSession::Request(int code, const std::function<int()>& request) {
 }
 
 int CSession::AskDirectory(std::string& directory) {
+  if (m_bKnowsDirectory && IsConnect()) {
+    const CScopedLock lock(m_pLock);
+    directory = m_strServerPrjDir;
+    return RESULT_OK;
+  }
   return Request(NET_CTS_GETPRJDIR, [&] { return GetPrjDir(directory); });
 }
 
@@ -99,6 +104,32 @@ int CSession::AskProjects(std::vector<Channel_Key_Value>& projects) {
   const int result = Request(NET_CTS_GETPRJLIST, [&] { return GetServerPrjList(xml); });
   if (result == RESULT_OK) Channel_Key_Value::ConvertXMLToValue(xml, projects);
   return result;
+}
+
+void CSession::AskProjectsLater() {
+  {
+    const std::lock_guard guard(m_mutex);
+    m_bListed = false;
+  }
+  SendMessage(NET_CTS_GETPRJLIST, nullptr, 0);
+}
+
+// Who has answered what was sent behind the question does not know it.
+int CSession::AwaitProjects(std::vector<Channel_Key_Value>& projects) {
+  const CAnswerWait wait(*this, "waiting for the list of projects");
+  std::unique_lock lock(m_mutex);
+  const auto isOver = [&] { return m_bListed || m_stored.empty() || !IsConnect(); };
+  AwaitChange(lock, kListWaitMs, isOver);
+  if (!m_bListed) return ERROR_CODE_TIMEOUT;
+  Channel_Key_Value::ConvertXMLToValue(m_strListed, projects);
+  return RESULT_OK;
+}
+
+void CSession::KeepProjects(int length, const char* body) {
+  const std::lock_guard guard(m_mutex);
+  m_strListed.assign(length > 0 ? body : "", static_cast<std::size_t>(length));
+  m_bListed = true;
+  m_changed.notify_all();
 }
 
 int CSession::AskFiles(const std::string& project, std::vector<Channel_Key_Value>& files) {
@@ -116,84 +147,6 @@ int CSession::Delete(const std::string& project) {
   return result == RESULT_OK && WasDeleteRefused() ? kDeleteRefused : result;
 }
 
-int CSession::AskSizes(const std::vector<std::string>& names, std::vector<std::int64_t>& sizes) {
-  sizes.clear();
-  if (names.empty()) return RESULT_OK;
-  std::vector<std::string> bodies(names.size());
-  for (std::size_t i = 0; i < names.size(); ++i) AddName(bodies[i], names[i]);
-  return Request(NET_CTS_REQUEST_SERVERFILESIZE, [&] { return AskSums(bodies, sizes); });
-}
-
-int CSession::AskExpectedSizes(const std::vector<std::string>& names,
-                               const std::vector<std::int64_t>& expected,
-                               std::vector<std::int64_t>& sizes) {
-  std::vector<std::string> bodies;
-  std::vector<std::int64_t> sums;
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    if (i % kNamesPerQuestion == 0) {
-      bodies.emplace_back();
-      sums.push_back(0);
-    }
-    AddName(bodies.back(), names[i]);
-    sums.back() = AddSizes(sums.back(), expected[i]);
-  }
-  sizes = expected;
-  if (names.empty()) return RESULT_OK;
-  std::vector<std::int64_t> told;
-  int result = Request(NET_CTS_REQUEST_SERVERFILESIZE, [&] { return AskSums(bodies, told); });
-  if (result != RESULT_OK) return result;
-  std::vector<std::size_t> others;
-  std::vector<std::string> otherNames;
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    if (told[i / kNamesPerQuestion] == sums[i / kNamesPerQuestion]) continue;
-    others.push_back(i);
-    otherNames.push_back(names[i]);
-  }
-  result = AskSizes(otherNames, told);
-  for (std::size_t i = 0; i < others.size() && result == RESULT_OK; ++i) sizes[others[i]] = told[i];
-  return result;
-}
-
-// One answer for each body; what those name is added up by the server.
-// @param awaitEarlier for a single one: waits for what is answered before it; false when
-//                     that does not come
-int CSession::AskSums(const std::vector<std::string>& bodies, std::vector<std::int64_t>& sums,
-                      const std::function<bool()>& awaitEarlier) {
-  std::unique_lock lock(m_mutex);
-  m_vecSizes.clear();
-  m_nAsked = bodies.size();
-  int result = RESULT_OK;
-  for (std::size_t asked = 0; m_vecSizes.size() < bodies.size() && result == RESULT_OK;) {
-    const std::size_t before = m_vecSizes.size();
-    const std::size_t last = std::min(bodies.size(), before + kQuestionsAtOnce);
-    // The next ones go out together, while the server has some left.
-    m_nWanted = last == bodies.size() ? last : before + kQuestionsAtOnce / 2;
-    lock.unlock();
-    bool sent = true;
-    for (; sent && asked < last; ++asked) {
-      ILinkInfo* const link = m_pLinkInfo;
-      if (link != nullptr && asked + 1 < last) link->WaitSendRoom(kMomentMs);
-      const std::string& body = bodies[asked];
-      sent =
-          SendMessage(NET_CTS_REQUEST_SERVERFILESIZE, body.data(), static_cast<int>(body.size()));
-    }
-    const bool silent = sent && awaitEarlier && !awaitEarlier();
-    lock.lock();
-    const auto moved = [&] { return m_vecSizes.size() >= m_nWanted || !IsConnect(); };
-    if (!sent || !IsConnect()) {
-      result = ERROR_CODE_CLIENT_CONNECT;
-    } else if (silent || (!System().Wait(m_changed, lock, TimeoutMs(kSizeWaitMs), moved) &&
-                          m_vecSizes.size() == before)) {
-      result = ERROR_CODE_WAIT_FILESIZE;
-      m_evReply->ResetKQEvent();  // Leave is not to wait once more
-    }
-  }
-  if (result == RESULT_OK) m_evReply->SetKQEvent();  // no answer is outstanding
-  m_nAsked = 0;
-  sums = m_vecSizes;
-  return result;
-}
-
 int CSession::ReportFilled(int index, const FILEDATAPOS& range) {
   const std::string body = EncodeBody(SChangedRange{index, range.llPos + range.llLen, 0});
   return Request(NET_CTS_CHANGELOSTINFO, [&] {
@@ -206,6 +159,7 @@ int CSession::ReportFilled(int index, const FILEDATAPOS& range) {
 int CSession::StartUpload(const std::vector<Channel_Key_Value>& records,
                           std::deque<SLostAnswer> answers, std::vector<CFileDigest> digests) {
   if (SLostInfo ignored; m_bJustRead) AskLostInfo(records.front().m_strName, ignored);
+  AwaitAllStored();
   {
     const std::lock_guard guard(m_mutex);
     m_answers = std::move(answers);
@@ -290,11 +244,15 @@ bool CSession::DealNetMsg(unsigned int ip, int port, int nMsgType, int nLength, 
     nLength = static_cast<int>(lostInfo.size());
   }
   if (nMsgType == NET_CTS_REQUEST_SERVERFILESIZE && KeepSize(nLength, pData)) return true;
+  if (KeepStored(nMsgType, nLength, pData)) return true;
   const bool reads = nMsgType == NET_STC_TRANSFILEDATA_END && IsReading();
   CKQFileBulkTransfer::DealNetMsg(ip, port, nMsgType, nLength, pData, extra);
   switch (nMsgType) {
     case NET_STC_TRANSFILEDATA:
       TakeData(nLength, pData);
+      break;
+    case NET_CTS_GETPRJLIST:
+      KeepProjects(nLength, pData);
       break;
     case NET_STC_TRANSFILEDATA_END:
       if (reads) EndData();  // that of a transfer may have let a reading begin by now
@@ -328,16 +286,6 @@ bool CSession::TakeLostInfo(SLostRanges answer, std::string& body) {
   if (answer.m_strText.empty()) return true;
   m_bLostRanges = !m_bStopping;
   return m_bLostRanges;
-}
-
-// False when the answer is none to AskSizes: the library's then.
-bool CSession::KeepSize(int length, const char* body) {
-  const auto total = DecodeBody<STotalSize>(body, length);
-  const std::lock_guard guard(m_mutex);
-  if (m_vecSizes.size() >= m_nAsked || !total) return false;
-  m_vecSizes.push_back(total->m_llBytes);
-  if (m_vecSizes.size() >= m_nWanted) m_changed.notify_all();
-  return true;
 }
 
 // Nobody need wait for answers that can no longer come.

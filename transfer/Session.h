@@ -111,6 +111,17 @@ class CSession : public CKQFileBulkTransfer {
   int AskExpectedSizes(const std::vector<std::string>& names,
                        const std::vector<std::int64_t>& expected, std::vector<std::int64_t>& sizes);
 
+  /// The sizes that are going to be asked for next: the questions leave with the
+  /// next reading of a file, behind it, and AskSizes of `names`, then
+  /// AskExpectedSizes of `expected`, find the answers. Left alone where they are
+  /// too many. What is written to the server meanwhile makes them void.
+  void AskAhead(const std::vector<std::string>& names, const std::vector<std::string>& expected);
+
+  /// As AskProjects, in two steps: what is sent between goes on at once.
+  /// @return of the second one also -2 where the server passes the question over
+  void AskProjectsLater();
+  int AwaitProjects(std::vector<Channel_Key_Value>& projects);
+
   /// Size of a file whose name AskSizes cannot carry. Makes it when missing.
   int AskHeldSize(const std::string& name, std::int64_t& size);
 
@@ -143,8 +154,24 @@ class CSession : public CKQFileBulkTransfer {
 
   /// Writes pieces into a file, which keeps the rest of what it holds and is
   /// made when missing. Not counted as moved either.
-  /// @param parts by position; each at most 64 KiB
-  int WriteParts(const std::string& name, const std::map<std::int64_t, std::string>& parts);
+  using Parts = std::map<std::int64_t, std::string>;  ///< by position; each at most 64 KiB
+  int WriteParts(const std::string& name, const Parts& parts);
+
+  /// The same, and reads all of the file behind that without a wait between.
+  /// @param most bytes that are kept of it
+  /// @return that of the writing, or else that of the reading
+  int WritePartsAndRead(const std::string& name, const Parts& parts, std::string& text,
+                        std::size_t most);
+
+  /// Writes without waiting for the answers; what becomes of it stays unknown.
+  void WriteLater(const std::string& name, bool whole, const Parts& parts);
+
+  /// As Leave, but Stop comes once what else was sent has been waited for.
+  /// @param name "" when the server need not be left like that
+  void LeaveLater(const std::string& name);
+
+  /// Waits for what was sent without waiting.
+  void AwaitAllStored();
 
   /// Puts a text in the place of a file. Not counted either.
   int WriteText(const std::string& name, const std::string& text);
@@ -223,12 +250,17 @@ class CSession : public CKQFileBulkTransfer {
   std::string WordsFor(ELinkFailure why, bool atOnce) const;
   void OnFileRead(std::size_t record, std::int64_t position, const char* data, int bytes);
   int AskLostInfoOnce(const std::string& name, SLostInfo& info);
-  int Store(const std::string& name, bool whole, const std::function<int()>& send,
-            std::int64_t* held = nullptr);
-  int StoreOnce(const std::string& name, bool whole, const std::function<int()>& send,
-                std::int64_t* held);
-  int AwaitStored(int sent);
-  int AwaitStoredAndSize(const std::string& name, int sent, std::int64_t& held);
+
+  // SessionStores.cpp
+  struct SStored;
+  static int UntilReady(const std::function<int()>& write);
+  int Store(const std::string& name, bool whole, const Parts& parts, std::int64_t* held = nullptr);
+  std::shared_ptr<SStored> Send(const std::string& name, bool whole, const Parts& parts);
+  int SendParts(const std::string& name, bool whole, const Parts& parts);
+  int AwaitStored(SStored& stored);
+  int AwaitStoredAndSize(const std::string& name, SStored& stored, std::int64_t& held);
+  bool AwaitChange(std::unique_lock<std::mutex>& lock, int ms, const std::function<bool()>& isOver);
+  bool KeepStored(int code, int length, const char* body);
   int SendOwn(std::int64_t position, const std::string& text);
   int PrepareFile(const std::string& name, bool whole);
   int EndParts(int result);
@@ -239,11 +271,18 @@ class CSession : public CKQFileBulkTransfer {
   void TakeData(int length, const char* body);
   int Checked(int result) const;
   bool IsPassedOver(int code);
+
+  // SessionSizes.cpp
   int AskSums(const std::vector<std::string>& bodies, std::vector<std::int64_t>& sums,
               const std::function<bool()>& awaitEarlier = nullptr);
+  bool SendSizeQuestion(const std::string& body, bool moreFollow);
+  void SendAhead();
+  void ForgetAhead();
+  bool WasAskedAhead(const std::vector<std::string>& bodies) const;
+  bool KeepSize(int length, const char* body);
   bool StopConfirmed();
   bool TakeLostInfo(SLostRanges answer, std::string& body);
-  bool KeepSize(int length, const char* body);
+  void KeepProjects(int length, const char* body);
   void ReleaseWaiting();
 
   const SServerPlace m_place;
@@ -263,6 +302,9 @@ class CSession : public CKQFileBulkTransfer {
   std::string m_strDirectory;    // the using thread's; of the first server of several
   std::string m_strDirectoryOf;  // the using thread's; that one
 
+  bool m_bKnowsDirectory = false;         // the using thread's; this link has told it
+  std::vector<std::string> m_vecToAsk;    // the using thread's; about sizes, with the next reading
+  std::deque<std::string> m_ahead;        // the using thread's; asked, nobody wanted to know yet
   std::int64_t m_llOwn = 0;               // the using thread's; sent, but no file data
   bool m_bDigests = false;                // the using thread's
   bool m_bJustRead = false;               // the using thread's; the server may be sending still
@@ -271,13 +313,17 @@ class CSession : public CKQFileBulkTransfer {
   std::vector<std::string> m_vecSent;     // as they; the local files of the request
 
   std::mutex m_mutex;
-  std::condition_variable m_changed;      // a size arrived, or the link went
-  std::set<int> m_setAnswered;            // guarded by m_mutex; kinds of messages on this link
-  std::set<int> m_setUnknown;             // guarded by m_mutex; kinds that were passed over
-  bool m_bLostRanges = false;             // guarded by m_mutex; the server named some
-  bool m_bStopping = false;               // guarded by m_mutex
-  std::size_t m_nAsked = 0;               // guarded by m_mutex; sizes that are to come
-  std::size_t m_nWanted = 0;              // guarded by m_mutex; so many wake who asked
+  std::condition_variable m_changed;  // an answer arrived, or the link went
+  std::set<int> m_setAnswered;        // guarded by m_mutex; kinds of messages on this link
+  std::set<int> m_setUnknown;         // guarded by m_mutex; kinds that were passed over
+  bool m_bLostRanges = false;         // guarded by m_mutex; the server named some
+  bool m_bStopping = false;           // guarded by m_mutex
+  std::deque<std::shared_ptr<SStored>> m_stored;  // guarded by m_mutex; not over, the oldest first
+  bool m_bListed = false;       // guarded by m_mutex; the projects, since they were asked for
+  std::string m_strListed;      // guarded by m_mutex; them
+  std::size_t m_nUnwanted = 0;  // guarded by m_mutex; sizes that come before those
+  std::size_t m_nAsked = 0;     // guarded by m_mutex; sizes that are to come
+  std::size_t m_nWanted = 0;    // guarded by m_mutex; so many wake who asked
   std::vector<std::int64_t> m_vecSizes;   // guarded by m_mutex
   std::string m_strLostText;              // guarded by m_mutex; the last answer about ranges
   std::deque<SLostAnswer> m_answers;      // guarded by m_mutex; those to come in this request

@@ -2,7 +2,6 @@
 // of what an upload reads.
 
 #include <algorithm>
-#include <optional>
 
 #include "net/LinkInfo.h"
 #include "platform/ByteOrder.h"
@@ -12,7 +11,6 @@
 #include "protocol/MessageCodes.h"
 #include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
-#include "transfer/Names.h"
 #include "transfer/Session.h"
 #include "transfer/Sizes.h"
 
@@ -86,10 +84,13 @@ int CSession::ReadFile(const std::string& name, DataSink sink, std::int64_t posi
   const std::string body = EncodeBody(SDownloadStart{position, name});
   int result = ERROR_CODE_CLIENT_CONNECT;
   if (SendMessage(NET_CTS_PREPARETRANS_FILE, body.data(), static_cast<int>(body.size()))) {
+    SendAhead();
     const bool silent = !AwaitReply(kAnswerWaitMs);
     result = Checked(silent ? ERROR_CODE_WAIT_SERVERRESPOND_DOWN : m_nErrorCode.Load());
+    if (result == RESULT_OK) result = WaitForData();
+    if (!silent && result != ERROR_CODE_DOWN_STALLED)
+      m_evFileEnd->SetKQEvent();  // none outstanding
   }
-  if (result == RESULT_OK) result = WaitForData();
   const std::lock_guard guard(m_mutex);
   m_sink = nullptr;
   return result;
@@ -161,109 +162,6 @@ void CSession::EndData() {
   if (!m_sink) return;
   m_bSinkEnded = true;
   m_evFileEnd->SetKQEvent();
-}
-
-int CSession::WriteText(const std::string& name, const std::string& text) {
-  const auto size = static_cast<std::int64_t>(text.size());
-  const bool isAskable = IsAskable(name);
-  std::int64_t held = 0;
-  int result = Store(
-      name, true, [&] { return SendOwn(0, text); }, isAskable ? &held : nullptr);
-  if (result == RESULT_OK) result = m_nServerErrorCode;
-  if (result == RESULT_OK && !isAskable) result = AskHeldSize(name, held);
-  if (result != RESULT_OK) return result;
-  return held == size ? RESULT_OK : static_cast<int>(ERROR_CODE_SERVER_WRITE);
-}
-
-int CSession::AskHeldSize(const std::string& name, std::int64_t& size) {
-  const int result = Request(NET_CTS_PREPARETRAN_FILE, [&] { return Store(name, false, nullptr); });
-  size = m_llServerFilePos;
-  return result;
-}
-
-int CSession::EmptyFile(const std::string& name) {
-  return Request(NET_CTS_PREPARETRAN_FILE, [&] { return Store(name, true, nullptr); });
-}
-
-int CSession::WriteParts(const std::string& name,
-                         const std::map<std::int64_t, std::string>& parts) {
-  const int result = Store(name, false, [&] {
-    int sent = RESULT_OK;
-    for (auto part = parts.begin(); part != parts.end() && sent == RESULT_OK; ++part) {
-      sent = SendOwn(part->first, part->second);
-    }
-    return sent;
-  });
-  return result == RESULT_OK ? m_nServerErrorCode.Load() : result;
-}
-
-// Memory that is no file's.
-int CSession::SendOwn(std::int64_t position, const std::string& text) {
-  const std::int64_t end = position + static_cast<std::int64_t>(text.size());
-  return SendPart(position, end, [&](std::int64_t at, char* data, std::size_t bytes) {
-    m_llOwn += static_cast<std::int64_t>(bytes);
-    return static_cast<std::int64_t>(
-        text.copy(data, bytes, static_cast<std::size_t>(at - position)));
-  });
-}
-
-// Announces a file, sends what is to go into it, and ends it, before the first
-// answer is waited for: the server gives them in order.
-// @param held where its size then goes, which is asked for with that; null: not wanted
-int CSession::Store(const std::string& name, bool whole, const std::function<int()>& send,
-                    std::int64_t* held) {
-  int result = StoreOnce(name, whole, send, held);
-  for (int i = 0; i < kReadyTries && result == ERROR_CODE_SERVER_DOWNDATA; ++i) {
-    System().Sleep(kReadyPauseMs);
-    result = StoreOnce(name, whole, send, held);
-  }
-  if (result == RESULT_OK) m_bJustRead = false;
-  return result;
-}
-
-int CSession::StoreOnce(const std::string& name, bool whole, const std::function<int()>& send,
-                        std::int64_t* held) {
-  if (name.size() > kMaxNameBytes) return ERROR_CODE_CLIENT_SENDCMD;
-  m_llServerFilePos = 0;
-  m_nServerErrorCode = RESULT_OK;
-  m_nErrorCode = RESULT_OK;
-  m_nBufTaken = 0;
-  m_nBufReleased = 0;
-  m_evReply->ResetKQEvent();
-  m_evFileEnd->ResetKQEvent();
-  const std::string announcement = EncodeBody(SUploadStart{whole, name});
-  if (ILinkInfo* const link = m_pLinkInfo; link != nullptr) link->WaitSendRoom(kRoomWaitMs);
-  if (!SendMessage(NET_CTS_PREPARETRAN_FILE, announcement.data(),
-                   static_cast<int>(announcement.size()))) {
-    return ERROR_CODE_CLIENT_CONNECT;
-  }
-  const int sent = send ? send() : static_cast<int>(RESULT_OK);
-  if (!SendMessage(NET_CTS_TRANSFILEDATA_END, nullptr, 0)) return ERROR_CODE_CLIENT_CONNECT;
-  return held == nullptr ? AwaitStored(sent) : AwaitStoredAndSize(name, sent, *held);
-}
-
-int CSession::AwaitStored(int sent) {
-  if (!AwaitReply(kAnswerWaitMs)) return Checked(ERROR_CODE_WAIT_SERVERRESPOND);
-  if (m_evFileEnd->Wait(kFileEndWaitMs) == kWaitTimeout) return Checked(ERROR_CODE_WAIT_TRANSEND);
-  const int prepared = Checked(m_nErrorCode);
-  return prepared == RESULT_OK ? sent : prepared;
-}
-
-// A refused file's size is answered as well, and waited for.
-int CSession::AwaitStoredAndSize(const std::string& name, int sent, std::int64_t& held) {
-  std::string body;
-  AddName(body, name);
-  std::vector<std::int64_t> sizes;
-  std::optional<int> stored;
-  const int asked = Request(NET_CTS_REQUEST_SERVERFILESIZE, [&] {
-    return AskSums({body}, sizes, [&] {
-      stored = AwaitStored(sent);
-      return *stored != ERROR_CODE_WAIT_SERVERRESPOND && *stored != ERROR_CODE_WAIT_TRANSEND;
-    });
-  });
-  if (!stored) stored = AwaitStored(sent);  // it does not know the question
-  if (!sizes.empty()) held = sizes.front();
-  return *stored == RESULT_OK ? asked : *stored;
 }
 
 int CSession::SendBlocks(const std::string& name, std::int64_t held,

@@ -4,6 +4,7 @@
 
 #include "net/NetWorkManageEx.h"
 #include "platform/System.h"
+#include "protocol/MessageCodes.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/Session.h"
 #include "transfer/WaitNotice.h"
@@ -88,7 +89,12 @@ int CSession::OpenOne() {
     m_setUnknown.clear();
     m_bLostRanges = false;
     m_bStopping = false;
+    m_stored.clear();
+    m_nAsked = 0;
+    m_nUnwanted = 0;
   }
+  m_ahead.clear();
+  m_bKnowsDirectory = false;
   m_strNoLink.clear();
   m_bHopeless = false;
   const int patience = std::max(TimeoutMs(kFirstAnswerMs), m_bServed ? kAnswerAgainMs : 0);
@@ -107,7 +113,8 @@ int CSession::OpenOne() {
                              "waiting for " + m_servers.Text() +
                                  ": it has not answered yet; what an earlier connection left "
                                  "may take it up to 10 s");
-    result = WaitUntilServed(patience);
+    result = WaitUntilAnswered(NET_CTS_GETPRJDIR, "", patience);
+    m_bKnowsDirectory = result == RESULT_OK;
   }
   m_bServed = m_bServed || result == RESULT_OK;
   if (result != RESULT_OK) {
