@@ -87,6 +87,13 @@ class ISystemFile {
   virtual ESystemError WriteAt(const char* data, std::size_t size, std::int64_t position,
                                std::int64_t& bytes) = 0;
 
+  /// As WriteAt, of `count` parts one after the other. A system without such a
+  /// call writes the first one.
+  virtual ESystemError WriteParts(const SWritePart* parts, [[maybe_unused]] int count,
+                                  std::int64_t position, std::int64_t& bytes) {
+    return WriteAt(parts->m_pData, parts->m_nBytes, position, bytes);
+  }
+
   /// Waits until what was written lies on the disk.
   virtual ESystemError Flush() = 0;
 
@@ -350,6 +357,11 @@ class CForwardingFile : public ISystemFile {
                        std::int64_t& bytes) override {
     bytes = 0;
     return Call(kWrite, [&] { return m_pTarget->WriteAt(data, size, position, bytes); });
+  }
+  ESystemError WriteParts(const SWritePart* parts, int count, std::int64_t position,
+                          std::int64_t& bytes) override {
+    bytes = 0;
+    return Call(kWrite, [&] { return m_pTarget->WriteParts(parts, count, position, bytes); });
   }
   ESystemError Flush() override {
     return Call(kFlush, [&] { return m_pTarget->Flush(); });
