@@ -48,6 +48,16 @@ class Servers:
         sockets = run(*host.enter, "cat", "/proc/net/tcp")
         return f":{PORT:04X} 00000000:0000 0A" in sockets
 
+    def server_of(self, station):
+        """The host whose server has a link from this workstation; None: none has."""
+        from_there = "".join(f"{int(part):02X}" for part in reversed(station.address.split(".")))
+        for host in self.hosts:
+            for line in run(*host.enter, "cat", "/proc/net/tcp").splitlines()[1:]:
+                local, remote, state = line.split()[1:4]
+                if local.endswith(f":{PORT:04X}") and remote.startswith(from_there) and state == "01":
+                    return host
+        return None
+
     def hold(self, host):
         """From here on the server stays down when it ends."""
         with self.turn:

@@ -1,8 +1,9 @@
 #!/bin/bash
 # Three servers over one distributed file system, on one machine: builds a CephFS
 # cluster on three hosts (namespaces with addresses of their own), mounts it on
-# each, runs a confined kqft-server there, and lets workstations send and fetch
-# while a storage daemon, the metadata server, a server or a whole host is killed.
+# each, runs a confined kqft-server there, and lets workstations, who name all
+# three servers, send and fetch while a storage daemon, the metadata server, a
+# server or a whole host is killed, or a server says nothing for a while.
 #
 #   deploy/several-servers.sh [OPTION]...
 #

@@ -19,7 +19,9 @@ from service import MIB, NOBODY, Call, Project, Servers
 ALLOWANCE = 128 * MIB  # what may be sent twice
 ATTEMPTS = 12  # of one put or get, one after another through the servers
 PATIENCE = 150  # seconds for a call
-KINDS = ("osd", "mds", "server", "host")
+SILENCE = 15  # seconds for which a server that does not die says nothing
+KILLED = ("osd", "mds", "server", "host")
+KINDS = (*KILLED, "silence")
 
 
 class Trial:
@@ -28,12 +30,12 @@ class Trial:
     def __init__(self, bench, number, mib):
         self.bench, self.number = bench, number
         self.random = random.Random(f"{bench.seed} {number}")
-        self.kind = KINDS[(number + self.random.randrange(2) * 2) % len(KINDS)]
+        self.kind = KINDS[number % len(KINDS)]
         self.one = self.random.random() < 0.5
         self.take_over = self.random.random() < 0.5
         self.mib = self.random.randint(60, mib)
         self.delay = self.random.uniform(0, self.mib / 30)
-        self.order = self.random.sample(bench.hosts, 3)
+        self.victim = self.random.choice(bench.hosts)  # where no server has a part in it
         self.losses, self.notes = [], []
         self.sent_twice = 0
 
@@ -49,25 +51,35 @@ class Trial:
             return [first, first]
         return [first, Project(f"{place}/w2/P{self.number}b", self.random, self.mib)]
 
-    def put(self, which, host, *more):
+    def put(self, which, *more):
         station = self.bench.stations[which]
         directory = f"{self.bench.work}/workstation/{station.name}/{self.projects[which].name}"
-        return self.bench.call(station, host, "put", directory, *more)
+        return self.bench.call(station, None, "put", directory, *more)
 
     def seen(self, host, project):
         return os.path.join(self.bench.cluster.mount_of(host), project.name)
 
     def strike(self):
         """Kills; returns what starts it again."""
-        cluster, victim = self.bench.cluster, self.order[0]
+        victim = self.victim
+        if self.kind == "host":
+            return self.bench.kill_host(victim)
+        if self.kind == "silence":
+            return self.bench.silence(victim, SILENCE)
         if self.kind == "mds":
-            victim = cluster.active_mds()
-        if self.kind != "host":
-            victim.kill(self.kind)
-            if self.kind == "server":
-                return lambda: None  # the servers' keeper does
-            return lambda: victim.again(self.kind)
-        return self.bench.kill_host(victim)
+            victim = self.bench.cluster.active_mds()
+        victim.kill(self.kind)
+        if self.kind == "server":
+            return lambda: None  # the servers' keeper does
+        return lambda: victim.again(self.kind)
+
+    def check_moved(self, call, missing):
+        if call.moved is None:
+            return
+        twice = call.moved - missing
+        self.sent_twice = max(self.sent_twice, twice)
+        if twice > ALLOWANCE:
+            self.lose(f"{call.moved} bytes moved where {missing} were missing")
 
     def check_sent(self, project, host, when):
         different = apart(lambda: project.differences(self.seen(host, project)), PATIENCE)
@@ -88,21 +100,16 @@ class Trial:
             self.notes.append(f"{host.name} waited {waited:.1f} s for the file system")
         return bytes_missing or 0
 
-    def go_on(self, which, hosts):
-        """The same put through other servers, until it ends well."""
+    def go_on(self, which, host):
+        """The same put again, until it ends well; looked at on a host that lives."""
         project = self.projects[which]
-        for attempt in range(ATTEMPTS):
-            host = hosts[attempt % len(hosts)]
+        for _ in range(ATTEMPTS):
             missing = self.missing(host, project)
-            call = self.put(which, host, "--take-over")
+            call = self.put(which, "--take-over")
             call.wait(PATIENCE)
-            if call.moved is not None:
-                twice = call.moved - missing
-                self.sent_twice = max(self.sent_twice, twice)
-                if twice > ALLOWANCE:
-                    self.lose(f"{call.moved} bytes moved where {missing} were missing")
+            self.check_moved(call, missing)
             if call.ok:
-                self.check_sent(project, hosts[-1], "the put that went on ended with 0")
+                self.check_sent(project, host, "the put that went on ended with 0")
                 return
             why = call.said.splitlines()[-1] if call.said else call.process.returncode
             self.notes.append(f"again: {why}")
@@ -124,30 +131,32 @@ class Trial:
     def run(self):
         began = time.monotonic()
         self.projects = self.make()
-        first, second, third = self.order
         more = ["--take-over"] if self.one and self.take_over else []
-        calls = [self.put(0, first), self.put(1, second, *more)]
+        calls = [self.put(0), self.put(1, *more)]
         time.sleep(self.delay)
         under_way = sum(call.process.poll() is None for call in calls)
+        self.victim = self.bench.servers.server_of(self.bench.stations[0]) or self.victim
+        others = [host for host in self.bench.hosts if host != self.victim]
         back = self.strike()
         died = time.monotonic()
         ends = [call.wait(PATIENCE) for call in calls]
         after = time.monotonic() - died
-        # The first one's server may be gone for good: it goes on through the others.
-        for which in (0, 1):
+        for which, project in enumerate(self.projects):
+            self.check_moved(calls[which], project.bytes)
             if ends[which] == 0:
-                self.check_sent(self.projects[which], third, f"put {which + 1} ended with 0")
+                self.check_sent(project, others[1], f"put {which + 1} ended with 0")
         for which in (0, 1):
             if ends[which] != 0:
-                self.go_on(which, [second, third] if which == 0 else [third, second])
+                self.go_on(which, others[which])
         healed = time.monotonic() - died
-        self.get(0, third)
+        self.get(0, others[1])
         back()
         if not self.one:
-            self.get(1, first)
+            self.get(1, self.victim)
         self.bench.cluster.wait_healthy()
         self.clean()
-        say(f"round {self.number}: {self.kind} dies after {self.delay:.1f} s "
+        say(f"round {self.number}: {self.kind}{' dies' if self.kind in KILLED else ''} "
+            f"after {self.delay:.1f} s "
             f"({under_way} under way), {'one project' if self.one else 'two projects'} of "
             f"{self.mib} MiB; exits {ends[0]} {ends[1]} after {after:.1f} s, whole after "
             f"{healed:.1f} s, sent twice {self.sent_twice / MIB:.1f} MiB, "
@@ -160,7 +169,7 @@ class Trial:
 
     def clean(self):
         for project in set(self.projects):
-            call = self.bench.call(self.bench.stations[0], self.order[1], "rm", "--yes", project.name)
+            call = self.bench.call(self.bench.stations[0], None, "rm", "--yes", project.name)
             call.wait(PATIENCE)
             if not call.ok:
                 self.lose(f"rm {project.name}: {call.said}")
@@ -197,9 +206,11 @@ class Bench:
         self.servers.hold(victim)
         victim.link(False)
         victim.kill(*list(victim.processes))
-        threading.Thread(target=self.cluster.fence, args=(victim,), daemon=True).start()
+        fence = threading.Thread(target=self.cluster.fence, args=(victim,), daemon=True)
+        fence.start()
 
         def back():
+            fence.join()  # or it takes the new mount for the old one
             victim.link(True)
             for name in ("mon", "osd", "mds", "mgr"):
                 if name in victim.commands:
@@ -209,8 +220,18 @@ class Bench:
 
         return back
 
+    def silence(self, victim, seconds):
+        """Its server says nothing for a while; returns what waits until that is over."""
+        server = victim.processes["server"]
+        server.send_signal(signal.SIGSTOP)
+        over = threading.Timer(seconds, server.send_signal, [signal.SIGCONT])
+        over.start()
+        return over.join
+
     def call(self, station, host, *arguments, address=None):
-        return Call(self.build, self.work, station, host.address, *arguments, address=address)
+        """Of one server, or where host is None of all."""
+        servers = ",".join(one.address for one in ([host] if host else self.hosts))
+        return Call(self.build, self.work, station, servers, *arguments, address=address)
 
     def rounds(self, first, count, mib):
         lost = {kind: 0 for kind in KINDS}
@@ -222,7 +243,7 @@ class Bench:
             lost[trial.kind] += not trial.run()
             most = max(most, trial.sent_twice)
         say(f"{count} rounds of seed {self.seed}: " + ", ".join(
-            f"{done[kind]} of {kind} killed" for kind in KINDS)
+            f"{done[kind]} of {kind}{' killed' if kind in KILLED else ''}" for kind in KINDS)
             + f"; at most {most / MIB:.1f} MiB sent twice; {sum(lost.values())} rounds lost something")
         return sum(lost.values()) == 0
 
@@ -236,7 +257,7 @@ def main():
     parser.add_argument("--seed", type=int, default=random.randrange(1, 100000))
     parser.add_argument("--mib", type=int, default=140)
     parser.add_argument("--measure", action="store_true")
-    parser.add_argument("--turns", type=int, default=3)
+    parser.add_argument("--turns", type=int, default=5)
     parser.add_argument("--measured-mib", type=int, default=512)
     parser.add_argument("--verbose", action="store_true")
     args = parser.parse_args()

@@ -12,6 +12,7 @@ struct SLayerThread {
   const CLinkBinding* m_pBinding = nullptr;  ///< the innermost; null: none
   std::string_view m_strBehind;              ///< whole packets behind the one that is delivered
   bool m_bMoreToCome = false;                ///< a further packet has arrived whole behind this one
+  std::string_view m_strArrived;             ///< all that has, where packets come one by one
 };
 
 /// The calling thread's own.

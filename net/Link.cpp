@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "net/AddressLane.h"
@@ -141,7 +142,9 @@ bool CLink::DeliverPackets(const char* data, std::size_t end, std::size_t& begin
   bool& more = LayerThread().m_bMoreToCome;
   while (const std::size_t whole = sound ? DeliverableBytes(data + begin, end - begin) : 0) {
     const bool follows = more;
-    more = m_owner.Listens() && HoldsPacket(data + begin + whole, end - begin - whole);
+    const std::string_view behind(data + begin + whole, end - begin - whole);
+    more = m_owner.Listens() && HoldsPacket(behind.data(), behind.size());
+    LayerThread().m_strArrived = more ? behind : std::string_view();
     if (more) m_queue.Gather();
     sound = DeliverChunk(data + begin, whole);
     if (!sound || (follows && !more)) m_queue.SendGathered();
@@ -149,6 +152,7 @@ bool CLink::DeliverPackets(const char* data, std::size_t end, std::size_t& begin
     if (sound && m_owner.Listens() && m_queue.WaitTextRoom()) Pace(++answered);
   }
   more = false;
+  LayerThread().m_strArrived = {};
   return sound;
 }
 

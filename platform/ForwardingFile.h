@@ -27,6 +27,11 @@ class CForwardingFile : public ISystemFile {
     bytes = 0;
     return Call(kWrite, [&] { return m_pTarget->WriteAt(data, size, position, bytes); });
   }
+  ESystemError WriteParts(const SWritePart* parts, int count, std::int64_t position,
+                          std::int64_t& bytes) override {
+    bytes = 0;
+    return Call(kWrite, [&] { return m_pTarget->WriteParts(parts, count, position, bytes); });
+  }
   ESystemError Flush() override {
     return Call(kFlush, [&] { return m_pTarget->Flush(); });
   }

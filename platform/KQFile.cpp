@@ -35,8 +35,9 @@ bool ToOpenMode(const std::string& text, EOpenMode& mode) {
   return true;
 }
 
-// Moves on to what is still to fill.
-void SkipFilled(SReadPart*& parts, int& count, std::size_t bytes) {
+// Moves on to what is still to fill, or to be written.
+template <typename Part>
+void SkipDone(Part*& parts, int& count, std::size_t bytes) {
   while (count > 0 && bytes >= parts->m_nBytes) {
     bytes -= parts->m_nBytes;
     ++parts;
@@ -90,7 +91,7 @@ int CFileHandle::ReadAt(std::int64_t position, SReadPart* parts, int count) {
     if (n <= 0) break;
     done += n;
     left -= n;
-    SkipFilled(parts, count, static_cast<std::size_t>(n));
+    SkipDone(parts, count, static_cast<std::size_t>(n));
   }
   return static_cast<int>(done);
 }
@@ -106,6 +107,22 @@ bool CFileHandle::WriteAt(std::int64_t position, const char* data, int len) {
     done += static_cast<int>(n);
   }
   return true;
+}
+
+int CFileHandle::WriteAt(std::int64_t position, SWritePart* parts, int count) {
+  std::int64_t left = 0;
+  for (int i = 0; i < count; ++i) left += static_cast<std::int64_t>(parts[i].m_nBytes);
+  if (position < 0 || IsClosed() || position > kLastPosition - left) return 0;
+  std::int64_t done = 0;
+  while (left > 0) {
+    std::int64_t n = 0;
+    m_pState->m_pFile->WriteParts(parts, count, position + done, n);
+    if (n <= 0) break;
+    done += n;
+    left -= n;
+    SkipDone(parts, count, static_cast<std::size_t>(n));
+  }
+  return static_cast<int>(done);
 }
 
 bool CFileHandle::Flush() {

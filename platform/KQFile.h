@@ -10,6 +10,7 @@
 class ISystemFile;
 enum class ESystemError;
 struct SReadPart;
+struct SWritePart;
 
 /// One open file with a position of its own.
 ///
@@ -41,6 +42,11 @@ class KQFT_API CFileHandle {
   /// @return false on an error, after MarkClosed, for a negative position or
   ///         length, and when position + len does not fit in 64 bits.
   bool WriteAt(std::int64_t position, const char* data, int len);
+
+  /// Writes `count` parts one after the other, less than 2 GiB in all, in as
+  /// few calls as the system can; the parts are used up.
+  /// @return bytes written, fewer than the parts hold where WriteAt fails
+  int WriteAt(std::int64_t position, SWritePart* parts, int count);
 
   /// As ISystemFile's.
   void ReadAhead(std::int64_t bytes);

@@ -92,6 +92,13 @@ class ISystemFile {
   virtual ESystemError WriteAt(const char* data, std::size_t size, std::int64_t position,
                                std::int64_t& bytes) = 0;
 
+  /// As WriteAt, of `count` parts one after the other. A system without such a
+  /// call writes the first one.
+  virtual ESystemError WriteParts(const SWritePart* parts, [[maybe_unused]] int count,
+                                  std::int64_t position, std::int64_t& bytes) {
+    return WriteAt(parts->m_pData, parts->m_nBytes, position, bytes);
+  }
+
   /// Waits until what was written lies on the disk.
   virtual ESystemError Flush() = 0;
 

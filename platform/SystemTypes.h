@@ -38,6 +38,12 @@ struct SReadPart {
   std::size_t m_nBytes = 0;
 };
 
+/// Bytes that a write takes, one of several in a row.
+struct SWritePart {
+  const char* m_pData = nullptr;
+  std::size_t m_nBytes = 0;
+};
+
 /// What a path names, symbolic links followed.
 struct SFileStatus {
   bool m_bRegular = false;

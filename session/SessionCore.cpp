@@ -88,6 +88,7 @@ bool CTransClient::DealNetMsg(unsigned int, int, int msgType, int nLength, const
 }
 
 void CTransClient::Dispatch(int msgType, int nLength, const char* data) {
+  if (msgType != NET_CTS_TRANSFILEDATA) m_pState->m_ahead.Forget();
   switch (msgType) {
     case NET_CTS_PREPARETRAN_FILE:
       return AnswerPrepareReceive(nLength, data);

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/ThreadGate.h"
+#include "session/ChunksAhead.h"
 #include "session/ConfirmGroup.h"
 #include "session/DurableUpload.h"
 #include "session/TransClient.h"
@@ -17,6 +18,7 @@
 struct CTransClient::SState {
   CDurableUpload m_durable;            // delivery thread; idle unless the server is durable
   CConfirmGroup m_group;               // delivery thread; as well
+  CChunksAhead m_ahead;                // delivery thread
   KQLonglong m_llLostPos = INT64_MAX;  // delivery thread; of the open file the first byte that
                                        // could not be stored
   std::string m_strLogLines;           // guarded by m_pLogLock; not yet written

@@ -62,9 +62,8 @@ void CTransClient::BeginUpload(std::string_view path) {
 
 bool CTransClient::MayStoreNext() {
   SUploadReport& upload = m_pState->m_upload;
-  if (!upload.m_bRunning || upload.m_bRefused || upload.m_facts.m_llBytes < upload.m_llAskAt) {
-    return !upload.m_bRefused;
-  }
+  const bool covered = upload.m_facts.m_llBytes + m_pState->m_ahead.Reach() < upload.m_llAskAt;
+  if (!upload.m_bRunning || upload.m_bRefused || covered) return !upload.m_bRefused;
   upload.m_llAskAt = upload.m_facts.m_llBytes + kAskBytes;
   upload.m_facts.m_llMilliseconds = System().SteadyMilliseconds() - upload.m_llBegan;
   upload.m_bRefused = !Allows(&ITransNet::MayStore, upload.m_facts, ERefusal::kUploadRest);

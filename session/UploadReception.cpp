@@ -135,7 +135,9 @@ int CTransClient::RefuseTarget(const SHeldFile& target) {
 
 void CTransClient::StoreFileData(int nLength, const char* data) {
   const int result = ReceiveData(static_cast<unsigned>(nLength), data);
-  if (result != RESULT_OK) AnnounceFailure(result);
+  if (result == RESULT_OK) return;
+  m_pState->m_ahead.Forget();
+  AnnounceFailure(result);
 }
 
 // A failure that repeats is announced once.
@@ -159,6 +161,7 @@ int CTransClient::CheckReceiving() {
 }
 
 bool CTransClient::StoreChunk(KQLonglong position, const char* data, int nLength) {
+  m_pState->m_ahead.Look(position, data, nLength);
   if ((position < 0 || MayStoreNext()) && WriteDurably(position, data, nLength)) {
     m_pState->m_llLostPos = std::max(m_pState->m_llLostPos, position + nLength);
     return true;
@@ -172,7 +175,7 @@ bool CTransClient::WriteDurably(KQLonglong position, const char* data, int nLeng
   const std::shared_ptr<CFileHandle> file = m_pTransFile->GetHandle();
   if (file == nullptr) return false;
   if (position >= 0) m_pState->m_durable.BeforeWrite(*file);
-  if (!file->WriteAt(position, data, nLength)) return false;
+  if (!m_pState->m_ahead.Write(*file, position, data, nLength)) return false;
   if (m_pState->m_durable.Wrote(*file, position, nLength)) return true;
   m_pState->m_llLostPos = std::min(m_pState->m_llLostPos, m_pState->m_durable.SafeBytes());
   return false;

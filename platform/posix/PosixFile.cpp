@@ -22,7 +22,7 @@
 
 namespace {
 
-// Of one read call; a caller with more gets the rest from its next call.
+// Of one call; a caller with more hands over the rest with its next one.
 constexpr int kMaxParts = 32;
 const char kNoteName[] = "user.kqft.receiving";
 constexpr std::size_t kLongestNote = 256;
@@ -56,6 +56,22 @@ class CPosixFile final : public ISystemFile {
     do {
       n = m_bAppend ? write(m_fd.Get(), data, size)
                     : pwrite(m_fd.Get(), data, size, static_cast<off_t>(position));
+    } while (n < 0 && errno == EINTR);
+    bytes = std::max<ssize_t>(n, 0);
+    return LastError(n < 0);
+  }
+
+  ESystemError WriteParts(const SWritePart* parts, int count, std::int64_t position,
+                          std::int64_t& bytes) override {
+    if (m_bAppend) return WriteAt(parts->m_pData, parts->m_nBytes, position, bytes);
+    iovec slices[kMaxParts];
+    const int used = std::min(count, kMaxParts);
+    for (int i = 0; i < used; ++i) {
+      slices[i] = {const_cast<char*>(parts[i].m_pData), parts[i].m_nBytes};
+    }
+    ssize_t n = -1;
+    do {
+      n = pwritev(m_fd.Get(), slices, used, static_cast<off_t>(position));
     } while (n < 0 && errno == EINTR);
     bytes = std::max<ssize_t>(n, 0);
     return LastError(n < 0);

@@ -182,6 +182,37 @@ TEST_F(TransferLife, AnswersGoToTheLinkOnWhichTheRequestCame) {
   EXPECT_TRUE(isAnswered());
 }
 
+// What comes in while the disk is busy is stored by few calls.
+TEST_F(TransferLife, ChunksThatQueueBehindASlowWriteAreStoredTogether) {
+  constexpr int kChunks = 30;
+  struct CSlowDisk : CForwardingSystem {
+    CSlowDisk() : CForwardingSystem(System()), m_pBefore(ReplaceSystem(this)) {}
+    ~CSlowDisk() override { ReplaceSystem(m_pBefore); }
+    ESystemError Before(EOperation operation, const std::string& path) override {
+      const bool counts = operation == EOperation::kWrite && path.find("run.tm") != path.npos;
+      if (counts && m_nWrites++ == 0) m_released.get_future().wait();
+      return ESystemError::kNone;
+    }
+    std::promise<void> m_released;
+    std::atomic<int> m_nWrites = 0;
+    ISystem* const m_pBefore;
+  } disk;
+  const std::string bytes = PatternBytes(kChunks * 1000);
+  const CRawClient client(Port());
+  Ask(client, NET_CTS_PREPARETRAN_FILE, "\1" + (m_dir / "run.tm"));
+  std::string stream;
+  for (std::size_t at = 0; at < bytes.size(); at += 1000) {
+    stream += MakePacket(NET_CTS_TRANSFILEDATA,
+                         Int64(static_cast<std::int64_t>(at)) + bytes.substr(at, 1000));
+  }
+  EXPECT_TRUE(client.Send(stream + MakePacket(NET_CTS_TRANSFILEDATA_END)));
+  disk.m_released.set_value();
+  EXPECT_EQ(client.Receive(20).size(), 20U);
+  EXPECT_TRUE(ReadWholeFile(m_dir / "run.tm") == bytes);
+  EXPECT_LT(disk.m_nWrites, kChunks / 3);
+  m_server.Stop();
+}
+
 TEST_F(TransferLife, ThreeHundredReconnectsKeepOneSession) {
   CTestClient client(Port(), "127.4.0.3");
   std::string dir;

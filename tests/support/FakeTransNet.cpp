@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "net/IOCPBuffer.h"
+#include "net/LayerThread.h"
 #include "net/NetWorkPackHead.h"
 #include "protocol/MessageCodes.h"
 #include "protocol/TransferTypes.h"
@@ -46,6 +47,19 @@ std::vector<int> CFakeTransNet::Codes() {
 void CSessionTest::Hand(CTransClient& session, int code, const std::string& body) {
   const std::vector<char> exact(body.begin(), body.end());  // nothing to read behind its end
   session.DealNetMsg(0, 0, code, static_cast<int>(exact.size()), exact.data(), 0);
+}
+
+std::string_view CSessionTest::HandFirst(CTransClient& session, std::string_view arrived) {
+  const char* const packet = arrived.data();
+  const unsigned bytes = CNetWorkPackHead::BodyLength(packet);
+  arrived.remove_prefix(kPackHeadBytes + bytes);
+  LayerThread().m_strArrived = arrived;
+  LayerThread().m_bMoreToCome = !arrived.empty();
+  session.DealNetMsg(0, 0, static_cast<int>(CNetWorkPackHead::Code(packet)),
+                     static_cast<int>(bytes), packet + kPackHeadBytes, 0);
+  LayerThread().m_strArrived = {};
+  LayerThread().m_bMoreToCome = false;
+  return arrived;
 }
 
 std::string CSessionTest::Ask(int code, const std::string& body) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "net/LinkInfo.h"
@@ -50,6 +51,8 @@ class CSessionTest : public testing::Test {
   };
 
   static void Hand(CTransClient& session, int code, const std::string& body);
+  /// Hands over the first of packets that have arrived together. @return the others
+  static std::string_view HandFirst(CTransClient& session, std::string_view arrived);
   /// Hands the session a message. @return the body of the last answer to its code
   std::string Ask(int code, const std::string& body = "");
   /// As above: announces a file to receive, or to send, by its name in m_dir.

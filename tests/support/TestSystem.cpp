@@ -47,6 +47,23 @@ class CScopedSystem::CPlannedFile final : public CForwardingFile {
       return m_pTarget->WriteAt(data, granted, position, bytes);
     });
   }
+  ESystemError WriteParts(const SWritePart* parts, int count, std::int64_t position,
+                          std::int64_t& bytes) override {
+    bytes = 0;
+    return Call(EOperation::kWrite, [&] {
+      std::vector<SWritePart> granted;
+      for (bool whole = true; whole && granted.size() < static_cast<std::size_t>(count);) {
+        const SWritePart& part = parts[granted.size()];
+        granted.push_back({part.m_pData, m_scope.LimitTransfer(part.m_nBytes, true)});
+        whole = granted.back().m_nBytes == part.m_nBytes;
+      }
+      if (granted.front().m_nBytes < std::min<std::size_t>(parts->m_nBytes, 1)) {
+        return ESystemError::kNoSpace;
+      }
+      return m_pTarget->WriteParts(granted.data(), static_cast<int>(granted.size()), position,
+                                   bytes);
+    });
+  }
   ESystemError Note(std::string& text) override {
     text.clear();
     return Call(EOperation::kReadNote, [&] {

@@ -146,6 +146,17 @@ TEST_F(TransferReports, WhatAHookForbidsIsRefusedAndTouchesNothing) {
   EXPECT_EQ(m_hooks.m_vecAsked, (std::vector<std::int64_t>{0, 1050000}));
   EXPECT_EQ(FileSize(m_dir / "P/file"), 1050000);
 
+  // Nothing is written before it was asked for.
+  std::string stream;
+  for (std::int64_t i = 0; i < 40; ++i) {
+    stream += MakePacket(NET_CTS_TRANSFILEDATA, Int64(i * 50000) + std::string(50000, 'x'));
+  }
+  Prepare("P/file");
+  for (std::string_view rest = stream; !rest.empty();) rest = HandFirst(m_hooked, rest);
+  End();
+  EXPECT_EQ(m_hooks.TakeHeard(), (Heard{"refused file 1600000 1", "up file 1600000 -10"}));
+  EXPECT_EQ(FileSize(m_dir / "P/file"), 1600000);
+
   m_hooks.m_forbidden = ERefusal::kLinks;
   for (int i = 0; i < 2; ++i) Hand(m_hooked, NET_CTS_DELETEPRJ, "P");
   Hand(m_hooked, NET_CTS_GETPRJFILELIST, "P");

@@ -71,4 +71,54 @@ TEST_F(UploadReception, NothingIsStoredBehindALostChunk) {
   EXPECT_EQ(FileSize(m_dir / "run.tm"), 23);
 }
 
+// Nothing but the number of calls depends on what arrives together.
+TEST_F(UploadReception, ChunksThatHaveArrivedTogetherAreWrittenByOneCall) {
+  const auto chunk = [](std::int64_t position, std::size_t bytes) {
+    return MakePacket(NET_CTS_TRANSFILEDATA,
+                      Int64(position) + PatternBytes(bytes, static_cast<unsigned>(position)));
+  };
+  const auto start = [this](const char* name) {
+    return MakePacket(NET_CTS_PREPARETRAN_FILE, "\1" + (m_dir / name));
+  };
+  std::vector<std::string> packets = {start("one")};
+  for (std::int64_t i = 0; i < 20; ++i) packets.push_back(chunk(i * 10, 10));
+  packets.insert(packets.end(), {chunk(300, 0), chunk(300, 50), start("other"), chunk(350, 50),
+                                 MakePacket(NET_CTS_TRANSFILEDATA), chunk(400, 9),
+                                 MakePacket(NET_CTS_TRANSFILEDATA_END)});
+  const auto receive = [&](bool together, const CFaultPlan& plan) {
+    CFakeTransNet net;
+    CSession session(&net);
+    m_system.Follow(plan);
+    for (const char* const name : {"one", "other"}) NativeSystem().RemoveFile(m_dir / name);
+    std::string stream;
+    for (const std::string& packet : packets) {
+      stream += packet;
+      if (together && &packet != &packets.back()) continue;
+      for (std::string_view rest = stream; !rest.empty();) rest = HandFirst(session, rest);
+      stream.clear();
+    }
+    return std::tuple(net.Packets(), ReadWholeFile(m_dir / "one"), ReadWholeFile(m_dir / "other"));
+  };
+  for (int room = 0; room < 320; room += 25) {
+    const CFaultPlan full = CFaultPlan().DiskFullAfter(room);
+    const CFaultPlan slow = CFaultPlan(full).ShortTransfers(7);
+    for (const CFaultPlan& plan : {full, slow}) {
+      EXPECT_TRUE(receive(true, plan) == receive(false, plan)) << room;
+    }
+  }
+  const auto apart = receive(false, CFaultPlan());
+  EXPECT_EQ(m_system.Calls(EOperation::kWrite), 23);
+  EXPECT_TRUE(receive(true, CFaultPlan()) == apart);
+  EXPECT_EQ(m_system.Calls(EOperation::kWrite), 5) << "16, 4, one, one, one";
+
+  // A link ends between two chunks; by accident the next one lies in the same place.
+  const std::string both = chunk(0, 10) + chunk(10, 10);
+  AskUpload(true, "run.tm");
+  const std::string_view second = HandFirst(m_session, both);
+  m_session.ResetForLink();
+  AskUpload(true, "run.tm");
+  HandFirst(m_session, second);
+  EXPECT_EQ(ReadWholeFile(m_dir / "run.tm"), std::string(10, '\0') + PatternBytes(10, 10));
+}
+
 }  // namespace
