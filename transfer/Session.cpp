@@ -19,12 +19,12 @@
 #include "protocol/MessageCodes.h"
 #include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
+#include "transfer/SessionWaits.h"
 #include "transfer/Sizes.h"
 #include "transfer/WaitNotice.h"
 
 namespace {
 
-constexpr int kMomentMs = 5;
 constexpr std::chrono::milliseconds kConfirmation(200);
 constexpr int kListWaitMs = 30000;
 

@@ -12,20 +12,13 @@
 #include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/Session.h"
+#include "transfer/SessionWaits.h"
 #include "transfer/Sizes.h"
 
 namespace {
 
-constexpr int kAnswerWaitMs = 10000;
-constexpr int kFileEndWaitMs = 30000;
 constexpr int kDataStepMs = 1000;
 constexpr int kSilentSteps = 30;
-constexpr int kRoomWaitMs = 50;
-
-// A server that has sent the end of a file is a moment later ready for the
-// next one.
-constexpr int kReadyTries = 2000;
-constexpr int kReadyPauseMs = 1;
 
 }  // namespace
 

@@ -14,11 +14,11 @@
 #include "protocol/Messages.h"
 #include "protocol/ResultCodes.h"
 #include "transfer/Session.h"
+#include "transfer/SessionWaits.h"
 #include "transfer/Sizes.h"
 
 namespace {
 
-constexpr int kMomentMs = 5;
 constexpr int kSizeWaitMs = 30000;
 constexpr std::size_t kNamesPerQuestion = 32;  // each at most 1,023 bytes
 

@@ -19,19 +19,9 @@
 #include "protocol/ResultCodes.h"
 #include "transfer/Names.h"
 #include "transfer/Session.h"
+#include "transfer/SessionWaits.h"
 
-namespace {
-
-constexpr int kAnswerWaitMs = 10000;
-constexpr int kFileEndWaitMs = 30000;
-constexpr int kRoomWaitMs = 50;
-
-// A server that has sent the end of a file is a moment later ready for the
-// next one.
-constexpr int kReadyTries = 2000;
-constexpr int kReadyPauseMs = 1;
-
-}  // namespace
+namespace {}  // namespace
 
 /// A file that was written from memory, and what came of it. Its words are
 /// guarded by m_mutex.
