@@ -344,6 +344,7 @@ class CPosixSockets : public ISocketSystem {
     std::vector<in_addr> found;
     LookUp(host, AF_INET, found);
     std::vector<std::string> texts;
+    texts.reserve(found.size());
     for (const in_addr& ip : found) texts.push_back(AddressText(ntohl(ip.s_addr)));
     return texts;
   }
