@@ -197,7 +197,7 @@ TEST_F(TransferLife, ChunksThatQueueBehindASlowWriteAreStoredTogether) {
     std::atomic<int> m_nWrites = 0;
     ISystem* const m_pBefore;
   } disk;
-  const std::string bytes = PatternBytes(kChunks * 1000);
+  const std::string bytes = PatternBytes(std::size_t{1000} * kChunks);
   const CRawClient client(Port());
   Ask(client, NET_CTS_PREPARETRAN_FILE, "\1" + (m_dir / "run.tm"));
   std::string stream;
