@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -83,6 +84,15 @@ class CWindowsFile final : public ISystemFile {
     const ESystemError error = LastError(!done);
     bytes = done ? written : 0;
     return error;
+  }
+
+  // The call for bytes that lie apart takes whole pages only.
+  ESystemError WriteParts(const SWritePart* parts, int count, std::int64_t position,
+                          std::int64_t& bytes) override {
+    if (count == 1) return WriteAt(parts->m_pData, parts->m_nBytes, position, bytes);
+    std::string joined;
+    for (int i = 0; i < count; ++i) joined.append(parts[i].m_pData, parts[i].m_nBytes);
+    return WriteAt(joined.data(), joined.size(), position, bytes);
   }
 
   ESystemError Flush() override { return LastError(FlushFileBuffers(m_handle.Get()) == 0); }
