@@ -386,21 +386,3 @@ ESystemError CWindowsSystem::FollowLinks(const std::string& path, std::string& t
   if (!real.empty()) target = FromNativePath(real);
   return ESystemError::kNone;
 }
-
-// Rights come from the directory; a file that must not be written to is the
-// one thing that is carried over.
-ESystemError CWindowsSystem::CopyPermissions(const std::string& from, const std::string& to) {
-  CPlace source;
-  CPlace target;
-  ESystemError error = source.Find(from);
-  if (error == ESystemError::kNone) error = target.Find(to);
-  if (error != ESystemError::kNone) return error;
-  const DWORD of = GetFileAttributesW(source.Path().c_str());
-  DWORD attributes = GetFileAttributesW(target.Path().c_str());
-  if (of == INVALID_FILE_ATTRIBUTES || attributes == INVALID_FILE_ATTRIBUTES) {
-    return ToSystemError(GetLastError());
-  }
-  attributes =
-      (attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY)) | (of & FILE_ATTRIBUTE_READONLY);
-  return LastError(SetFileAttributesW(target.Path().c_str(), attributes) == 0);
-}
