@@ -48,6 +48,24 @@ void SkipDone(Part*& parts, int& count, std::size_t bytes) {
   parts->m_nBytes -= bytes;
 }
 
+// Calls `move` until all parts are moved, or nothing more is. Returns the bytes.
+template <typename Part, typename Move>
+int MoveParts(std::int64_t position, Part* parts, int count, const Move& move) {
+  std::int64_t left = 0;
+  for (int i = 0; i < count; ++i) left += static_cast<std::int64_t>(parts[i].m_nBytes);
+  if (position < 0 || position > kLastPosition - left) return 0;
+  std::int64_t done = 0;
+  while (left > 0) {
+    std::int64_t n = 0;
+    move(parts, count, position + done, n);
+    if (n <= 0) break;
+    done += n;
+    left -= n;
+    SkipDone(parts, count, static_cast<std::size_t>(n));
+  }
+  return static_cast<int>(done);
+}
+
 }  // namespace
 
 struct CFileHandle::SState {
@@ -81,19 +99,11 @@ int CFileHandle::ReadAt(std::int64_t position, char* buf, int len) {
 }
 
 int CFileHandle::ReadAt(std::int64_t position, SReadPart* parts, int count) {
-  std::int64_t left = 0;
-  for (int i = 0; i < count; ++i) left += static_cast<std::int64_t>(parts[i].m_nBytes);
-  if (position < 0 || IsClosed() || position > kLastPosition - left) return 0;
-  std::int64_t done = 0;
-  while (left > 0) {
-    std::int64_t n = 0;
-    m_pState->m_pFile->ReadAt(parts, count, position + done, n);
-    if (n <= 0) break;
-    done += n;
-    left -= n;
-    SkipDone(parts, count, static_cast<std::size_t>(n));
-  }
-  return static_cast<int>(done);
+  if (IsClosed()) return 0;
+  return MoveParts(position, parts, count,
+                   [this](const SReadPart* left, int some, std::int64_t at, std::int64_t& moved) {
+                     m_pState->m_pFile->ReadAt(left, some, at, moved);
+                   });
 }
 
 bool CFileHandle::WriteAt(std::int64_t position, const char* data, int len) {
@@ -110,19 +120,11 @@ bool CFileHandle::WriteAt(std::int64_t position, const char* data, int len) {
 }
 
 int CFileHandle::WriteAt(std::int64_t position, SWritePart* parts, int count) {
-  std::int64_t left = 0;
-  for (int i = 0; i < count; ++i) left += static_cast<std::int64_t>(parts[i].m_nBytes);
-  if (position < 0 || IsClosed() || position > kLastPosition - left) return 0;
-  std::int64_t done = 0;
-  while (left > 0) {
-    std::int64_t n = 0;
-    m_pState->m_pFile->WriteParts(parts, count, position + done, n);
-    if (n <= 0) break;
-    done += n;
-    left -= n;
-    SkipDone(parts, count, static_cast<std::size_t>(n));
-  }
-  return static_cast<int>(done);
+  if (IsClosed()) return 0;
+  return MoveParts(position, parts, count,
+                   [this](const SWritePart* left, int some, std::int64_t at, std::int64_t& moved) {
+                     m_pState->m_pFile->WriteParts(left, some, at, moved);
+                   });
 }
 
 bool CFileHandle::Flush() {
