@@ -252,6 +252,11 @@ bool QFileConfig::TakeTurn() {
   return m_pTurn != nullptr;
 }
 
+void QFileConfig::ClearLeft() {
+  std::string path;
+  if (System().FollowLinks(m_strPath, path) == ESystemError::kNone) CFileTurn::ClearLeft(path);
+}
+
 bool QFileConfig::UpdateFile(bool) {
   const std::string content = Content();
   if (m_nEntries > kMostEntries || content.size() > kLargestFileBytes) return false;
@@ -259,7 +264,7 @@ bool QFileConfig::UpdateFile(bool) {
   std::string path;
   if (System().FollowLinks(m_strPath, path) != ESystemError::kNone) return false;
   if (m_pTurn == nullptr && !TakeTurn()) return false;
-  const std::unique_ptr<CFileTurn> turn = std::move(m_pTurn);
+  std::unique_ptr<CFileTurn> turn = std::move(m_pTurn);
   const std::string& temporary = turn->Temporary();
   std::unique_ptr<ISystemFile> file;
   if (System().OpenFile(temporary, EOpenMode::kCreate, file) != ESystemError::kNone) return false;
@@ -272,6 +277,7 @@ bool QFileConfig::UpdateFile(bool) {
     System().RemoveFile(temporary);
     return false;
   }
+  turn.reset();
   // Every reader sees the new content from here on; a directory that cannot
   // be flushed only leaves open which of the two a power failure keeps.
   const std::string directory = EU::CExpertUtils::PickDirectory(path);

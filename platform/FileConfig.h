@@ -31,6 +31,10 @@ class QFileConfig {
   /// Blocks: while others change it, up to 5 s.
   bool TakeTurn();
 
+  /// Takes away what a crash in the middle of an update has left beside the file.
+  /// For who only reads: the next update does so by itself.
+  void ClearLeft();
+
   /// Loads the file in place of what was in memory.
   /// @return false when it cannot be read, or holds more than 64 MiB or
   ///         1,000,000 keys and headings; nothing is then in memory.

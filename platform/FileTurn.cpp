@@ -46,25 +46,36 @@ CFileTurn::~CFileTurn() {
   if (m_pFile != nullptr) System().RemoveFile(m_strLock);
 }
 
-bool CFileTurn::Take(const std::string& path) {
-  const std::string directory = EU::CExpertUtils::PickDirectory(path);
+void CFileTurn::Begin(const std::string& path) {
   const std::uint64_t hash = TextHash(EU::CExpertUtils::PickFileName(path));
-  const std::string stem = ".kqft-" + std::to_string(hash);
   std::string machine;
   System().QueryMachineName(machine);
-  m_strLock = directory + stem + ".lock";
-  m_strTemporary = directory + stem + "-" + std::to_string(TextHash(machine)) + "-" +
+  m_strDirectory = EU::CExpertUtils::PickDirectory(path);
+  m_strStem = ".kqft-" + std::to_string(hash);
+  m_strLock = m_strDirectory + m_strStem + ".lock";
+  m_strTemporary = m_strDirectory + m_strStem + "-" + std::to_string(TextHash(machine)) + "-" +
                    std::to_string(ProcessId()) + ".tmp";
   m_process = std::unique_lock(ProcessTurn(hash));
+}
+
+void CFileTurn::ClearLeft(const std::string& path) {
+  CFileTurn turn;
+  turn.Begin(path);
+  SFileStatus status;
+  if (System().QueryFile(turn.m_strLock, status) == ESystemError::kNone) turn.TryOnce();
+}
+
+bool CFileTurn::Take(const std::string& path) {
+  Begin(path);
   for (int look = 0; look < kLooks; ++look) {
-    const ETry result = TryOnce(directory, stem);
+    const ETry result = TryOnce();
     if (result != ETry::kOthers) return result == ETry::kTaken;
     System().Sleep(kPauseMs);
   }
   return false;
 }
 
-CFileTurn::ETry CFileTurn::TryOnce(const std::string& directory, const std::string& stem) {
+CFileTurn::ETry CFileTurn::TryOnce() {
   std::unique_ptr<ISystemFile> file;
   if (System().OpenFile(m_strLock, EOpenMode::kKeep, file) != ESystemError::kNone) {
     return ETry::kFailed;
@@ -83,9 +94,9 @@ CFileTurn::ETry CFileTurn::TryOnce(const std::string& directory, const std::stri
   m_pFile = std::move(file);
   // Of a turn that a crash cut off.
   const std::string left = ReadName(*m_pFile);
-  if (left.starts_with(stem + "-") && left.find_first_of("/\\") == std::string::npos) {
-    System().RemoveFile(directory + left);
+  if (left.starts_with(m_strStem + "-") && left.find_first_of("/\\") == std::string::npos) {
+    System().RemoveFile(m_strDirectory + left);
   }
-  return WriteName(*m_pFile, m_strTemporary.substr(directory.size())) ? ETry::kTaken
-                                                                      : ETry::kFailed;
+  return WriteName(*m_pFile, m_strTemporary.substr(m_strDirectory.size())) ? ETry::kTaken
+                                                                           : ETry::kFailed;
 }

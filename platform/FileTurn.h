@@ -28,15 +28,23 @@ class CFileTurn {
   /// Blocks: while others have it, up to 5 s.
   bool Take(const std::string& path);
 
+  /// Takes away what a crash has left beside the file, where nobody else would:
+  /// the change may have been the last one.
+  /// Blocks: while another thread of this process has the turn.
+  static void ClearLeft(const std::string& path);
+
   /// Where the new content is to be made. Nobody else uses the name, which is
   /// that of the machine, this process and the file; what has it is of no use.
   const std::string& Temporary() const { return m_strTemporary; }
 
  private:
   enum class ETry { kTaken, kOthers, kFailed };
-  ETry TryOnce(const std::string& directory, const std::string& stem);
+  void Begin(const std::string& path);
+  ETry TryOnce();
 
   std::unique_lock<std::mutex> m_process;  // this process's turn
+  std::string m_strDirectory;
+  std::string m_strStem;  // of the names below
   std::string m_strLock;
   std::string m_strTemporary;
   std::unique_ptr<ISystemFile> m_pFile;  // held; null where there are no locks

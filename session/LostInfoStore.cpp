@@ -45,6 +45,7 @@ int ReadSideFiles(const std::string& lostPath, const std::string& infoPath, std:
   if (CKQPlatForm::IsFileMissing(lostPath)) return RESULT_OK;
   QFileConfig lost;
   lost.SetFileName(lostPath);
+  lost.ClearLeft();
   if (!lost.ReadConfig()) return ERROR_CODE_LOSTINFO_RECORD;
   int recordCount = 0;
   int headSize = 0;

@@ -1,6 +1,6 @@
 #!/bin/bash
 # Kills kqft, kqft-server or both in the middle of transfers, in the middle of
-# a write, before a rename or at any moment, edits files between some runs, lets
+# a write, before a rename or a removal or at any moment, edits files between some runs, lets
 # later runs go on, and compares every file by SHA-256 and with its inventory.
 # Then fills a disk, makes room, and compares.
 #
@@ -182,7 +182,8 @@ cut() {
     moment) ;;
     *)
       most_calls=${most[$limit]:-100}
-      [ $how = write ] || most_calls=${most[$limit]:-10}
+      [ $how != rename ] || most_calls=${most[$limit]:-10}
+      [ $how != remove ] || most_calls=${most[$limit]:-6}
       at=$((1 + RANDOM % most_calls))
       plan=$how:$at
       ;;
@@ -209,7 +210,7 @@ cut() {
   else
     tally "cut"
     tally "$who"
-    tally "at a $how"
+    tally "at a ${how/remove/removal}"
   fi
   expect_side_files
   expect_true_inventory
@@ -229,11 +230,13 @@ for ((round = 1; round <= rounds; ++round)); do
   fi
   for ((cuts = 1 + RANDOM % 3; cuts > 0; --cuts)); do
     case $((RANDOM % 3)) in 0) who=server ;; 1) who=client ;; *) who=both ;; esac
-    case $((RANDOM % 3)) in 0) how=write ;; 1) how=moment ;; *) how=rename ;; esac
+    case $((RANDOM % 4)) in 0) how=write ;; 1) how=moment ;; 2) how=rename ;; *) how=remove ;; esac
     # Only these rename: the server its side files, a download its parts.
     case $how-$kind-$who in
       rename-put-* | rename-resume-client | rename-get-server) how=write ;;
     esac
+    # Only the side files' locks are removed.
+    case $how-$kind-$who in remove-put-* | remove-get-* | remove-resume-client) how=moment ;; esac
     # Only these write: the server what comes up, the client what comes down.
     case $how-$kind-$who in write-put-client | write-resume-client | write-get-server) how=moment ;; esac
     cut
@@ -246,7 +249,7 @@ for ((round = 1; round <= rounds; ++round)); do
   end_server
 done 2>/dev/null # where the shell tells of every process that was killed
 echo "$rounds rounds, ${count[cut]:-0} runs cut, ${count[unhurt]:-0} ended before they could be"
-for name in server client both "at a write" "at a rename" "at a moment"; do
+for name in server client both "at a write" "at a rename" "at a removal" "at a moment"; do
   echo "  killed $name: ${count[$name]:-0}"
   [ $rounds -lt 20 ] || [ "${count[$name]:-0}" -gt 0 ] || untried=$name
 done
