@@ -106,6 +106,7 @@ TEST_F(ProgramPut, NeverMixesVersionsOfAFileThatWasEditedWhileItsPutWasCut) {
     EXPECT_TRUE(WaitUntil(when)) << name;
     put->Signal(SIGKILL);
     put->Wait();
+    m_server.ForgetKilled();
   };
   const std::pair<const char*, std::function<void(const std::string&)>> edits[] = {
       {"shortened", [](const std::string& path) { fs::resize_file(path, kRecording - 1); }},

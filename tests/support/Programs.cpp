@@ -6,8 +6,11 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
+#include <sstream>
 
 #include "platform/PathBytes.h"
+#include "platform/System.h"
 #include "transfer/ProjectPath.h"
 
 namespace fs = std::filesystem;
@@ -61,6 +64,21 @@ void CServerProgram::Start() {
   const std::string line = m_pProcess->Error();
   ASSERT_EQ(line.substr(0, ready.size()), ready);
   m_nPort = std::stoi(line.substr(ready.size()));
+}
+
+void CServerProgram::ForgetKilled() {
+  const auto isAlone = [this] {
+    std::map<std::string, int> links;
+    std::istringstream lines(m_pProcess->Output());
+    for (std::string line; std::getline(lines, line);) ++links[line.substr(0, line.find(':'))];
+    return links["new client"] == links["client disconnect"];
+  };
+  for (int look = 0; look < 500 && !isAlone(); ++look) System().Sleep(20);
+  if (isAlone()) return;
+  ASSERT_TRUE(kMayKeepSockets) << m_pProcess->Output();
+  m_pProcess->Signal(SIGKILL);
+  m_pProcess->Wait();
+  Start();
 }
 
 CWorkstation::CWorkstation(int port, const std::string& address) {

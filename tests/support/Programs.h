@@ -59,6 +59,10 @@ class CServerProgram {
   /// The same server again, on the same port, after the process ended.
   void Start();
 
+  /// Waits until no client that was killed has a link left, which would hold
+  /// its file; where the system keeps such links, starts the server anew.
+  void ForgetKilled();
+
   CProgram& Process() { return *m_pProcess; }
   int Port() const { return m_nPort; }
   std::string ProjectPath(const std::string& name) const { return m_projects / name; }
