@@ -27,6 +27,13 @@ def made(directory, mib):
     return f"{directory}/Run.tm"
 
 
+def processor_time():
+    """Seconds that the machine's processors have worked, all together."""
+    with open("/proc/stat", encoding="ascii") as stat:
+        user, nice, system, _, _, irq, softirq = map(int, stat.readline().split()[1:8])
+    return (user + nice + system + irq + softirq) / os.sysconf("SC_CLK_TCK")
+
+
 def took(action):
     start = time.monotonic()
     action()
@@ -41,19 +48,38 @@ def ask(call):
 
 def over_cephfs(bench, rounds, mib):
     """By turns, each onto new names, read by a host that has none of it yet; beside
-    the dd that does best."""
+    the dd that does best, and beside a floor, dd with a network in between: reads
+    and sends, receives and writes, and does nothing else."""
     root = f"{MEMORY}/{os.path.basename(bench.work)}"
     source = made(f"{root}/source", mib)
     first, second = (bench.cluster.mount_of(host) for host in bench.hosts[:2])
     station = bench.stations[0]
     peers = [f"dd-{block}" for block in BLOCKS]
-    times = {f"{name} {way}": [] for name in (*peers, "kqft") for way in ("up", "down")}
+    names = [*peers, "floor", "kqft"]
+    times = {f"{name} {way}": [] for name in names for way in ("up", "down")}
+    busy = dict.fromkeys(times, 0.0)
 
     def dd(block):
         """How it goes up, and down."""
         return (lambda name: os_run("dd", f"if={source}", f"of={first}/{name}", f"bs={block}",
                                     "conv=fsync"),
                 lambda name: os_run("dd", f"if={second}/{name}", f"of={root}/back", f"bs={block}"))
+
+    def floor(host, taken, sent):
+        """Within one host, whose file system either directory may lie on."""
+        program = f"{bench.build}/bin/kqft-floor"
+        os.makedirs(taken)
+        receiver = host.popen(program, "receive", taken, stdout=subprocess.PIPE, text=True)
+        port = receiver.stdout.readline().strip()
+        if host.popen(program, "send", sent, port).wait() or receiver.wait():
+            sys.exit("the floor failed")
+
+    def floor_up(name):
+        floor(bench.hosts[0], f"{first}/{name}", os.path.dirname(source))
+        os_run("sync", f"{first}/{name}/Run.tm")
+
+    def floor_down(name):
+        floor(bench.hosts[1], f"{root}/fetched", f"{second}/{name}")
 
     def kqft_up(name):
         ask(bench.call(station, bench.hosts[0], "put", os.path.dirname(source), "--project", name))
@@ -62,22 +88,29 @@ def over_cephfs(bench, rounds, mib):
         ask(bench.call(station, bench.hosts[1], "get", name, "--into", f"{root}/got"))
 
     for number in range(rounds + 1):  # the first only warms up
-        turns = [*((f"dd-{block}", *dd(block)) for block in BLOCKS), ("kqft", kqft_up, kqft_down)]
+        turns = [*((f"dd-{block}", *dd(block)) for block in BLOCKS),
+                 ("floor", floor_up, floor_down), ("kqft", kqft_up, kqft_down)]
         for way in (0, 1):
             for name, *move in turns if number % 2 else turns[::-1]:
+                worked = processor_time()
                 seconds = took(lambda: move[way](f"{name}{number}"))
                 if number:
                     times[f"{name} {('up', 'down')[way]}"].append(seconds)
+                    busy[f"{name} {('up', 'down')[way]}"] += (processor_time() - worked) / seconds
         shutil.rmtree(f"{root}/got")
+        shutil.rmtree(f"{root}/fetched")
         os.remove(f"{root}/back")
-        os_run("rm", "-rf", *(f"{first}/{name}{number}" for name in (*peers, "kqft")))
+        os_run("rm", "-rf", *(f"{first}/{name}{number}" for name in names))
     for way in ("up", "down"):
         say(f"over CephFS {way}, {mib} MiB, {rounds} rounds: " + ", ".join(
             f"{name} {mib * MIB / 1e6 / median(times[f'{name} {way}']):.0f} MB/s "
-            f"({' '.join(f'{one:.2f}' for one in times[f'{name} {way}'])} s)"
-            for name in (*peers, "kqft")))
+            f"({' '.join(f'{one:.2f}' for one in times[f'{name} {way}'])} s), "
+            f"{100 * busy[f'{name} {way}'] / rounds / os.cpu_count():.0f} % of the processors"
+            for name in names))
         best = min(median(times[f"{name} {way}"]) for name in peers)
         judge(f"{way}, throughput over dd's", best / median(times[f"kqft {way}"]))
+        judge(f"{way}, throughput over the floor's",
+              median(times[f"floor {way}"]) / median(times[f"kqft {way}"]))
     shutil.rmtree(root)
 
 
