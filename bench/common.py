@@ -9,6 +9,7 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import time
 
 KIB, MIB, GIB = 1 << 10, 1 << 20, 1 << 30
 PUNCH_HOLE_KEEP_SIZE = 3  # of linux/falloc.h
@@ -27,6 +28,40 @@ def bar(name, value, limit, unit="", most=False):
     holds = value <= limit if most else value >= limit
     say(f"{'[holds]      ' if holds else '[falls short]'} {name}: {value:.2f}{unit}, "
         f"{'at most' if most else 'at least'} {limit:.2f}{unit}")
+
+
+class CalmDisk:
+    """What was measured before is still being written, or given back, for a while:
+    waits until a disk flushes as quickly as it did at best."""
+
+    PATIENCE = 60
+
+    def __init__(self, directory):
+        self.path = os.path.join(directory, "probe")
+        self.best = min(self.flush() for _ in range(5))
+
+    def flush(self):
+        """Seconds that a small write takes to the disk; of some the middle one."""
+        times = []
+        with open(self.path, "wb", buffering=0) as file:
+            for _ in range(9):
+                start = time.monotonic()
+                file.write(bytes(4 * KIB))
+                os.fsync(file.fileno())
+                times.append(time.monotonic() - start)
+        os.remove(self.path)
+        return median(times)
+
+    def wait(self):
+        os.sync()
+        until = time.monotonic() + self.PATIENCE
+        taken = self.flush()
+        while taken > 1.5 * self.best and time.monotonic() < until:
+            time.sleep(1)
+            taken = self.flush()
+        self.best = min(self.best, taken)
+        if taken > 1.5 * self.best:
+            say(f"  the disk is slow: a flush takes {taken * 1000:.1f} ms, {self.best * 1000:.1f} at best")
 
 
 def machine_line(build):

@@ -26,7 +26,7 @@ import threading
 import time
 
 import peers
-from common import (GIB, KIB, MIB, Relay, Server, WorkDirectory, bar, cpu_of, link_files, machine_line,
+from common import (CalmDisk, GIB, KIB, MIB, Relay, Server, WorkDirectory, bar, cpu_of, link_files, machine_line,
                     make_files, median, say, status_mib, warm_memory)
 
 WIDTH = 24  # of a column
@@ -187,7 +187,7 @@ class Case:
         return median(run["cpu"] for run in self.runs["up" if name == FLOOR else direction][name])
 
 
-def measure(case, contenders, rounds, root, directions=("up", "down")):
+def measure(case, contenders, rounds, root, directions=("up", "down"), before=lambda: None):
     source = os.path.join(root, "source", case.key)
     make_files(source, case.count, case.size)
     for number in range(rounds):
@@ -197,6 +197,7 @@ def measure(case, contenders, rounds, root, directions=("up", "down")):
             for contender in contenders[first:] + contenders[:first]:
                 if contender.name == FLOOR and direction == "down":
                     continue
+                before()
                 seconds = move(contender, direction, source, case.key, root, number == 0)
                 case.keep(direction, contender, seconds)
                 line.append(f"{contender.name} {seconds:.2f} s")
@@ -293,7 +294,7 @@ def durable(build, root, rounds, disk):
                       peers.FlushingRsync(there)]
         rsync = contenders[2].name
         try:
-            shutil.rmtree(measure(case, contenders, rounds, root, ("up",)))
+            shutil.rmtree(measure(case, contenders, rounds, root, ("up",), CalmDisk(there).wait))
         finally:
             contenders[2].close()
     bar(f"{case.name}, up, over that {UNFLUSHED}", case.over("up", UNFLUSHED), 0.6)
