@@ -18,7 +18,8 @@ MIB = 1 << 20
 
 class Servers:
     """One kqft-server a host, confined and without rights of its own, which a
-    thread starts again when it fails, as a service manager does."""
+    thread starts again when it fails, as a service manager does. Each finds the
+    file system at the same place, as on hosts of their own."""
 
     def __init__(self, build, work, hosts, directory_of):
         self.build, self.work, self.hosts = build, work, hosts
@@ -26,7 +27,9 @@ class Servers:
         self.held = set(hosts)  # those that stay down
         self.turn = threading.Lock()
         self.restarts = 0
+        self.place = f"{work}/projects"
         os.makedirs(f"{work}/server", exist_ok=True)
+        os.makedirs(self.place)
         threading.Thread(target=self.keep, daemon=True).start()
 
     def said(self, host):
@@ -38,9 +41,11 @@ class Servers:
         os.chown(logs, NOBODY, NOBODY)
         with self.turn:
             self.held.discard(host)
-            host.start("server", self.said(host), "setpriv", f"--reuid={NOBODY}",
-                       f"--regid={NOBODY}", "--clear-groups", f"{self.build}/bin/kqft-server",
-                       "--dir", self.directory_of(host), "--listen", host.address, "--port",
+            host.start("server", self.said(host), "unshare", "--mount", "sh", "-c",
+                       'mount --bind "$0" "$1" && shift && exec "$@"', self.directory_of(host),
+                       self.place, "setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}",
+                       "--clear-groups", f"{self.build}/bin/kqft-server", "--dir", self.place,
+                       "--listen", host.address, "--port",
                        str(PORT), "--log-dir", logs, "--access-log", f"{logs}/access.jsonl")
         wait_until(lambda: host.lives("server") and self.answers(host), f"{host.name} listens", 40)
 

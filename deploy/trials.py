@@ -24,6 +24,10 @@ KILLED = ("osd", "mds", "server", "host")
 KINDS = (*KILLED, "silence")
 
 
+def last_line(call):
+    return call.said.splitlines()[-1] if call.said else f"nothing; exit {call.process.returncode}"
+
+
 class Trial:
     """One round: projects on their way, one death, and what came of them."""
 
@@ -111,8 +115,7 @@ class Trial:
             if call.ok:
                 self.check_sent(project, host, "the put that went on ended with 0")
                 return
-            why = call.said.splitlines()[-1] if call.said else call.process.returncode
-            self.notes.append(f"again: {why}")
+            self.notes.append(f"again: {last_line(call)}")
             time.sleep(1)
         self.lose(f"the put of {project.name} does not go on: {call.said}")
 
@@ -147,6 +150,7 @@ class Trial:
                 self.check_sent(project, others[1], f"put {which + 1} ended with 0")
         for which in (0, 1):
             if ends[which] != 0:
+                self.notes.append(f"put {which + 1} said: {last_line(calls[which])}")
                 self.go_on(which, others[which])
         healed = time.monotonic() - died
         self.get(0, others[1])
