@@ -26,8 +26,8 @@ import threading
 import time
 
 import peers
-from common import (CalmDisk, GIB, KIB, MIB, Relay, Server, WorkDirectory, bar, cpu_of, link_files, machine_line,
-                    make_files, median, say, status_mib, warm_memory)
+from common import (GIB, KIB, MIB, CalmDisk, Relay, Server, WorkDirectory, bar, cpu_of, link_files,
+                    machine_line, make_files, median, say, status_mib, warm_memory)
 
 WIDTH = 24  # of a column
 INVENTORY = "kqft.inventory"
